@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <string>
+
+#include "Tolvex/Types/Export.h"
+
+namespace Tolvex::Interfaces {
+
+/// Base of the classes that keep the text of their last failure for the caller.
+///
+/// The constructor of a derived class names its namespace and class. Each of its operations calls
+/// ResetError() first, so that the text always belongs to the last call, and on failure SetError()
+/// before it returns false or 0. Nothing is logged here, and there is no history.
+/// @par Errors
+/// std::bad_alloc and std::length_error, as strings grow; the previous text then stays.
+/// @par Thread safety
+/// Caller serialises.
+class TOLVEX_EXPORT IError
+{
+public:
+    IError();
+    virtual ~IError();
+
+    IError(const IError&) = default;
+    IError& operator=(const IError&) = default;
+
+    /// Names the namespace of the derived class, such as "Tolvex::Util".
+    void SetNamespace(const std::string& name) { namespaceName = name; }
+
+    /// Names the derived class, such as "Timer".
+    void SetClassName(const std::string& name) { className = name; }
+
+    /// Empties the text and sets the code to 0.
+    void ResetError();
+
+    /// Replaces the text by the parts asked for, in this order, and the message as it is:
+    /// "[Namespace: Tolvex::Util][Class: Timer][Method: Create]Create timer error".
+    ///
+    /// Leaves the code alone. The arguments may be this object's own text.
+    /// @param message        What went wrong.
+    /// @param method         Where; an empty name leaves the part out (there is no flag for it).
+    /// @param withNamespace  Puts the namespace in front, unless it is empty.
+    /// @param withClass      Puts the class in front, unless it is empty.
+    void SetError(const std::string& message, const std::string& method, bool withNamespace,
+                  bool withClass);
+
+    /// The same with "[#Exception]", directly followed by exception.what(), for the message.
+    void SetError(const std::exception& exception, const std::string& method, bool withNamespace,
+                  bool withClass);
+
+    /// @return the text of the last failure; empty for none. Lives as long as this object; changes
+    /// with its next operation.
+    const std::string& GetErrorText() const { return errorText; }
+
+    /// @return 0, unless a derived class has set a code since the last ResetError().
+    int GetErrorCode() const { return errorCode; }
+
+protected:
+    std::string errorText;       ///< the last error, with its parts in front
+    std::int32_t errorCode = 0;  ///< for derived classes; the library only clears it
+    std::string namespaceName;   ///< set once, by the constructor of the derived class
+    std::string className;       ///< set once, by the constructor of the derived class
+};
+
+}  // namespace Tolvex::Interfaces

@@ -1,0 +1,42 @@
+#include "Tolvex/Interfaces/ISemaphore.h"
+
+#include <limits>
+
+namespace Tolvex::Interfaces {
+
+ISemaphore::ISemaphore(long long initialCount) : count(initialCount) {}
+
+void ISemaphore::Notify()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (count < std::numeric_limits<std::int64_t>::max()) {
+        count += 1;
+    }
+    // Under the lock: a waiter can go on, and destroy the semaphore, only after the unlock.
+    condition.notify_one();
+}
+
+void ISemaphore::Wait()
+{
+    std::unique_lock<std::mutex> lock(mutex);
+    // Required: exactly 0 blocks; a negative count lets the caller through and sinks further.
+    while (count == 0) {
+        condition.wait(lock);
+    }
+    if (count > std::numeric_limits<std::int64_t>::min()) {
+        count -= 1;
+    }
+}
+
+bool ISemaphore::TryWait()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    // Required: any count below 1 fails, unlike in Wait().
+    if (count < 1) {
+        return false;
+    }
+    count -= 1;
+    return true;
+}
+
+}  // namespace Tolvex::Interfaces

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+#include "Tolvex/Types/Export.h"
+
+namespace Tolvex::Interfaces {
+
+/// Counting semaphore without an upper limit.
+///
+/// The thread that a Notify() has let through may destroy the semaphore at once, even while that
+/// Notify() has yet to return.
+/// @par Errors
+/// std::system_error when the mutex cannot be locked.
+/// @par Thread safety
+/// Thread-safe.
+class TOLVEX_EXPORT ISemaphore
+{
+public:
+    /// @param initialCount  Tokens to begin with; may be negative.
+    explicit ISemaphore(long long initialCount);
+
+    ISemaphore(const ISemaphore&) = delete;
+    ISemaphore& operator=(const ISemaphore&) = delete;
+
+    /// Adds a token and wakes one waiting thread. Does not block.
+    ///
+    /// The count stops at the largest 64-bit number.
+    void Notify();
+
+    /// Blocks while the count is exactly 0, then takes a token.
+    ///
+    /// A cancellation point: a thread that is cancelled here takes no token and leaves the
+    /// semaphore usable.
+    /// @note A negative count does not block: the call returns at once and leaves the count one
+    /// lower (it stops at the smallest 64-bit number).
+    void Wait();
+
+    /// Takes a token if there is one. Does not block.
+    ///
+    /// @return true when the count was 1 or more; else false, and the count is as it was.
+    bool TryWait();
+
+private:
+    std::mutex mutex;                   ///< guards count; held for one update of it
+    std::condition_variable condition;  ///< count has become different from 0
+    std::int64_t count;                 ///< tokens
+};
+
+}  // namespace Tolvex::Interfaces

@@ -1,0 +1,125 @@
+#include "Tolvex/Interfaces/ISignal.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+
+#include "Tolvex/Util/PosixThread.h"
+#include "Tolvex/Util/SharedValue.h"
+
+namespace Tolvex::Interfaces {
+namespace {
+
+/// One event on its way to its handler thread, which owns it.
+struct HandlerRecord
+{
+    ISignal* signal;
+    void* data;
+};
+
+}  // namespace
+
+// ------------------------------------------------------------------------------------- observers
+
+ISignal::ISignalDelegate::~ISignalDelegate() = default;
+
+void ISignal::ISignalDelegate::InvokeSignal(ISignal* /*signal*/, void* /*data*/) {}
+
+void ISignal::AddCallback(ISignalDelegate* delegate)
+{
+    const std::lock_guard<std::mutex> lock(delegatesMutex);
+    if (std::find(delegates.begin(), delegates.end(), delegate) == delegates.end()) {
+        delegates.push_back(delegate);
+    }
+}
+
+void ISignal::RemoveCallback(ISignalDelegate* delegate)
+{
+    const std::lock_guard<std::mutex> lock(delegatesMutex);
+    const auto found = std::find(delegates.begin(), delegates.end(), delegate);
+    if (found != delegates.end()) {
+        delegates.erase(found);
+    }
+}
+
+void ISignal::DoCallback(void* data)
+{
+    if (!Util::LoadShared(running)) {
+        return;
+    }
+
+    // By position and with the size read anew each time: an observer may edit the list.
+    for (std::size_t i = 0; i < delegates.size(); ++i) {
+        if (delegates[i] != nullptr) {
+            delegates[i]->InvokeSignal(this, data);
+        }
+    }
+}
+
+// --------------------------------------------------------------------------------------- threads
+
+ISignal::ISignal() = default;
+
+ISignal::~ISignal()
+{
+    Stop();
+}
+
+void ISignal::Start()
+{
+    // Required: the handle is never cleared, so an object that has run does not run again.
+    if (Util::LoadShared(running) || Util::LoadShared(threadHandle) != 0) {
+        return;
+    }
+
+    // Required: stays true when the thread cannot be created.
+    Util::StoreShared(running, true);
+    pthread_t listener = 0;
+    if (Util::StartDetachedThread(listener, signalName.c_str(), RunPosixThread, this) == 0) {
+        Util::StoreShared(threadHandle, listener);
+    }
+}
+
+void ISignal::Stop()
+{
+    Util::StoreShared(running, false);
+}
+
+void* ISignal::RunPosixThread(void* self)
+{
+    static_cast<ISignal*>(self)->RunThread();
+    return nullptr;
+}
+
+void ISignal::RunThread()
+{
+    while (Util::LoadShared(running)) {
+        void* data = nullptr;
+        if (WaitSignal(&data)) {
+            StartHandler(data);
+        }
+    }
+}
+
+void ISignal::StartHandler(void* data)
+{
+    const std::lock_guard<std::mutex> lock(fireMutex);
+    std::unique_ptr<HandlerRecord> record(new HandlerRecord{this, data});
+
+    pthread_t handler = 0;
+    const int error = Util::StartDetachedThread(handler, nullptr, SignalFirePosix, record.get());
+    if (error == 0) {
+        static_cast<void>(record.release());  // the handler thread's now, if it still exists
+    }
+    // Required: without a thread the event is dropped silently.
+}
+
+void* ISignal::SignalFirePosix(void* record)
+{
+    // Deletes the record also when the handler is cancelled.
+    const std::unique_ptr<const HandlerRecord> event(static_cast<HandlerRecord*>(record));
+    event->signal->FireSignal(event->data);
+    return nullptr;
+}
+
+}  // namespace Tolvex::Interfaces

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "Tolvex/Types/Export.h"
+
+namespace Tolvex::Interfaces {
+
+/// To be implemented by what must react when the vehicle's ignition is switched off.
+///
+/// The application calls RunIgnitionOff(); the library never does so by itself.
+/// @par Thread safety
+/// That of the implementing class.
+class TOLVEX_EXPORT IgnitionOffMode
+{
+public:
+    virtual ~IgnitionOffMode();
+
+    /// The reaction to the ignition being switched off.
+    virtual void RunIgnitionOff() = 0;
+};
+
+}  // namespace Tolvex::Interfaces

@@ -1,0 +1,359 @@
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Tolvex/Json/Json.h"
+#include "Tolvex/Json/Tree.h"
+
+namespace Tolvex::Json {
+
+namespace {
+
+constexpr std::size_t decimals = 6;
+constexpr std::uint32_t decimalsScale = 1000000;
+
+/// Room for a sign, 309 digits, a point and six decimals.
+constexpr std::size_t longestNumber = 320;
+
+// ----------------------------------------------------------------------------------------- numbers
+
+constexpr std::array<char, 200> MakeDigitPairs()
+{
+    std::array<char, 200> pairs{};
+    for (std::size_t i = 0; i < pairs.size(); ++i) {
+        pairs[i] = static_cast<char>('0' + (i % 2 == 0 ? i / 20 : i / 2 % 10));
+    }
+    return pairs;
+}
+
+/// "00", "01" … "99".
+constexpr std::array<char, 200> digitPairs = MakeDigitPairs();
+
+void PutPair(char* at, std::uint32_t pair)
+{
+    std::memcpy(at, digitPairs.data() + std::size_t{2} * pair, 2);
+}
+
+template <typename Unsigned>
+char* PutInteger(char* at, Unsigned number)
+{
+    std::array<char, std::numeric_limits<Unsigned>::digits10 + 2> digits;
+    char* const end = digits.data() + digits.size();
+    char* first = end;
+    while (number >= 100) {
+        first -= 2;
+        PutPair(first, static_cast<std::uint32_t>(number % 100));
+        number /= 100;
+    }
+    if (number >= 10) {
+        first -= 2;
+        PutPair(first, static_cast<std::uint32_t>(number));
+    } else {
+        *--first = static_cast<char>('0' + number);
+    }
+    const auto count = static_cast<std::size_t>(end - first);
+    std::memcpy(at, first, count);
+    return at + count;
+}
+
+char* PutInt(char* at, std::int32_t number)
+{
+    auto magnitude = static_cast<std::uint32_t>(number);
+    if (number < 0) {
+        *at++ = '-';
+        magnitude = 0U - magnitude;
+    }
+    return PutInteger(at, magnitude);
+}
+
+/// A number rounded to six decimals, half to even.
+struct Rounded
+{
+    std::uint64_t integer;
+    std::uint32_t fraction;  ///< in millionths
+};
+
+constexpr double integerLimit = 0x1p62;    ///< 64 bits hold what is below
+constexpr double fractionUnits = 0x1p63;   ///< one, as a fraction in 63 bits
+constexpr double wholeFraction = 0x1p-11;  ///< from here on 63 bits hold every fraction exactly
+
+/// Rounds a magnitude below integerLimit. Computes in integers, so that nothing is rounded twice,
+/// in any rounding mode.
+/// @return false when the bits that do not fit could decide.
+bool RoundDecimals(double magnitude, Rounded& rounded)
+{
+    constexpr std::uint64_t half = std::uint64_t{1} << 62U;
+    constexpr std::uint64_t lostAtMost = std::uint64_t{1} << 20U;  // in the product
+    rounded.integer = static_cast<std::uint64_t>(static_cast<std::int64_t>(magnitude));
+    const double fraction = magnitude - static_cast<double>(static_cast<std::int64_t>(magnitude));
+    const auto bits =
+        static_cast<std::uint64_t>(static_cast<std::int64_t>(fraction * fractionUnits));
+
+    const std::uint64_t low = (bits & UINT32_MAX) * decimalsScale;
+    const std::uint64_t high = (bits >> 32U) * decimalsScale + (low >> 32U);
+    const std::uint64_t remainder = (high & 0x7FFFFFFFU) << 32U | (low & UINT32_MAX);
+    rounded.fraction = static_cast<std::uint32_t>(high >> 31U);
+    if (magnitude < wholeFraction && remainder <= half && remainder >= half - lostAtMost) {
+        return false;
+    }
+
+    if (remainder > half || (remainder == half && rounded.fraction % 2 != 0)) {
+        ++rounded.fraction;
+    }
+    if (rounded.fraction == decimalsScale) {
+        rounded.fraction = 0;
+        ++rounded.integer;
+    }
+    return true;
+}
+
+/// The digits that "%f" gives in the C locale.
+char* PutDecimal(char* at, double number)
+{
+    Rounded rounded{};
+    const double magnitude = std::abs(number);
+    if (!(magnitude < integerLimit) || !RoundDecimals(magnitude, rounded)) {
+        return std::to_chars(at, at + longestNumber, number, std::chars_format::fixed, decimals)
+            .ptr;
+    }
+    if (std::signbit(number)) {
+        *at++ = '-';
+    }
+    at = rounded.integer <= UINT32_MAX ? PutInteger(at, static_cast<std::uint32_t>(rounded.integer))
+                                       : PutInteger(at, rounded.integer);
+    *at++ = '.';
+    PutPair(at, rounded.fraction / 10000);
+    PutPair(at + 2, rounded.fraction / 100 % 100);
+    PutPair(at + 4, rounded.fraction % 100);
+    return at + decimals;
+}
+
+// ------------------------------------------------------------------------------------------- trees
+
+/// Copies bytes, of which there are few most of the time.
+/// @return the end of the copy.
+inline char* PutBytes(char* at, const char* bytes, std::size_t count)
+{
+    if (count >= 4 && count <= 8) {  // two halves, which may overlap
+        std::memcpy(at, bytes, 4);
+        std::memcpy(at + count - 4, bytes + count - 4, 4);
+    } else if (count > 8 && count <= 16) {
+        std::memcpy(at, bytes, 8);
+        std::memcpy(at + count - 8, bytes + count - 8, 8);
+    } else if (count > 16) {
+        std::memcpy(at, bytes, count);
+    } else {
+        for (std::size_t i = 0; i < count; ++i) {
+            at[i] = bytes[i];
+        }
+    }
+    return at + count;
+}
+
+/// A string that is written through a pointer, by way of a buffer that stays in the cache.
+class GrowingText
+{
+public:
+    /// @return where the next so many bytes, a few hundred at most, may be written.
+    char* Reserve(std::size_t count)
+    {
+        if (buffer.size() - length < count) {
+            Flush();
+        }
+        return buffer.data() + length;
+    }
+
+    /// Says how far the reserved bytes have been written.
+    void EndAt(const char* end) { length = static_cast<std::size_t>(end - buffer.data()); }
+
+    void Append(std::string_view bytes)
+    {
+        if (bytes.size() > shortText) {
+            Flush();
+            text += bytes;
+            return;
+        }
+        EndAt(PutBytes(Reserve(bytes.size()), bytes.data(), bytes.size()));
+    }
+
+    std::string Take()
+    {
+        Flush();
+        return std::move(text);
+    }
+
+    static constexpr std::size_t shortText = 512;
+
+private:
+    void Flush()
+    {
+        text.append(buffer.data(), length);
+        length = 0;
+    }
+
+    std::array<char, 4096> buffer;
+    std::size_t length = 0;  ///< bytes in the buffer
+    std::string text;        ///< what was written before
+};
+
+/// A container whose text is open, and what of it is still to be written.
+struct OpenText
+{
+    Cursor rest;
+    bool first = true;
+};
+
+/// Appends the text of trees to one string, with a stack of its own.
+class Writer
+{
+public:
+    void Write(const Value& value)
+    {
+        Begin(value);
+        WriteOpen();
+    }
+
+    void Write(const Array& array)
+    {
+        Open('[', Cursor(array));
+        WriteOpen();
+    }
+
+    std::string TakeText() { return text.Take(); }
+
+private:
+    void Begin(const Value& value);
+    void WriteOpen();
+    void WriteNext(OpenText& container);
+    void WriteString(const std::string& bytes);
+    void WriteKey(const std::string& key, bool first);
+
+    void Open(char bracket, Cursor values)
+    {
+        text.Append({&bracket, 1});
+        open.push_back({values});
+    }
+
+    GrowingText text;
+    std::vector<OpenText> open;
+};
+
+/// Writes a value, but opens a container only.
+void Writer::Begin(const Value& value)
+{
+    switch (value.GetType()) {
+        case NullVal:
+            text.Append("null");
+            break;
+        case StringVal:
+            WriteString(Access::String(value));
+            break;
+        case IntVal:
+            text.EndAt(PutInt(text.Reserve(longestNumber), Access::Int(value)));
+            break;
+        case FloatVal:
+            text.EndAt(
+                PutDecimal(text.Reserve(longestNumber), static_cast<double>(Access::Float(value))));
+            break;
+        case DoubleVal:
+            text.EndAt(PutDecimal(text.Reserve(longestNumber), Access::Double(value)));
+            break;
+        case ObjectVal:
+            Open('{', Cursor(Access::ObjectOf(value)));
+            break;
+        case ArrayVal:
+            Open('[', Cursor(Access::ArrayOf(value)));
+            break;
+        case BoolVal:
+            text.Append(Access::Bool(value) ? "true" : "false");
+            break;
+    }
+}
+
+void Writer::WriteOpen()
+{
+    while (!open.empty()) {
+        OpenText& container = open.back();
+        if (container.rest.AtEnd()) {
+            text.Append(container.rest.OverMembers() ? "}" : "]");
+            open.pop_back();
+        } else {
+            WriteNext(container);
+        }
+    }
+}
+
+void Writer::WriteNext(OpenText& container)
+{
+    if (container.rest.OverMembers()) {
+        WriteKey(container.rest.Key(), container.first);
+    } else if (!container.first) {
+        text.Append(",");
+    }
+    container.first = false;
+
+    const Value& value = container.rest.Current();
+    container.rest.Prefetch();
+    container.rest.Advance();
+    Begin(value);  // container may be gone afterwards
+}
+
+void Writer::WriteString(const std::string& bytes)
+{
+    // Required: no escapes, whatever the bytes are.
+    if (bytes.size() > GrowingText::shortText) {
+        text.Append("\"");
+        text.Append(bytes);
+        text.Append("\"");
+        return;
+    }
+    char* at = text.Reserve(bytes.size() + 2);
+    *at++ = '"';
+    at = PutBytes(at, bytes.data(), bytes.size());
+    *at++ = '"';
+    text.EndAt(at);
+}
+
+void Writer::WriteKey(const std::string& key, bool first)
+{
+    if (!first) {
+        text.Append(",");
+    }
+    WriteString(key);
+    text.Append(":");
+}
+
+}  // namespace
+
+std::string Serialize(const Value& value)
+{
+    // Required: a bare scalar is no document.
+    if (value.GetType() != ObjectVal && value.GetType() != ArrayVal) {
+        return {};
+    }
+    return SerializeValue(value);
+}
+
+std::string SerializeValue(const Value& value)
+{
+    Writer writer;
+    writer.Write(value);
+    return writer.TakeText();
+}
+
+std::string SerializeArray(const Array& array)
+{
+    Writer writer;
+    writer.Write(array);
+    return writer.TakeText();
+}
+
+}  // namespace Tolvex::Json

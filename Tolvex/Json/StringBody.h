@@ -1,0 +1,20 @@
+/// @file
+/// The bytes between the quotes of a string in JSON text. Not installed.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace Tolvex::Json {
+
+/// @return the next double quote that no backslash escapes, or null.
+const char* FindQuote(const char* begin, const char* end);
+
+/// Decodes the body of a string, without the white space at its ends.
+///
+/// @param text  An empty string; gets the result.
+/// @throws std::out_of_range when the body ends inside a `\u` escape, before its third digit's
+/// place.
+void DecodeString(std::string_view body, std::string& text);
+
+}  // namespace Tolvex::Json

@@ -1,0 +1,215 @@
+#include "Tolvex/Json/Tree.h"
+
+#include <array>
+#include <cstring>
+#include <functional>
+
+namespace Tolvex::Json {
+
+namespace {
+
+/// A container that is being filled with copies, and what of its source is still to be copied.
+struct CopyFrame
+{
+    CopyFrame(const Array& source, Array& target)
+        : rest(source), elements(&Access::Elements(target))
+    {
+        elements->reserve(source.size());  // no element moves while frames point into it
+    }
+
+    CopyFrame(const Object& source, Object& target)
+        : rest(source), members(&Access::Members(target))
+    {
+    }
+
+    /// Adds the value for the current one of the source, still null.
+    Value& Add()
+    {
+        if (elements != nullptr) {
+            return elements->emplace_back();
+        }
+        return members->try_emplace(members->end(), rest.Key())->second;
+    }
+
+    Cursor rest;
+    std::vector<Value>* elements = nullptr;
+    std::map<std::string, Value>* members = nullptr;
+};
+
+void CopyAll(CopyFrame current)
+{
+    std::vector<CopyFrame> suspended;
+    for (;;) {
+        if (current.rest.AtEnd()) {
+            if (suspended.empty()) {
+                return;
+            }
+            current = suspended.back();
+            suspended.pop_back();
+            continue;
+        }
+
+        const Value& source = current.rest.Current();
+        Value& target = current.Add();
+        current.rest.Advance();
+        if (source.GetType() == ArrayVal) {
+            Access::Type(target) = ArrayVal;
+            suspended.push_back(current);
+            current = CopyFrame(Access::ArrayOf(source), Access::ArrayOf(target));
+        } else if (source.GetType() == ObjectVal) {
+            Access::Type(target) = ObjectVal;
+            suspended.push_back(current);
+            current = CopyFrame(Access::ObjectOf(source), Access::ObjectOf(target));
+        } else {
+            target = source;
+        }
+    }
+}
+
+constexpr std::size_t linkBytes = sizeof(void*);
+
+/// Values that hold others and are being taken apart, the innermost on top. The links stand in the
+/// values themselves, in the place of their doubles, so that nothing is allocated.
+class ReleaseStack
+{
+public:
+    void Push(Value& value)
+    {
+        Value* const below = top;
+        static_assert(linkBytes <= sizeof(double));
+        std::memcpy(&Access::Double(value), &below, linkBytes);
+        Access::Bool(value) = false;
+        top = &value;
+    }
+
+    void Pop() { std::memcpy(&top, &Access::Double(*top), linkBytes); }
+    Value* Top() const { return top; }
+
+private:
+    Value* top = nullptr;
+};
+
+/// Destroys elements from the back, up to one that holds values itself.
+/// @return that one, or null when the array is empty now.
+Value* PopFlatElements(std::vector<Value>& elements)
+{
+    while (!elements.empty()) {
+        if (Access::HoldsValues(elements.back())) {
+            PrefetchNode(Access::Elements(Access::ArrayOf(elements.back())).data(), -nodesAhead);
+            return &elements.back();
+        }
+        elements.pop_back();
+    }
+    return nullptr;
+}
+
+/// Destroys the members once none of them holds values; before that, stacks those that do.
+void ReleaseMembersOf(Value& value, ReleaseStack& stack)
+{
+    std::map<std::string, Value>& members = Access::Members(Access::ObjectOf(value));
+    bool& stacked = Access::Bool(value);
+    if (!stacked) {
+        stacked = true;
+        for (auto& member : members) {
+            PrefetchNode(&member, -nodesAhead);
+            if (Access::HoldsValues(member.second)) {
+                stack.Push(member.second);
+            }
+        }
+    }
+    if (stack.Top() == &value) {
+        members.clear();
+    }
+}
+
+/// How far FindsInside() looks.
+constexpr std::size_t searchedValues = 256;
+constexpr std::size_t searchedContainers = 64;
+
+/// Whether an array holds the value as an element, decided by its address alone.
+bool HasElementAt(const std::vector<Value>& elements, const Value* address)
+{
+    const std::less<const Value*> before;  // defined for unrelated addresses as well
+    return !elements.empty() && !before(address, elements.data()) &&
+           before(address, elements.data() + elements.size());
+}
+
+/// A search through a tree that ends after a constant amount of work.
+class BoundedSearch
+{
+public:
+    explicit BoundedSearch(const Value& wanted) : searched(&wanted) {}
+
+    bool FindIn(const Value& tree)
+    {
+        Note(tree);
+        while (!found && pendingCount > 0 && valuesLeft > 0) {
+            Expand(*pending[--pendingCount]);
+        }
+        return found;
+    }
+
+private:
+    void Note(const Value& value)
+    {
+        if (Access::HoldsValues(value) && pendingCount < pending.size()) {
+            pending[pendingCount++] = &value;
+        }
+    }
+
+    void Expand(const Value& value)
+    {
+        const std::vector<Value>& elements = Access::Elements(Access::ArrayOf(value));
+        found = HasElementAt(elements, searched);
+        Visit(Cursor(Access::ObjectOf(value)));
+        Visit(Cursor(Access::ArrayOf(value)));
+    }
+
+    void Visit(Cursor cursor)
+    {
+        for (; !found && valuesLeft > 0 && !cursor.AtEnd(); cursor.Advance(), --valuesLeft) {
+            found = &cursor.Current() == searched;
+            Note(cursor.Current());
+        }
+    }
+
+    const Value* searched;
+    std::array<const Value*, searchedContainers> pending{};
+    std::size_t pendingCount = 0;
+    std::size_t valuesLeft = searchedValues;
+    bool found = false;
+};
+
+}  // namespace
+
+void CopyInto(const Array& source, Array& target)
+{
+    CopyAll(CopyFrame(source, target));
+}
+
+void CopyInto(const Object& source, Object& target)
+{
+    CopyAll(CopyFrame(source, target));
+}
+
+void ReleaseInside(Value& value) noexcept
+{
+    ReleaseStack stack;
+    stack.Push(value);
+    while (Value* const top = stack.Top()) {
+        if (Value* const nested = PopFlatElements(Access::Elements(Access::ArrayOf(*top)))) {
+            stack.Push(*nested);
+        } else if (!Access::Members(Access::ObjectOf(*top)).empty()) {
+            ReleaseMembersOf(*top, stack);
+        } else {
+            stack.Pop();
+        }
+    }
+}
+
+bool FindsInside(const Value& tree, const Value& searched) noexcept
+{
+    return BoundedSearch(searched).FindIn(tree);
+}
+
+}  // namespace Tolvex::Json

@@ -1,0 +1,163 @@
+/// @file
+/// Walking, copying, comparing and taking apart JSON trees of any depth, without recursion. Not
+/// installed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Tolvex/Json/Json.h"
+#include "Tolvex/Util/Saturate.h"
+
+namespace Tolvex::Json {
+
+/// The library's own way to the representations of a value, active or not.
+struct Access
+{
+    static std::vector<Value>& Elements(Array& array) { return array.elements; }
+    static const std::vector<Value>& Elements(const Array& array) { return array.elements; }
+    static std::map<std::string, Value>& Members(Object& object) { return object.members; }
+    static const std::map<std::string, Value>& Members(const Object& object)
+    {
+        return object.members;
+    }
+
+    static ValueType& Type(Value& value) { return value.mValueType; }
+    static std::int32_t Int(const Value& value) { return value.mIntVal; }
+    static float Float(const Value& value) { return value.mFloatVal; }
+    static double Double(const Value& value) { return value.mDoubleVal; }
+    static double& Double(Value& value) { return value.mDoubleVal; }
+    static std::string& String(Value& value) { return value.mStringVal; }
+    static const std::string& String(const Value& value) { return value.mStringVal; }
+    static Object& ObjectOf(Value& value) { return value.mObjectVal; }
+    static const Object& ObjectOf(const Value& value) { return value.mObjectVal; }
+    static Array& ArrayOf(Value& value) { return value.mArrayVal; }
+    static const Array& ArrayOf(const Value& value) { return value.mArrayVal; }
+    static bool Bool(const Value& value) { return value.mBoolVal; }
+    static bool& Bool(Value& value) { return value.mBoolVal; }
+
+    /// Elements or members, active or not.
+    static bool HoldsValues(const Value& value)
+    {
+        return !value.mArrayVal.elements.empty() || !value.mObjectVal.members.empty();
+    }
+
+    static void SetInt(Value& value, std::int32_t number)
+    {
+        value.mValueType = IntVal;
+        value.mIntVal = number;
+        value.mFloatVal = static_cast<float>(number);
+        value.mDoubleVal = number;
+    }
+
+    static void SetDouble(Value& value, double number)
+    {
+        value.mValueType = DoubleVal;
+        value.mIntVal = Util::SaturateToInt32(number);
+        value.mFloatVal = static_cast<float>(number);
+        value.mDoubleVal = number;
+    }
+
+    static void SetBool(Value& value, bool flag)
+    {
+        value.mValueType = BoolVal;
+        value.mBoolVal = flag;
+    }
+
+    /// Makes the value a fresh null one, without inactive representations.
+    static void Reset(Value& value)
+    {
+        std::destroy_at(&value);
+        std::construct_at(&value);
+    }
+};
+
+/// How far, in bytes, PrefetchNode() looks ahead: a few small objects.
+constexpr std::ptrdiff_t nodesAhead = 4160;
+
+/// Bytes of a node of a map, and those that reading its key and number takes.
+constexpr std::uintptr_t wholeNode = sizeof(std::string) + sizeof(Value) + 4 * sizeof(void*);
+constexpr std::uintptr_t nodeFront = 128;
+
+/// Lets the processor fetch a node of a map at a distance from another.
+///
+/// A tree that was read from a text lies in memory nearly in the order of that text, but within an
+/// object the nodes are visited in the order of their keys, which no processor foresees: waiting
+/// for memory would be most of the time. A wrong guess costs little.
+inline void PrefetchNode(const void* node, std::ptrdiff_t distance,
+                         std::uintptr_t nodeBytes = wholeNode)
+{
+    constexpr std::uintptr_t lineBytes = 64;
+    const auto begin =
+        reinterpret_cast<std::uintptr_t>(node) + static_cast<std::uintptr_t>(distance);
+    for (std::uintptr_t offset = 0; offset < nodeBytes; offset += lineBytes) {
+        __builtin_prefetch(reinterpret_cast<const void*>(begin + offset));
+    }
+}
+
+/// Steps through the values of one array or object, in order.
+class Cursor
+{
+public:
+    explicit Cursor(const Array& array)
+        : element(Access::Elements(array).data()), pastElements(element + array.size())
+    {
+    }
+
+    explicit Cursor(const Object& object)
+        : member(object.begin()), pastMembers(object.end()), overMembers(true)
+    {
+    }
+
+    bool AtEnd() const { return overMembers ? member == pastMembers : element == pastElements; }
+    bool OverMembers() const { return overMembers; }
+    const Value& Current() const { return overMembers ? member->second : *element; }
+    /// Of the current member; not for the elements of an array.
+    const std::string& Key() const { return member->first; }
+
+    void Advance()
+    {
+        if (overMembers) {
+            ++member;
+        } else {
+            ++element;
+        }
+    }
+
+    /// Lets the processor fetch what probably comes later. Not at the end.
+    void Prefetch() const
+    {
+        if (overMembers) {
+            PrefetchNode(&*member, nodesAhead, nodeFront);
+        } else if (element->GetType() == ArrayVal) {
+            PrefetchNode(Access::Elements(Access::ArrayOf(*element)).data(), nodesAhead);
+        }
+    }
+
+private:
+    const Value* element = nullptr;
+    const Value* pastElements = nullptr;
+    Object::const_iterator member;
+    Object::const_iterator pastMembers;
+    bool overMembers = false;
+};
+
+/// Fills an empty array with deep copies.
+void CopyInto(const Array& source, Array& target);
+/// Fills an empty object with deep copies.
+void CopyInto(const Object& source, Object& target);
+
+/// Destroys everything inside a value, active or not. The value's own numbers and flag are lost.
+/// Allocates nothing.
+void ReleaseInside(Value& value) noexcept;
+
+/// Looks for a value, by its address, inside a tree. Allocates nothing.
+/// @return true when found; false also when the search was given up, which it is after a constant
+///         number of values.
+bool FindsInside(const Value& tree, const Value& searched) noexcept;
+
+}  // namespace Tolvex::Json

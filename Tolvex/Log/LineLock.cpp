@@ -1,0 +1,185 @@
+#include "Tolvex/Log/LineLock.h"
+
+#include <chrono>
+#include <pthread.h>
+
+#include "Tolvex/Log/LineRegistry.h"
+#include "Tolvex/Log/LineState.h"
+#include "Tolvex/Util/NoCancellation.h"
+#include "Tolvex/Util/Sleep.h"
+
+namespace Tolvex::Ilog {
+
+namespace {
+
+constexpr int stopPolls = 21;
+constexpr std::chrono::milliseconds stopPollInterval(100);
+constexpr std::chrono::milliseconds longestOccupation(2100);
+constexpr std::chrono::milliseconds pollInterval(1);
+
+}  // namespace
+
+LineEntry::~LineEntry()
+{
+    if (state != nullptr) {
+        state->Drop();
+    }
+}
+
+void LineEntry::Keep()
+{
+    state->Leave();
+    state = nullptr;
+}
+
+bool LineEntry::HandOver()
+{
+    LineState* const line = state;
+    state = nullptr;
+    return line->HandOver();
+}
+
+LineLock::LineLock(bool& enabledFlag, bool& stoppedFlag, void* owner, void (*renew)(void* owner))
+    : state(std::make_shared<LineState>(enabledFlag, stoppedFlag, owner, renew))
+{
+    // Now, and not when the logger is first enabled: a child that is forked in the middle of that
+    // would find the control of the logger taken for ever.
+    RegisterLine(*state);
+}
+
+LineLock::~LineLock() = default;
+
+LineEntry LineLock::Begin()
+{
+    return LineEntry(state->Begin() ? state.get() : nullptr);
+}
+
+LineEntry LineLock::Enter()
+{
+    return LineEntry(state->Enter() ? state.get() : nullptr);
+}
+
+LineEntry LineLock::Occupy(bool patient)
+{
+    const Util::NoCancellation scope;
+    // By the clock: on a busy machine each of the short sleeps takes many times its length.
+    const auto deadline = std::chrono::steady_clock::now() + longestOccupation;
+    bool occupied = state->TryOccupy();
+    while (!occupied && patient && std::chrono::steady_clock::now() < deadline) {
+        Util::SleepFor(pollInterval);
+        occupied = state->TryOccupy();
+    }
+    return LineEntry(occupied ? state.get() : nullptr);
+}
+
+bool LineLock::HeldByCaller() const
+{
+    return state->HeldByCaller();
+}
+
+void LineLock::TakeBack()
+{
+    state->TakeBack();
+}
+
+LineLock::Control::Control(LineLock& lineLock)
+    : state(lineLock.state.get()), entered(state->EnterControl())
+{
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
+}
+
+LineLock::Control::~Control()
+{
+    if (entered) {
+        state->LeaveControl();
+    }
+    pthread_setcancelstate(cancelState, nullptr);
+}
+
+void LineLock::Admit()
+{
+    state->Admit();
+}
+
+void LineLock::Refuse()
+{
+    state->Refuse();
+}
+
+bool LineLock::AwaitStopped() const
+{
+    const Util::NoCancellation scope;
+    for (int poll = 0; poll < stopPolls; ++poll) {
+        if (state->Stopped()) {
+            return true;
+        }
+        Util::SleepFor(stopPollInterval);
+    }
+    return state->Stopped();
+}
+
+void LineLock::AwaitOldWriter() const
+{
+    while (!state->Stopped() && !state->WriterIsBusy()) {
+        Util::SleepFor(pollInterval);
+    }
+}
+
+std::uint32_t LineLock::AnnounceWriter()
+{
+    return state->AnnounceWriter();
+}
+
+void LineLock::CancelWriter()
+{
+    state->CancelWriter();
+}
+
+bool LineLock::TextIsStale()
+{
+    return state->TextIsStale();
+}
+
+void LineLock::Detach()
+{
+    const Util::NoCancellation scope;
+    UnregisterLine(*state);
+    while (!state->TryDetach()) {
+        Util::SleepFor(pollInterval);
+    }
+}
+
+LineWriter::LineWriter(const LineLock& lineLock, std::uint32_t writerNumber)
+    : state(lineLock.state), number(writerNumber)
+{
+}
+
+LineWriter::~LineWriter()
+{
+    state->WriterGone(number);
+}
+
+LineWriter::Step LineWriter::Next()
+{
+    switch (state->Next(number)) {
+        case LineState::Turn::Write:
+            return Step::Write;
+        case LineState::Turn::Wait:
+            return Step::Wait;
+        case LineState::Turn::End:
+            break;
+    }
+    return Step::End;
+}
+
+void LineWriter::EnterPolicy()
+{
+    state->EnterPolicy();
+}
+
+bool LineWriter::FinishLine()
+{
+    return state->FinishLine(number);
+}
+
+}  // namespace Tolvex::Ilog

@@ -1,0 +1,301 @@
+#include "Tolvex/Log/LineState.h"
+
+#include <memory>
+#include <new>
+#include <system_error>
+
+#include "Tolvex/Log/LineRegistry.h"
+#include "Tolvex/Util/NoCancellation.h"
+#include "Tolvex/Util/SharedValue.h"
+
+namespace Tolvex::Ilog {
+
+LineState::LineState(bool& enabledFlag, bool& stoppedFlag, void* loggerOwner, void (*renew)(void*))
+    : enabled(enabledFlag), stopped(stoppedFlag), owner(loggerOwner), renewOwner(renew)
+{
+}
+
+std::uintptr_t LineState::Mine(Phase phase)
+{
+    return CallingThread() | phase;
+}
+
+bool LineState::Advance(Phase from, Phase to)
+{
+    std::uintptr_t expected = Mine(from);
+    return word.compare_exchange_strong(expected, Mine(to));
+}
+
+void LineState::FreeLocked()
+{
+    word = Free;
+    lineFree.notify_one();
+}
+
+/// In a child that was forked in the middle of an insertion the line is no longer the caller's.
+void LineState::FreeIfHeldLocked()
+{
+    if (HeldByCaller()) {
+        FreeLocked();
+    }
+}
+
+bool LineState::HeldByCaller() const
+{
+    return (word & ~phaseMask) == CallingThread();
+}
+
+bool LineState::Begin()
+{
+    if (HeldByCaller()) {
+        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+    }
+
+    // As with a std::mutex, waiting for the lock is no cancellation point.
+    const Util::NoCancellation scope;
+    std::unique_lock lock(mutex);
+    while (admitting && word != Free) {
+        lineFree.wait(lock);
+    }
+    if (!admitting) {
+        return false;
+    }
+    WatchCallingThread();
+    word = Mine(Inserting);
+    return true;
+}
+
+bool LineState::Enter()
+{
+    return Advance(Open, Inserting);
+}
+
+bool LineState::TryOccupy()
+{
+    const std::lock_guard lock(mutex);
+    if (word != Free) {
+        return false;
+    }
+    word = Mine(Inserting);
+    return true;
+}
+
+void LineState::Leave()
+{
+    if (!Advance(Inserting, Open)) {
+        Drop();
+    }
+}
+
+bool LineState::HandOver()
+{
+    const std::lock_guard lock(mutex);
+    if (word != Mine(Inserting)) {
+        FreeIfHeldLocked();
+        return false;
+    }
+    word = Complete;
+    ++handedOver;
+    return true;
+}
+
+void LineState::Drop()
+{
+    const std::lock_guard lock(mutex);
+    FreeIfHeldLocked();
+}
+
+void LineState::TakeBack()
+{
+    const std::lock_guard lock(mutex);
+    if (word == Complete) {
+        ++finished;
+        FreeLocked();
+    }
+}
+
+void LineState::Admit()
+{
+    const std::lock_guard lock(mutex);
+    admitting = true;
+    Util::StoreShared(enabled, true);
+}
+
+void LineState::Refuse()
+{
+    const std::lock_guard lock(mutex);
+    Util::StoreShared(enabled, false);
+    admitting = false;
+
+    // The composing thread changes the word without the mutex, between these two phases only.
+    std::uintptr_t value = word;
+    while (PhaseOf(value) == Open || PhaseOf(value) == Inserting) {
+        const std::uintptr_t dropped =
+            PhaseOf(value) == Open ? Free : (value & ~phaseMask) | Dropped;
+        if (word.compare_exchange_strong(value, dropped)) {
+            break;
+        }
+    }
+    lineFree.notify_all();
+}
+
+bool LineState::Stopped() const
+{
+    return Util::LoadShared(stopped);
+}
+
+bool LineState::WriterIsBusy()
+{
+    const std::lock_guard lock(mutex);
+    return inPolicy;
+}
+
+std::uint32_t LineState::AnnounceWriter()
+{
+    const std::lock_guard lock(mutex);
+    Util::StoreShared(stopped, false);
+    return ++writer;
+}
+
+void LineState::CancelWriter()
+{
+    const std::lock_guard lock(mutex);
+    Util::StoreShared(stopped, true);
+}
+
+bool LineState::TextIsStale()
+{
+    const std::lock_guard lock(mutex);
+    const bool stale = textStale;
+    textStale = false;
+    return stale;
+}
+
+bool LineState::TryDetach()
+{
+    const std::lock_guard lock(mutex);
+    if (!Stopped() && !inPolicy) {
+        return false;
+    }
+    loggerGone = true;
+    return true;
+}
+
+LineState::Turn LineState::Next(std::uint32_t number)
+{
+    const std::lock_guard lock(mutex);
+    if (number != writer) {
+        return Turn::End;
+    }
+    // Required: what is complete is written before the writer looks at whether it is to end.
+    if (word == Complete) {
+        word = Mine(Writing);
+        return Turn::Write;
+    }
+    if (admitting) {
+        return Turn::Wait;
+    }
+    Util::StoreShared(stopped, true);
+    return Turn::End;
+}
+
+void LineState::EnterPolicy()
+{
+    const std::lock_guard lock(mutex);
+    inPolicy = true;
+}
+
+bool LineState::FinishLine(std::uint32_t number)
+{
+    const std::lock_guard lock(mutex);
+    inPolicy = false;
+    ++finished;
+    FreeLocked();
+    if (loggerGone || number != writer) {
+        return false;
+    }
+    if (!admitting) {
+        Util::StoreShared(stopped, true);
+    }
+    return admitting;
+}
+
+void LineState::WriterGone(std::uint32_t number)
+{
+    const std::lock_guard lock(mutex);
+    if (HeldByCaller()) {
+        inPolicy = false;
+        ++finished;
+        FreeLocked();
+    }
+    if (loggerGone || number != writer || Stopped()) {
+        return;
+    }
+    // Only a cancelled writer comes here. Nobody is left to take a line.
+    if (word == Complete) {
+        ++finished;
+        FreeLocked();
+    }
+    admitting = false;
+    Util::StoreShared(enabled, false);
+    Util::StoreShared(stopped, true);
+    lineFree.notify_all();
+}
+
+bool LineState::EnterControl()
+{
+    if (controlling == CallingThread()) {
+        return false;
+    }
+    control.lock();
+    controlling = CallingThread();
+    return true;
+}
+
+void LineState::LeaveControl()
+{
+    controlling = 0;
+    control.unlock();
+}
+
+void LineState::ThreadEnds(std::uintptr_t thread)
+{
+    const std::lock_guard lock(mutex);
+    if ((word & ~phaseMask) == thread) {
+        FreeLocked();
+    }
+}
+
+void LineState::RenewInChild()
+{
+    // The text is in use in these phases, perhaps by a thread that does not exist here.
+    const Phase phase = PhaseOf(word);
+    textStale = textStale || phase == Inserting || phase == Dropped || phase == Writing;
+
+    // Waiters of the parent are noted in these; made anew, not destroyed, or that would wait too.
+    new (&lineFree) std::condition_variable;
+    new (&control) std::mutex;
+    controlling = 0;
+    word = Free;
+    admitting = false;
+    inPolicy = false;
+    finished = handedOver;
+    ++writer;
+    Util::StoreShared(enabled, false);
+    Util::StoreShared(stopped, true);
+    renewOwner(owner);
+}
+
+void LineState::NoteDrainTarget()
+{
+    const std::lock_guard lock(mutex);
+    drainTarget = handedOver;
+}
+
+bool LineState::Drained()
+{
+    const std::lock_guard lock(mutex);
+    return finished >= drainTarget || HeldByCaller();
+}
+
+}  // namespace Tolvex::Ilog

@@ -1,0 +1,111 @@
+/// @file
+/// What a line lock consists of. Not installed.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+namespace Tolvex::Ilog {
+
+/// The state of one logger's line and writers. Shared by the logger and its writers' threads, so
+/// that a writer that hangs in its policy may outlive the logger.
+/// @par Thread safety
+/// Thread-safe.
+class LineState
+{
+public:
+    LineState(bool& enabledFlag, bool& stoppedFlag, void* loggerOwner, void (*renew)(void*));
+
+    LineState(const LineState&) = delete;
+    LineState& operator=(const LineState&) = delete;
+
+    // The thread that composes. See LineLock and LineEntry.
+    bool Begin();
+    bool Enter();
+    bool TryOccupy();
+    void Leave();
+    bool HandOver();
+    void Drop();
+    void TakeBack();
+    bool HeldByCaller() const;
+
+    // The logger.
+    void Admit();
+    void Refuse();
+    bool Stopped() const;
+    bool WriterIsBusy();
+    std::uint32_t AnnounceWriter();
+    void CancelWriter();
+    bool TextIsStale();
+    bool TryDetach();
+
+    // The writers.
+    enum class Turn
+    {
+        Write,
+        Wait,
+        End
+    };
+    Turn Next(std::uint32_t number);
+    void EnterPolicy();
+    bool FinishLine(std::uint32_t number);
+    void WriterGone(std::uint32_t number);
+
+    // Enable() and Close().
+    bool EnterControl();
+    void LeaveControl();
+
+    // What happens to the process; called by the registry, which serialises.
+    void ThreadEnds(std::uintptr_t thread);
+    void LockForFork() { mutex.lock(); }
+    void UnlockAfterFork() { mutex.unlock(); }
+    void RenewInChild();
+    void NoteDrainTarget();
+    bool Drained();
+
+    LineState* next = nullptr;  ///< in the registry; under its lock
+
+private:
+    /// Who has the line is kept in one word with what is done to it: both change together, or not
+    /// at all. Threads are told apart by the address of a thread-local object of theirs.
+    enum Phase : std::uintptr_t
+    {
+        Free = 0,
+        Open = 1,       ///< a thread has the line, between two insertions
+        Inserting = 2,  ///< a thread has the line and changes the text
+        Dropped = 3,    ///< as Inserting, but the line is to be given up afterwards
+        Complete = 4,   ///< nobody's; the writer is to take it
+        Writing = 5,    ///< the writer has the line
+    };
+    static constexpr std::uintptr_t phaseMask = 7;
+
+    static Phase PhaseOf(std::uintptr_t value) { return static_cast<Phase>(value & phaseMask); }
+    static std::uintptr_t Mine(Phase phase);
+    bool Advance(Phase from, Phase to);
+    void FreeLocked();
+    void FreeIfHeldLocked();
+
+    mutable std::mutex mutex;          ///< guards what follows, and every step from and to Free
+    std::condition_variable lineFree;  ///< the line is free, or the logger refuses lines
+    std::atomic<std::uintptr_t> word = Free;
+    bool admitting = false;         ///< lines may begin
+    std::uint32_t writer = 0;       ///< number of the writer whose flags these are
+    bool inPolicy = false;          ///< a writer is in the policy, for as long as that takes
+    bool loggerGone = false;        ///< the flags and the owner exist no more
+    bool textStale = false;         ///< the text was left in any state by a fork
+    std::uint64_t handedOver = 0;   ///< lines so far
+    std::uint64_t finished = 0;     ///< lines written, or taken back
+    std::uint64_t drainTarget = 0;  ///< lines that the exit of the process waits for
+
+    std::mutex control;                           ///< held during one Enable() or Close()
+    std::atomic<std::uintptr_t> controlling = 0;  ///< the thread that holds control
+
+    bool& enabled;  ///< of the logger; shared
+    bool& stopped;  ///< of the logger; shared
+    void* owner;
+    void (*renewOwner)(void* owner);
+};
+
+}  // namespace Tolvex::Ilog

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <array>
+#include <ios>
+#include <optional>
+#include <ostream>
+#include <streambuf>
+#include <string>
+#include <string_view>
+
+#include "Tolvex/Log/LogType.h"
+#include "Tolvex/Types/Export.h"
+#include "Tolvex/Types/LogModule.h"
+
+namespace Tolvex::Ilog {
+
+/// One log line: collects what is streamed into it, and writes the line through Logger when it is
+/// destroyed.
+///
+/// @code
+/// LogLine(LogType::Warning, LogModule::CELL) << "signal " << rssi << " dBm";
+/// @endcode
+/// Takes whatever an std::ostream takes, manipulators included. No lock is held meanwhile, so an
+/// exception, a return or another line in between does no harm. A newline at the very end of the
+/// text, such as from std::endl, is the line's own and not written twice.
+///
+/// The destructor blocks as Logger::WriteHeader() does. Without an enabled logger at the time of
+/// construction nothing is collected. Texts of up to 256 characters need no memory of the heap.
+/// @par Errors
+/// None: a line that cannot be written, or not be collected for lack of memory, is lost.
+/// @par Thread safety
+/// Caller serialises.
+class TOLVEX_EXPORT LogLine
+{
+public:
+    explicit LogLine(LogType type);
+    LogLine(LogType type, LogModule module);
+    ~LogLine();
+
+    LogLine(const LogLine&) = delete;
+    LogLine& operator=(const LogLine&) = delete;
+
+    template <typename T>
+    LogLine& operator<<(const T& value)
+    {
+        stream << value;
+        return *this;
+    }
+
+    LogLine& operator<<(std::ostream& (*manipulator)(std::ostream&))
+    {
+        stream << manipulator;
+        return *this;
+    }
+
+    LogLine& operator<<(std::ios& (*manipulator)(std::ios&))
+    {
+        stream << manipulator;
+        return *this;
+    }
+
+    LogLine& operator<<(std::ios_base& (*manipulator)(std::ios_base&))
+    {
+        stream << manipulator;
+        return *this;
+    }
+
+private:
+    /// Collects in place, and on the heap when that is full.
+    class Text : public std::streambuf
+    {
+    public:
+        Text() { setp(inPlace.data(), inPlace.data() + inPlace.size()); }
+
+        std::string_view View() const
+        {
+            return {pbase(), static_cast<std::size_t>(pptr() - pbase())};
+        }
+
+    protected:
+        int_type overflow(int_type character) override;
+
+    private:
+        std::array<char, 256> inPlace;
+        std::string grown;
+    };
+
+    LogLine(LogType type, std::optional<LogModule> module);
+    void Write();
+
+    LogType lineType;
+    std::optional<LogModule> lineModule;
+    Text text;
+    std::ostream stream;
+};
+
+}  // namespace Tolvex::Ilog

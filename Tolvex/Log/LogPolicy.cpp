@@ -1,0 +1,194 @@
+#include "Tolvex/Log/LogPolicy.h"
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <fcntl.h>
+#include <iostream>
+#include <optional>
+#include <string_view>
+#include <sys/types.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include "Tolvex/Util/NoCancellation.h"
+#include "Tolvex/Util/SharedValue.h"
+
+namespace Tolvex::Ilog {
+
+namespace {
+
+constexpr mode_t newFileMode = 0666;  // less the umask
+
+/// A file that is open while the object exists.
+class OpenFile
+{
+public:
+    OpenFile(const char* name, int flags)
+        : descriptor(open(name, flags | O_CLOEXEC | O_LARGEFILE, newFileMode))
+    {
+    }
+    ~OpenFile()
+    {
+        const Util::NoCancellation scope;  // It must not leave a destructor.
+        if (IsOpen()) {
+            close(descriptor);  // Best effort: a failure is not reported.
+        }
+    }
+
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+
+    bool IsOpen() const { return descriptor >= 0; }
+    int Get() const { return descriptor; }
+
+private:
+    int descriptor;
+};
+
+/// @return whether the file is there and ends in something else than a newline.
+bool EndsInTheMiddleOfALine(const char* name)
+{
+    const OpenFile file(name, O_RDONLY);
+    char last = '\n';
+    return file.IsOpen() && lseek64(file.Get(), -1, SEEK_END) >= 0 &&
+           read(file.Get(), &last, 1) == 1 && last != '\n';
+}
+
+/// Writes all of the text unless the system refuses: in one go, if it takes it in one go.
+///
+/// @return how much of it was written.
+std::size_t WriteAll(int descriptor, std::string_view text)
+{
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t written = write(descriptor, text.data() + done, text.size() - done);
+        if (written > 0) {
+            done += static_cast<std::size_t>(written);
+        } else if (written == 0 || errno != EINTR) {
+            break;
+        }
+    }
+    return done;
+}
+
+/// @return the colour of a type of line; nothing for a type that has none.
+std::optional<ColorCode> ColorOf(LogType type)
+{
+    switch (type) {
+        case LogType::Info:
+            break;
+        case LogType::Warning:
+            return ColorCode::Yellow;
+        case LogType::Error:
+            return ColorCode::Red;
+        case LogType::Notice:
+            return ColorCode::Green;
+    }
+    return std::nullopt;
+}
+
+/// The escape sequence that switches to a colour.
+class Escape
+{
+public:
+    explicit Escape(ColorCode code)
+        : end(std::to_chars(text.data() + 2, &text.back(), static_cast<int>(code)).ptr)
+    {
+        *end++ = 'm';
+    }
+
+    std::string_view Text() const
+    {
+        return {text.data(), static_cast<std::size_t>(end - text.data())};
+    }
+
+private:
+    std::array<char, 16> text{'\x1B', '['};
+    char* end;
+};
+
+}  // namespace
+
+ILogPolicy::~ILogPolicy() = default;
+
+void ILogPolicy::SetOutput(const std::string&) {}
+
+void ILogPolicy::Close() {}
+
+void ILogPolicy::WriteHeader(LogType) {}
+
+FileLogPolicy::FileLogPolicy() : tornLine(std::make_shared<bool>(false)) {}
+
+FileLogPolicy::~FileLogPolicy() = default;
+
+void FileLogPolicy::SetOutput(const std::string& name)
+{
+    fileName = name;
+    Util::StoreShared(outputSet, true);
+}
+
+void FileLogPolicy::Close()
+{
+    Util::StoreShared(outputSet, false);
+}
+
+// Required: the file is opened and closed for every line.
+// So others may move, delete or truncate it at any time.
+void FileLogPolicy::Write(const std::string& line)
+{
+    if (!Util::LoadShared(outputSet) || fileName.empty()) {
+        return;
+    }
+
+    // A write that hangs may outlast the policy: from open() on no member is touched.
+    const std::shared_ptr<bool> torn = tornLine;
+    const bool newLineFirst = *torn && EndsInTheMiddleOfALine(fileName.c_str());
+    const OpenFile file(fileName.c_str(), O_WRONLY | O_CREAT | O_APPEND);
+    if (!file.IsOpen()) {
+        return;  // Required: the line is lost and nothing is reported.
+    }
+
+    const std::string repaired = newLineFirst ? '\n' + line : std::string();
+    const std::string_view text = newLineFirst ? repaired : line;
+    const std::size_t written = WriteAll(file.Get(), text);
+    *torn = written != text.size() && (written != 0 || *torn);
+}
+
+ConsoleLogPolicy::ConsoleLogPolicy() = default;
+
+ConsoleLogPolicy::~ConsoleLogPolicy() = default;
+
+void ConsoleLogPolicy::WriteHeader(LogType type)
+{
+    lineType = type;
+}
+
+// Required: standard output is not flushed. It is used after a failure too, which may have passed.
+void ConsoleLogPolicy::Write(const std::string& line)
+{
+    if (!std::cout.good()) {
+        std::cout.clear();
+    }
+
+    const std::optional<ColorCode> color = ColorOf(lineType);
+    if (!color) {
+        std::cout.write(line.data(), static_cast<std::streamsize>(line.size()));
+        return;
+    }
+    // One piece, so that nothing that another thread prints takes the colour. No member: a write
+    // that hangs may outlast the policy.
+    std::string colored(Escape(*color).Text());
+    // Required: the colour is reset after the newline that ends the line.
+    colored.append(line).append(Escape(ColorCode::Default).Text());
+    std::cout.write(colored.data(), static_cast<std::streamsize>(colored.size()));
+}
+
+std::ostream& operator<<(std::ostream& stream, const ColoredLog& color)
+{
+    const Escape escape(color.code);
+    const std::string_view text = escape.Text();
+    return stream.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+}  // namespace Tolvex::Ilog

@@ -1,0 +1,121 @@
+/// @file
+/// Where finished log lines go: a file or the console.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "Tolvex/Log/LogType.h"
+#include "Tolvex/Types/Export.h"
+
+namespace Tolvex::Ilog {
+
+/// The sink at the end of a logger (LoggerBase). It receives finished lines one at a time.
+///
+/// An application's own policy must be default-constructible. It must not log through the logger
+/// that it belongs to: WriteHeader() of that logger throws std::system_error
+/// (resource_deadlock_would_occur) when Write() calls it.
+/// @par Errors
+/// What Write() throws, if it is derived from std::exception, costs that line and nothing else.
+/// @par Thread safety
+/// Caller serialises; the logger that owns the policy does so.
+class TOLVEX_EXPORT ILogPolicy
+{
+public:
+    virtual ~ILogPolicy();
+
+    /// Chooses where the lines go. Does nothing here.
+    virtual void SetOutput(const std::string& name);
+
+    /// Puts a finished line, its newline included, where it belongs.
+    virtual void Write(const std::string& line) = 0;
+
+    /// Ends the use of the output. Does nothing here.
+    virtual void Close();
+
+    /// Tells the type of the line that the next Write() brings. Does nothing here.
+    virtual void WriteHeader(LogType type);
+};
+
+/// Appends each line to a file, which is opened and closed for every line.
+///
+/// Nothing is held in between: others may move, delete or truncate the file at any time, and the
+/// next line creates it anew or appends to what is left. A line is one append, so lines of several
+/// processes do not mix. What the disk has no room for is lost; when only a part of a line found
+/// room, the next one starts on a line of its own.
+/// @par Errors
+/// A file that cannot be opened or written loses the line. Nothing is reported.
+/// @par Thread safety
+/// Caller serialises.
+class TOLVEX_EXPORT FileLogPolicy : public ILogPolicy
+{
+public:
+    FileLogPolicy();
+    ~FileLogPolicy() override;
+
+    /// Stores the name of the file. It is neither opened nor created nor checked.
+    void SetOutput(const std::string& name) override;
+
+    /// Appends exactly the bytes of the line. Does nothing without an output, or with an empty
+    /// name. Blocks as long as the file system does.
+    void Write(const std::string& line) override;
+
+    /// Ends the output. The name is kept, but it takes a new SetOutput() to write again.
+    void Close() override;
+
+private:
+    std::string fileName;
+    bool outputSet = false;          ///< shared: Close() may come while a Write() hangs
+    std::shared_ptr<bool> tornLine;  ///< the file may end in a part of a line; outlives a Write()
+};
+
+/// Prints each line on standard output, in the colour of its type.
+///
+/// Warnings are yellow, errors red, notices green; any other type has no colour. The line and its
+/// escape sequences leave in one piece. Standard output is not flushed.
+/// @par Thread safety
+/// Caller serialises. Other threads may use standard output meanwhile.
+class TOLVEX_EXPORT ConsoleLogPolicy : public ILogPolicy
+{
+public:
+    ConsoleLogPolicy();
+    ~ConsoleLogPolicy() override;
+
+    /// Prints the line in the colour of the type that WriteHeader() told last. Blocks while
+    /// standard output takes nothing more.
+    void Write(const std::string& line) override;
+
+    /// Keeps the type for the lines to come. Writes nothing.
+    void WriteHeader(LogType type) override;
+
+private:
+    LogType lineType = LogType::Info;
+};
+
+/// ANSI numbers of the colours on the console.
+enum class ColorCode : int
+{
+    Red = 31,      ///< errors
+    Green = 32,    ///< notices
+    Yellow = 33,   ///< warnings
+    Default = 39,  ///< what a coloured line ends with
+};
+
+/// Switches the colour of a terminal when it is streamed: ESC [ number m.
+class TOLVEX_EXPORT ColoredLog
+{
+public:
+    explicit ColoredLog(ColorCode colorCode) : code(colorCode) {}
+
+    /// Writes the escape sequence, whatever number format and width are set in the stream.
+    friend TOLVEX_EXPORT std::ostream& operator<<(std::ostream& stream, const ColoredLog& color);
+
+private:
+    ColorCode code;
+};
+
+TOLVEX_EXPORT std::ostream& operator<<(std::ostream& stream, const ColoredLog& color);
+
+}  // namespace Tolvex::Ilog

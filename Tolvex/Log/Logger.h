@@ -1,0 +1,132 @@
+#pragma once
+
+#include <atomic>
+#include <concepts>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+#include "Tolvex/Interfaces/IgnitionOffMode.h"
+#include "Tolvex/Log/LogPolicy.h"
+#include "Tolvex/Log/LogType.h"
+#include "Tolvex/Log/LoggerBase.h"
+#include "Tolvex/Types/Export.h"
+#include "Tolvex/Types/LogModule.h"
+
+namespace Tolvex::Ilog {
+
+/// The log of the process: passes every line on to a file and to the console, if they are enabled.
+///
+/// Nothing is written until EnableFile() or EnableConsole() has been called. LogLine is the way to
+/// write a line; where its parts come from several places, the four steps are
+/// @code
+/// Logger::GetInstance()->WriteHeader(LogType::Warning);
+/// *Logger::GetInstance() << LogModule::CELL << "signal " << -113 << " dBm" << std::endl;
+/// @endcode
+/// Every line must be ended with std::endl, on the thread that began it: a line left open keeps all
+/// other threads from logging (see LoggerBase). Bytes, losses and blocking times are described in
+/// docs/log-line.md.
+/// @par Errors
+/// std::system_error out of WriteHeader() when a line lock cannot be taken; no lock is held then.
+/// @par Thread safety
+/// Thread-safe. The order of the line locks is file, console.
+class TOLVEX_EXPORT Logger : public Interfaces::IgnitionOffMode
+{
+public:
+    /// @return the logger of the process, made by the first call; never null, not to be deleted.
+    static Logger* GetInstance()
+    {
+        Logger* const existing = instance.load(std::memory_order_acquire);
+        return existing != nullptr ? existing : Create();
+    }
+
+    /// Closes both loggers. The library never destroys its logger: a destroyed one must not be used
+    /// again, and GetInstance() still returns it.
+    ~Logger() override;
+
+    Logger(const Logger&) = delete;
+    Logger& operator=(const Logger&) = delete;
+
+    /// Logs to a file from now on; on an enabled file log, to another file.
+    ///
+    /// The file is not opened before the first line. Waits up to 2.1 s for a line that is being
+    /// written.
+    /// @return false when the name is empty, there is no thread to be had, or the wait was not
+    /// enough; then nothing has changed.
+    bool EnableFile(const std::string& fileName);
+
+    /// Logs to standard output from now on. @return false when there is no thread to be had.
+    bool EnableConsole();
+
+    /// Stops logging to the file; see LoggerBase::Close(). Blocks up to 2.1 s.
+    void CloseFile();
+
+    /// Stops logging to standard output; see LoggerBase::Close(). Blocks up to 2.1 s.
+    void CloseConsole();
+
+    /// @return whether lines go to the file.
+    bool IsFileEnabled() const { return fileLogger->IsEnabled(); }
+
+    /// @return whether lines go to standard output.
+    bool IsConsoleEnabled() const { return consoleLogger->IsEnabled(); }
+
+    /// Begins a line in each enabled logger. Blocks until the lines before have been written.
+    void WriteHeader(LogType type)
+    {
+        if (AnyEnabled()) {
+            BeginLines(type);
+        }
+    }
+
+    /// Appends "[#", the text of the module, and "]".
+    Logger& operator<<(LogModule module) { return AnyEnabled() ? Pass(module) : *this; }
+
+    /// Appends a value as a stream does.
+    template <LogValue T>
+    Logger& operator<<(T value)
+    {
+        return AnyEnabled() ? Pass(value) : *this;
+    }
+
+    template <std::same_as<std::string> T>
+    Logger& operator<<(const T& value)
+    {
+        return AnyEnabled() ? Pass(std::string_view(value)) : *this;
+    }
+
+    /// Applies a manipulator to each enabled logger; std::endl ends the line. Does not wait for it.
+    Logger& operator<<(std::ostream& (*manipulator)(std::ostream&))
+    {
+        return AnyEnabled() ? Pass(manipulator) : *this;
+    }
+
+    /// Drops the lines that the calling thread has left open, if there are any.
+    void DropLine();
+
+    /// Logs "All triggers have been stopped" as a notice, and stops logging to the file.
+    ///
+    /// The console goes on. Blocks as WriteHeader() and then as CloseFile().
+    void RunIgnitionOff() override;
+
+private:
+    Logger();
+    static Logger* Create();
+
+    bool AnyEnabled() const { return fileLogger->IsEnabled() || consoleLogger->IsEnabled(); }
+    void BeginLines(LogType type);
+    Logger& Pass(LogModule module);
+    Logger& Pass(std::ostream& (*manipulator)(std::ostream&));
+    Logger& Pass(const char* value);
+    Logger& Pass(int value);
+    Logger& Pass(double value);
+    Logger& Pass(std::string_view value);
+    template <typename T>
+    Logger& PassToEach(T value);
+
+    static std::atomic<Logger*> instance;  ///< set once
+
+    LoggerBase<FileLogPolicy>* fileLogger;        ///< owned
+    LoggerBase<ConsoleLogPolicy>* consoleLogger;  ///< owned
+};
+
+}  // namespace Tolvex::Ilog

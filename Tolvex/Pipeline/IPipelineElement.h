@@ -1,0 +1,124 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "Tolvex/Types/Export.h"
+#include "Tolvex/Util/CircularBuffer.h"
+
+namespace Tolvex::Pipeline {
+
+/// Frame that passes through a pipeline. A base to derive real frames from: it carries the number
+/// that identifies the frame, and nothing else.
+/// @par Thread safety
+/// Thread-safe: the number never changes.
+class TOLVEX_EXPORT IPipelineCbElement
+{
+public:
+    /// @param id  Identifies the frame; its meaning is the pipeline's own.
+    explicit IPipelineCbElement(std::int64_t id) : frameId(id) {}
+
+    virtual ~IPipelineCbElement();
+
+    /// @return the number given to the constructor.
+    std::int64_t GetFrameId() const { return frameId; }
+
+private:
+    std::int64_t frameId;
+};
+
+}  // namespace Tolvex::Pipeline
+
+// Compiled once, in the library.
+extern template class Tolvex::Util::CircularBuffer<
+    std::shared_ptr<Tolvex::Pipeline::IPipelineCbElement>>;
+
+namespace Tolvex::Pipeline {
+
+/// Stage of a frame pipeline. Base class: a stage implements Open(), Process() and Close() and
+/// hands the frames that pass through it to AddNext().
+///
+/// Keeps the most recent frames in a ring, so that a consumer can take the newest one, any slot, or
+/// look back by frames or to a key frame. The ring holds one reference to each of its frames and
+/// drops the oldest in the AddNext() that overwrites it; callers get references of their own. See
+/// examples/LastKeyFrame.cpp.
+/// @par Errors
+/// A ring of size 0 can be made but holds nothing: AddNext() and GetCurrentFrameId() raise
+/// std::out_of_range.
+/// @par Thread safety
+/// Caller serialises. Frames that were handed out are safe on other threads.
+class TOLVEX_EXPORT IPipelineElement
+{
+public:
+    /// @param size  Slots of the ring.
+    /// @throws std::length_error or std::bad_alloc for a negative size or more slots than memory
+    /// holds.
+    explicit IPipelineElement(int size);
+
+    /// Drops the ring's references to its frames.
+    virtual ~IPipelineElement();
+
+    IPipelineElement(const IPipelineElement&) = delete;
+    IPipelineElement& operator=(const IPipelineElement&) = delete;
+
+    /// Makes the stage ready for frames. @return false when it cannot be.
+    virtual bool Open() = 0;
+
+    /// Takes one frame. @return false when the stage could not process it.
+    virtual bool Process(const std::shared_ptr<IPipelineCbElement>& frame) = 0;
+
+    /// Ends the stage's work; no frame comes after it.
+    virtual void Close() = 0;
+
+    /// Drops the reference in a slot that is about to be overwritten.
+    static void UnallocCbElement(std::shared_ptr<IPipelineCbElement>& element);
+
+    /// Stores the frame in the oldest slot, which becomes the newest; a full ring releases the
+    /// frame that stood there before. Allocates nothing.
+    /// @throws std::out_of_range on a ring of size 0.
+    void AddNext(const std::shared_ptr<IPipelineCbElement>& element) { ring.AddNext(element); }
+
+    /// @return the newest frame; null before the first AddNext().
+    std::shared_ptr<IPipelineCbElement> RetrieveCurrent() const { return ring.RetrieveCurrent(); }
+
+    /// @param index  Any number; the slot is the remainder by the size.
+    /// @return the frame in that slot; null in one not written yet.
+    std::shared_ptr<IPipelineCbElement> GetElementAt(unsigned int index) const
+    {
+        return ring.GetElementAt(index);
+    }
+
+    /// @return index of the newest slot; size - 1 before the first AddNext().
+    int GetRingPos() const { return ring.GetRingPos(); }
+
+    /// @return number of slots.
+    int GetRingSize() const { return ring.GetRingSize(); }
+
+    /// @return true once a frame has been added.
+    bool IsDataAvailable() const { return ring.IsDataAvailable(); }
+
+    /// Finds a key frame that lies some frames back, on the understanding that key frames sit in
+    /// the slots whose index is a multiple of the interval
+    /// (Util::CircularBuffer::SeekBackKeyframe()).
+    /// @return index of the slot; 0 for an interval of 0 or more frames back than the ring has.
+    /// @note 0 until every slot has been written once, even if key frames are there.
+    int SeekBackKeyframe(int back, int interval) const
+    {
+        return ring.SeekBackKeyframe(back, interval);
+    }
+
+    /// Finds the slot that lies a number of slots before another
+    /// (Util::CircularBuffer::SeekRelative()).
+    /// @return index of the slot; 0 for more slots back than have been written.
+    /// @note Going back across slot 0 lands one slot further back than counting slots would.
+    int SeekRelative(int from, int back) const { return ring.SeekRelative(from, back); }
+
+    /// @return number of the frame in the newest slot, or -1 when that slot is empty.
+    /// @throws std::out_of_range on a ring of size 0.
+    std::int64_t GetCurrentFrameId() const;
+
+private:
+    Util::CircularBuffer<std::shared_ptr<IPipelineCbElement>> ring;
+};
+
+}  // namespace Tolvex::Pipeline

@@ -1,0 +1,1 @@
+// Empty on purpose: tolvex-driver takes its main from the library.

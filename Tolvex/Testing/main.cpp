@@ -1,0 +1,15 @@
+#include <cstdlib>
+#include <iostream>
+
+#include "Tolvex/Testing/TestIAsync.h"
+#include "Tolvex/Types/Export.h"
+
+/// Entry of tolvex-driver, and of any program that links the library and has no main of its own.
+TOLVEX_EXPORT int main()
+{
+    new TestIAsync;
+
+    // Required: kept although the constructor above never returns.
+    std::cout << "Bye Bye" << std::endl;
+    std::exit(0);  // NOLINT(concurrency-mt-unsafe)
+}

@@ -1,0 +1,15 @@
+/// @file
+/// The macro that puts a class or function into the library's interface, and the check that a
+/// program was compiled with the library's own time_t.
+#pragma once
+
+#include <ctime>
+
+/// Marks what the shared library exports; everything else in it is hidden.
+#define TOLVEX_EXPORT __attribute__((visibility("default")))
+
+#ifdef TOLVEX_TIME_T_BYTES  // given by the CMake package and by tolvex.pc
+static_assert(sizeof(std::time_t) == TOLVEX_TIME_T_BYTES,
+              "This program's time_t differs from the one that libtolvex was built with. "
+              "Compile with the same _TIME_BITS as the library.");
+#endif

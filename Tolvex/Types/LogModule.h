@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+
+#include "Tolvex/Types/Export.h"
+#include "Tolvex/Util/EnumString.h"
+
+namespace Tolvex {
+
+/// The program module that a log line comes from. Its text is the name of the enumerator.
+enum class LogModule : std::int32_t
+{
+    Ithread,
+    Iaq,
+    FaceRec,
+    Sdw,
+    DaD,
+    CELL,
+    LT,
+    WNET,
+    CONFIG,
+    Event,
+    Accelerometer
+};
+
+}  // namespace Tolvex
+
+namespace Tolvex::Util {
+
+// One table for the whole process: it lives in the library.
+extern template class EnumStringBase<EnumString<LogModule>, LogModule>;
+
+template <>
+TOLVEX_EXPORT void EnumString<LogModule>::RegisterEnumerators();
+
+}  // namespace Tolvex::Util

@@ -1,0 +1,92 @@
+#include "Tolvex/Util/FlashUtils.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "Tolvex/Util/NoCancellation.h"
+#include "Tolvex/Util/TextOrEmpty.h"
+
+namespace Tolvex::Util {
+
+namespace {
+
+/// The standard output of a running command; waits for the command's end when it goes.
+class CommandOutput
+{
+public:
+    /// Closed on exec, so that a program that another thread starts does not keep the pipe.
+    explicit CommandOutput(const char* command) : stream(popen(command, "re")) {}
+
+    ~CommandOutput()
+    {
+        const NoCancellation scope;
+        if (stream != nullptr) {
+            pclose(stream);  // The exit status is of no interest.
+        }
+    }
+
+    CommandOutput(const CommandOutput&) = delete;
+    CommandOutput& operator=(const CommandOutput&) = delete;
+
+    /// Reads up to the end of a line, of the buffer or of the output. @return whether it could.
+    template <std::size_t size>
+    bool ReadPiece(char (&piece)[size])
+    {
+        return stream != nullptr && fgets(piece, size, stream) != nullptr;
+    }
+
+private:
+    std::FILE* stream;
+};
+
+}  // namespace
+
+std::string ExecCmd_Pipe(const char* command)
+{
+    CommandOutput output(TextOrEmpty(command));
+    std::string text;
+
+    // Required: a read error, an interruption by a signal included, ends the text like its end.
+    char piece[200];
+    while (output.ReadPiece(piece)) {
+        text += piece;
+    }
+    return text;
+}
+
+int ExecCmd_System(const char* command)
+{
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the one of glibc is safe.
+    return std::system(TextOrEmpty(command));
+}
+
+int WriteFlashConfigFile()
+{
+    return ExecCmd_System("echo \"/dev/mtd1   0x00000 0x2000  0x1000  2\" > /etc/fw_env.config");
+}
+
+int ReadFlashVar(const char* name, std::string& value)
+{
+    const std::string command = std::string("/sbin/fw_printenv -n ") + TextOrEmpty(name);
+
+    // Required: the tool runs twice; the first run tells whether the variable exists.
+    if (ExecCmd_System(command.c_str()) != 0) {
+        return -1;
+    }
+    value += ExecCmd_Pipe(command.c_str());
+
+    // Required: from the whole of value, what it held before included.
+    std::erase(value, '\r');
+    std::erase(value, '\n');
+    return 0;
+}
+
+int WriteFlashVar(const char* name, const char* value)
+{
+    // Required: nothing in name or value is quoted or escaped.
+    const std::string command =
+        std::string("/sbin/fw_setenv ") + TextOrEmpty(name) + " \"" + TextOrEmpty(value) + "\"";
+    return ExecCmd_System(command.c_str());
+}
+
+}  // namespace Tolvex::Util

@@ -1,0 +1,57 @@
+/// @file
+/// Network: whether the internet can be reached, and the IPv4 interfaces of the kernel.
+///
+/// The functions that change an interface need the right to (CAP_NET_ADMIN). The kernel uses the
+/// first 15 characters of an interface's name. A null pointer counts as an empty text.
+/// @par Thread safety
+/// Thread-safe.
+#pragma once
+
+#include "Tolvex/Types/Export.h"
+
+namespace Tolvex::Util {
+
+/// Host that NetworkConnectivityCheck() pings.
+inline constexpr char connectivityHost[] = "www.google.com";
+
+/// Pings connectivityHost three times, with the ping program and the system's name resolution.
+///
+/// Blocks for as long as ping runs: two seconds when all is well, and many seconds when names
+/// cannot be resolved or the host does not answer.
+/// @return whether ping succeeded.
+TOLVEX_EXPORT bool NetworkConnectivityCheck();
+
+/// Tells whether there is a network interface whose name begins with a text, up or down.
+///
+/// @param name  "eth" also finds eth0; an empty text finds any interface.
+/// @return false after writing "[NET] is not present" and a newline to standard output.
+/// @note The message does not name the interface, and it is not logged.
+TOLVEX_EXPORT bool CheckIfNetInterfaceIsPresent(const char* name);
+
+/// Sets the IPv4 address, then the netmask, of an interface.
+///
+/// @param name     Name of the interface.
+/// @param ip       Dotted quad.
+/// @param netmask  Dotted quad.
+/// @return 0, always.
+/// @throws Tolvex::IException when a step fails; the steps before it stay done. The text is
+///         "Failed to set socket ", "Failed to format IP address, ", "Failed to set IP address ",
+///         "Failed to format netmask address, " or "Failed to set netmask address ", and then the
+///         system's text for the error. Nothing is logged.
+/// @note A text that is no dotted quad counts as 0.0.0.0. As an address this takes the address
+///       away; Linux then has nothing to set a netmask of and fails in that step.
+/// @note Descriptor 0, which the socket has when standard input is closed, stays open on failure.
+TOLVEX_EXPORT int SetAddressOfNetInterfaceUsingSocket(const char* name, const char* ip,
+                                                      const char* netmask);
+
+/// Switches an interface up or down, and logs that it tries to. Blocks as long as the log does.
+///
+/// @param status  1 for up.
+/// @param name    Name of the interface.
+/// @return 0; -1 on failure, after logging "Failed to set socket ", "Failed to get flags (2), " or
+///         "Failed to set flags (1) ", and then the system's text for the error. Throws nothing.
+/// @note Any status but 1 is down.
+/// @note Descriptor 0, which the socket has when standard input is closed, stays open on failure.
+TOLVEX_EXPORT int SetStatusOfNetInterfaceUsingSocket(int status, const char* name);
+
+}  // namespace Tolvex::Util

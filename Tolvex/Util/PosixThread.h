@@ -1,0 +1,29 @@
+/// @file
+/// Creation of the library's threads: detached POSIX threads with a fixed stack.
+#pragma once
+
+#include <cstddef>
+#include <pthread.h>
+
+#include "Tolvex/Types/Export.h"
+
+namespace Tolvex::Util {
+
+/// Stack of every thread that the library creates, in bytes.
+constexpr std::size_t workerStackBytes = 524288;
+
+/// Starts a detached thread with a stack of workerStackBytes that runs entry(argument).
+///
+/// @param handle    Receives the handle; untouched on failure. It is valid only while the thread
+///                  runs, which may be over before this function returns.
+/// @param name      OS name of the thread; null or empty for none. A name of more than 15
+///                  characters leaves the thread unnamed.
+/// @param entry     Runs on the new thread. It may let exceptions and cancellation out.
+/// @param argument  Handed to entry as it is; not owned.
+/// @return 0, or the error number of pthread_create(); then no thread exists.
+/// @par Thread safety
+/// Thread-safe. Does not block.
+TOLVEX_EXPORT int StartDetachedThread(pthread_t& handle, const char* name, void* (*entry)(void*),
+                                      void* argument);
+
+}  // namespace Tolvex::Util

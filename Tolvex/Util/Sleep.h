@@ -1,0 +1,38 @@
+/// @file
+/// The sleep that the library's threads use. Not installed.
+#pragma once
+
+#include <chrono>
+#include <ctime>
+#include <limits>
+#include <thread>
+
+namespace Tolvex::Util {
+
+/// The longest duration that one sleep can take, by the seconds that std::time_t can count.
+constexpr std::chrono::milliseconds LongestSleep()
+{
+    using std::chrono::milliseconds;
+    constexpr auto mostSeconds = std::numeric_limits<std::time_t>::max();
+    if constexpr (mostSeconds < milliseconds::max().count() / 1000) {
+        return std::chrono::seconds(mostSeconds) + milliseconds(999);
+    } else {
+        return milliseconds::max();
+    }
+}
+
+/// Sleeps for the whole duration, signals notwithstanding; returns at once for 0 or less.
+///
+/// A cancellation point. One sleep, and more only for what is longer than LongestSleep().
+/// @par Thread safety
+/// Thread-safe. Blocks the calling thread.
+inline void SleepFor(std::chrono::milliseconds duration)
+{
+    while (duration > LongestSleep()) {
+        std::this_thread::sleep_for(LongestSleep());
+        duration -= LongestSleep();
+    }
+    std::this_thread::sleep_for(duration);
+}
+
+}  // namespace Tolvex::Util

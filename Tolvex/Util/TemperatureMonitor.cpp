@@ -1,0 +1,140 @@
+#include "Tolvex/Util/TemperatureMonitor.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <fcntl.h>
+#include <mutex>
+#include <new>
+#include <pthread.h>
+#include <unistd.h>
+
+#include "Tolvex/Util/NoCancellation.h"
+
+namespace Tolvex::Util {
+
+namespace {
+
+constexpr char thermalZone[] = "/sys/devices/virtual/thermal/thermal_zone0/temp";
+constexpr int refreshMilliseconds = 60000;
+constexpr int refreshStackBytes = 16384;
+
+constinit std::mutex instanceMutex;  // held while the one monitor is made
+constinit std::atomic<bool> forkIsHandled = false;
+
+/// A thread of the parent that was making the monitor does not exist in the child.
+void RenewInChild()
+{
+    new (&instanceMutex) std::mutex;
+}
+
+/// Closes the descriptor at the end of its scope.
+class Descriptor
+{
+public:
+    explicit Descriptor(int descriptor) : number(descriptor) {}
+    ~Descriptor()
+    {
+        if (number >= 0) {
+            close(number);
+        }
+    }
+
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int Get() const { return number; }
+
+private:
+    int number;
+};
+
+/// Fills two characters and a terminator. @return whether there was one character at least.
+bool ReadFirstCharacters(char (&text)[3])
+{
+    const Descriptor zone(open(thermalZone, O_RDONLY | O_CLOEXEC));
+    if (zone.Get() < 0) {
+        return false;
+    }
+
+    const ssize_t length = read(zone.Get(), text, 2);
+    if (length < 1) {
+        return false;
+    }
+    text[length] = '\0';
+    return true;
+}
+
+}  // namespace
+
+/// Lets a refresh in while the monitor exists. The timer's callback holds a share of it.
+struct TemperatureMonitor::Gate
+{
+    std::mutex mutex;             ///< held during a refresh
+    TemperatureMonitor* monitor;  ///< null: destroyed
+};
+
+TemperatureMonitor* TemperatureMonitor::instance = nullptr;
+
+void TemperatureMonitor::Start()
+{
+    if (LoadShared(instance) != nullptr) {
+        return;
+    }
+    if (!forkIsHandled.exchange(true)) {
+        pthread_atfork(nullptr, nullptr, RenewInChild);  // Best effort
+    }
+    const std::lock_guard lock(instanceMutex);
+    if (LoadShared(instance) == nullptr) {
+        StoreShared(instance, new TemperatureMonitor);  // never deleted
+    }
+}
+
+TemperatureMonitor* TemperatureMonitor::GetInstance()
+{
+    Start();
+    return LoadShared(instance);
+}
+
+TemperatureMonitor::TemperatureMonitor() : gate(std::make_shared<Gate>())
+{
+    ReadTemperature();
+
+    gate->monitor = this;
+    const auto refresh = [shared = gate](Timer* source) {
+        const std::lock_guard lock(shared->mutex);
+        if (shared->monitor != nullptr) {
+            shared->monitor->Tick(source);
+        }
+    };
+    timer = new Timer(refreshMilliseconds, refresh, nullptr, refreshStackBytes);
+}
+
+TemperatureMonitor::~TemperatureMonitor()
+{
+    delete timer;
+
+    const std::lock_guard lock(gate->mutex);
+    gate->monitor = nullptr;
+}
+
+void TemperatureMonitor::Tick(Timer*)
+{
+    ReadTemperature();
+}
+
+int TemperatureMonitor::ReadTemperature()
+{
+    const NoCancellation scope;  // Loggers come here on threads that may be cancelled.
+    char text[3] = {};
+    if (!ReadFirstCharacters(text)) {
+        StoreShared(available, false);
+        return GetTemperature();
+    }
+
+    StoreShared(available, true);
+    // Required: two characters of a number of thousandths, right from 10 to 99 degrees only.
+    StoreShared(temperature, std::atoi(text));
+    return GetTemperature();
+}
+
+}  // namespace Tolvex::Util

@@ -1,0 +1,147 @@
+#include "Tolvex/Util/Timer.h"
+
+#include <chrono>
+#include <cstddef>
+#include <iostream>
+#include <pthread.h>
+#include <utility>
+
+#include "Tolvex/Util/LiveTimers.h"
+#include "Tolvex/Util/NoCancellation.h"
+#include "Tolvex/Util/SharedValue.h"
+
+namespace Tolvex::Util {
+
+namespace {
+
+void PrepareAttributes(pthread_attr_t& attributes, int stackSize)
+{
+    pthread_attr_init(&attributes);
+    if (stackSize > 0) {
+        // Required: a refusal is silent and leaves the default size.
+        pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(stackSize));
+    }
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+}
+
+timespec ToTimespec(int milliseconds)
+{
+    timespec time = {};
+    time.tv_sec = milliseconds / 1000;
+    time.tv_nsec = static_cast<long>(milliseconds % 1000 * 1000000.0);
+    return time;
+}
+
+}  // namespace
+
+Timer::Timer() : Timer(std::function<void(Timer*)>()) {}
+
+// Whole before it is listed: an expiry of an earlier timer at this address may come at any moment.
+Timer::Timer(std::function<void(Timer*)> work)
+    : callback(std::make_shared<std::function<void(Timer*)>>(std::move(work)))
+{
+    SetNamespace("Tolvex::Util");
+    SetClassName("Timer");
+    LiveTimers::Get().Add(this);
+}
+
+// On another constructor, so that the destructor runs if anything below throws.
+Timer::Timer(int milliseconds, std::function<void(Timer*)> work, void* context, int stackSize)
+    : Timer(std::move(work))
+{
+    // Required: the attribute object is not destroyed. It holds no memory of its own.
+    pthread_attr_t attributes;
+    PrepareAttributes(attributes, stackSize);
+
+    notification.sigev_value.sival_ptr = this;
+    notification.sigev_notify = SIGEV_THREAD;
+    notification.sigev_notify_function = CB;
+    notification.sigev_notify_attributes = &attributes;
+    userData = context;
+
+    // Required: the results are not checked; a failure stays in the error text.
+    Create();
+    notification.sigev_notify_attributes = nullptr;  // The attributes end with this constructor.
+    SetTime(milliseconds);
+}
+
+Timer::~Timer()
+{
+    const NoCancellation scope;  // Remove() writes a message when it fails.
+    StoreShared(stopping, true);
+    Remove();
+    LiveTimers::Get().Remove(this);
+}
+
+bool Timer::Create()
+{
+    ResetError();
+    timer_t created = nullptr;
+    if (timer_create(CLOCK_REALTIME, &notification, &created) != 0) {
+        SetError("Create timer error", "Create", true, true);
+        return false;
+    }
+
+    const timer_t replaced = std::exchange(timerId, created);
+    if (replaced != nullptr) {
+        timer_delete(replaced);
+        LiveTimers::Get().Disarm(this);
+    }
+    return true;
+}
+
+bool Timer::SetTime(int milliseconds)
+{
+    ResetError();
+    if (timerId == nullptr) {
+        SetError("Timer not initialized", "SetTime", true, true);
+        return false;
+    }
+
+    times.it_interval = ToTimespec(milliseconds);
+    times.it_value = times.it_interval;
+    const auto set = [this] { return timer_settime(timerId, 0, &times, nullptr) == 0; };
+    // From here on the callback may destroy this timer, so success touches nothing of it.
+    if (!LiveTimers::Get().Arm(this, std::chrono::milliseconds(milliseconds), set)) {
+        SetError("Set timer error", "SetTime", true, true);
+        return false;
+    }
+    return true;
+}
+
+bool Timer::Remove()
+{
+    if (timerId == nullptr) {
+        return true;
+    }
+
+    if (timer_delete(timerId) != 0) {
+        // Required: goes to standard output, past the logger, and leaves the error text alone.
+        std::cout << "Unable to delete timer .... !!!!!" << std::endl;
+        return false;
+    }
+    timerId = nullptr;
+    // Required: the value goes with the id, so a timer created anew expires without effect.
+    notification.sigev_value.sival_ptr = nullptr;
+    LiveTimers::Get().Disarm(this);
+    return true;
+}
+
+void Timer::CB(sigval value)
+{
+    auto* timer = static_cast<Timer*>(value.sival_ptr);
+    if (timer == nullptr) {
+        return;
+    }
+
+    std::shared_ptr<std::function<void(Timer*)>> share;
+    if (const auto admitted = LiveTimers::Get().Admit(timer);
+        admitted && !LoadShared(timer->stopping)) {
+        share = timer->callback;
+    }
+    if (share != nullptr) {
+        (*share)(timer);
+    }
+}
+
+}  // namespace Tolvex::Util

@@ -1,0 +1,18 @@
+/// @file
+/// Random identifiers.
+#pragma once
+
+#include <string>
+
+#include "Tolvex/Types/Export.h"
+
+namespace Tolvex::Util {
+
+/// Makes a new random identifier, different from every other, in other processes too.
+///
+/// @return a UUID of version 4 as text: 36 characters, 8-4-4-4-12 lower-case hexadecimal digits.
+/// @par Thread safety
+/// Thread-safe, and safe across fork().
+TOLVEX_EXPORT std::string NewUid();
+
+}  // namespace Tolvex::Util

@@ -1,0 +1,43 @@
+#include "Tolvex/Util/UtilAcc.h"
+
+#include <cmath>
+#include <limits>
+
+#include "Tolvex/Util/Saturate.h"
+
+namespace Tolvex::UtilAcc {
+
+namespace {
+
+constexpr int fullScale = 128;  ///< counts at the sensor's range
+
+/// The quotient of IEEE arithmetic, for a divisor of zero too, which C++ leaves undefined.
+float Quotient(float dividend, int divisor)
+{
+    if (divisor != 0) {
+        return dividend / static_cast<float>(divisor);
+    }
+    const bool undefined = dividend == 0.0F || std::isnan(dividend);
+    return undefined ? std::numeric_limits<float>::quiet_NaN()
+                     : std::copysign(std::numeric_limits<float>::infinity(), dividend);
+}
+
+}  // namespace
+
+float AccNativeToFloat(unsigned char raw, unsigned char range)
+{
+    // Required: counts per g are a whole number, 42 for a range of 3 and 0 for one above 128.
+    const int countsPerG = range != 0 ? fullScale / range : 0;
+    return Quotient(static_cast<std::int8_t>(raw), countsPerG);
+}
+
+std::int8_t AccFloatToNative(float acceleration, unsigned char range)
+{
+    // Required: the exact factor, unlike AccNativeToFloat(), and in single precision.
+    const float counts = Quotient(acceleration * static_cast<float>(fullScale), range);
+
+    // Required: the low 8 bits, so accelerations beyond the range wrap around.
+    return static_cast<std::int8_t>(Util::SaturateToInt32(static_cast<double>(counts)));
+}
+
+}  // namespace Tolvex::UtilAcc

@@ -1,0 +1,34 @@
+/// @file
+/// Helpers for text.
+/// @par Thread safety
+/// Reentrant. The global locale must not be changed while ToUpper() or ToLower() reads it.
+#pragma once
+
+#include <string>
+
+#include "Tolvex/Types/Export.h"
+
+namespace Tolvex::Util {
+
+/// @return the text with each character in upper case, as the global locale of this moment
+///         (std::locale::global()) maps it, one byte at a time.
+TOLVEX_EXPORT std::string ToUpper(const std::string& text);
+
+/// @return the text with each character in lower case, as the global locale of this moment
+///         (std::locale::global()) maps it, one byte at a time.
+TOLVEX_EXPORT std::string ToLower(const std::string& text);
+
+/// @return the number in lower-case hexadecimal digits without prefix or padding; a negative one as
+///         its two's complement of 32 bits (-1 gives "ffffffff"). The same in every locale.
+TOLVEX_EXPORT std::string ToHex(int value);
+
+/// Replaces every occurrence of a text by another.
+///
+/// Occurrences are taken from left to right and do not overlap; what was put in is not searched
+/// again. The time is linear in the lengths of source and result.
+/// @param from  Text to look for; an empty one changes nothing.
+/// @return the changed text.
+TOLVEX_EXPORT std::string Replace(const std::string& source, const std::string& from,
+                                  const std::string& to);
+
+}  // namespace Tolvex::Util

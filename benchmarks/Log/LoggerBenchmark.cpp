@@ -1,0 +1,262 @@
+// What does a log line cost that is opened, appended and closed for every line, against the floor
+// of the same system calls on a second thread, and against loggers that flush per line?
+#include "Tolvex/Log/Logger.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <semaphore>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <glog/logging.h>
+#include <spdlog/sinks/base_sink.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
+
+#include "Tolvex/Log/LogLine.h"
+
+namespace {
+
+using Tolvex::LogModule;
+using Tolvex::Ilog::Logger;
+using Tolvex::Ilog::LogLine;
+using Tolvex::Ilog::LogType;
+
+constexpr int linesPerThread = 2000;
+const std::string payload = "the text of a line that is about as long as such lines are, number ";
+
+std::string ScratchPath()
+{
+    return (std::filesystem::temp_directory_path() / "tolvex-benchmark.log").string();
+}
+
+/// Has producers write lines at once and reports the time of a line and the callers' latencies.
+template <typename WriteLine, typename Finish>
+void Measure(benchmark::State& state, WriteLine writeLine, Finish finish)
+{
+    using Clock = std::chrono::steady_clock;
+    const auto producers = static_cast<std::size_t>(state.range(0));
+    std::vector<double> latencies;
+    for ([[maybe_unused]] auto round : state) {
+        std::vector<std::vector<double>> own(producers);
+        const auto produce = [&](std::vector<double>& times) {
+            times.reserve(linesPerThread);
+            for (int line = 0; line < linesPerThread; ++line) {
+                const auto start = Clock::now();
+                writeLine(line);
+                times.push_back(std::chrono::duration<double>(Clock::now() - start).count());
+            }
+        };
+        const auto start = Clock::now();
+        std::vector<std::thread> threads;
+        for (std::vector<double>& times : own) {
+            threads.emplace_back(produce, std::ref(times));
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        finish();
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+        for (const std::vector<double>& times : own) {
+            latencies.insert(latencies.end(), times.begin(), times.end());
+        }
+    }
+    std::sort(latencies.begin(), latencies.end());
+    const auto percentile = [&](double part) {
+        return latencies[static_cast<std::size_t>(part *
+                                                  static_cast<double>(latencies.size() - 1))];
+    };
+    const auto lines = state.iterations() * state.range(0) * linesPerThread;
+    state.SetItemsProcessed(lines);
+    state.counters["per_line"] = benchmark::Counter(
+        static_cast<double>(lines), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["p50"] = percentile(0.5);
+    state.counters["p99"] = percentile(0.99);
+    state.counters["p99.9"] = percentile(0.999);
+    std::filesystem::remove(ScratchPath());
+}
+
+/// A second thread that opens, appends, closes; each line waits for the one before.
+class Floor
+{
+public:
+    explicit Floor(std::string file) : path(std::move(file)), writer([this] { Run(); }) {}
+
+    ~Floor()
+    {
+        idle.acquire();
+        line.clear();
+        ready.release();
+        writer.join();
+    }
+
+    void Write(std::string_view text)
+    {
+        idle.acquire();
+        line.assign(text);
+        ready.release();
+    }
+
+    void Finish()
+    {
+        idle.acquire();
+        idle.release();
+    }
+
+private:
+    void Run()
+    {
+        for (ready.acquire(); !line.empty(); ready.acquire()) {
+            const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+            if (write(file, line.data(), line.size()) < 0) {
+                std::abort();
+            }
+            close(file);
+            idle.release();
+        }
+    }
+
+    std::string path;
+    std::string line;
+    std::binary_semaphore idle{1};
+    std::binary_semaphore ready{0};
+    std::thread writer;
+};
+
+void BM_Floor(benchmark::State& state)
+{
+    const std::string text = "[2024-05-01 12:00:07][ERROR][#WNET]" + payload + "1234\n";
+    Floor floor(ScratchPath());
+    Measure(
+        state, [&](int) { floor.Write(text); }, [&] { floor.Finish(); });
+}
+
+void BM_Logger(benchmark::State& state)
+{
+    Logger& logger = *Logger::GetInstance();
+    logger.EnableFile(ScratchPath());
+    Measure(
+        state,
+        [&](int line) {
+            logger.WriteHeader(LogType::Error);
+            logger << LogModule::WNET << payload << line << std::endl;
+        },
+        [&] {
+            // The next header comes through when the last line has been written.
+            logger.WriteHeader(LogType::Error);
+            logger.DropLine();
+        });
+    logger.CloseFile();
+}
+
+void BM_LogLine(benchmark::State& state)
+{
+    Logger& logger = *Logger::GetInstance();
+    logger.EnableFile(ScratchPath());
+    Measure(
+        state, [&](int line) { LogLine(LogType::Error, LogModule::WNET) << payload << line; },
+        [&] {
+            logger.WriteHeader(LogType::Error);
+            logger.DropLine();
+        });
+    logger.CloseFile();
+}
+
+/// What spdlog needs to open and close the file for every line.
+class ReopeningSink : public spdlog::sinks::base_sink<std::mutex>
+{
+protected:
+    void sink_it_(const spdlog::details::log_msg& message) override
+    {
+        spdlog::memory_buf_t text;
+        formatter_->format(message, text);
+        std::ofstream(ScratchPath(), std::ios::app | std::ios::binary)
+            .write(text.data(), static_cast<std::streamsize>(text.size()));
+    }
+    void flush_() override {}
+};
+
+void BM_SpdlogReopening(benchmark::State& state)
+{
+    spdlog::logger logger("reopening", std::make_shared<ReopeningSink>());
+    logger.set_pattern("[%Y-%m-%d %H:%M:%S][%l][#WNET]%v");
+    Measure(
+        state, [&](int line) { logger.error("{}{}", payload, line); }, [] {});
+}
+
+void BM_SpdlogFlushed(benchmark::State& state)
+{
+    spdlog::logger logger("flushed",
+                          std::make_shared<spdlog::sinks::basic_file_sink_mt>(ScratchPath()));
+    logger.set_pattern("[%Y-%m-%d %H:%M:%S][%l][#WNET]%v");
+    logger.flush_on(spdlog::level::trace);
+    Measure(
+        state, [&](int line) { logger.error("{}{}", payload, line); }, [] {});
+}
+
+void BM_GlogFlushed(benchmark::State& state)
+{
+    static const bool initialised = [] {
+        FLAGS_logtostderr = false;
+        FLAGS_alsologtostderr = false;
+        FLAGS_stderrthreshold = 4;
+        FLAGS_logbuflevel = -1;  // flush every line
+        google::SetLogDestination(google::GLOG_INFO, ScratchPath().c_str());
+        google::InitGoogleLogging("benchmark");
+        return true;
+    }();
+    benchmark::DoNotOptimize(initialised);
+    Measure(
+        state, [&](int line) { LOG(INFO) << "[#WNET]" << payload << line; }, [] {});
+}
+
+BENCHMARK(BM_Floor)->Arg(1)->Arg(4)->UseManualTime();
+BENCHMARK(BM_Logger)->Arg(1)->Arg(4)->UseManualTime();
+BENCHMARK(BM_LogLine)->Arg(1)->Arg(4)->UseManualTime();
+BENCHMARK(BM_SpdlogReopening)->Arg(1)->Arg(4)->UseManualTime();
+BENCHMARK(BM_SpdlogFlushed)->Arg(1)->Arg(4)->UseManualTime();
+BENCHMARK(BM_GlogFlushed)->Arg(1)->Arg(4)->UseManualTime();
+
+bool flag = false;
+
+[[gnu::noinline]] void TestFlag()
+{
+    if (*const_cast<volatile bool*>(&flag)) {
+        std::abort();
+    }
+    asm volatile("");  // keeps the call
+}
+
+void BM_FiveCallsThatTestAFlag(benchmark::State& state)
+{
+    for ([[maybe_unused]] auto round : state) {
+        TestFlag();
+        TestFlag();
+        TestFlag();
+        TestFlag();
+        TestFlag();
+    }
+}
+
+void BM_LineWhileDisabled(benchmark::State& state)
+{
+    Logger::GetInstance()->CloseFile();
+    for ([[maybe_unused]] auto round : state) {
+        Logger::GetInstance()->WriteHeader(LogType::Error);
+        *Logger::GetInstance() << LogModule::WNET << "text" << 42 << std::endl;
+    }
+}
+
+BENCHMARK(BM_FiveCallsThatTestAFlag);
+BENCHMARK(BM_LineWhileDisabled);
+
+}  // namespace

@@ -1,0 +1,51 @@
+# What the scripts share; sourced by them after they have set `usage`.
+
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+jobs=$(nproc)
+mkdir -p "$root/build"
+
+bad_usage() {
+    echo "$usage" >&2
+    exit 2
+}
+
+# arguments "WORD..." "$@": answers --help and refuses every argument that is not among the words.
+arguments() {
+    local allowed=" $1 " argument
+    shift
+    for argument in "$@"; do
+        case "$argument" in --help | -h) echo "$usage" && exit 0 ;; esac
+        [[ $allowed == *" $argument "* ]] || bad_usage
+    done
+}
+
+needs_root() {
+    [ "$(id -u)" -eq 0 ] || { echo "$0: needs root, $1" >&2 && exit 1; }
+}
+
+# configure PRESET [cmake option]...: quiet unless it fails.
+configure() {
+    cmake -S "$root" --preset "$@" >"$root/build/configure.log" 2>&1 ||
+        { cat "$root/build/configure.log" >&2 && return 1; }
+}
+
+# build PRESET [cmake option]...: configures and builds everything, each public header alone too.
+build() {
+    configure "$@"
+    cmake --build "$root/build/$1" --parallel "$jobs" --target all all_verify_interface_header_sets
+}
+
+# run_tests PRESET [ctest option]...: runs the tests of a built preset.
+run_tests() {
+    local preset=$1
+    shift
+    ctest --test-dir "$root/build/$preset" --output-on-failure --no-tests=error \
+        --parallel "$jobs" "$@"
+}
+
+# The archive that this machine installs its own release from.
+debian_mirror() {
+    apt-get indextargets --format '$(REPO_URI) $(CODENAME) $(COMPONENT) $(CREATED_BY)' |
+        awk '$2 == "bookworm" && $3 == "main" && $4 == "Packages" && !found++ { print $1 }'
+}

@@ -1,0 +1,151 @@
+#include <memory>
+#include <new>
+#include <string>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "Tolvex/Json/Json.h"
+
+#include "tests/Support/CountingNew.h"
+
+namespace {
+
+using namespace Tolvex::Json;
+using Tolvex::Support::allocatedBytes;
+using Tolvex::Support::AllocationBudget;
+using Tolvex::Support::allocationCount;
+using Tolvex::Support::releaseCount;
+
+const char* const mixed =
+    R"({"numbers":[1,2.5,-3e5,12345678901,0x1p3,1e-5],"text":"a \u0041\n long string of bytes",)"
+    R"("a key that is longer than a string holds in itself":{"deep":[[[{"x":[true,null]}]]]},)"
+    R"("broken":[.5],"list":["short","one, with a [ in it","a long one to be put on the heap"]})";
+
+/// Lets the work fail at every one of its allocations.
+/// @return how many allocations it took to succeed.
+template <typename Work>
+std::size_t FailEverywhere(Work work)
+{
+    for (std::size_t budget = 0;; ++budget) {
+        const std::size_t heldBefore = allocationCount - releaseCount;
+        bool failed = false;
+        try {
+            const AllocationBudget limited(budget);
+            work();
+        } catch (const std::bad_alloc&) {
+            failed = true;
+        }
+        EXPECT_EQ(allocationCount - releaseCount, heldBefore) << "leak at allocation " << budget;
+        if (!failed) {
+            return budget;
+        }
+    }
+}
+
+TEST(AllocationTest, ReadingFailsCleanlyAtEveryAllocation)
+{
+    const std::string text = mixed;
+    ASSERT_EQ(Deserialize(text).size(), 5);
+
+    EXPECT_GT(FailEverywhere([&] { (void)Deserialize(text); }), 15U);
+}
+
+TEST(AllocationTest, CopyingFailsCleanlyAtEveryAllocation)
+{
+    const Value value = Deserialize(mixed);
+
+    EXPECT_GT(FailEverywhere([&] { const Value copy(value); }), 15U);
+}
+
+TEST(AllocationTest, AssignmentThatFailsLeavesTheDestinationAsItWas)
+{
+    const Value value = Deserialize(mixed);
+    Value destination = Deserialize("[1]");
+    for (std::size_t count = 0; count < 15; ++count) {
+        bool failed = false;
+        try {
+            const AllocationBudget limited(count);
+            destination = value;
+        } catch (const std::bad_alloc&) {
+            failed = true;
+        }
+
+        EXPECT_TRUE(failed);
+        EXPECT_EQ(destination.GetType(), ArrayVal);
+        EXPECT_EQ(destination.size(), 1);
+    }
+}
+
+TEST(AllocationTest, WritingAndComparingFailCleanlyAtEveryAllocation)
+{
+    const Value value = Deserialize(mixed);
+    const Value same(value);
+
+    EXPECT_GT(FailEverywhere([&] { (void)Serialize(value); }), 0U);
+    EXPECT_GT(FailEverywhere([&] { (void)(value == same); }), 0U);
+}
+
+TEST(AllocationTest, DestroyingClearingAndMovingAllocateNothing)
+{
+    auto value = std::make_unique<Value>(Deserialize(mixed));
+    Value target = Deserialize(mixed);
+    Array array = Deserialize("[[[1,[2]]],{}]").ToArray();
+    Object object = Deserialize(mixed).ToObject();
+    const std::size_t before = allocationCount;
+
+    {
+        const AllocationBudget none(0);
+        Value moved(std::move(*value));
+        target = std::move(moved);
+        value.reset();
+        array.Clear();
+        object.Clear();
+        target.Clear();
+        const Value gone(std::move(target));
+    }
+
+    EXPECT_EQ(allocationCount, before);
+}
+
+TEST(AllocationTest, ShortArraysAreAllocatedOnceAndExactly)
+{
+    const std::size_t before = allocatedBytes;
+
+    const Value value = Deserialize("[1,2,3,4,5,6,7,8,9,10]");
+
+    EXPECT_EQ(value.size(), 10);
+    EXPECT_LT(allocatedBytes - before, 10 * sizeof(Value) + 1000);
+}
+
+TEST(AllocationTest, LongArraysNeverStandInMemoryTwice)
+{
+    std::string text = "[1";
+    for (int i = 1; i < 100000; ++i) {
+        text += ",1";
+    }
+    text += "]";
+    const std::size_t before = allocatedBytes;
+
+    const Value value = Deserialize(text);
+
+    EXPECT_EQ(value.size(), 100000);
+    EXPECT_LT(allocatedBytes - before, 100000 * sizeof(Value) / 100 * 110);
+}
+
+TEST(AllocationTest, ElementsThatAreNothingTakeLittleRoom)
+{
+    std::string text = "[1";
+    for (int i = 1; i < 100000; ++i) {
+        text += ",null";
+    }
+    text += "]";
+    const std::size_t before = allocatedBytes;
+
+    const Value value = Deserialize(text);
+
+    EXPECT_EQ(value.size(), 1);
+    EXPECT_LT(allocatedBytes - before, 2000 * sizeof(Value));
+}
+
+}  // namespace

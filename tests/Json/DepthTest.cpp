@@ -1,0 +1,111 @@
+#include <functional>
+#include <pthread.h>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "Tolvex/Json/Json.h"
+
+namespace {
+
+using namespace Tolvex::Json;
+
+constexpr std::size_t stackBytes = 524288;
+#if defined(__arm__) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t levels = 100000;  // emulated, or with several times the memory
+#else
+constexpr std::size_t levels = 1000000;
+#endif
+
+void* Call(void* work)
+{
+    (*static_cast<std::function<void()>*>(work))();
+    return nullptr;
+}
+
+/// Runs the work to its end on a thread with the stack of the library's threads.
+void RunOnSmallStack(std::function<void()> work)
+{
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, stackBytes), 0);
+    pthread_t thread{};
+    ASSERT_EQ(pthread_create(&thread, &attributes, &Call, &work), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+std::string Repeat(const std::string& text, std::size_t count)
+{
+    std::string repeated;
+    repeated.reserve(text.size() * count);
+    for (std::size_t i = 0; i < count; ++i) {
+        repeated += text;
+    }
+    return repeated;
+}
+
+/// Does everything there is to do with a deep document.
+void Exercise(const std::string& text)
+{
+    Value value = Deserialize(text);
+    ASSERT_NE(value.GetType(), NullVal);
+
+    Value copy(value);
+    EXPECT_TRUE(copy == value);
+    EXPECT_TRUE(Serialize(copy) == text);
+
+    Value moved(std::move(copy));
+    Value assigned;
+    assigned = std::move(moved);
+    EXPECT_TRUE(assigned == value);
+    value = assigned;
+    assigned = 5;  // the document stays in it, inactive
+}
+
+TEST(DepthTest, DeepArraysNeedNoStack)
+{
+    RunOnSmallStack([] { Exercise(Repeat("[", levels) + Repeat("]", levels)); });
+}
+
+TEST(DepthTest, DeepObjectsNeedNoStack)
+{
+    RunOnSmallStack([] { Exercise(Repeat(R"({"a":)", levels) + "1" + Repeat("}", levels)); });
+}
+
+TEST(DepthTest, DeepMixturesWithSiblingsNeedNoStack)
+{
+    RunOnSmallStack([] {
+        Exercise(Repeat(R"([1,{"a":[],"b":)", levels / 4) + "1" +
+                 Repeat(R"(,"c":{}},"x"])", levels / 4));
+    });
+}
+
+TEST(DepthTest, DeepMalformedTextIsRefusedWithoutStack)
+{
+    RunOnSmallStack([] {
+        EXPECT_THROW((void)Deserialize(Repeat("[", levels) + "]"), std::out_of_range);
+        EXPECT_EQ(Deserialize(Repeat("[", levels) + "}" + Repeat("]", levels)).GetType(), NullVal);
+        EXPECT_EQ(Deserialize(Repeat("[", levels) + ".5" + Repeat("]", levels)).GetType(),
+                  ArrayVal);
+    });
+}
+
+TEST(DepthTest, DeepInactiveContainersAreDestroyedWithoutStack)
+{
+    RunOnSmallStack([] {
+        Value value;
+        for (std::size_t i = 0; i < levels / 4; ++i) {
+            Object outer;
+            Value& member = outer["k"];
+            member = std::move(value);
+            value = Value(std::move(outer));
+        }
+        value.Clear();  // what it holds stays in it
+        EXPECT_EQ(value.size(), 1);
+    });
+}
+
+}  // namespace

@@ -1,0 +1,155 @@
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "Tolvex/Json/Json.h"
+
+namespace {
+
+using namespace Tolvex::Json;
+
+/// What the C library makes of a number.
+std::string Print(double number)
+{
+    std::array<char, 500> text;
+    const int length = std::snprintf(text.data(), text.size(), "%f", number);
+    return {text.data(), static_cast<std::size_t>(length)};
+}
+
+TEST(SerializeTest, ScalarsAreNoDocumentsAndGiveEmptyText)
+{
+    for (const Value& value :
+         {Value(), Value("a"), Value(5), Value::FromFloat(1.0F), Value(1.0), Value(true)}) {
+        EXPECT_EQ(Serialize(value), "");
+    }
+}
+
+TEST(SerializeTest, EveryTypeHasItsText)
+{
+    EXPECT_EQ(SerializeValue(Value()), "null");
+    EXPECT_EQ(SerializeValue(Value("a")), R"("a")");
+    EXPECT_EQ(SerializeValue(Value(-3)), "-3");
+    EXPECT_EQ(SerializeValue(Value::FromFloat(0.1F)), "0.100000");
+    EXPECT_EQ(SerializeValue(Value(1.5)), "1.500000");
+    EXPECT_EQ(SerializeValue(Value(Object())), "{}");
+    EXPECT_EQ(SerializeValue(Value(Array())), "[]");
+    EXPECT_EQ(SerializeValue(Value(true)), "true");
+    EXPECT_EQ(SerializeValue(Value(false)), "false");
+    EXPECT_EQ(SerializeArray(Array()), "[]");
+}
+
+TEST(SerializeTest, MembersComeInByteOrderAndElementsInTheirs)
+{
+    Object object;
+    object["a"] = std::string("x");
+    object["_"] = 2;
+    object["B"] = true;
+    Array array;
+    array.push_back(1.5);
+    array.push_back(Value());
+    array.push_back(Array());
+    array.push_back(Object());
+
+    EXPECT_EQ(Serialize(object), R"({"B":true,"_":2,"a":"x"})");
+    EXPECT_EQ(Serialize(array), "[1.500000,null,[],{}]");
+    EXPECT_EQ(SerializeArray(array), Serialize(array));
+}
+
+TEST(SerializeTest, ContainersNest)
+{
+    EXPECT_EQ(Serialize(Deserialize(R"({"k":[{"z":false}],"l":[[],[1]]})")),
+              R"({"k":[{"z":false}],"l":[[],[1]]})");
+}
+
+TEST(SerializeTest, StringsAndKeysAreWrittenWithoutEscapes)
+{
+    const std::string bytes("\"\\\n\0\xff", 5);
+    Object object;
+    object[bytes] = bytes;
+
+    EXPECT_EQ(SerializeValue(Value(R"(He said "hi")")), R"("He said "hi"")");
+    EXPECT_EQ(Serialize(object), "{\"" + bytes + "\":\"" + bytes + "\"}");
+}
+
+TEST(SerializeTest, ClearedValueIsNullThoughItHoldsItsContent)
+{
+    Value value = Deserialize("[1]");
+
+    value.Clear();
+
+    EXPECT_EQ(SerializeValue(value), "null");
+    EXPECT_EQ(Serialize(value), "");
+}
+
+TEST(SerializeTest, IntegersReachBothEnds)
+{
+    EXPECT_EQ(SerializeValue(Value(std::numeric_limits<int>::max())), "2147483647");
+    EXPECT_EQ(SerializeValue(Value(std::numeric_limits<int>::min())), "-2147483648");
+    EXPECT_EQ(SerializeValue(Value(0)), "0");
+}
+
+TEST(SerializeTest, NumbersAreTheCLibrarysAtEveryMagnitude)
+{
+    for (const double number : {0.0,
+                                -0.0,
+                                0.1,
+                                1e-7,
+                                -1e-7,
+                                5e-7,
+                                1.5e-6,
+                                2.5e-6,
+                                1e20,
+                                1e15,
+                                4503599627370497.5,
+                                9007199254740993.0,
+                                0.9999995,
+                                0.99999949999,
+                                999999.9999995,
+                                1.0000005,
+                                8388607.5,
+                                std::numeric_limits<double>::max(),
+                                std::numeric_limits<double>::lowest(),
+                                std::numeric_limits<double>::min(),
+                                std::numeric_limits<double>::denorm_min()}) {
+        EXPECT_EQ(SerializeValue(Value(number)), Print(number));
+    }
+}
+
+TEST(SerializeTest, InfinitiesAndNotANumberAreSpelledAsTheCLibraryDoes)
+{
+    EXPECT_EQ(SerializeValue(Value(HUGE_VAL)), "inf");
+    EXPECT_EQ(SerializeValue(Value(-HUGE_VAL)), "-inf");
+    EXPECT_EQ(SerializeValue(Value(std::copysign(std::nan(""), 1.0))), "nan");
+    EXPECT_EQ(SerializeValue(Value(std::copysign(std::nan(""), -1.0))), "-nan");
+}
+
+TEST(SerializeTest, RandomBitPatternsAreWrittenAsTheCLibraryDoes)
+{
+    std::mt19937_64 bits(1);
+    for (int i = 0; i < 20000; ++i) {
+        const std::uint64_t pattern = bits();
+        double number = 0.0;
+        std::memcpy(&number, &pattern, sizeof number);
+        ASSERT_EQ(SerializeValue(Value(number)), Print(number));
+    }
+}
+
+TEST(SerializeTest, OrdinaryNumbersAndTiesAreWrittenAsTheCLibraryDoes)
+{
+    std::mt19937_64 bits(2);
+    for (int i = 0; i < 40000; ++i) {
+        const auto integer = static_cast<double>(bits() >> (bits() % 64));
+        const double number = std::ldexp(integer, -static_cast<int>(bits() % 60));
+        ASSERT_EQ(SerializeValue(Value(number)), Print(number));
+        ASSERT_EQ(SerializeValue(Value(integer / 1e6)), Print(integer / 1e6));
+    }
+}
+
+}  // namespace

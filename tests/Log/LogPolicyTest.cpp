@@ -1,0 +1,318 @@
+#include "Tolvex/Log/LogPolicy.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/Namespaces.h"
+#include "tests/Support/OwnProcess.h"
+#include "tests/Support/RealFunction.h"
+#include "tests/Support/ScratchDirectory.h"
+
+namespace {
+
+int appends = 0;  ///< calls of write() to a file so far
+int watched = 0;  ///< while not 0, they are counted
+
+}  // namespace
+
+extern "C" ssize_t write(int descriptor, const void* bytes, size_t size)
+{
+    static auto* const next =
+        Tolvex::Support::RealFunction<ssize_t(int, const void*, size_t)>("write");
+    if (watched != 0 && (fcntl(descriptor, F_GETFL) & O_APPEND) != 0) {
+        ++appends;
+    }
+    return next(descriptor, bytes, size);
+}
+
+namespace {
+
+using Tolvex::Ilog::ColorCode;
+using Tolvex::Ilog::ColoredLog;
+using Tolvex::Ilog::ConsoleLogPolicy;
+using Tolvex::Ilog::FileLogPolicy;
+using Tolvex::Ilog::LogType;
+using Tolvex::Support::ChildResult;
+using Tolvex::Support::CountDescriptors;
+using Tolvex::Support::ReadFile;
+using Tolvex::Support::RunInChild;
+using Tolvex::Support::ScratchDirectory;
+
+class FileLogPolicyTest : public ::testing::Test
+{
+protected:
+    FileLogPolicyTest() : path(directory.Path("log")) {}
+
+    ScratchDirectory directory;
+    std::string path;
+    FileLogPolicy policy;
+};
+
+TEST_F(FileLogPolicyTest, WithoutAnOutputNothingIsWrittenAndNoFileMade)
+{
+    policy.Write("line\n");
+    policy.WriteHeader(LogType::Error);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(FileLogPolicyTest, SetOutputNeitherOpensNorCreatesNorChecksTheFile)
+{
+    policy.SetOutput(path);
+    policy.SetOutput("/no/such/directory/log");
+    policy.SetOutput(path);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(FileLogPolicyTest, EmptyNameWritesNothing)
+{
+    policy.SetOutput("");
+    policy.Write("line\n");
+}
+
+TEST_F(FileLogPolicyTest, LinesAreAppendedToWhatIsThereByteForByte)
+{
+    std::ofstream(path) << "before";
+    policy.SetOutput(path);
+
+    policy.Write("a\n");
+    policy.Write("b\n");
+    policy.Write("");
+    policy.Write(std::string("\r\n\0no newline", 13));
+
+    EXPECT_EQ(ReadFile(path), "beforea\nb\n" + std::string("\r\n\0no newline", 13));
+}
+
+TEST_F(FileLogPolicyTest, AfterCloseNothingIsWrittenUntilTheNextSetOutput)
+{
+    policy.SetOutput(path);
+    policy.Write("a\n");
+    policy.Close();
+    policy.Write("b\n");
+    EXPECT_EQ(ReadFile(path), "a\n");
+
+    policy.SetOutput(path);
+    policy.Write("c\n");
+    EXPECT_EQ(ReadFile(path), "a\nc\n");
+}
+
+TEST_F(FileLogPolicyTest, NoDescriptorIsHeldBetweenLines)
+{
+    const std::ptrdiff_t before = CountDescriptors();
+    policy.SetOutput(path);
+    policy.Write("a\n");
+    EXPECT_EQ(CountDescriptors(), before);
+}
+
+TEST_F(FileLogPolicyTest, LineOfAnySizeIsOneAppend)
+{
+    policy.SetOutput(path);
+    const std::string huge(1000000, 'h');
+    watched = 1;
+    policy.Write("a\n");
+    policy.Write(huge);
+    watched = 0;
+    EXPECT_EQ(appends, 2);
+    EXPECT_TRUE(ReadFile(path) == "a\n" + huge);
+}
+
+TEST_F(FileLogPolicyTest, NewFileHasThePermissionsThatTheMaskLeaves)
+{
+    const mode_t before = umask(027);
+    policy.SetOutput(path);
+    policy.Write("a\n");
+    umask(before);
+    EXPECT_EQ(static_cast<int>(std::filesystem::status(path).permissions()), 0640);
+}
+
+TEST_F(FileLogPolicyTest, DirectoryInPlaceOfTheFileLosesTheLineOnly)
+{
+    std::filesystem::create_directory(path);
+    policy.SetOutput(path);
+    policy.Write("lost\n");
+    std::filesystem::remove(path);
+    policy.Write("kept\n");
+    EXPECT_EQ(ReadFile(path), "kept\n");
+}
+
+TEST_F(FileLogPolicyTest, MissingDirectoryLosesTheLinesMeanwhile)
+{
+    const std::string later = directory.Path("later");
+    policy.SetOutput(later + "/log");
+    policy.Write("lost\n");
+    std::filesystem::create_directory(later);
+    policy.Write("kept\n");
+    EXPECT_EQ(ReadFile(later + "/log"), "kept\n");
+}
+
+/// Runs work, an int(const std::string& directory), in a file system of its own of 64 KiB.
+template <typename Work>
+void InSmallFileSystem(const ScratchDirectory& directory, Work work)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root: mounts a file system";
+    }
+    const std::string mounted = directory.Path("small");
+    std::filesystem::create_directory(mounted);
+    const ChildResult child = RunInChild([&] {
+        if (!Tolvex::Support::EnterPrivateMountNamespace() ||
+            mount("none", mounted.c_str(), "tmpfs", 0, "size=64k") != 0) {
+            ADD_FAILURE() << "no file system";
+            return 1;
+        }
+        return work(mounted);
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+TEST_F(FileLogPolicyTest, FullDiskCostsTheLinesMeanwhileAndTheNextBeginsOnALineOfItsOwn)
+{
+    InSmallFileSystem(directory, [](const std::string& mounted) {
+        const std::string log = mounted + "/log";
+        const std::string ballast = mounted + "/ballast";
+        std::ofstream(ballast) << std::string(std::size_t{15} * 4096, 'b');
+        FileLogPolicy logPolicy;
+        logPolicy.SetOutput(log);
+        const std::string line(999, 'x');
+        for (int count = 0; count < 10; ++count) {
+            logPolicy.Write(line + "\n");
+        }
+        const std::string full = ReadFile(log);
+        EXPECT_LT(full.size(), 10000U);
+        EXPECT_NE(full.back(), '\n');  // the disk was full in the middle of a line
+
+        std::filesystem::remove(ballast);
+        logPolicy.Write("next\n");
+        logPolicy.Write("and next\n");
+        EXPECT_EQ(ReadFile(log), full + "\nnext\nand next\n");
+        return 0;
+    });
+}
+
+TEST_F(FileLogPolicyTest, FileThatIsMadeNewAfterAFullDiskBeginsWithTheLine)
+{
+    InSmallFileSystem(directory, [](const std::string& mounted) {
+        const std::string log = mounted + "/log";
+        FileLogPolicy logPolicy;
+        logPolicy.SetOutput(log);
+        logPolicy.Write(std::string(100000, 'x') + "\n");
+        EXPECT_GT(ReadFile(log).size(), 0U);
+        std::filesystem::remove(log);
+        logPolicy.Write("next\n");
+        EXPECT_EQ(ReadFile(log), "next\n");
+        return 0;
+    });
+}
+
+TEST_F(FileLogPolicyTest, ReadOnlyDirectoryLosesTheLinesMeanwhile)
+{
+    InSmallFileSystem(directory, [](const std::string& mounted) {
+        FileLogPolicy logPolicy;
+        logPolicy.SetOutput(mounted + "/log");
+        EXPECT_EQ(mount("none", mounted.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);
+        logPolicy.Write("lost\n");
+        EXPECT_EQ(mount("none", mounted.c_str(), "tmpfs", MS_REMOUNT, nullptr), 0);
+        logPolicy.Write("kept\n");
+        EXPECT_EQ(ReadFile(mounted + "/log"), "kept\n");
+        return 0;
+    });
+}
+
+// -------------------------------------------------------------------------------------- console
+
+/// What the console policy prints for a line of a type.
+std::string Printed(LogType type, const std::string& line)
+{
+    return RunInChild([&] {
+               ConsoleLogPolicy policy;
+               policy.WriteHeader(type);
+               policy.Write(line);
+               return 0;
+           })
+        .output;
+}
+
+TEST(ConsoleLogPolicyTest, ColourSurroundsTheWholeLineWithItsNewline)
+{
+    EXPECT_EQ(Printed(LogType::Error, "line\n"), "\x1B[31mline\n\x1B[39m");
+    EXPECT_EQ(Printed(LogType::Warning, "line\n"), "\x1B[33mline\n\x1B[39m");
+    EXPECT_EQ(Printed(LogType::Notice, "line\n"), "\x1B[32mline\n\x1B[39m");
+}
+
+TEST(ConsoleLogPolicyTest, AnyOtherTypeHasNoEscapeBytes)
+{
+    EXPECT_EQ(Printed(LogType::Info, "line\n"), "line\n");
+    EXPECT_EQ(Printed(static_cast<LogType>(7), "line\n"), "line\n");
+    EXPECT_EQ(Printed(static_cast<LogType>(-2), "line\n"), "line\n");
+}
+
+TEST(ConsoleLogPolicyTest, BeforeAnyHeaderThereIsNoColourAndTheTypeLasts)
+{
+    const ChildResult child = RunInChild([] {
+        ConsoleLogPolicy policy;
+        policy.Write("plain\n");
+        policy.WriteHeader(LogType::Error);
+        policy.SetOutput("ignored");
+        policy.Write("a\n");
+        policy.Close();
+        policy.Write("b\n");
+        return 0;
+    });
+    EXPECT_EQ(child.output, "plain\n\x1B[31ma\n\x1B[39m\x1B[31mb\n\x1B[39m");
+}
+
+TEST(ConsoleLogPolicyTest, FormatOfStandardOutputDoesNotChangeTheBytes)
+{
+    const ChildResult child = RunInChild([] {
+        std::cout << std::hex << std::showpos << std::setfill('*') << std::setw(20);
+        ConsoleLogPolicy policy;
+        policy.WriteHeader(LogType::Error);
+        policy.Write(std::string("a\0b\n", 4));
+        return 0;
+    });
+    EXPECT_EQ(child.output, std::string("\x1B[31ma\0b\n\x1B[39m", 14));
+}
+
+TEST(ConsoleLogPolicyTest, StandardOutputIsNotFlushed)
+{
+    const ChildResult child = RunInChild([] {
+        ConsoleLogPolicy policy;
+        policy.Write("kept back\n");
+        _exit(0);  // a pipe is buffered, and _exit() writes nothing
+        return 0;
+    });
+    EXPECT_EQ(child.output, "");
+}
+
+TEST(ConsoleLogPolicyTest, FailureOfStandardOutputThatHasPassedCostsNothingLater)
+{
+    const ChildResult child = RunInChild([] {
+        std::cout.setstate(std::ios_base::badbit);
+        ConsoleLogPolicy policy;
+        policy.Write("line\n");
+        return 0;
+    });
+    EXPECT_EQ(child.output, "line\n");
+}
+
+TEST(ColoredLogTest, IsTheEscapeSequenceOfItsNumber)
+{
+    std::ostringstream stream;
+    stream << ColoredLog(ColorCode::Red) << ColoredLog(ColorCode::Green)
+           << ColoredLog(ColorCode::Yellow) << ColoredLog(ColorCode::Default)
+           << ColoredLog(static_cast<ColorCode>(-2147483647 - 1));
+    EXPECT_EQ(stream.str(), "\x1B[31m\x1B[32m\x1B[33m\x1B[39m\x1B[-2147483648m");
+}
+
+}  // namespace

@@ -1,0 +1,1105 @@
+#include "Tolvex/Log/LoggerBase.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <future>
+#include <ios>
+#include <limits>
+#include <pthread.h>
+#include <stdexcept>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tolvex/Util/UtilTime.h"
+
+#include "tests/Support/CancellableStack.h"
+#include "tests/Support/CapturingPolicy.h"
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/CountingNew.h"
+#include "tests/Support/OwnProcess.h"
+#include "tests/Support/Pace.h"
+#include "tests/Support/Patience.h"
+#include "tests/Support/TimeZone.h"
+
+// The thread sanitizer refuses threads in a child that a process with threads has forked.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" const char* __tsan_default_options()
+{
+    return "die_after_fork=0:atexit_sleep_ms=0";
+}
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using Tolvex::LogModule;
+using Tolvex::Ilog::ILogPolicy;
+using Tolvex::Ilog::LoggerBase;
+using Tolvex::Ilog::LogType;
+using Tolvex::Support::AwaitLines;
+using Tolvex::Support::CapturingLogger;
+using Tolvex::Support::Eventually;
+using Tolvex::Support::InTimeZone;
+using Tolvex::Support::patience;
+using Tolvex::Support::RunInChild;
+using Tolvex::Support::Scaled;
+using Tolvex::Support::ThreadNames;
+using Tolvex::Support::ThreadsBusyAtFork;
+using Tolvex::Support::WithoutDate;
+
+/// An event that one thread waits for and another brings about.
+class Gate
+{
+public:
+    void Open() { opened.set_value(); }
+    bool Pass() { return future.wait_for(patience) == std::future_status::ready; }
+
+private:
+    std::promise<void> opened;
+    std::shared_future<void> future = opened.get_future();
+};
+
+void WriteLine(CapturingLogger& logger, const std::string& text, LogType type = LogType::Info)
+{
+    logger.WriteHeader(type);
+    logger << text << std::endl;
+}
+
+/// The lines that a logger writes for what work, a void(CapturingLogger&), does; without dates.
+template <typename Work>
+std::vector<std::string> LinesOf(std::size_t count, Work work)
+{
+    CapturingLogger logger;
+    EXPECT_TRUE(logger.Enable());
+    work(logger);
+    std::vector<std::string> lines = AwaitLines(logger, count);
+    logger.Close();
+    lines = logger.GetPolicy().Lines();
+    std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
+    return lines;
+}
+
+bool HasThread(const std::string& name)
+{
+    const std::vector<std::string> names = ThreadNames();
+    return std::find(names.begin(), names.end(), name + "\n") != names.end();
+}
+
+// ------------------------------------------------------------------------------------- the line
+
+TEST(LoggerBaseTest, DisabledLoggerTakesNoLockAndKeepsNoText)
+{
+    CapturingLogger logger;
+
+    // Twice on one thread, and with a line left open: would block if the lock were taken.
+    logger.WriteHeader(LogType::Error);
+    logger << LogModule::WNET << "text" << 1 << 1.5 << std::string("s");
+    logger.WriteHeader(LogType::Error);
+    logger << std::endl;
+
+    EXPECT_FALSE(logger.IsEnabled());
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "first");
+    EXPECT_THAT(AwaitLines(logger, 1), SizeIs(1));
+    EXPECT_EQ(WithoutDate(logger.GetPolicy().Lines()[0]), "first\n");
+}
+
+TEST(LoggerBaseTest, HeaderIsTheLocalTimeInBracketsAndTheTag)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+
+    const std::string earliest = Tolvex::Util::NewDate("[%Y-%m-%d %H:%M:%S]");
+    WriteLine(logger, "", LogType::Error);
+    const std::string latest = Tolvex::Util::NewDate("[%Y-%m-%d %H:%M:%S]");
+
+    const std::vector<std::string> lines = AwaitLines(logger, 1);
+    ASSERT_THAT(lines, SizeIs(1));
+    EXPECT_GE(lines[0].substr(0, earliest.size()), earliest);
+    EXPECT_LE(lines[0].substr(0, latest.size()), latest);
+    EXPECT_EQ(WithoutDate(lines[0]), "[ERROR]\n");
+}
+
+struct TypeRow
+{
+    const char* name;
+    LogType type;
+    const char* tag;
+};
+
+class LogTypeTest : public ::testing::TestWithParam<TypeRow>
+{
+};
+
+TEST_P(LogTypeTest, HeaderHasTheTagOfTheTypeAndThePolicyIsToldTheType)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+
+    WriteLine(logger, "x", GetParam().type);
+
+    const std::vector<std::string> lines = AwaitLines(logger, 1);
+    ASSERT_THAT(lines, SizeIs(1));
+    EXPECT_EQ(WithoutDate(lines[0]), std::string(GetParam().tag) + "x\n");
+    EXPECT_THAT(logger.GetPolicy().Types(), ElementsAre(GetParam().type));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, LogTypeTest,
+                         ::testing::Values(TypeRow{"Info", LogType::Info, ""},
+                                           TypeRow{"Warning", LogType::Warning, "[WARNING]"},
+                                           TypeRow{"Error", LogType::Error, "[ERROR]"},
+                                           TypeRow{"Notice", LogType::Notice, ""},
+                                           TypeRow{"Seven", static_cast<LogType>(7), ""},
+                                           TypeRow{"Negative", static_cast<LogType>(-1), ""}),
+                         [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST(LoggerBaseTest, LogTypeHas32BitsAndTheStatedValues)
+{
+    static_assert(sizeof(LogType) == 4);
+    EXPECT_EQ(static_cast<int>(LogType::Info), 0);
+    EXPECT_EQ(static_cast<int>(LogType::Warning), 1);
+    EXPECT_EQ(static_cast<int>(LogType::Error), 2);
+    EXPECT_EQ(static_cast<int>(LogType::Notice), 3);
+}
+
+TEST(LoggerBaseTest, WholeLineIsHeaderModuleValuesAndNewline)
+{
+    char text[] = "writable";
+    const auto lines = LinesOf(1, [&](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Error);
+        logger << LogModule::WNET << "literal " << text << 42 << ' ' + std::string("string ") << 1.5
+               << std::endl;
+    });
+
+    EXPECT_THAT(lines, ElementsAre("[ERROR][#WNET]literal writable42 string 1.5\n"));
+}
+
+TEST(LoggerBaseTest, NumbersHaveTheDefaultFormat)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Info);
+        logger << std::numeric_limits<int>::min() << " " << 1.0 / 3 << " " << 1e100 << " "
+               << 1234567.0 << " " << 4.0 << " " << std::numeric_limits<double>::infinity()
+               << std::endl;
+    });
+
+    EXPECT_THAT(lines, ElementsAre("-2147483648 0.333333 1e+100 1.23457e+06 4 inf\n"));
+}
+
+TEST(LoggerBaseTest, BytesOfAStringAreKeptWhateverTheyAre)
+{
+    const std::string bytes("a\0b\r\t\xFF", 6);
+    const auto lines = LinesOf(1, [&](CapturingLogger& logger) { WriteLine(logger, bytes); });
+
+    EXPECT_THAT(lines, ElementsAre(bytes + "\n"));
+}
+
+TEST(LoggerBaseTest, EmptyLineAndHugeLineAreWrittenWhole)
+{
+    const std::string huge(3000000, 'h');
+    const auto lines = LinesOf(3, [&](CapturingLogger& logger) {
+        WriteLine(logger, "");
+        WriteLine(logger, huge);
+        WriteLine(logger, "after");
+    });
+
+    EXPECT_TRUE(lines == (std::vector<std::string>{"\n", huge + "\n", "after\n"}));
+}
+
+TEST(LoggerBaseTest, ModuleWithoutTextGivesAnEmptyTag)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Info);
+        logger << static_cast<LogModule>(11) << static_cast<LogModule>(-1) << std::endl;
+    });
+
+    EXPECT_THAT(lines, ElementsAre("[#][#]\n"));
+}
+
+TEST(LoggerBaseTest, NewlineInTheMiddleEndsNothing)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Info);
+        logger << "a\n"
+               << "b" << std::flush << "c" << std::endl;
+    });
+
+    EXPECT_THAT(lines, ElementsAre("a\nbc\n"));
+}
+
+TEST(LoggerBaseTest, AnyManipulatorEndsTheLineWhenTheTextEndsInANewline)
+{
+    const auto lines = LinesOf(2, [](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Info);
+        logger << "a\n" << std::flush;
+        logger.WriteHeader(LogType::Info);
+        logger << "b" << std::flush << "\n";
+        logger.CheckEndOfStream();
+    });
+
+    EXPECT_THAT(lines, ElementsAre("a\n", "b\n"));
+}
+
+TEST(LoggerBaseTest, TextWithoutNewlineIsNotHandedOver)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+
+    logger.WriteHeader(LogType::Info);
+    logger << "abc";
+    logger.CheckEndOfStream();
+    logger << std::flush;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+
+    EXPECT_THAT(logger.GetPolicy().Lines(), IsEmpty());
+    logger.DropLine();
+}
+
+TEST(LoggerBaseTest, EveryEndlHandsOverOneLineAndASecondOneNothing)
+{
+    const auto lines = LinesOf(3, [](CapturingLogger& logger) {
+        for (int line = 0; line < 3; ++line) {
+            logger.WriteHeader(LogType::Info);
+            logger << line << std::endl << std::endl << "late" << std::endl;
+        }
+    });
+
+    EXPECT_THAT(lines, ElementsAre("0\n", "1\n", "2\n"));
+}
+
+TEST(LoggerBaseTest, ValuesWithoutAHeaderAreDropped)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        logger << LogModule::WNET << "nobody's" << 1 << std::endl;
+        WriteLine(logger, "line");
+    });
+
+    EXPECT_THAT(lines, ElementsAre("line\n"));
+}
+
+TEST(LoggerBaseTest, ValuesOfAThreadThatDidNotBeginTheLineAreDropped)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Info);
+        std::thread([&logger] { logger << LogModule::WNET << "other" << std::endl; }).join();
+        logger << "own" << std::endl;
+    });
+
+    EXPECT_THAT(lines, ElementsAre("own\n"));
+}
+
+TEST(LoggerBaseTest, NullPointerEndsTheTextOfItsLineAndOfNoOther)
+{
+    const char* const nothing = nullptr;
+    char* const nothingWritable = nullptr;
+    const auto lines = LinesOf(3, [&](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Info);
+        logger << "before " << nothing << "after" << std::endl;
+        logger.WriteHeader(LogType::Warning);
+        logger << nothingWritable << std::endl;
+        WriteLine(logger, "next");
+    });
+
+    EXPECT_THAT(lines, ElementsAre("before \n", "[WARNING]\n", "next\n"));
+}
+
+TEST(LoggerBaseTest, NullManipulatorDoesNothing)
+{
+    std::ostream& (*const nothing)(std::ostream&) = nullptr;
+    const auto lines = LinesOf(1, [&](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Info);
+        logger << "a" << nothing << "b" << std::endl;
+    });
+
+    EXPECT_THAT(lines, ElementsAre("ab\n"));
+}
+
+std::ostream& OddFormat(std::ostream& stream)
+{
+    stream << std::hex << std::showbase;
+    stream.precision(2);
+    stream.fill('*');
+    stream.width(9);
+    stream.setstate(std::ios_base::eofbit);
+    stream.clear();
+    return stream;
+}
+
+TEST(LoggerBaseTest, FormatThatALineSetsEndsWithIt)
+{
+    const auto lines = LinesOf(2, [](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Info);
+        logger << OddFormat << 255 << " " << 3.14159 << OddFormat << std::endl;
+        logger.WriteHeader(LogType::Info);
+        logger << 255 << " " << 3.14159 << std::endl;
+    });
+
+    EXPECT_THAT(lines, ElementsAre("*****0xff 3.1\n", "255 3.14159\n"));
+}
+
+TEST(LoggerBaseTest, InsertionsThatFindNoMemoryAreMissingInTheirLineOnly)
+{
+    const std::string huge(1000000, 'h');
+    const auto lines = LinesOf(2, [&](CapturingLogger& logger) {
+        {
+            const Tolvex::Support::AllocationLimit limit(100000);
+            logger.WriteHeader(LogType::Info);
+            logger << "before " << huge << "after" << std::endl;
+        }
+        WriteLine(logger, "next");
+    });
+
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_EQ(lines[0].substr(0, 7), "before ");
+    EXPECT_EQ(lines[0].find("after"), std::string::npos);
+    EXPECT_EQ(lines[0].back(), '\n');
+    EXPECT_EQ(lines[1], "next\n");
+}
+
+TEST(LoggerBaseTest, HeaderThatFindsNoMemoryLeavesNoLockTaken)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        {
+            const Tolvex::Support::AllocationLimit limit(0);
+            try {
+                WriteLine(logger, "lost or not");
+            } catch (const std::bad_alloc&) {
+            }
+        }
+        std::thread([&logger] { WriteLine(logger, "next"); }).join();
+    });
+
+    EXPECT_EQ(lines.back(), "next\n");
+}
+
+TEST(LoggerBaseTest, LinesAtSteadyStateAllocateNothing)
+{
+    LoggerBase<Tolvex::Ilog::FileLogPolicy> logger;  // without an output: writes nothing
+    ASSERT_TRUE(logger.Enable());
+    const std::string text = "a string that is longer than any in-place buffer of a string";
+    const auto write = [&] {
+        logger.WriteHeader(LogType::Error);
+        logger << LogModule::Accelerometer << text << "literal" << 42 << 1.5 << std::endl;
+    };
+    for (int line = 0; line < 100; ++line) {
+        write();
+    }
+
+    // Once a second the text of the time stamp is made anew, so the least of several rounds counts.
+    std::size_t least = 1000;
+    for (int round = 0; round < 5; ++round) {
+        const std::size_t before = Tolvex::Support::allocationCount;
+        for (int line = 0; line < 100; ++line) {
+            write();
+        }
+        least = std::min(least, Tolvex::Support::allocationCount - before);
+    }
+    EXPECT_EQ(least, 0U);
+}
+
+// ------------------------------------------------------------------------------- the time stamp
+
+TEST(LoggerBaseTest, ChangedTimeZoneShowsInTheNextLine)
+{
+    InTimeZone("UTC0", [] {
+        CapturingLogger logger;
+        ASSERT_TRUE(logger.Enable());
+        for (int attempt = 0; attempt < 10; ++attempt) {
+            // Within one second, so that nothing but the zone differs; hence the attempts.
+            setenv("TZ", "UTC0", 1);
+            tzset();
+            const time_t before = std::time(nullptr);
+            WriteLine(logger, "utc");
+            // Same names and same offset of the standard time: the rule alone differs.
+            setenv("TZ", "UTC0", 1);
+            tzset();
+            WriteLine(logger, "utc");
+            setenv("TZ", "XXX-5:30", 1);
+            tzset();
+            WriteLine(logger, "kolkata");
+            const auto lines = AwaitLines(logger, static_cast<std::size_t>(3 * attempt) + 3);
+            if (std::time(nullptr) != before) {
+                continue;
+            }
+            EXPECT_EQ(lines[lines.size() - 1].substr(0, 21),
+                      Tolvex::Util::Date(before, "[%Y-%m-%d %H:%M:%S]"));
+            EXPECT_NE(lines[lines.size() - 1].substr(0, 21), lines[lines.size() - 2].substr(0, 21));
+            return;
+        }
+        FAIL() << "no three lines within one second";
+    });
+}
+
+// ------------------------------------------------------------------------------------- the lock
+
+TEST(LoggerBaseTest, SecondLineWaitsUntilTheFirstHasBeenWritten)
+{
+    Gate writing;
+    Gate written;
+    CapturingLogger logger;
+    std::atomic<int> calls = 0;
+    logger.GetPolicy().onWrite = [&](const std::string&) {
+        if (++calls == 1) {
+            writing.Open();
+            EXPECT_TRUE(written.Pass());
+        }
+    };
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "first");
+    ASSERT_TRUE(writing.Pass());
+
+    std::atomic<bool> begun = false;
+    std::thread second([&] {
+        logger.WriteHeader(LogType::Info);
+        begun = true;
+        logger << "second" << std::endl;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(begun);
+
+    written.Open();
+    second.join();
+    EXPECT_THAT(AwaitLines(logger, 2), SizeIs(2));
+}
+
+TEST(LoggerBaseTest, LinesOfManyThreadsDoNotMixAndKeepTheirOrder)
+{
+    constexpr int threadCount = 8;
+    const int lineCount = static_cast<int>(Scaled(20000));
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < threadCount; ++thread) {
+        threads.emplace_back([&logger, thread, lineCount] {
+            for (int line = 0; line < lineCount; ++line) {
+                logger.WriteHeader(LogType::Info);
+                logger << LogModule::Event << thread << " " << line << " of " << thread
+                       << std::endl;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+
+    const auto lines =
+        AwaitLines(logger, std::size_t{threadCount} * static_cast<std::size_t>(lineCount));
+    ASSERT_THAT(lines, SizeIs(threadCount * lineCount));
+    std::vector<int> next(threadCount, 0);
+    for (const std::string& line : lines) {
+        int thread = -1;
+        int number = -1;
+        ASSERT_EQ(std::sscanf(line.c_str() + 21, "%*[^#]#Event]%d %d", &thread, &number) == 2 ||
+                      std::sscanf(line.c_str() + 21, "[#Event]%d %d", &thread, &number) == 2,
+                  true)
+            << line;
+        ASSERT_EQ(number, next[static_cast<std::size_t>(thread)]++) << line;
+        ASSERT_TRUE(line.ends_with("]" + std::to_string(thread) + " " + std::to_string(number) +
+                                   " of " + std::to_string(thread) + "\n"))
+            << line;
+    }
+}
+
+TEST(LoggerBaseTest, OpenLineIsEndedByItsThreadsNextHeader)
+{
+    const auto lines = LinesOf(3, [](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Info);
+        logger << "left open";
+        logger.WriteHeader(LogType::Info);
+        logger << "with newline\n";
+        WriteLine(logger, "whole");
+    });
+
+    EXPECT_THAT(lines, ElementsAre("left open\n", "with newline\n", "whole\n"));
+}
+
+TEST(LoggerBaseTest, DroppedLineIsNotWrittenAndLeavesNoLockTaken)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        logger.DropLine();
+        logger.WriteHeader(LogType::Info);
+        logger << "half";
+        logger.DropLine();
+        std::thread([&logger] { WriteLine(logger, "whole"); }).join();
+    });
+
+    EXPECT_THAT(lines, ElementsAre("whole\n"));
+}
+
+TEST(LoggerBaseTest, OpenLineOfAThreadThatEndsIsDropped)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        std::thread([&logger] {
+            logger.WriteHeader(LogType::Info);
+            logger << "half";
+        }).join();
+        std::thread([&logger] { WriteLine(logger, "whole"); }).join();
+    });
+
+    EXPECT_THAT(lines, ElementsAre("whole\n"));
+}
+
+std::ostream& Throwing(std::ostream&)
+{
+    throw std::runtime_error("manipulator");
+}
+
+TEST(LoggerBaseTest, ExceptionOutOfAManipulatorDropsTheLine)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Info);
+        EXPECT_THROW(logger << "half" << Throwing, std::runtime_error);
+        logger << "rest" << std::endl;
+        std::thread([&logger] { WriteLine(logger, "whole"); }).join();
+    });
+
+    EXPECT_THAT(lines, ElementsAre("whole\n"));
+}
+
+CapturingLogger* loggerOfManipulator = nullptr;
+
+std::ostream& Logging(std::ostream& stream)
+{
+    WriteLine(*loggerOfManipulator, "inner");
+    return stream;
+}
+
+TEST(LoggerBaseTest, ManipulatorThatLogsGetsADeadlockErrorInsteadOfADeadlock)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        loggerOfManipulator = &logger;
+        logger.WriteHeader(LogType::Info);
+        try {
+            logger << Logging;
+            ADD_FAILURE() << "no exception";
+        } catch (const std::system_error& error) {
+            EXPECT_EQ(error.code(), std::errc::resource_deadlock_would_occur);
+        }
+        WriteLine(logger, "whole");
+    });
+
+    EXPECT_THAT(lines, ElementsAre("whole\n"));
+}
+
+// ----------------------------------------------------------------------------------- the policy
+
+TEST(LoggerBaseTest, OutputIsForwardedToThePolicy)
+{
+    CapturingLogger logger;
+
+    logger.SetOutput("one");
+    ASSERT_TRUE(logger.Enable());
+    logger.SetOutput("two");
+    logger.WriteHeader(LogType::Info);
+    logger.SetOutput("in the middle of an own line");
+    logger << "x" << std::endl;
+
+    EXPECT_THAT(logger.GetPolicy().Outputs(),
+                ElementsAre("one", "two", "in the middle of an own line"));
+    EXPECT_THAT(AwaitLines(logger, 1), SizeIs(1));
+}
+
+TEST(LoggerBaseTest, OutputDoesNotChangeInTheMiddleOfAnotherThreadsLine)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+
+    std::thread other([&logger] { logger.SetOutput("new"); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_THAT(logger.GetPolicy().Outputs(), IsEmpty());
+
+    logger << std::endl;
+    other.join();
+    EXPECT_THAT(logger.GetPolicy().Outputs(), ElementsAre("new"));
+}
+
+TEST(LoggerBaseTest, PolicyThatThrowsLosesThatLineOnly)
+{
+    CapturingLogger logger;
+    logger.GetPolicy().onWrite = [](const std::string& line) {
+        if (line.find("bad") != std::string::npos) {
+            throw std::runtime_error("policy");
+        }
+    };
+    ASSERT_TRUE(logger.Enable());
+
+    WriteLine(logger, "bad");
+    WriteLine(logger, "good");
+
+    const auto lines = AwaitLines(logger, 1);
+    ASSERT_THAT(lines, SizeIs(1));
+    EXPECT_EQ(WithoutDate(lines[0]), "good\n");
+}
+
+TEST(LoggerBaseTest, PolicyThatLogsGetsADeadlockErrorInsteadOfADeadlock)
+{
+    CapturingLogger logger;
+    std::atomic<int> errors = 0;
+    logger.GetPolicy().onWrite = [&](const std::string&) {
+        try {
+            WriteLine(logger, "from the policy");
+        } catch (const std::system_error& error) {
+            errors += error.code() == std::errc::resource_deadlock_would_occur ? 1 : 0;
+            throw;
+        }
+    };
+    ASSERT_TRUE(logger.Enable());
+
+    WriteLine(logger, "one");
+    WriteLine(logger, "two");
+
+    EXPECT_TRUE(Eventually([&] { return errors == 2; }));
+    logger.Close();
+    EXPECT_THAT(logger.GetPolicy().Lines(), IsEmpty());
+}
+
+/// Closes its logger from the inside.
+class ClosingPolicy : public ILogPolicy
+{
+public:
+    void Write(const std::string&) override { ++writes; }
+    void Close() override
+    {
+        ++closes;
+        if (closes < 3) {
+            logger->Close();
+            reenabled = logger->Enable();
+        }
+    }
+
+    static inline LoggerBase<ClosingPolicy>* logger = nullptr;
+    int closes = 0;
+    bool reenabled = true;
+    std::atomic<int> writes = 0;
+};
+
+TEST(LoggerBaseTest, PolicyThatClosesItsLoggerFromCloseDoesNotRecurse)
+{
+    LoggerBase<ClosingPolicy> logger;
+    ClosingPolicy::logger = &logger;
+    ASSERT_TRUE(logger.Enable());
+
+    logger.Close();
+
+    EXPECT_EQ(logger.GetPolicy().closes, 1);
+    EXPECT_FALSE(logger.GetPolicy().reenabled);
+    logger.GetPolicy().closes = 3;
+}
+
+// --------------------------------------------------------------------------- enabling and closing
+
+TEST(LoggerBaseTest, WriterBearsTheNameOfTheLogger)
+{
+    CapturingLogger logger;
+    logger.SetTheadName("LOG_NAMED");
+    EXPECT_FALSE(HasThread("LOG_NAMED"));
+
+    ASSERT_TRUE(logger.Enable());
+    EXPECT_TRUE(logger.Enable());
+    EXPECT_TRUE(HasThread("LOG_NAMED"));
+    const auto names = ThreadNames();
+    EXPECT_EQ(std::count(names.begin(), names.end(), "LOG_NAMED\n"), 1);
+
+    logger.Close();
+    EXPECT_TRUE(Eventually([] { return !HasThread("LOG_NAMED"); }));
+}
+
+TEST(LoggerBaseTest, CloseDisablesAndClosesThePolicyEachTime)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+
+    logger.Close();
+    logger.Close();
+    WriteLine(logger, "lost");
+
+    EXPECT_FALSE(logger.IsEnabled());
+    EXPECT_EQ(logger.GetPolicy().Closes(), 2);
+    EXPECT_THAT(logger.GetPolicy().Lines(), IsEmpty());
+}
+
+TEST(LoggerBaseTest, ClosedLoggerCanBeEnabledAgain)
+{
+    CapturingLogger logger;
+    for (int round = 0; round < 8; ++round) {
+        ASSERT_TRUE(logger.Enable());
+        WriteLine(logger, std::to_string(round));
+        logger.Close();
+
+        const auto lines = logger.GetPolicy().Lines();
+        ASSERT_THAT(lines, SizeIs(round + 1));
+        EXPECT_EQ(WithoutDate(lines.back()), std::to_string(round) + "\n");
+    }
+}
+
+TEST(LoggerBaseTest, LineThatIsEndedBeforeCloseIsWrittenHoweverSlowTheWriterIs)
+{
+    for (int round = 0; round < 8; ++round) {
+        CapturingLogger logger;
+        logger.GetPolicy().onWrite = [](const std::string&) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        };
+        ASSERT_TRUE(logger.Enable());
+        WriteLine(logger, "a");
+        WriteLine(logger, "last");
+        logger.Close();
+
+        EXPECT_THAT(logger.GetPolicy().Lines(), SizeIs(2));
+    }
+}
+
+TEST(LoggerBaseTest, CloseInTheMiddleOfALineDropsItAndLetsWaitingThreadsGoOn)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+    logger << "half";
+
+    std::vector<std::thread> waiting;
+    for (int thread = 0; thread < 4; ++thread) {
+        waiting.emplace_back([&logger] { WriteLine(logger, "dropped"); });
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::thread([&logger] { logger.Close(); }).join();
+    for (std::thread& thread : waiting) {
+        thread.join();
+    }
+    logger << "of it" << std::endl;
+    ASSERT_TRUE(logger.Enable());
+    logger << "still no line" << std::endl;
+    WriteLine(logger, "new");
+
+    const auto lines = AwaitLines(logger, 1);
+    ASSERT_THAT(lines, SizeIs(1));
+    EXPECT_EQ(WithoutDate(lines[0]), "new\n");
+}
+
+TEST(LoggerBaseTest, CloseOfTheOwnOpenLineDropsIt)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+    logger.Close();
+    EXPECT_EQ(logger.GetPolicy().Closes(), 1);
+
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "new");
+    EXPECT_THAT(AwaitLines(logger, 1), SizeIs(1));
+}
+
+TEST(LoggerBaseTest, EnablingAndClosingUnderLoadNeverBlocksAndTearsNothing)
+{
+    CapturingLogger logger;
+    std::atomic<bool> running = true;
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&] {
+            while (running) {
+                logger.WriteHeader(LogType::Info);
+                logger << LogModule::Event << "text" << 1 << std::endl;
+            }
+        });
+    }
+    for (int round = 0; round < 8; ++round) {
+        ASSERT_TRUE(logger.Enable());
+        const std::size_t before = logger.GetPolicy().Lines().size();
+        AwaitLines(logger, before + 10);
+        logger.Close();
+    }
+    running = false;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+
+    for (const std::string& line : logger.GetPolicy().Lines()) {
+        ASSERT_EQ(WithoutDate(line), "[#Event]text1\n");
+    }
+}
+
+TEST(LoggerBaseTest, EnableWhileAnOldWriterHangsStartsANewOneThatWaitsForIt)
+{
+    Gate hanging;
+    Gate released;
+    CapturingLogger logger;
+    std::atomic<int> calls = 0;
+    std::atomic<int> inside = 0;
+    logger.GetPolicy().onWrite = [&](const std::string&) {
+        EXPECT_EQ(++inside, 1);
+        if (++calls == 1) {
+            hanging.Open();
+            EXPECT_TRUE(released.Pass());
+        }
+        --inside;
+    };
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "first");
+    ASSERT_TRUE(hanging.Pass());
+
+    const auto start = std::chrono::steady_clock::now();
+    logger.Close();
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2100));
+    EXPECT_EQ(logger.GetPolicy().Closes(), 1);
+
+    ASSERT_TRUE(logger.Enable());
+    std::thread second([&logger] { WriteLine(logger, "second"); });
+    released.Open();
+    second.join();
+    const auto lines = AwaitLines(logger, 2);
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_EQ(WithoutDate(lines[1]), "second\n");
+
+    // The old writer has left the flags to the new one: the close still waits for that.
+    WriteLine(logger, "third");
+    logger.Close();
+    EXPECT_THAT(logger.GetPolicy().Lines(), SizeIs(3));
+}
+
+/// Hangs in Write() without touching its members.
+class HangingPolicy : public ILogPolicy
+{
+public:
+    void Write(const std::string& line) override
+    {
+        hanging->Open();
+        released->Pass();
+        length = line.size();
+        ended->Open();
+    }
+
+    static inline std::shared_ptr<Gate> hanging = std::make_shared<Gate>();
+    static inline std::shared_ptr<Gate> released = std::make_shared<Gate>();
+    static inline std::shared_ptr<Gate> ended = std::make_shared<Gate>();
+    static inline std::atomic<std::size_t> length = 0;
+};
+
+TEST(LoggerBaseTest, DestructorLeavesAHangingWriterBehindAfterTwoSeconds)
+{
+    auto logger = std::make_unique<LoggerBase<HangingPolicy>>();
+    logger->SetTheadName("LOG_HANGING");
+    ASSERT_TRUE(logger->Enable());
+    logger->WriteHeader(LogType::Info);
+    *logger << "text" << std::endl;
+    ASSERT_TRUE(HangingPolicy::hanging->Pass());
+
+    const auto start = std::chrono::steady_clock::now();
+    logger.reset();
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2100));
+
+    HangingPolicy::released->Open();
+    ASSERT_TRUE(HangingPolicy::ended->Pass());
+    EXPECT_TRUE(Eventually([] { return !HasThread("LOG_HANGING"); }));
+    EXPECT_GT(HangingPolicy::length, 20U);
+}
+
+TEST(LoggerBaseTest, LoggersComeAndGoUnderTheirWriters)
+{
+    for (int round = 0; round < 8; ++round) {
+        CapturingLogger logger;
+        logger.SetTheadName("LOG_PASSING");
+        ASSERT_TRUE(logger.Enable());
+        WriteLine(logger, "x");
+    }
+    EXPECT_TRUE(Eventually([] { return !HasThread("LOG_PASSING"); }));
+}
+
+// ----------------------------------------------------------------------------------- cancellation
+
+/// Composes one line after the other and is cancelled at a chosen point of one.
+struct Victim
+{
+    CapturingLogger* logger;
+    int point;
+
+    static void* Run(void* argument)
+    {
+        const Tolvex::Support::CancellableStack stack;
+        Victim& self = *static_cast<Victim*>(argument);
+        int step = 0;
+        const auto here = [&] {
+            if (step++ == self.point) {
+                pthread_cancel(pthread_self());
+                pthread_testcancel();
+            }
+        };
+        CapturingLogger& logger = *self.logger;
+        here();
+        logger.WriteHeader(LogType::Error);
+        here();
+        logger << LogModule::Event;
+        here();
+        logger << "text";
+        here();
+        logger << 42;
+        here();
+        logger << 1.5 << std::string(" string");
+        here();
+        logger << std::flush;
+        here();
+        logger << std::endl;
+        here();
+        return nullptr;
+    }
+};
+
+TEST(LoggerBaseTest, ThreadCancelledBetweenAnyTwoStepsLeavesNoLockAndNoHalfLine)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    for (int point = 0; point < 8; ++point) {
+        Victim victim{&logger, point};
+        pthread_t thread = 0;
+        ASSERT_EQ(pthread_create(&thread, nullptr, Victim::Run, &victim), 0);
+        void* result = nullptr;
+        pthread_join(thread, &result);
+        EXPECT_EQ(result, PTHREAD_CANCELED);
+        WriteLine(logger, "after " + std::to_string(point));
+    }
+
+    const auto lines = AwaitLines(logger, 9);
+    ASSERT_THAT(lines, SizeIs(9));
+    for (std::size_t line = 0; line < 7; ++line) {
+        EXPECT_EQ(WithoutDate(lines[line]), "after " + std::to_string(line) + "\n");
+    }
+    EXPECT_EQ(WithoutDate(lines[7]), "[ERROR][#Event]text421.5 string\n");
+}
+
+std::ostream& CancellationPoint(std::ostream& stream)
+{
+    pthread_testcancel();
+    return stream;
+}
+
+void* LogUntilCancelled(void* argument)
+{
+    const Tolvex::Support::CancellableStack stack;
+    CapturingLogger& logger = *static_cast<CapturingLogger*>(argument);
+    for (;;) {
+        logger.WriteHeader(LogType::Info);
+        logger << LogModule::Event << CancellationPoint << "text" << CancellationPoint << 42
+               << std::endl;
+    }
+}
+
+TEST(LoggerBaseTest, ThreadsCancelledAtAnyMomentLeaveNoLockAndNoHalfLine)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    const int rounds = static_cast<int>(Scaled(5000));
+    for (int round = 0; round < rounds; ++round) {
+        pthread_t threads[2];
+        for (pthread_t& thread : threads) {
+            ASSERT_EQ(pthread_create(&thread, nullptr, LogUntilCancelled, &logger), 0);
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(round * 37 % 500));
+        for (const pthread_t thread : threads) {
+            pthread_cancel(thread);
+        }
+        for (const pthread_t thread : threads) {
+            pthread_join(thread, nullptr);
+        }
+    }
+    WriteLine(logger, "end");
+    logger.Close();
+
+    const auto lines = logger.GetPolicy().Lines();
+    EXPECT_EQ(WithoutDate(lines.back()), "end\n");
+    for (std::size_t line = 0; line + 1 < lines.size(); ++line) {
+        ASSERT_EQ(WithoutDate(lines[line]), "[#Event]text42\n");
+    }
+}
+
+// ------------------------------------------------------------------------------------------ fork
+
+TEST(LoggerBaseTest, ForkedChildFindsTheLoggerDisabledAndMayEnableIt)
+{
+    CapturingLogger logger;
+    std::atomic<bool> running = true;
+    ASSERT_TRUE(logger.Enable());
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < ThreadsBusyAtFork(4); ++thread) {
+        threads.emplace_back([&] {
+            while (running) {
+                WriteLine(logger, "parent");
+            }
+        });
+    }
+
+    for (int round = 0; round < 8; ++round) {
+        // The policy's own mutex may be held in the parent: the child takes another logger's.
+        const auto child = RunInChild([&logger] {
+            EXPECT_FALSE(logger.IsEnabled());
+            WriteLine(logger, "dropped, and does not block");
+            EXPECT_TRUE(logger.Enable());
+            logger.WriteHeader(LogType::Info);
+            logger << "child";
+            logger.DropLine();
+            EXPECT_TRUE(logger.IsEnabled());
+            CapturingLogger other;
+            EXPECT_TRUE(other.Enable());
+            WriteLine(other, "child");
+            EXPECT_THAT(AwaitLines(other, 1), SizeIs(1));
+            return 0;
+        });
+        EXPECT_TRUE(child.Succeeded()) << child.output;
+    }
+
+    running = false;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_TRUE(logger.IsEnabled());
+    WriteLine(logger, "last");
+    logger.Close();
+    EXPECT_EQ(WithoutDate(logger.GetPolicy().Lines().back()), "last\n");
+}
+
+TEST(LoggerBaseTest, ForkedChildMayDestroyTheLogger)
+{
+    auto logger = std::make_unique<CapturingLogger>();
+    ASSERT_TRUE(logger->Enable());
+    WriteLine(*logger, "parent");
+    AwaitLines(*logger, 1);
+
+    const auto child = RunInChild([&logger] {
+        logger.reset();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+CapturingLogger* loggerOfFork = nullptr;
+
+std::ostream& Forking(std::ostream& stream)
+{
+    const auto child = RunInChild([] {
+        WriteLine(*loggerOfFork, "dropped");
+        EXPECT_TRUE(loggerOfFork->Enable());
+        WriteLine(*loggerOfFork, "child");
+        const auto lines = AwaitLines(*loggerOfFork, 1);
+        EXPECT_THAT(lines, SizeIs(1));
+        EXPECT_EQ(WithoutDate(lines.back()), "child\n");
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    return stream;
+}
+
+TEST(LoggerBaseTest, ForkInTheMiddleOfALineDropsItInTheChildOnly)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        loggerOfFork = &logger;
+        logger.WriteHeader(LogType::Info);
+        logger << "parent" << Forking << std::endl;
+    });
+
+    EXPECT_THAT(lines, ElementsAre("parent\n"));
+}
+
+}  // namespace

@@ -1,0 +1,270 @@
+// What the loggers ask of the C library, and what they do when it refuses or lies. Not for the
+// thread sanitizer, whose own threads would call the functions that stand in here.
+#include <atomic>
+#include <cerrno>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <pthread.h>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tolvex/Log/Logger.h"
+#include "Tolvex/Log/LoggerBase.h"
+#include "Tolvex/Util/TemperatureMonitor.h"
+#include "Tolvex/Util/UtilTime.h"
+
+#include "tests/Support/CapturingPolicy.h"
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/Patience.h"
+#include "tests/Support/RealFunction.h"
+
+namespace {
+
+using Tolvex::Support::RealFunction;
+
+std::atomic<int> creationError = 0;
+std::atomic<time_t> clockOffset = 0;
+std::atomic<bool> timerBlocks = false;
+std::atomic<bool> timerIsBlocked = false;
+std::atomic<pthread_t> createdLast = 0;
+
+// Sleeps of this thread take no time and are noted, in nanoseconds.
+thread_local std::vector<long long>* sleeps = nullptr;
+
+}  // namespace
+
+extern "C" {
+
+int nanosleep(const timespec* asked, timespec* remaining)
+{
+    if (sleeps != nullptr) {
+        sleeps->push_back(static_cast<long long>(asked->tv_sec) * 1000000000 + asked->tv_nsec);
+        return 0;
+    }
+    return clock_nanosleep(CLOCK_MONOTONIC, 0, asked, remaining) == 0 ? 0 : -1;
+}
+
+time_t time(time_t* result)
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const time_t shown = now.tv_sec + clockOffset;
+    if (result != nullptr) {
+        *result = shown;
+    }
+    return shown;
+}
+
+int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*entry)(void*),
+                   void* argument)
+{
+    if (creationError != 0) {
+        return creationError;
+    }
+    const int error = RealFunction<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>(
+        "pthread_create")(handle, attributes, entry, argument);
+    createdLast = *handle;
+    return error;
+}
+
+int timer_create(clockid_t clock, sigevent* event, timer_t* timer)
+{
+    if (timerBlocks) {
+        timerIsBlocked = true;
+        Tolvex::Support::Eventually([] { return !timerBlocks; });
+    }
+    return RealFunction<int(clockid_t, sigevent*, timer_t*)>("timer_create")(clock, event, timer);
+}
+
+}  // extern "C"
+
+namespace {
+
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using Tolvex::Ilog::Logger;
+using Tolvex::Ilog::LogType;
+using Tolvex::Support::AwaitLines;
+using Tolvex::Support::CapturingLogger;
+using Tolvex::Support::ChildResult;
+using Tolvex::Support::Eventually;
+using Tolvex::Support::RunInChild;
+using Tolvex::Support::WithoutDate;
+using Tolvex::Util::TemperatureMonitor;
+
+/// @return the sleeps of this thread during work, a void(), in nanoseconds.
+template <typename Work>
+std::vector<long long> SleepsOf(Work work)
+{
+    std::vector<long long> noted;
+    sleeps = &noted;
+    work();
+    sleeps = nullptr;
+    return noted;
+}
+
+void WriteLine(CapturingLogger& logger, const std::string& text)
+{
+    logger.WriteHeader(LogType::Info);
+    logger << text << std::endl;
+}
+
+// First, while there is no monitor in this process.
+TEST(LoggerCallsTest, ChildForkedWhileTheTemperatureMonitorIsMadeMakesOneOfItsOwn)
+{
+    const ChildResult result = RunInChild([] {
+        timerBlocks = true;
+        // Not std::thread: in the fork its state on the heap would have no owner left, a leak.
+        pthread_t maker{};
+        const auto make = [](void*) -> void* { return TemperatureMonitor::GetInstance(); };
+        EXPECT_EQ(pthread_create(&maker, nullptr, make, nullptr), 0);
+        EXPECT_TRUE(Eventually([] { return timerIsBlocked.load(); }));
+        const ChildResult child = RunInChild([] {
+            timerBlocks = false;
+            EXPECT_NE(TemperatureMonitor::GetInstance(), nullptr);
+            return 0;
+        });
+        EXPECT_TRUE(child.Succeeded()) << child.output;
+        timerBlocks = false;
+        EXPECT_EQ(pthread_join(maker, nullptr), 0);
+        return 0;
+    });
+    EXPECT_TRUE(result.Succeeded()) << result.output;
+}
+
+TEST(LoggerCallsTest, EnableFailsWithoutAThreadAndLeavesTheLoggerDisabled)
+{
+    CapturingLogger logger;
+
+    creationError = EAGAIN;
+    EXPECT_FALSE(logger.Enable());
+    EXPECT_FALSE(logger.Enable());
+    creationError = 0;
+
+    EXPECT_FALSE(logger.IsEnabled());
+    WriteLine(logger, "nowhere");
+    EXPECT_THAT(SleepsOf([&] { logger.Close(); }), IsEmpty());
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "line");
+    const auto lines = AwaitLines(logger, 1);
+    ASSERT_THAT(lines, SizeIs(1));
+    EXPECT_EQ(WithoutDate(lines[0]), "line\n");
+}
+
+TEST(LoggerCallsTest, CloseSleepsTwentyOneTenthsOfASecondForAWriterThatHangsAndClosesThePolicy)
+{
+    CapturingLogger logger;
+    std::atomic<bool> hanging = false;
+    std::atomic<bool> released = false;
+    logger.GetPolicy().onWrite = [&](const std::string&) {
+        hanging = true;
+        Eventually([&] { return released.load(); });
+    };
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "line");
+    ASSERT_TRUE(Eventually([&] { return hanging.load(); }));
+
+    const auto first = SleepsOf([&] { logger.Close(); });
+    EXPECT_EQ(logger.GetPolicy().Closes(), 1);
+    const auto second = SleepsOf([&] { logger.Close(); });
+    EXPECT_EQ(logger.GetPolicy().Closes(), 2);
+    released = true;
+
+    const std::vector<long long> expected(21, 100000000);
+    EXPECT_EQ(first, expected);
+    EXPECT_EQ(second, expected);
+}
+
+TEST(LoggerCallsTest, CloseWithoutAWriterDoesNotSleep)
+{
+    CapturingLogger logger;
+
+    EXPECT_THAT(SleepsOf([&] { logger.Close(); }), IsEmpty());
+
+    ASSERT_TRUE(logger.Enable());
+    logger.Close();
+    EXPECT_THAT(SleepsOf([&] { logger.Close(); }), IsEmpty());
+}
+
+TEST(LoggerCallsTest, IgnitionOffWithBothLoggersDisabledDoesNotSleep)
+{
+    EXPECT_THAT(SleepsOf([] { Logger::GetInstance()->RunIgnitionOff(); }), IsEmpty());
+}
+
+TEST(LoggerCallsTest, WallClockThatIsSetShowsInTheNextLineForwardsAndBack)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+
+    const time_t earliest = time(nullptr);
+    WriteLine(logger, "now");
+    clockOffset = 86400;
+    WriteLine(logger, "tomorrow");
+    clockOffset = -86400;
+    WriteLine(logger, "yesterday");
+    clockOffset = 0;
+    WriteLine(logger, "now");
+    const time_t latest = time(nullptr);
+
+    const auto lines = AwaitLines(logger, 4);
+    ASSERT_THAT(lines, SizeIs(4));
+    const time_t offsets[] = {0, 86400, -86400, 0};
+    for (std::size_t line = 0; line < 4; ++line) {
+        const std::string shown = lines[line].substr(0, 21);
+        const char* const format = "[%Y-%m-%d %H:%M:%S]";
+        EXPECT_GE(shown, Tolvex::Util::Date(earliest + offsets[line], format));
+        EXPECT_LE(shown, Tolvex::Util::Date(latest + offsets[line], format));
+    }
+}
+
+TEST(LoggerCallsTest, WriterThatIsCancelledWhileItWaitsDisablesTheLoggerWhichMayBeEnabledAgain)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "first");
+    AwaitLines(logger, 1);
+
+    pthread_cancel(createdLast);
+    EXPECT_TRUE(Eventually([&] { return !logger.IsEnabled(); }));
+    WriteLine(logger, "nowhere");
+    EXPECT_THAT(SleepsOf([&] { logger.Close(); }), IsEmpty());
+
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "second");
+    const auto lines = AwaitLines(logger, 2);
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_EQ(WithoutDate(lines[1]), "second\n");
+}
+
+TEST(LoggerCallsTest, WriterThatIsCancelledInThePolicyLeavesNoLineLockTaken)
+{
+    CapturingLogger logger;
+    std::atomic<bool> hanging = false;
+    logger.GetPolicy().onWrite = [&](const std::string&) {
+        if (!hanging.exchange(true)) {
+            pause();  // a cancellation point
+        }
+    };
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "lost");
+    ASSERT_TRUE(Eventually([&] { return hanging.load(); }));
+    const pthread_t writer = createdLast;
+    std::thread waiting([&] { WriteLine(logger, "lost too"); });
+
+    pthread_cancel(writer);
+    waiting.join();
+
+    EXPECT_TRUE(Eventually([&] { return !logger.IsEnabled(); }));
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "line");
+    logger.Close();
+    EXPECT_EQ(WithoutDate(logger.GetPolicy().Lines().back()), "line\n");
+}
+
+}  // namespace

@@ -1,0 +1,560 @@
+#include "Tolvex/Log/Logger.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <random>
+#include <sys/stat.h>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/Support/CapturingPolicy.h"
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/OwnProcess.h"
+#include "tests/Support/Pace.h"
+#include "tests/Support/Patience.h"
+#include "tests/Support/ScratchDirectory.h"
+#include "tests/Support/ThermalZone.h"
+
+// The thread sanitizer refuses threads in a child that a process with threads has forked.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" const char* __tsan_default_options()
+{
+    return "die_after_fork=0:atexit_sleep_ms=0";
+}
+
+namespace {
+
+using ::testing::ElementsAre;
+using Tolvex::LogModule;
+using Tolvex::Ilog::Logger;
+using Tolvex::Ilog::LogType;
+using Tolvex::Interfaces::IgnitionOffMode;
+using Tolvex::Support::ChildResult;
+using Tolvex::Support::Eventually;
+using Tolvex::Support::ReadFile;
+using Tolvex::Support::RunInChild;
+using Tolvex::Support::ScratchDirectory;
+using Tolvex::Support::SplitLines;
+using Tolvex::Support::ThermalZone;
+using Tolvex::Support::ThreadNames;
+using Tolvex::Support::ThreadsBusyAtFork;
+using Tolvex::Support::WithoutDate;
+
+// Every test works in a child process, so that it finds the one logger of a process fresh.
+
+Logger& Log()
+{
+    return *Logger::GetInstance();
+}
+
+void WriteLine(const std::string& text, LogType type = LogType::Info)
+{
+    Log().WriteHeader(type);
+    Log() << text << std::endl;
+}
+
+std::vector<std::string> LinesWithoutDate(const std::string& text)
+{
+    std::vector<std::string> lines = SplitLines(text);
+    for (std::string& line : lines) {
+        line = WithoutDate(line);
+    }
+    return lines;
+}
+
+/// @return whether the file comes to end in text.
+bool AwaitEnd(const std::string& path, const std::string& text)
+{
+    return Eventually([&] { return ReadFile(path).ends_with(text); });
+}
+
+TEST(LoggerTest, IsAnIgnitionOffMode)
+{
+    const ChildResult child = RunInChild([] {
+        IgnitionOffMode* const mode = Logger::GetInstance();
+        mode->RunIgnitionOff();
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+TEST(LoggerTest, FirstCallsFromManyThreadsGiveOneObject)
+{
+    const ChildResult child = RunInChild([] {
+        std::atomic<bool> start = false;
+        std::vector<Logger*> found(8);
+        std::vector<std::thread> threads;
+        for (Logger*& result : found) {
+            threads.emplace_back([&] {
+                while (!start) {
+                }
+                result = Logger::GetInstance();
+            });
+        }
+        start = true;
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_NE(found[0], nullptr);
+        EXPECT_THAT(found, ::testing::Each(Logger::GetInstance()));
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+TEST(LoggerTest, BothLoggersAreDisabledAtFirstAndWriteNothing)
+{
+    const ChildResult child = RunInChild([] {
+        EXPECT_FALSE(Log().IsFileEnabled());
+        EXPECT_FALSE(Log().IsConsoleEnabled());
+        WriteLine("nowhere");
+        Log().WriteHeader(LogType::Error);
+        Log() << LogModule::WNET << 1 << 1.5 << "left open";
+        WriteLine("nowhere");
+        Log().RunIgnitionOff();
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded());
+    EXPECT_EQ(child.output, "");
+}
+
+TEST(LoggerTest, EmptyFileNameEnablesNothing)
+{
+    const ChildResult child = RunInChild([] {
+        EXPECT_FALSE(Log().EnableFile(""));
+        EXPECT_FALSE(Log().IsFileEnabled());
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+TEST(LoggerTest, EachLineReachesTheFileAndTheConsole)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        EXPECT_TRUE(Log().EnableConsole());
+        EXPECT_TRUE(Log().IsFileEnabled());
+        EXPECT_TRUE(Log().IsConsoleEnabled());
+
+        char text[] = " writable ";
+        Log().WriteHeader(LogType::Error);
+        Log() << LogModule::WNET << "eth0" << text << std::string("is down ") << 3 << " " << 0.25
+              << std::endl;
+        Log().CloseFile();
+        Log().CloseConsole();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    const std::string line = "[ERROR][#WNET]eth0 writable is down 3 0.25";
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre(line));
+    // The bytes of both are the same but for the colour.
+    EXPECT_EQ(child.output, "\x1B[31m" + ReadFile(path) + "\x1B[39m");
+}
+
+TEST(LoggerTest, FileAloneAndConsoleAloneGetTheirLines)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        WriteLine("file");
+        Log().CloseFile();
+        EXPECT_TRUE(Log().EnableConsole());
+        WriteLine("console");
+        Log().CloseConsole();
+        WriteLine("nowhere");
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded());
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("file"));
+    EXPECT_THAT(LinesWithoutDate(child.output), ElementsAre("console"));
+}
+
+TEST(LoggerTest, WritersBearTheNamesOfTheLoggers)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        EXPECT_TRUE(Log().EnableConsole());
+        const std::vector<std::string> names = ThreadNames();
+        EXPECT_THAT(names, ::testing::Contains("LOG_FILE\n"));
+        EXPECT_THAT(names, ::testing::Contains("LOG_CONSOLE\n"));
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+TEST(LoggerTest, EnabledFileLogGoesOnInAnotherFile)
+{
+    const ScratchDirectory directory;
+    const std::string first = directory.Path("first");
+    const std::string second = directory.Path("second");
+    const ChildResult child = RunInChild([&] {
+        EXPECT_TRUE(Log().EnableFile(first));
+        WriteLine("one");
+        EXPECT_TRUE(Log().EnableFile(second));
+        WriteLine("two");
+        Log().CloseFile();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(first)), ElementsAre("one"));
+    EXPECT_THAT(LinesWithoutDate(ReadFile(second)), ElementsAre("two"));
+}
+
+TEST(LoggerTest, FileThatIsDeletedMovedOrTruncatedIsGoneOnWith)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        WriteLine("one");
+        EXPECT_TRUE(AwaitEnd(path, "one\n"));
+        std::filesystem::remove(path);
+        WriteLine("two");
+        EXPECT_TRUE(AwaitEnd(path, "two\n"));
+        std::filesystem::rename(path, path + ".old");
+        WriteLine("three");
+        EXPECT_TRUE(AwaitEnd(path, "three\n"));
+        std::filesystem::resize_file(path, 0);
+        WriteLine("four");
+        EXPECT_TRUE(AwaitEnd(path, "four\n"));
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path + ".old")), ElementsAre("two"));
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("four"));
+}
+
+TEST(LoggerTest, LineLeftOpenOnTheConsoleDoesNotReverseTheOrderOfTheLocks)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Log().EnableConsole());
+        Log().WriteHeader(LogType::Info);
+        Log() << "left open";
+        EXPECT_TRUE(Log().EnableFile(path));
+        // Takes the file's lock and waits for the console's, which this thread holds.
+        std::thread other([] { WriteLine("other"); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        WriteLine("own");
+        other.join();
+        Log().CloseFile();
+        Log().CloseConsole();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ::testing::UnorderedElementsAre("own", "other"));
+    EXPECT_THAT(LinesWithoutDate(child.output),
+                ::testing::UnorderedElementsAre("left open", "own", "other"));
+}
+
+TEST(LoggerTest, DropLineDropsItInBoth)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        EXPECT_TRUE(Log().EnableConsole());
+        Log().WriteHeader(LogType::Info);
+        Log() << "half";
+        Log().DropLine();
+        std::thread([] { WriteLine("whole"); }).join();
+        Log().CloseFile();
+        Log().CloseConsole();
+        return 0;
+    });
+
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("whole"));
+    EXPECT_THAT(LinesWithoutDate(child.output), ElementsAre("whole"));
+}
+
+std::ostream& EnableTheFileAndLog(std::ostream& stream)
+{
+    const std::string path = std::getenv("LOGGER_TEST_FILE");
+    EXPECT_TRUE(Log().EnableFile(path));
+    try {
+        Log().WriteHeader(LogType::Info);
+        ADD_FAILURE() << "no exception";
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code(), std::errc::resource_deadlock_would_occur);
+    }
+    std::thread([] {
+        // The console's line is still this test's: only the file's lock is to be had.
+        Log().CloseConsole();
+        WriteLine("whole");
+    }).join();
+    return stream;
+}
+
+TEST(LoggerTest, LineOfTheFileIsGivenBackWhenTheLockOfTheConsoleCannotBeTaken)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        setenv("LOGGER_TEST_FILE", path.c_str(), 1);
+        EXPECT_TRUE(Log().EnableConsole());
+        Log().WriteHeader(LogType::Info);
+        Log() << "half" << EnableTheFileAndLog << std::endl;
+        Log().CloseFile();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("whole"));
+}
+
+struct HeaderRow
+{
+    const char* name;
+    const char* zone;  ///< text of the thermal zone; null: there is none
+    LogType type;
+    const char* fields;  ///< what stands between the date and the text
+};
+
+class LoggerHeaderTest : public ::testing::TestWithParam<HeaderRow>
+{
+};
+
+TEST_P(LoggerHeaderTest, TemperatureStandsBetweenTheDateAndTheTagWhenItIsKnown)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << ThermalZone::whyNot;
+    }
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(ThermalZone::Enter());
+        if (GetParam().zone != nullptr) {
+            ThermalZone::Write(GetParam().zone);
+        }
+        EXPECT_TRUE(Log().EnableFile(path));
+        WriteLine("text", GetParam().type);
+        Log().CloseFile();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    const std::string line = ReadFile(path);
+    const std::size_t dateLength = sizeof("[2024-05-01 12:00:07]") - 1;
+    ASSERT_GE(line.size(), dateLength);
+    EXPECT_EQ(line.substr(dateLength), std::string(GetParam().fields) + "text\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, LoggerHeaderTest,
+    ::testing::Values(HeaderRow{"Error", "47123\n", LogType::Error, "[47C][ERROR]"},
+                      HeaderRow{"Warning", "47123\n", LogType::Warning, "[47C][WARNING]"},
+                      HeaderRow{"Notice", "47123\n", LogType::Notice, "[47C]"},
+                      HeaderRow{"OneDegree", "1\n", LogType::Info, "[1C]"},
+                      HeaderRow{"Frost", "-5000\n", LogType::Error, "[-5C][ERROR]"},
+                      HeaderRow{"ZeroIsKnown", "0\n", LogType::Error, "[0C][ERROR]"},
+                      HeaderRow{"EmptyZone", "", LogType::Error, "[ERROR]"},
+                      HeaderRow{"NoZone", nullptr, LogType::Error, "[ERROR]"}),
+    [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST(LoggerTest, DestroyedLoggerIsClosedAndStaysTheInstance)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        Logger* const logger = Logger::GetInstance();
+        EXPECT_TRUE(logger->EnableFile(path));
+        WriteLine("last");
+        delete logger;
+        // Required: the pointer is not cleared, so a destroyed logger must not be used again.
+        EXPECT_EQ(Logger::GetInstance(), logger);
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("last"));
+}
+
+// ---------------------------------------------------------------------------------- ignition off
+
+TEST(LoggerTest, IgnitionOffWritesAGreenNoticeWithoutModuleAndClosesTheFileOnly)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        EXPECT_TRUE(Log().EnableConsole());
+        Log().RunIgnitionOff();
+        EXPECT_FALSE(Log().IsFileEnabled());
+        EXPECT_TRUE(Log().IsConsoleEnabled());
+        WriteLine("after");
+        Log().CloseConsole();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded());
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("All triggers have been stopped"));
+    EXPECT_EQ(child.output.rfind("\x1B[32m" + ReadFile(path) + "\x1B[39m", 0), 0U) << child.output;
+    EXPECT_TRUE(child.output.ends_with("]after\n"));
+}
+
+TEST(LoggerTest, IgnitionOffWithoutALoggerReturnsAtOnce)
+{
+    const ChildResult child = RunInChild([] {
+        const auto start = std::chrono::steady_clock::now();
+        for (int round = 0; round < 1000; ++round) {
+            Log().RunIgnitionOff();
+        }
+        // One sleep of 100 ms a round would make 100 seconds.
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(50));
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(child.output, "");
+}
+
+// ------------------------------------------------------------------------------------------ exit
+
+TEST(LoggerTest, LineThatIsEndedBeforeExitIsWritten)
+{
+    const ScratchDirectory directory;
+    for (int round = 0; round < 50; ++round) {
+        const std::string path = directory.Path(std::to_string(round));
+        const ChildResult child = RunInChild([&path]() -> int {
+            Log().EnableFile(path);
+            Log().EnableConsole();
+            WriteLine("one");
+            WriteLine("last");
+            std::exit(0);
+        });
+
+        EXPECT_TRUE(child.Succeeded());
+        ASSERT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("one", "last"));
+        ASSERT_THAT(LinesWithoutDate(child.output), ElementsAre("one", "last"));
+    }
+}
+
+TEST(LoggerTest, ThreadThatHoldsALineOpenDoesNotKeepTheProcessFromExiting)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path]() -> int {
+        Log().EnableFile(path);
+        std::atomic<bool> begun = false;
+        std::thread([&begun] {
+            WriteLine("whole");
+            Log().WriteHeader(LogType::Info);
+            Log() << "half";
+            begun = true;
+            for (;;) {
+                std::this_thread::sleep_for(std::chrono::seconds(1));
+            }
+        }).detach();
+        Eventually([&] { return begun.load(); });
+        std::exit(0);
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("whole"));
+}
+
+TEST(LoggerTest, WriterThatHangsDelaysTheExitByTwoSecondsOnly)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("pipe");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const auto start = std::chrono::steady_clock::now();
+    const ChildResult child = RunInChild([&path]() -> int {
+        Log().EnableFile(path);  // nobody reads: opening it hangs
+        WriteLine("lost");
+        std::exit(0);
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2100));
+}
+
+TEST(LoggerTest, ThreadsMayLogWhileTheProcessExits)
+{
+    const ScratchDirectory directory;
+    for (int round = 0; round < 20; ++round) {
+        const std::string path = directory.Path(std::to_string(round));
+        const ChildResult child = RunInChild([&path]() -> int {
+            Log().EnableFile(path);
+            for (int thread = 0; thread < 4; ++thread) {
+                std::thread([] {
+                    for (;;) {
+                        Log().WriteHeader(LogType::Warning);
+                        Log() << LogModule::Accelerometer << "text" << std::endl;
+                    }
+                }).detach();
+            }
+            EXPECT_TRUE(AwaitEnd(path, "text\n"));
+            std::exit(0);
+        });
+
+        ASSERT_TRUE(child.Succeeded()) << child.output;
+        for (const std::string& line : LinesWithoutDate(ReadFile(path))) {
+            ASSERT_EQ(line, "[WARNING][#Accelerometer]text");
+        }
+    }
+}
+
+// ------------------------------------------------------------------------------------------ fork
+
+TEST(LoggerTest, ForkedChildrenOfALoggingProcessLogToFilesOfTheirOwn)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("parent");
+    const ChildResult result = RunInChild([&] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        std::atomic<bool> running = true;
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < ThreadsBusyAtFork(3); ++thread) {
+            threads.emplace_back([&running] {
+                while (running) {
+                    Log().WriteHeader(LogType::Error);
+                    Log() << LogModule::Event << "parent" << std::endl;
+                }
+            });
+        }
+        for (int round = 0; round < 20; ++round) {
+            const std::string own = directory.Path(std::to_string(round));
+            const ChildResult child = RunInChild([&own] {
+                EXPECT_FALSE(Log().IsFileEnabled());
+                WriteLine("nowhere");
+                EXPECT_TRUE(Log().EnableFile(own));
+                Log().WriteHeader(LogType::Error);
+                Log() << LogModule::CELL << "child" << std::endl;
+                EXPECT_TRUE(AwaitEnd(own, "child\n"));
+                return 0;
+            });
+            EXPECT_TRUE(child.Succeeded()) << child.output;
+            EXPECT_THAT(LinesWithoutDate(ReadFile(own)), ElementsAre("[ERROR][#CELL]child"));
+        }
+        running = false;
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_TRUE(Log().IsFileEnabled());
+        return 0;
+    });
+
+    EXPECT_TRUE(result.Succeeded()) << result.output;
+    for (const std::string& line : LinesWithoutDate(ReadFile(path))) {
+        ASSERT_EQ(line, "[ERROR][#Event]parent");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Makes the two Debian packages and looks at what is in them.
+source "$(dirname "$0")/common.sh"
+
+(cd "$build" && cpack -G DEB -B "$scratch" >"$scratch/cpack.log" 2>&1) || fail "$(cat "$scratch/cpack.log")"
+architecture=$(dpkg --print-architecture)
+runtime=$scratch/libtolvex1_1.0.0_$architecture.deb
+dev=$scratch/libtolvex-dev_1.0.0_$architecture.deb
+
+for package in "$runtime" "$dev"; do
+    dpkg-deb -c "$package" >"$package.files"
+done
+
+# has PACKAGE PATTERN / lacks PACKAGE PATTERN: about the paths in a package.
+has() { grep -q -- "$2" "$1.files" || fail "$(basename "$1") lacks $2"; }
+lacks() { ! grep -- "$2" "$1.files" || fail "$(basename "$1") has $2"; }
+
+has "$runtime" '/libtolvex.so.1$\|/libtolvex.so.1 -> '
+has "$runtime" '/libtolvex.so.1.0.0$'
+has "$runtime" '/bin/tolvex-driver$'
+lacks "$runtime" '\.h$\|\.cmake$\|\.pc$\|libtolvex.so '
+has "$dev" '/include/Tolvex/Tolvex.h$'
+has "$dev" '/libtolvex.so -> libtolvex.so.1$'
+has "$dev" '/TolvexConfig.cmake$'
+has "$dev" '/tolvex.pc$'
+lacks "$dev" '/libtolvex.so.1.0.0$\|/bin/'
+
+depends=$(dpkg-deb -f "$runtime" Depends)
+[[ $depends == *libc6* && $depends == *libstdc++6* ]] || fail "the runtime depends on '$depends'"
+[ "$(dpkg-deb -f "$dev" Depends)" = "libtolvex1 (= 1.0.0)" ] || fail "what dev depends on"

@@ -1,0 +1,78 @@
+/// @file
+/// Running a piece of a test in a process of its own.
+#pragma once
+
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace Tolvex::Support {
+
+/// How many of count threads a test may keep busy while it forks.
+///
+/// None under the address sanitizer: its allocator may be locked in the child for ever.
+constexpr int ThreadsBusyAtFork(int count)
+{
+#ifdef __SANITIZE_ADDRESS__
+    return 0 * count;
+#else
+    return count;
+#endif
+}
+
+/// How a child process ended and what it wrote.
+struct ChildResult
+{
+    int status = -1;     ///< as waitpid() gives it; 0: work returned 0 and nothing failed in it
+    std::string output;  ///< standard output, and standard error in between
+
+    bool Succeeded() const { return status == 0; }
+    int ExitCode() const { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
+    int Signal() const { return WIFSIGNALED(status) ? WTERMSIG(status) : 0; }
+};
+
+/// Runs work, an int(), in a forked child and waits for it. The child ends by _exit() with what
+/// work returns, or with 1 if an expectation failed in it; the output then says which. For
+/// singletons that a test needs fresh, limits, users, namespaces and environments.
+///
+/// The child has none of the threads of its parent, and their locks as they were at that moment.
+template <typename Work>
+ChildResult RunInChild(Work work)
+{
+    ChildResult result;
+    int ends[2];
+    std::cout.flush();
+    std::fflush(nullptr);
+    if (pipe(ends) != 0) {
+        return result;
+    }
+
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        dup2(ends[1], STDERR_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        const int code = work();
+        std::cout.flush();
+        std::fflush(nullptr);
+        _exit(code == 0 && ::testing::Test::HasFailure() ? 1 : code);
+    }
+
+    close(ends[1]);
+    char text[4096];
+    for (ssize_t length; (length = read(ends[0], text, sizeof text)) > 0;) {
+        result.output.append(text, static_cast<std::size_t>(length));
+    }
+    close(ends[0]);
+    if (child < 0 || waitpid(child, &result.status, 0) != child) {
+        result.status = -1;
+    }
+    return result;
+}
+
+}  // namespace Tolvex::Support

@@ -1,0 +1,86 @@
+/// @file
+/// Counts what a test program allocates with operator new, and makes large allocations fail.
+///
+/// Replaces the allocation functions of the whole program, the shared library included: include it
+/// in one file of a program only.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+
+namespace Tolvex::Support {
+
+inline std::atomic<std::size_t> allocationCount{0};           ///< calls of operator new so far
+inline std::atomic<std::size_t> releaseCount{0};              ///< of allocated memory, so far
+inline std::atomic<std::size_t> allocatedBytes{0};            ///< asked for so far
+inline std::atomic<std::size_t> largestAllocation{SIZE_MAX};  ///< bytes; whatever is larger fails
+inline std::atomic<std::size_t> failingAllocation{SIZE_MAX};  ///< from that call on, by count
+
+/// Makes allocations of more than a number of bytes fail for as long as it lives.
+class AllocationLimit
+{
+public:
+    explicit AllocationLimit(std::size_t bytes) { largestAllocation = bytes; }
+    ~AllocationLimit() { largestAllocation = SIZE_MAX; }
+    AllocationLimit(const AllocationLimit&) = delete;
+    AllocationLimit& operator=(const AllocationLimit&) = delete;
+};
+
+/// Makes all allocations fail after so many more, for as long as it lives.
+class AllocationBudget
+{
+public:
+    explicit AllocationBudget(std::size_t count) { failingAllocation = allocationCount + count; }
+    ~AllocationBudget() { failingAllocation = SIZE_MAX; }
+    AllocationBudget(const AllocationBudget&) = delete;
+    AllocationBudget& operator=(const AllocationBudget&) = delete;
+};
+
+inline void* CountedAllocation(std::size_t bytes)
+{
+    const bool fails = allocationCount++ >= failingAllocation || bytes > largestAllocation;
+    allocatedBytes += bytes;
+    void* memory = fails ? nullptr : std::malloc(bytes == 0 ? 1 : bytes);
+    if (memory == nullptr) {
+        ++releaseCount;  // nothing is held for it
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+inline void CountedRelease(void* memory)
+{
+    releaseCount += memory == nullptr ? 0U : 1U;
+    std::free(memory);
+}
+
+}  // namespace Tolvex::Support
+
+// NOLINTBEGIN(misc-definitions-in-headers): a replacement may not be inline.
+[[gnu::noinline]] void* operator new(std::size_t bytes)
+{
+    return Tolvex::Support::CountedAllocation(bytes);
+}
+
+[[gnu::noinline]] void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
+{
+    try {
+        return Tolvex::Support::CountedAllocation(bytes);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+[[gnu::noinline]] void operator delete(void* memory) noexcept
+{
+    Tolvex::Support::CountedRelease(memory);
+}
+
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept
+{
+    Tolvex::Support::CountedRelease(memory);
+}
+// NOLINTEND(misc-definitions-in-headers)

@@ -1,0 +1,34 @@
+/// @file
+/// What the kernel knows of the test's own process.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <iterator>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "tests/Support/ScratchDirectory.h"
+
+namespace Tolvex::Support {
+
+/// @return the names of all threads, each with a newline at its end as the kernel gives it.
+inline std::vector<std::string> ThreadNames()
+{
+    std::vector<std::string> names;
+    std::error_code error;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task", error)) {
+        names.push_back(ReadFile(task.path() / "comm"));
+    }
+    return names;
+}
+
+/// @return how many descriptors are open, among them the one that the counting takes.
+inline std::ptrdiff_t CountDescriptors()
+{
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return std::distance(begin(descriptors), end(descriptors));
+}
+
+}  // namespace Tolvex::Support

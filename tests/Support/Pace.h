@@ -1,0 +1,45 @@
+/// @file
+/// How much of a long test to run, by how slow this run is.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+
+#if __has_include(<valgrind/valgrind.h>)
+#include <valgrind/valgrind.h>
+#endif
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define TOLVEX_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define TOLVEX_SANITIZED 1
+#endif
+#endif
+
+namespace Tolvex::Support {
+
+/// About how many times slower than an optimised program this one runs.
+inline std::size_t Slowness()
+{
+#ifdef RUNNING_ON_VALGRIND
+    if (RUNNING_ON_VALGRIND != 0) {
+        return 400;
+    }
+#endif
+#if defined(TOLVEX_SANITIZED) || defined(__arm__)
+    return 20;
+#elif defined(__OPTIMIZE__)
+    return 1;
+#else
+    return 10;
+#endif
+}
+
+/// The part of count that this run has time for, at least 1.
+inline std::size_t Scaled(std::size_t count)
+{
+    return std::max<std::size_t>(1, count / Slowness());
+}
+
+}  // namespace Tolvex::Support

@@ -1,0 +1,96 @@
+/// @file
+/// A worker whose hooks are given by the test, and whose protected state the test can see.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <pthread.h>
+#include <thread>
+
+#include "Tolvex/Interfaces/IThread.h"
+#include "Tolvex/Util/SharedValue.h"
+
+#include "tests/Support/CancellableStack.h"
+
+namespace Tolvex::Support {
+
+/// Whether the thread sanitizer runs. It cannot follow a thread that is cancelled in a sleep: from
+/// there on it sees none of the thread's locks and atomics, and reports races that are none.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool underThreadSanitizer = true;
+#else
+constexpr bool underThreadSanitizer = false;
+#endif
+
+/// Sleeps, and is cancelled only behind the sleep, where the thread sanitizer can follow.
+inline void Nap(std::chrono::milliseconds duration)
+{
+    int before = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+    std::this_thread::sleep_for(duration);
+    pthread_setcancelstate(before, nullptr);
+    pthread_testcancel();
+}
+
+/// Ends by itself only through Stop() and its kin. Set the hooks before Start().
+class ProbeThread : public Interfaces::IThread
+{
+public:
+    ~ProbeThread() override { StopBeforeDestruction(); }
+
+    using IThread::IsRunning;
+
+    using IThread::benchmark;
+    using IThread::cancelRequested;
+    using IThread::delegates;
+    using IThread::delegatesMutex;
+    using IThread::deleteOnStop;
+    using IThread::destroying;
+    using IThread::finished;
+    using IThread::paused;
+    using IThread::running;
+    using IThread::stackSize;
+    using IThread::started;
+    using IThread::threadHandle;
+    using IThread::threadName;
+
+    std::function<void()> onRunBefore = [] {};
+    std::function<void()> onRun = [] {};
+    std::function<void()> onRunAfter = [] {};
+
+    std::atomic<int> passes = 0;  ///< for the hooks to count; not touched here
+
+    /// Makes the object look as if its thread ran, without one.
+    void PretendToRun()
+    {
+        Util::StoreShared(threadHandle, pthread_self());
+        Util::StoreShared(running, true);
+        Util::StoreShared(finished, false);
+    }
+
+    void EndPretence()
+    {
+        Util::StoreShared(running, false);
+        Util::StoreShared(threadHandle, 0);
+    }
+
+protected:
+    void RunBefore() override
+    {
+        const CancellableStack stack;
+        onRunBefore();
+    }
+    void Run() override
+    {
+        const CancellableStack stack;
+        onRun();
+    }
+    void RunAfter() override
+    {
+        const CancellableStack stack;
+        onRunAfter();
+    }
+};
+
+}  // namespace Tolvex::Support

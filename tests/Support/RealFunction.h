@@ -1,0 +1,18 @@
+/// @file
+/// The C library's own functions behind those that a test program replaces.
+#pragma once
+
+#include <dlfcn.h>
+
+namespace Tolvex::Support {
+
+/// Finds the function that a definition of the same name in the test program hides.
+///
+/// @tparam Function  Its type: decltype(system), or int(const char*).
+template <typename Function>
+Function* RealFunction(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace Tolvex::Support

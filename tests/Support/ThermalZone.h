@@ -1,0 +1,58 @@
+/// @file
+/// The kernel's thermal zone as tests need it, at its real path.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "tests/Support/Namespaces.h"
+
+namespace Tolvex::Support {
+
+/// The thermal zone that the library reads, under the control of this test program alone.
+///
+/// At first there is none. A test begins with `if (!ThermalZone::Enter()) { GTEST_SKIP() <<
+/// ThermalZone::whyNot; }`.
+class ThermalZone
+{
+public:
+    static constexpr char whyNot[] = "needs root: mounts over /sys/devices/virtual";
+
+    /// Mounts an empty file system over /sys/devices/virtual in a private mount namespace; once a
+    /// process. See EnterPrivateMountNamespace().
+    static bool Enter()
+    {
+        static const bool entered =
+            EnterPrivateMountNamespace() && MountEmptyDirectory("/sys/devices/virtual");
+        if (entered) {
+            Remove();
+        }
+        return entered;
+    }
+
+    /// Makes the zone's file hold text.
+    static void Write(const std::string& text)
+    {
+        Remove();
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+        std::ofstream(path) << text;
+        ASSERT_EQ(std::filesystem::file_size(path), text.size());
+    }
+
+    /// Puts a directory where the file should be.
+    static void MakeDirectory()
+    {
+        Remove();
+        ASSERT_TRUE(std::filesystem::create_directories(path));
+    }
+
+    /// Takes the zone away.
+    static void Remove() { std::filesystem::remove_all("/sys/devices/virtual/thermal"); }
+
+    static constexpr char path[] = "/sys/devices/virtual/thermal/thermal_zone0/temp";
+};
+
+}  // namespace Tolvex::Support

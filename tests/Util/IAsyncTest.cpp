@@ -1,0 +1,247 @@
+#include "Tolvex/Util/IAsync.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <pthread.h>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <type_traits>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using Tolvex::Util::IAsync;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto hangLimit = 30s;
+
+/// What an object with a delay, a callback and user data needs, and no byte more.
+struct Fields
+{
+    std::chrono::milliseconds delay;
+    std::function<void(IAsync*)> callback;
+    void* userData;
+};
+
+static_assert(!std::is_polymorphic_v<IAsync>);
+static_assert(sizeof(IAsync) == sizeof(Fields));
+static_assert(!std::is_copy_constructible_v<IAsync>);
+static_assert(!std::is_copy_assignable_v<IAsync>);
+static_assert(std::is_same_v<decltype(&IAsync::RunThread), void* (*)(void*)>);
+
+/// What a callback sees of its own thread.
+struct ThreadView
+{
+    pthread_t self = 0;
+    std::size_t stackBytes = 0;
+    bool detached = false;
+    std::string name;
+};
+
+ThreadView ViewOfThisThread()
+{
+    ThreadView view;
+    view.self = pthread_self();
+
+    // The creator detaches the thread while it runs already.
+    const auto giveUp = Clock::now() + hangLimit;
+    while (!view.detached && Clock::now() < giveUp) {
+        pthread_attr_t attributes;
+        pthread_getattr_np(view.self, &attributes);
+        int state = 0;
+        pthread_attr_getdetachstate(&attributes, &state);
+        pthread_attr_getstacksize(&attributes, &view.stackBytes);
+        pthread_attr_destroy(&attributes);
+        view.detached = state == PTHREAD_CREATE_DETACHED;
+    }
+
+    char name[16] = {};
+    pthread_getname_np(view.self, name, sizeof name);
+    view.name = name;
+    return view;
+}
+
+TEST(IAsyncTest, CallbackReceivesTheObjectThatNewReturned)
+{
+    auto given = std::make_shared<std::promise<IAsync*>>();
+    std::future<IAsync*> received = given->get_future();
+
+    auto* created = new IAsync(
+        0ms, [given](IAsync* async) { given->set_value(async); }, nullptr);
+
+    ASSERT_EQ(received.wait_for(hangLimit), std::future_status::ready);
+    EXPECT_EQ(received.get(), created);
+    delete created;  // this callback leaves the object to the test
+}
+
+TEST(IAsyncTest, CallbackFindsTheUserDataInTheObject)
+{
+    int context = 0;
+    auto given = std::make_shared<std::promise<void*>>();
+    std::future<void*> received = given->get_future();
+
+    new IAsync(
+        0ms,
+        [given](IAsync* async) {
+            given->set_value(async->GetUserData());
+            delete async;
+        },
+        &context);
+
+    ASSERT_EQ(received.wait_for(hangLimit), std::future_status::ready);
+    EXPECT_EQ(received.get(), &context);
+}
+
+TEST(IAsyncTest, DelayOf1500MillisecondsPassesBeforeTheCall)
+{
+    auto called = std::make_shared<std::promise<Clock::time_point>>();
+    std::future<Clock::time_point> call = called->get_future();
+    const auto start = Clock::now();
+
+    new IAsync(
+        1500ms,
+        [called](IAsync* async) {
+            called->set_value(Clock::now());
+            delete async;
+        },
+        nullptr);
+    const auto returned = Clock::now();
+
+    ASSERT_EQ(call.wait_for(hangLimit), std::future_status::ready);
+    const auto instant = call.get();
+    EXPECT_GE(instant - start, 1500ms);
+    EXPECT_LT(returned, instant) << "the constructor returns at once";
+}
+
+TEST(IAsyncTest, CallbackRunsOnADetachedUnnamedThreadWithHalfAMegabyteOfStack)
+{
+    auto seen = std::make_shared<std::promise<ThreadView>>();
+    std::future<ThreadView> view = seen->get_future();
+
+    new IAsync(
+        0ms,
+        [seen](IAsync* async) {
+            seen->set_value(ViewOfThisThread());
+            delete async;
+        },
+        nullptr);
+
+    ASSERT_EQ(view.wait_for(2 * hangLimit), std::future_status::ready);
+    const ThreadView thread = view.get();
+    EXPECT_EQ(pthread_equal(thread.self, pthread_self()), 0);
+#ifndef __SANITIZE_THREAD__  // which enlarges every stack
+    EXPECT_EQ(thread.stackBytes, 524288u);
+#endif
+    EXPECT_TRUE(thread.detached);
+
+    char inherited[16] = {};
+    pthread_getname_np(pthread_self(), inherited, sizeof inherited);
+    EXPECT_EQ(thread.name, inherited);
+}
+
+TEST(IAsyncTest, CreatorsFunctorIsCopiedAndStaysUsable)
+{
+    auto calls = std::make_shared<std::atomic<int>>(0);
+    auto done = std::make_shared<std::promise<void>>();
+    std::future<void> end = done->get_future();
+    const std::function<void(IAsync*)> work = [calls, done](IAsync* async) {
+        if (++*calls == 2) {
+            done->set_value();
+        }
+        delete async;
+    };
+
+    new IAsync(0ms, work, nullptr);
+    new IAsync(0ms, work, nullptr);
+
+    ASSERT_EQ(end.wait_for(hangLimit), std::future_status::ready);
+    EXPECT_TRUE(static_cast<bool>(work));
+}
+
+TEST(IAsyncTest, CallbackMayDeleteTheObjectAndGoOnUsingItsCaptures)
+{
+#if defined(__arm__) || defined(__SANITIZE_THREAD__)
+    constexpr int rounds = 5000;  // emulated or traced threads are slow to create
+#else
+    constexpr int rounds = 100000;
+#endif
+    constexpr int mostAtOnce = 64;
+    struct Tally
+    {
+        std::mutex mutex;
+        std::condition_variable changed;
+        int begun = 0;
+        int ended = 0;
+    };
+    auto tally = std::make_shared<Tally>();
+    const auto work = [tally](IAsync* async) {
+        delete async;
+        const std::lock_guard lock(tally->mutex);
+        ++tally->ended;
+        tally->changed.notify_one();
+    };
+
+    for (int round = 0; round < rounds; ++round) {
+        std::unique_lock lock(tally->mutex);
+        ASSERT_TRUE(tally->changed.wait_for(
+            lock, hangLimit, [&] { return tally->begun - tally->ended < mostAtOnce; }));
+        ++tally->begun;
+        lock.unlock();
+        new IAsync(std::chrono::milliseconds(-(round % 2)), work, nullptr);
+    }
+
+    std::unique_lock lock(tally->mutex);
+    EXPECT_TRUE(tally->changed.wait_for(lock, hangLimit, [&] { return tally->ended == rounds; }));
+}
+
+TEST(IAsyncTest, CallbackMayEndItsThreadAndItsCapturesAreReleased)
+{
+    auto captured = std::make_shared<int>(0);
+    const std::weak_ptr<int> watch = captured;
+
+    new IAsync(
+        0ms,
+        [captured](IAsync* async) {
+            delete async;
+            pthread_exit(nullptr);
+        },
+        nullptr);
+    captured.reset();
+
+    const auto giveUp = Clock::now() + hangLimit;
+    while (!watch.expired() && Clock::now() < giveUp) {
+        std::this_thread::yield();
+    }
+    EXPECT_TRUE(watch.expired());
+}
+
+TEST(IAsyncDeathTest, EmptyCallbackEndsTheProcess)
+{
+    EXPECT_DEATH(
+        {
+            new IAsync(0ms, nullptr, nullptr);
+            std::this_thread::sleep_for(hangLimit);
+        },
+        "bad_function_call");
+}
+
+TEST(IAsyncDeathTest, ExceptionThatTheCallbackLetsOutEndsTheProcess)
+{
+    EXPECT_DEATH(
+        {
+            new IAsync(
+                0ms, [](IAsync*) { throw std::runtime_error("out of the callback"); }, nullptr);
+            std::this_thread::sleep_for(hangLimit);
+        },
+        "out of the callback");
+}
+
+}  // namespace

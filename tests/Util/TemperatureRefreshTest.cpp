@@ -1,0 +1,135 @@
+// The monitor's refreshes on the threads of its timer, with the 60 seconds between them cut short.
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "Tolvex/Util/TemperatureMonitor.h"
+
+#include "tests/Support/ThermalZone.h"
+#include "tests/Support/TimerCalls.h"
+
+namespace Tolvex::Util {
+namespace {
+
+using namespace std::chrono_literals;
+using Support::ThermalZone;
+using Support::TimerCalls;
+
+constexpr std::size_t refreshStackBytes = 16384;
+
+/// Waits until condition holds. @return whether it did, within a long while.
+template <typename Condition>
+bool Eventually(Condition condition)
+{
+    const auto end = std::chrono::steady_clock::now() + 30s;
+    while (!condition() && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(1ms);
+    }
+    return condition();
+}
+
+class TemperatureRefreshTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        TimerCalls::Reset();
+        if (!ThermalZone::Enter()) {
+            GTEST_SKIP() << ThermalZone::whyNot;
+        }
+        TimerCalls::Get().periodNanoseconds = 5000000;
+    }
+};
+
+TEST_F(TemperatureRefreshTest, ComesEverySixtySecondsOnThreadsWith16384BytesOfStack)
+{
+    TimerCalls& calls = TimerCalls::Get();
+
+    const TemperatureMonitor monitor;
+
+    ASSERT_EQ(calls.created.size(), 1U);
+    ASSERT_TRUE(calls.created[0].hasAttributes);
+    EXPECT_EQ(calls.created[0].stackSize, refreshStackBytes);
+    ASSERT_EQ(calls.set.size(), 1U);
+    EXPECT_EQ(calls.set[0].times.it_interval.tv_sec, 60);
+    EXPECT_EQ(calls.set[0].times.it_interval.tv_nsec, 0);
+    EXPECT_EQ(calls.set[0].times.it_value.tv_sec, 60);
+    EXPECT_EQ(calls.set[0].times.it_value.tv_nsec, 0);
+}
+
+TEST_F(TemperatureRefreshTest, TimerGoesWithTheMonitor)
+{
+    TimerCalls& calls = TimerCalls::Get();
+    {
+        const TemperatureMonitor monitor;
+        EXPECT_TRUE(calls.deleted.empty());
+    }
+    ASSERT_EQ(calls.deleted.size(), 1U);
+    EXPECT_EQ(calls.deleted[0], calls.created.at(0).timerId);
+}
+
+TEST_F(TemperatureRefreshTest, FollowsTheZoneAsItChangesGoesAndComesBack)
+{
+    ThermalZone::Write("47250\n");
+    TemperatureMonitor monitor;
+    ASSERT_EQ(monitor.GetTemperature(), 47);
+
+    ThermalZone::Write("63000\n");
+    EXPECT_TRUE(Eventually([&] { return monitor.GetTemperature() == 63; }));
+    EXPECT_TRUE(Eventually([&] { return monitor.GetTemperatureAvailable(); }));
+
+    ThermalZone::Remove();
+    EXPECT_TRUE(Eventually([&] { return !monitor.GetTemperatureAvailable(); }));
+    EXPECT_EQ(monitor.GetTemperature(), 63);
+
+    ThermalZone::Write("51000\n");
+    EXPECT_TRUE(Eventually([&] { return monitor.GetTemperature() == 51; }));
+    EXPECT_TRUE(Eventually([&] { return monitor.GetTemperatureAvailable(); }));
+}
+
+TEST_F(TemperatureRefreshTest, RunsWhileItsMonitorIsDestroyed)
+{
+    ThermalZone::Write("47250\n");
+    TimerCalls::Get().periodNanoseconds = 200000;
+
+    for (int i = 0; i < 500; ++i) {
+        auto monitor = std::make_unique<TemperatureMonitor>();
+        std::this_thread::sleep_for(300us);
+        EXPECT_EQ(monitor->GetTemperature(), 47);
+        monitor.reset();
+    }
+}
+
+TEST_F(TemperatureRefreshTest, ReadersOnOtherThreadsSeeOneValueOrTheOther)
+{
+    ThermalZone::Write("47250\n");
+    TemperatureMonitor monitor;
+    std::atomic<bool> done = false;
+    std::thread reader([&] {
+        while (!done) {
+            const int value = monitor.GetTemperature();
+            EXPECT_TRUE(value == 47 || value == 63) << value;
+        }
+    });
+
+    const std::string other = ThermalZone::path + std::string(".other");
+    for (int i = 0; i < 50; ++i) {
+        std::ofstream(other) << (i % 2 == 0 ? "63000\n" : "47250\n");
+        std::filesystem::rename(other, ThermalZone::path);
+        std::this_thread::sleep_for(5ms);
+    }
+    done = true;
+    reader.join();
+}
+
+}  // namespace
+}  // namespace Tolvex::Util

@@ -1,0 +1,198 @@
+#include "Tolvex/Util/Tick.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <ctime>
+#include <mutex>
+#include <pthread.h>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tolvex/Interfaces/IThread.h"
+#include "Tolvex/Log/Logger.h"
+
+#include "tests/Support/LogFile.h"
+#include "tests/Support/OwnProcess.h"
+#include "tests/Support/Patience.h"
+#include "tests/Support/RealFunction.h"
+
+namespace {
+
+using Tolvex::Support::RealFunction;
+
+/// The sleeps of tick threads while one was to be interrupted, in their order.
+struct TickSleeps
+{
+    std::mutex mutex;
+    bool recorded = false;
+    std::vector<timespec> requests;
+};
+
+TickSleeps tickSleeps;
+
+bool IsTickThread()
+{
+    char name[16] = {};
+    pthread_getname_np(pthread_self(), name, sizeof(name));
+    return std::string(name) == "Tick";
+}
+
+/// Notes a sleep. @return whether a signal interrupts it: only the first one.
+bool NoteInterruption(const timespec& request)
+{
+    const std::lock_guard<std::mutex> lock(tickSleeps.mutex);
+    if (!tickSleeps.recorded || !IsTickThread()) {
+        return false;
+    }
+    tickSleeps.requests.push_back(request);
+    return tickSleeps.requests.size() == 1;
+}
+
+}  // namespace
+
+extern "C" int nanosleep(const timespec* request, timespec* remaining)
+{
+    if (NoteInterruption(*request)) {
+        *remaining = {0, 400000000};
+        errno = EINTR;
+        return -1;
+    }
+    static auto* const real = RealFunction<int(const timespec*, timespec*)>("nanosleep");
+    return real(request, remaining);
+}
+
+namespace {
+
+using namespace std::chrono_literals;
+using Tolvex::Ilog::Logger;
+using Tolvex::Interfaces::IThread;
+using Tolvex::Support::Eventually;
+using Tolvex::Support::LogFile;
+using Tolvex::Util::Tick;
+
+std::ptrdiff_t CountTickThreads()
+{
+    const std::vector<std::string> names = Tolvex::Support::ThreadNames();
+    return std::count(names.begin(), names.end(), "Tick\n");
+}
+
+// The tests run in this order: the first two see the process without the instance.
+
+TEST(TickTest, PassIsOneSleepOfASecondResumedAfterASignalWithTheRemainingTime)
+{
+    {
+        const std::lock_guard<std::mutex> lock(tickSleeps.mutex);
+        tickSleeps.recorded = true;
+    }
+    {
+        const Tick tick;
+        EXPECT_TRUE(Eventually([&] { return tick.GetTickCount() >= 1; }));
+        const std::lock_guard<std::mutex> lock(tickSleeps.mutex);
+        EXPECT_GE(tickSleeps.requests.size(), 2U);
+    }
+
+    const std::lock_guard<std::mutex> lock(tickSleeps.mutex);
+    tickSleeps.recorded = false;
+    ASSERT_GE(tickSleeps.requests.size(), 3U);
+    const auto is = [](const timespec& request, std::time_t seconds, long nanoseconds) {
+        return request.tv_sec == seconds && request.tv_nsec == nanoseconds;
+    };
+    EXPECT_TRUE(is(tickSleeps.requests[0], 1, 0));
+    EXPECT_TRUE(is(tickSleeps.requests[1], 0, 400000000));
+    EXPECT_TRUE(is(tickSleeps.requests[2], 1, 0));
+}
+
+TEST(TickTest, FirstCallsFromSeveralThreadsAtOnceCreateOneObjectWithOneThread)
+{
+    constexpr int callers = 8;
+    LogFile log;
+    std::atomic<bool> go = false;
+    std::vector<Tick*> seen(callers);
+    std::vector<std::thread> threads;
+    threads.reserve(callers);
+    for (int i = 0; i < callers; ++i) {
+        threads.emplace_back([&go, &instance = seen[static_cast<std::size_t>(i)], i] {
+            while (!go) {
+                std::this_thread::yield();
+            }
+            if (i % 2 == 0) {
+                Tick::Start();
+            }
+            instance = Tick::GetInstance();
+        });
+    }
+
+    // An open line keeps the start from being logged, and the call beside it from nothing.
+    Logger& logger = *Logger::GetInstance();
+    logger.WriteHeader(Tolvex::Ilog::LogType::Info);
+    go = true;
+    EXPECT_TRUE(Eventually([] { return CountTickThreads() == 1; }));
+    Tick* const own = Tick::GetInstance();
+    logger << "first" << std::endl;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+
+    EXPECT_THAT(seen, ::testing::Each(seen.front()));
+    EXPECT_NE(seen.front(), nullptr);
+    EXPECT_EQ(own, seen.front());
+    EXPECT_THAT(log.TakeLines(), ::testing::ElementsAre(
+                                     "first", "[#Ithread]Thread (Tick) has started the execution"));
+    EXPECT_EQ(CountTickThreads(), 1);
+}
+
+TEST(TickTest, LaterCallsReturnTheSameObjectAndStartNoFurtherThread)
+{
+    Tick* const first = Tick::GetInstance();
+    LogFile log;
+
+    Tick::Start();
+
+    EXPECT_EQ(Tick::GetInstance(), first);
+    EXPECT_THAT(log.TakeLines(), ::testing::IsEmpty());
+    EXPECT_EQ(CountTickThreads(), 1);
+}
+
+TEST(TickTest, CountGrowsByOneForEachSecondAndNeverFaster)
+{
+    Tick* const tick = Tick::GetInstance();
+    const auto before = tick->GetTickCount();
+    const auto begin = std::chrono::steady_clock::now();
+
+    ASSERT_TRUE(Eventually([&] { return tick->GetTickCount() >= before + 3; }));
+
+    // The first of the three seconds may have begun earlier.
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 2s);
+}
+
+TEST(TickTest, ObjectCountsFromItsConstructionOnAndStopsWithItsDestruction)
+{
+    LogFile log;
+    {
+        const Tick tick;
+        EXPECT_EQ(tick.GetTickCount(), 0U);
+        EXPECT_TRUE(Eventually([&] { return tick.GetTickCount() >= 1; }));
+    }
+
+    EXPECT_THAT(log.TakeLines(),
+                ::testing::ElementsAre("[#Ithread]Thread (Tick) has started the execution",
+                                       "[#Ithread]Thread (Tick) has finished the execution"));
+}
+
+TEST(TickTest, ThreadOperationsAreNoPartOfItsPublicFace)
+{
+    EXPECT_TRUE((std::is_base_of_v<IThread, Tick>));
+    EXPECT_FALSE((std::is_convertible_v<Tick*, IThread*>));
+    EXPECT_TRUE((std::is_same_v<decltype(&Tick::Start), void (*)()>));
+    EXPECT_FALSE(std::is_copy_constructible_v<Tick>);
+}
+
+}  // namespace
