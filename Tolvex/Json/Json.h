@@ -4,6 +4,15 @@
 /// Value holds one value of any kind, Array a sequence of them, Object a map from key to value that
 /// iterates in ascending byte order of its keys. Serialize() and Deserialize() speak a dialect of
 /// JSON that differs from the standard in many places; docs/json-dialect.md lists them.
+/// @code
+/// Json::Value settings = Json::Deserialize(R"({"camera":{"fps":25},"zones":["north"]})");
+/// const int fps = settings["camera"].HasKey("fps") ? settings["camera"]["fps"].ToInt() : 30;
+/// settings["camera"]["fps"] = fps / 2;
+/// for (const Json::Value& zone : settings["zones"].AsArray()) {
+///     std::cout << zone.ToString() << '\n';
+/// }
+/// std::cout << Json::Serialize(settings) << '\n';  // {"camera":{"fps":12},"zones":["north"]}
+/// @endcode
 #pragma once
 
 #include <cstdint>
@@ -41,46 +50,77 @@ class Value;
 class TOLVEX_EXPORT Array
 {
 public:
+    /// Goes through the elements; good until one is added or all are replaced or destroyed.
     using iterator = std::vector<Value>::iterator;
+    /// The same for elements that are only read.
     using const_iterator = std::vector<Value>::const_iterator;
 
     Array() noexcept;
+    /// @param other  Copied deeply.
     Array(const Array& other);
-    /// Takes the elements over in constant time; other is left empty.
+    /// @param other  Its elements are taken over in constant time; left empty.
     Array(Array&& other) noexcept;
     ~Array();
 
-    /// Replaces all elements by deep copies; other may be an array inside this one.
+    /// Replaces all elements by deep copies.
+    ///
+    /// @param other  May be an array inside this one.
+    /// @return this array.
     Array& operator=(const Array& other);
-    /// Takes the elements over in constant time; other is left empty.
+    /// Replaces all elements, in constant time but for the destruction of the old ones.
+    ///
+    /// @param other  Its elements are taken over; left empty.
+    /// @return this array.
     Array& operator=(Array&& other) noexcept;
 
+    /// @param index  Below size(); not tested.
+    /// @return the element itself.
     Value& operator[](unsigned int index);
+    /// @param index  Below size(); not tested.
+    /// @return the element itself.
     const Value& operator[](unsigned int index) const;
 
+    /// @return the first element; end() when there is none.
     iterator begin() noexcept;
+    /// @return the place behind the last element.
     iterator end() noexcept;
+    /// @return the first element; end() when there is none.
     const_iterator begin() const noexcept;
+    /// @return the place behind the last element.
     const_iterator end() const noexcept;
 
+    /// @return the number of elements.
     unsigned int size() const noexcept;
 
-    /// Appends a copy; the value may be an element of this array.
+    /// Appends a copy.
+    ///
+    /// @param value  May be an element of this array.
     void push_back(const Value& value);
     /// Appends what the value holds, in constant time.
+    ///
+    /// @param value  Left as a move leaves it: see Value::Value(Value&&).
     void push_back(Value&& value);
 
-    /// Inserts a copy before position index; index equal to size() appends.
+    /// Inserts a copy.
+    ///
+    /// @param index  Position of the copy, at most size(), which appends; not tested.
+    /// @param value  May be an element of this array.
     void insert(unsigned int index, const Value& value);
 
     /// Destroys all elements.
     void Clear() noexcept;
 
+    /// @param value  Right operand of the comparisons.
     /// @return the first element for which `element == value` holds, or end().
     /// @note Equality is asymmetric, and the element is its left operand.
     iterator find(const Value& value);
+    /// As the other find(), for elements that are only read.
+    ///
+    /// @param value  Right operand of the comparisons.
+    /// @return the first element for which `element == value` holds, or end().
     const_iterator find(const Value& value) const;
 
+    /// @param value  As for find().
     /// @return whether find() finds the value.
     bool HasValue(const Value& value) const;
 
@@ -104,44 +144,74 @@ private:
 class TOLVEX_EXPORT Object
 {
 public:
+    /// Goes through pairs of key and value; good until its member is erased or all are replaced.
     using iterator = std::map<std::string, Value>::iterator;
+    /// The same for members that are only read.
     using const_iterator = std::map<std::string, Value>::const_iterator;
 
     Object() noexcept;
+    /// @param other  Copied deeply.
     Object(const Object& other);
-    /// Takes the members over in constant time; other is left empty.
+    /// @param other  Its members are taken over in constant time; left empty.
     Object(Object&& other) noexcept;
     ~Object();
 
-    /// Replaces all members by deep copies; other may be an object inside this one.
+    /// Replaces all members by deep copies.
+    ///
+    /// @param other  May be an object inside this one.
+    /// @return this object.
     Object& operator=(const Object& other);
-    /// Takes the members over in constant time; other is left empty.
+    /// Replaces all members, in constant time but for the destruction of the old ones.
+    ///
+    /// @param other  Its members are taken over; left empty.
+    /// @return this object.
     Object& operator=(Object&& other) noexcept;
 
+    /// @return the member with the lowest key; end() when there is none.
     iterator begin() noexcept;
+    /// @return the place behind the last member.
     iterator end() noexcept;
+    /// @return the member with the lowest key; end() when there is none.
     const_iterator begin() const noexcept;
+    /// @return the place behind the last member.
     const_iterator end() const noexcept;
 
+    /// @return the number of members.
     unsigned int size() const noexcept;
 
+    /// @param key  Compared byte by byte.
+    /// @return the member, or end().
     iterator find(const std::string& key);
+    /// @param key  Compared byte by byte.
+    /// @return the member, or end().
     const_iterator find(const std::string& key) const;
+    /// @param key  Compared byte by byte.
+    /// @return whether there is such a member.
     bool HasKey(const std::string& key) const;
 
+    /// @param keys  Looked up in this order.
     /// @return the index of the first key that is absent; -1 when all are present.
     int HasKeys(const std::vector<std::string>& keys) const;
-    /// The same over the first count C strings; -1 at once when count is below 1.
+    /// @param keys   NUL-terminated, looked up in this order.
+    /// @param count  Number of keys; below 1 gives -1 at once.
+    /// @return the index of the first key that is absent; -1 when all are present.
     /// @throws std::logic_error when it meets a null pointer before an absent key.
     int HasKeys(const char** keys, int count) const;
 
+    /// @param key  Any bytes.
     /// @return the member's value; a null value is inserted when the key is absent.
     Value& operator[](const std::string& key);
+    /// @param key  NUL-terminated.
+    /// @return the member's value; a null value is inserted when the key is absent.
     Value& operator[](const char* key);
-    /// @return the member's value. The key must be present: test with HasKey() first.
+    /// @param key  Must be present: test with HasKey() first.
+    /// @return the member's value.
     const Value& operator[](const std::string& key) const;
+    /// @param key  NUL-terminated; must be present: test with HasKey() first.
+    /// @return the member's value.
     const Value& operator[](const char* key) const;
 
+    /// @param key  Compared byte by byte.
     /// @return true when a member was erased, false when the key was absent.
     bool RemoveKey(const std::string& key);
 
@@ -175,37 +245,69 @@ private:
 class TOLVEX_EXPORT Value
 {
 public:
+    /// Makes a NullVal.
     Value() noexcept = default;
+    /// Makes an IntVal.
+    /// @param number  Its float and double are the nearest ones.
     Value(int number) noexcept;
+    /// Makes a DoubleVal.
+    /// @param number  Truncated toward zero for the integer; the float is the nearest one.
     Value(double number) noexcept;
+    /// Makes a StringVal.
+    /// @param text  Any bytes, NUL included.
     Value(const std::string& text);
+    /// Makes a StringVal, in constant time.
+    /// @param text  Taken over.
     Value(std::string&& text) noexcept;
-    /// A null pointer makes an empty string.
+    /// Makes a StringVal.
+    /// @param text  NUL-terminated; null makes an empty string.
     Value(const char* text);
+    /// Makes an ObjectVal.
+    /// @param object  Copied deeply.
     Value(const Object& object);
+    /// Makes an ObjectVal, in constant time.
+    /// @param object  Its members are taken over; left empty.
     Value(Object&& object) noexcept;
+    /// Makes an ArrayVal.
+    /// @param array  Copied deeply.
     Value(const Array& array);
+    /// Makes an ArrayVal, in constant time.
+    /// @param array  Its elements are taken over; left empty.
     Value(Array&& array) noexcept;
+    /// Makes a BoolVal.
+    /// @param flag  The value.
     Value(bool flag) noexcept;
 
-    /// Makes a FloatVal: the float, its truncation as integer, its widening as double.
+    /// Makes a FloatVal, which no constructor does.
+    ///
+    /// @param number  Truncated toward zero for the integer, and widened for the double.
+    /// @return the value.
     static Value FromFloat(float number) noexcept;
 
+    /// Takes the type and the representation that belongs to it, nothing else.
+    /// @param other  Copied deeply.
     Value(const Value& other);
-    /// Takes over what a copy would copy, in constant time. other keeps its type; its string,
-    /// object or array is left empty.
+    /// Takes over what a copy would copy, in constant time.
+    /// @param other  Keeps its type; its string, object or array is left empty.
     Value(Value&& other) noexcept;
     ~Value() = default;
 
-    /// Takes the source's type and its active representation. The source may be inside this value,
-    /// or this value inside the source. On an exception this value is as it was.
+    /// Takes the source's type and its active representation. On an exception this value is as it
+    /// was.
+    ///
+    /// @param other  May be inside this value, or this value inside it.
+    /// @return this value.
     Value& operator=(const Value& other);
     /// The same, taking the representation over in constant time. Allocates only when this value is
     /// found inside the source: then the source is copied and keeps what it holds.
+    ///
+    /// @param other  Left as a move leaves it: see Value(Value&&).
+    /// @return this value.
     /// @note The search for that ends after a few hundred values. Do not move a larger document
     /// into a place deep inside itself.
     Value& operator=(Value&& other);  // NOLINT(performance-noexcept-move-constructor): may copy
 
+    /// @return which representation is meaningful.
     ValueType GetType() const noexcept { return mValueType; }
 
     /// @return whether the type is IntVal, FloatVal or DoubleVal.
@@ -214,44 +316,77 @@ public:
         return static_cast<std::uint32_t>(mValueType) - static_cast<std::uint32_t>(IntVal) <= 2U;
     }
 
-    /// For any numeric type: the representation made with the value.
+    /// @return the integer of any numeric type: 2 for 2.9.
     int ToInt() const;
+    /// @return the float of any numeric type.
     float ToFloat() const;
+    /// @return the double of any numeric type.
     double ToDouble() const;
+    /// @return the flag of a BoolVal.
     bool ToBool() const;
+    /// @return the text of a StringVal itself, valid while this value holds it.
     const std::string& ToString() const;
-    /// @return a copy; AsArray() and AsObject() make none.
+    /// @return a deep copy of the array of an ArrayVal; AsArray() makes none.
     Array ToArray() const;
+    /// @return a deep copy of the object of an ObjectVal; AsObject() makes none.
     Object ToObject() const;
 
-    /// The array itself, valid while this value holds it.
+    /// @return the array of an ArrayVal itself, valid while this value holds it.
     const Array& AsArray() const;
-    /// The object itself, valid while this value holds it.
+    /// @return the object of an ObjectVal itself, valid while this value holds it.
     const Object& AsObject() const;
 
+    /// As ToInt().
     operator int() const;
+    /// As ToFloat().
     operator float() const;
+    /// As ToDouble().
     operator double() const;
+    /// As ToBool().
     operator bool() const;
+    /// As ToString(), in a copy.
     operator std::string() const;
+    /// As ToArray().
     operator Array() const;
+    /// As ToObject().
     operator Object() const;
 
+    /// @param index  Below size(); not tested.
+    /// @return the element of an ArrayVal itself.
     Value& operator[](unsigned int index);
+    /// @param index  Below size(); not tested.
+    /// @return the element of an ArrayVal itself.
     const Value& operator[](unsigned int index) const;
+    /// @param index  0 or more, and below size(); not tested.
+    /// @return the element of an ArrayVal itself.
     Value& operator[](int index);
+    /// @param index  0 or more, and below size(); not tested.
+    /// @return the element of an ArrayVal itself.
     const Value& operator[](int index) const;
 
+    /// @param key  Any bytes.
     /// @return the member's value; a null value is inserted when the key is absent.
     Value& operator[](const std::string& key);
+    /// @param key  NUL-terminated.
+    /// @return the member's value; a null value is inserted when the key is absent.
     Value& operator[](const char* key);
-    /// @return the member's value. The key must be present: test with HasKey() first.
+    /// @param key  Must be present: test with HasKey() first.
+    /// @return the member's value.
     const Value& operator[](const std::string& key) const;
+    /// @param key  NUL-terminated; must be present: test with HasKey() first.
+    /// @return the member's value.
     const Value& operator[](const char* key) const;
 
-    /// See Object::HasKey() and Object::HasKeys().
+    /// @param key  Compared byte by byte.
+    /// @return whether an ObjectVal has such a member.
     bool HasKey(const std::string& key) const;
+    /// @param keys  Looked up in this order.
+    /// @return as Object::HasKeys(), for an ObjectVal.
     int HasKeys(const std::vector<std::string>& keys) const;
+    /// @param keys   NUL-terminated, looked up in this order.
+    /// @param count  Number of keys; below 1 gives -1 at once.
+    /// @return as Object::HasKeys(), for an ObjectVal.
+    /// @throws std::logic_error when it meets a null pointer before an absent key.
     int HasKeys(const char** keys, int count) const;
 
     /// @return the number of members or elements.
@@ -290,32 +425,50 @@ private:
 /// and equals nothing else. A number on the right equals null, and is compared with any other left
 /// operand by the representation of that operand's type: it equals "", {}, [] and false unless it
 /// holds an inactive representation from before.
+/// @param left   Its type says which representations are compared.
+/// @param right  As above.
+/// @return whether they are equal.
 TOLVEX_EXPORT bool operator==(const Value& left, const Value& right);
-/// Same size, and equal elements in order.
+/// Compares elements in order, as values are compared.
+///
+/// @param left   Its elements are left operands.
+/// @param right  Its elements are right operands.
+/// @return whether the sizes are the same and the elements equal.
 TOLVEX_EXPORT bool operator==(const Array& left, const Array& right);
-/// Same size, and equal keys and values in key order.
+/// Compares members in the order of their keys, as values are compared.
+///
+/// @param left   Its values are left operands.
+/// @param right  Its values are right operands.
+/// @return whether the sizes and keys are the same and the values equal.
 TOLVEX_EXPORT bool operator==(const Object& left, const Object& right);
 
-/// The compact text of a document; empty when the value is neither object nor array.
+/// Writes a document as compact text, independent of the process's locale.
 ///
-/// Independent of the process's locale.
 /// @note Strings and keys are written as they are, without escapes. Floating-point numbers have six
 /// decimals; NaN and infinities are written as nan, -nan, inf and -inf, which do not read back.
+/// @param value  An object or array.
+/// @return the text; empty when the value is neither.
 /// @par Thread safety
 /// Reentrant.
 TOLVEX_EXPORT std::string Serialize(const Value& value);
-/// The text of any value, null included. Otherwise as Serialize().
+/// Writes any value, null included. Otherwise as Serialize().
+///
+/// @param value  Of any type.
+/// @return the text.
 TOLVEX_EXPORT std::string SerializeValue(const Value& value);
-/// The text of an array. Otherwise as Serialize().
+/// Writes an array. Otherwise as Serialize().
+///
+/// @param array  May be empty: "[]".
+/// @return the text.
 TOLVEX_EXPORT std::string SerializeArray(const Array& array);
 
 /// Reads a document in time and memory linear in its length, independent of the process's locale.
 ///
 /// docs/json-dialect.md says what is accepted and what changes on the way.
+/// @param text  The whole document; any bytes.
 /// @return an ObjectVal or ArrayVal, or a null value for text that is malformed or no document.
 /// @throws std::out_of_range when a nested container is not closed, or when a `\u` escape is cut
-/// off
-///         by the end of its string.
+///         off by the end of its string.
 /// @par Thread safety
 /// Reentrant.
 TOLVEX_EXPORT Value Deserialize(const std::string& text);
