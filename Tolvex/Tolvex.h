@@ -1,5 +1,8 @@
 /// @file
 /// Everything that the library offers, in one include.
+/// @code
+/// #include "Tolvex/Tolvex.h"
+/// @endcode
 #pragma once
 
 #include "Tolvex/Crypto/Crypto.h"

@@ -8,6 +8,7 @@
 /// | decode one line                | Base64Decode()                                           |
 /// | sign, and check a signature    | HMAC_SHA1() and VerifyHmacSha1()                         |
 ///
+/// See examples/SignedRequest.cpp.
 /// @par Errors
 /// Nothing is reported or recorded; what cannot be encoded or signed gives an empty text, that for
 /// which libcrypto finds no memory included.
@@ -35,22 +36,39 @@ TOLVEX_EXPORT std::string DoBase64Encode(const void* data, unsigned long long le
                                          bool noNewLines);
 
 /// The same as DoBase64Encode().
+///
+/// @param data        Bytes; null gives an empty text.
+/// @param length      Number of bytes, with the limits of DoBase64Encode().
+/// @param noNewLines  False: lines of 64 characters. True: one line, without its last character.
+/// @return the text.
 TOLVEX_EXPORT std::string Base64Encode(const unsigned char* data, unsigned long long length,
                                        bool noNewLines);
 
-/// The same as DoBase64Encode(). A negative length gives an empty text.
+/// The same as DoBase64Encode().
+///
+/// @param data        Bytes; null gives an empty text.
+/// @param length      Number of bytes; a negative one gives an empty text.
+/// @param noNewLines  False: lines of 64 characters. True: one line, without its last character.
+/// @return the text.
 TOLVEX_EXPORT std::string Base64Encode(const char* data, long long length, bool noNewLines);
 
 /// Encodes the bytes of a buffer, in lines of 64 characters.
+///
+/// @param buffer  Not changed; null data gives an empty text.
+/// @return the text.
 TOLVEX_EXPORT std::string Base64Encode(const Iubuffer& buffer);
 
 /// Encodes the bytes of a buffer, in lines of 64 characters.
+///
+/// @param buffer  Not changed; null data gives an empty text.
+/// @return the text.
 TOLVEX_EXPORT std::string Base64Encode(const Ibuffer& buffer);
 
 /// Encodes bytes of any number as one complete line of Base64 text, padding included.
 ///
 /// @param data    Bytes; null gives an empty text.
 /// @param length  Number of bytes.
+/// @return the text.
 /// @throws std::length_error or std::bad_alloc when no string can hold the text.
 TOLVEX_EXPORT std::string Base64EncodeLine(const void* data, unsigned long long length);
 
@@ -60,6 +78,7 @@ TOLVEX_EXPORT std::string Base64EncodeLine(const void* data, unsigned long long 
 /// missing or misplaced padding and a last character with surplus bits are refused. Text in lines
 /// decodes after Util::Replace(text, "\n", "").
 ///
+/// @param text        One line, as above.
 /// @param[out] bytes  Receives the bytes; untouched when the text is refused. It may be the text.
 /// @return true when the text was decoded; an empty one gives no bytes.
 TOLVEX_EXPORT bool Base64Decode(const std::string& text, std::string& bytes);
@@ -74,6 +93,8 @@ TOLVEX_EXPORT std::string HMAC_SHA1(const std::string& message, const std::strin
 
 /// Checks a signature in a time that does not depend on where it differs from the right one.
 ///
+/// @param message    Bytes that were signed.
+/// @param key        1 to 128 bytes.
 /// @param signature  As HMAC_SHA1() makes it.
 /// @return true when it is the signature of the message under the key; false for a message or a key
 ///         that HMAC_SHA1() does not sign with, whatever the signature.

@@ -13,6 +13,13 @@ namespace Tolvex {
 /// Holds its text inside the object, so copying one allocates nothing. Its type information is
 /// the library's: a program, and any other shared object, catches what the library throws, and
 /// the other way round.
+/// @code
+/// try {
+///     Util::SetAddressOfNetInterfaceUsingSocket("eth0", "10.0.0.2", "255.255.255.0");
+/// } catch (const IException& problem) {
+///     Ilog::LogLine(Ilog::LogType::Error, LogModule::CONFIG) << problem.what();
+/// }
+/// @endcode
 /// @par Errors
 /// None: a text that is too long is cut, not rejected.
 /// @par Thread safety
@@ -26,8 +33,13 @@ public:
     explicit IException(const char* text);
     ~IException() override;
 
-    IException(const IException&) = default;
-    IException& operator=(const IException&) = default;
+    /// Copies the text; allocates nothing.
+    /// @param other  Not changed.
+    IException(const IException& other) = default;
+    /// Copies the text; allocates nothing.
+    /// @param other  Not changed.
+    /// @return this exception.
+    IException& operator=(const IException& other) = default;
 
     /// @return the text, which lives as long as this object.
     const char* what() const noexcept override;

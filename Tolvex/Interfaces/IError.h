@@ -13,6 +13,34 @@ namespace Tolvex::Interfaces {
 /// The constructor of a derived class names its namespace and class. Each of its operations calls
 /// ResetError() first, so that the text always belongs to the last call, and on failure SetError()
 /// before it returns false or 0. Nothing is logged here, and there is no history.
+/// @code
+/// class Door : public Interfaces::IError
+/// {
+/// public:
+///     Door()
+///     {
+///         SetNamespace("Garage");
+///         SetClassName("Door");
+///     }
+///
+///     bool Open()
+///     {
+///         ResetError();
+///         if (locked) {
+///             SetError("The door is locked", "Open", true, true);
+///             return false;
+///         }
+///         return true;
+///     }
+///
+///     bool locked = true;
+/// };
+///
+/// Door door;
+/// if (!door.Open()) {
+///     std::cout << door.GetErrorText();  // [Namespace: Garage][Class: Door][Method: Open]The ...
+/// }
+/// @endcode
 /// @par Errors
 /// std::bad_alloc and std::length_error, as strings grow; the previous text then stays.
 /// @par Thread safety
@@ -23,13 +51,20 @@ public:
     IError();
     virtual ~IError();
 
-    IError(const IError&) = default;
-    IError& operator=(const IError&) = default;
+    /// Copies names, text and code.
+    /// @param other  Not changed.
+    IError(const IError& other) = default;
+    /// Copies names, text and code.
+    /// @param other  Not changed.
+    /// @return this object.
+    IError& operator=(const IError& other) = default;
 
-    /// Names the namespace of the derived class, such as "Tolvex::Util".
+    /// Names the namespace of the derived class.
+    /// @param name  Such as "Tolvex::Util"; empty for none.
     void SetNamespace(const std::string& name) { namespaceName = name; }
 
-    /// Names the derived class, such as "Timer".
+    /// Names the derived class.
+    /// @param name  Such as "Timer"; empty for none.
     void SetClassName(const std::string& name) { className = name; }
 
     /// Empties the text and sets the code to 0.
@@ -47,6 +82,11 @@ public:
                   bool withClass);
 
     /// The same with "[#Exception]", directly followed by exception.what(), for the message.
+    ///
+    /// @param exception      What went wrong; only read.
+    /// @param method         Where; an empty name leaves the part out.
+    /// @param withNamespace  Puts the namespace in front, unless it is empty.
+    /// @param withClass      Puts the class in front, unless it is empty.
     void SetError(const std::exception& exception, const std::string& method, bool withNamespace,
                   bool withClass);
 

@@ -12,6 +12,12 @@ namespace Tolvex::Interfaces {
 ///
 /// The thread that a Notify() has let through may destroy the semaphore at once, even while that
 /// Notify() has yet to return.
+/// @code
+/// Interfaces::ISemaphore ready(0);
+/// std::thread producer([&ready] { ready.Notify(); });
+/// ready.Wait();  // until the producer has notified
+/// producer.join();
+/// @endcode
 /// @par Errors
 /// std::system_error when the mutex cannot be locked.
 /// @par Thread safety

@@ -34,6 +34,9 @@ public:
         virtual ~ISignalDelegate();
 
         /// Called by ISignal::DoCallback() on the thread that made that call. Does nothing here.
+        ///
+        /// @param signal  The dispatcher; not owned.
+        /// @param data    What DoCallback() was given; not owned.
         virtual void InvokeSignal(ISignal* signal, void* data);
     };
 
@@ -51,6 +54,8 @@ public:
     virtual bool WaitSignal(void** data) = 0;
 
     /// Handler thread of its own: handles one event. Several may run at the same time.
+    ///
+    /// @param data  What WaitSignal() gave for the event; whose it is, the derived class decides.
     virtual void FireSignal(void* data) = 0;
 
     /// Starts the listener thread, unless it is running or has been started before.
@@ -67,10 +72,13 @@ public:
     /// created is dropped without a word.
     void RunThread();
 
-    /// Entry of the listener thread; self is the ISignal. @return null, always.
+    /// Entry of the listener thread.
+    /// @param self  The ISignal; not owned.
+    /// @return null, always.
     static void* RunPosixThread(void* self);
 
-    /// Entry of the handler threads. Takes over and deletes the record that RunThread() has made.
+    /// Entry of the handler threads.
+    /// @param record  Made by RunThread(); taken over and deleted.
     /// @return null, always.
     static void* SignalFirePosix(void* record);
 
@@ -79,7 +87,8 @@ public:
     /// @param delegate  Not owned; must outlive the registration. A null is kept and skipped.
     void AddCallback(ISignalDelegate* delegate);
 
-    /// Removes an observer; an unknown one is ignored.
+    /// Removes an observer.
+    /// @param delegate  An unknown one is ignored.
     void RemoveCallback(ISignalDelegate* delegate);
 
     /// Calls all observers in the order of their registration, on the calling thread and without a
@@ -88,6 +97,7 @@ public:
     /// An observer may add and remove observers while it is called: what is added is called too,
     /// and when an entry up to the current one goes away the walk skips one. Other threads must not
     /// add or remove meanwhile.
+    /// @param data  Handed on as it is; not owned.
     void DoCallback(void* data);
 
 private:

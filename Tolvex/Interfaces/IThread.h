@@ -53,6 +53,8 @@ public:
 
         /// Called once the thread has been stopped: on the thread that called Stop(), or on the
         /// worker when it was ended by Cancel().
+        ///
+        /// @param thread  The worker; may delete itself after the last of these calls.
         virtual void InvokeStop(IThread* thread);
     };
 
@@ -129,7 +131,9 @@ public:
     /// The body of the thread. Public for the thread's entry only.
     void RunThread();
 
-    /// Entry of the thread; self is the IThread. @return null, always.
+    /// Entry of the thread.
+    /// @param self  The IThread; not owned.
+    /// @return null, always.
     static void* RunPosixThread(void* self);
 
     /// Appends a delegate; a pointer that is listed already is not added again.
@@ -139,7 +143,8 @@ public:
     /// @throws std::system_error when the mutex cannot be locked.
     void AddCallback(IThreadDelegate* delegate);
 
-    /// Removes a delegate; an unknown pointer is ignored. As for AddCallback() otherwise.
+    /// Removes a delegate. As for AddCallback() otherwise.
+    /// @param delegate  An unknown pointer is ignored.
     void RemoveCallback(IThreadDelegate* delegate);
 
     /// Calls Invoke() of the delegates, in the order in which they were added. Worker thread.
@@ -155,6 +160,8 @@ public:
     /// Sleeps floor(total / step) * step; when the thread does not run, or the step is not shorter
     /// than the total, sleeps the total in one piece. Returns at once while the object is being
     /// destroyed.
+    /// @param total  Time to sleep in ms.
+    /// @param step   Longest time in ms in which a stop goes unnoticed.
     /// @note A step of 0 or less (and below the total) does not sleep: the call then spins until
     /// the thread is stopped.
     void ThreadSleep(const std::chrono::milliseconds& total, const std::chrono::milliseconds& step);

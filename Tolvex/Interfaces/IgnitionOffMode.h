@@ -7,6 +7,22 @@ namespace Tolvex::Interfaces {
 /// To be implemented by what must react when the vehicle's ignition is switched off.
 ///
 /// The application calls RunIgnitionOff(); the library never does so by itself.
+/// @code
+/// class Recorder : public Interfaces::IgnitionOffMode
+/// {
+/// public:
+///     void RunIgnitionOff() override { recording = false; }
+///
+///     bool recording = true;
+/// };
+///
+/// Recorder recorder;
+/// for (Interfaces::IgnitionOffMode* part :
+///      {static_cast<Interfaces::IgnitionOffMode*>(&recorder),
+///       static_cast<Interfaces::IgnitionOffMode*>(Ilog::Logger::GetInstance())}) {
+///     part->RunIgnitionOff();
+/// }
+/// @endcode
 /// @par Thread safety
 /// That of the implementing class.
 class TOLVEX_EXPORT IgnitionOffMode

@@ -1,6 +1,6 @@
 /// @file
 /// The line lock of a logger: who may compose the line, and when its writer has to do what.
-/// Applications use LoggerBase, which is built on this.
+/// Applications use LoggerBase, which is built on this; see examples/LogLines.cpp.
 #pragma once
 
 #include <cstdint>
@@ -23,9 +23,14 @@ class LineState;
 class TOLVEX_EXPORT LineEntry
 {
 public:
+    /// Made by LineLock.
+    /// @param lineState  Not owned; null for no line.
     explicit LineEntry(LineState* lineState) : state(lineState) {}
+    /// Drops the line, unless Keep() or HandOver() came before.
     ~LineEntry();
 
+    /// Goes on with the step of another entry.
+    /// @param other  Left without a line.
     LineEntry(LineEntry&& other) noexcept : state(other.state) { other.state = nullptr; }
     LineEntry(const LineEntry&) = delete;
     LineEntry& operator=(const LineEntry&) = delete;
@@ -95,6 +100,8 @@ public:
     class TOLVEX_EXPORT Control
     {
     public:
+        /// Blocks while another thread is in one; a thread that is in one already does not enter.
+        /// @param lineLock  Not owned; must outlive this object.
         explicit Control(LineLock& lineLock);
         ~Control();
 
@@ -151,12 +158,15 @@ private:
 class TOLVEX_EXPORT LineWriter
 {
 public:
+    /// @param lineLock      That of the logger; not kept.
+    /// @param writerNumber  As LineLock::AnnounceWriter() gave it.
     LineWriter(const LineLock& lineLock, std::uint32_t writerNumber);
     ~LineWriter();
 
     LineWriter(const LineWriter&) = delete;
     LineWriter& operator=(const LineWriter&) = delete;
 
+    /// What a writer has to do next.
     enum class Step
     {
         Write,  ///< there is a complete line: take its text, then EnterPolicy()
@@ -164,7 +174,8 @@ public:
         End,    ///< stopped is set; the logger must not be touched any more
     };
 
-    /// Finds out what to do after the semaphore has been woken.
+    /// Finds out what to do after the semaphore has been woken. Does not block.
+    /// @return the next step.
     Step Next();
 
     /// From here to FinishLine() the logger may be destroyed, unless the policy is in use.

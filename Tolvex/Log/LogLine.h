@@ -18,7 +18,7 @@ namespace Tolvex::Ilog {
 /// destroyed.
 ///
 /// @code
-/// LogLine(LogType::Warning, LogModule::CELL) << "signal " << rssi << " dBm";
+/// LogLine(LogType::Warning, LogModule::CELL) << "signal " << -113 << " dBm";
 /// @endcode
 /// Takes whatever an std::ostream takes, manipulators included. No lock is held meanwhile, so an
 /// exception, a return or another line in between does no harm. A newline at the very end of the
@@ -33,13 +33,23 @@ namespace Tolvex::Ilog {
 class TOLVEX_EXPORT LogLine
 {
 public:
+    /// Begins a line without a module. Does not block.
+    /// @param type  Severity of the line.
     explicit LogLine(LogType type);
+    /// Begins a line with the tag of a module. Does not block.
+    /// @param type    Severity of the line.
+    /// @param module  Where the line comes from.
     LogLine(LogType type, LogModule module);
+    /// Writes the line. Blocks as Logger::WriteHeader() does.
     ~LogLine();
 
     LogLine(const LogLine&) = delete;
     LogLine& operator=(const LogLine&) = delete;
 
+    /// Appends a value as a stream does.
+    /// @tparam T     Whatever an std::ostream takes.
+    /// @param value  Only read.
+    /// @return this line.
     template <typename T>
     LogLine& operator<<(const T& value)
     {
@@ -47,18 +57,27 @@ public:
         return *this;
     }
 
+    /// Applies a manipulator.
+    /// @param manipulator  Applied to the text.
+    /// @return this line.
     LogLine& operator<<(std::ostream& (*manipulator)(std::ostream&))
     {
         stream << manipulator;
         return *this;
     }
 
+    /// Applies a manipulator.
+    /// @param manipulator  Applied to the text.
+    /// @return this line.
     LogLine& operator<<(std::ios& (*manipulator)(std::ios&))
     {
         stream << manipulator;
         return *this;
     }
 
+    /// Applies a manipulator.
+    /// @param manipulator  Applied to the text.
+    /// @return this line.
     LogLine& operator<<(std::ios_base& (*manipulator)(std::ios_base&))
     {
         stream << manipulator;

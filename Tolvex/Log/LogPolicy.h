@@ -1,5 +1,6 @@
 /// @file
-/// Where finished log lines go: a file or the console.
+/// Where finished log lines go: a file, the console, or a class of the application's own, as in
+/// examples/LogLines.cpp.
 #pragma once
 
 #include <cstdint>
@@ -27,15 +28,18 @@ public:
     virtual ~ILogPolicy();
 
     /// Chooses where the lines go. Does nothing here.
+    /// @param name  What it means is the policy's own, such as the name of a file.
     virtual void SetOutput(const std::string& name);
 
-    /// Puts a finished line, its newline included, where it belongs.
+    /// Puts a finished line where it belongs.
+    /// @param line  The whole line, its newline included.
     virtual void Write(const std::string& line) = 0;
 
     /// Ends the use of the output. Does nothing here.
     virtual void Close();
 
     /// Tells the type of the line that the next Write() brings. Does nothing here.
+    /// @param type  Any value: LogType may be cast from other numbers.
     virtual void WriteHeader(LogType type);
 };
 
@@ -56,10 +60,12 @@ public:
     ~FileLogPolicy() override;
 
     /// Stores the name of the file. It is neither opened nor created nor checked.
+    /// @param name  Path, relative to the working directory of each Write(); empty writes nothing.
     void SetOutput(const std::string& name) override;
 
     /// Appends exactly the bytes of the line. Does nothing without an output, or with an empty
     /// name. Blocks as long as the file system does.
+    /// @param line  The whole line, its newline included.
     void Write(const std::string& line) override;
 
     /// Ends the output. The name is kept, but it takes a new SetOutput() to write again.
@@ -85,9 +91,11 @@ public:
 
     /// Prints the line in the colour of the type that WriteHeader() told last. Blocks while
     /// standard output takes nothing more.
+    /// @param line  The whole line, its newline included.
     void Write(const std::string& line) override;
 
     /// Keeps the type for the lines to come. Writes nothing.
+    /// @param type  A value that is not known has no colour.
     void WriteHeader(LogType type) override;
 
 private:
@@ -104,18 +112,32 @@ enum class ColorCode : int
 };
 
 /// Switches the colour of a terminal when it is streamed: ESC [ number m.
+/// @code
+/// std::cout << Ilog::ColoredLog(Ilog::ColorCode::Red) << "no signal"
+///           << Ilog::ColoredLog(Ilog::ColorCode::Default) << '\n';
+/// @endcode
+/// @par Thread safety
+/// Reentrant.
 class TOLVEX_EXPORT ColoredLog
 {
 public:
+    /// @param colorCode  Number of the colour; any number is written as it is.
     explicit ColoredLog(ColorCode colorCode) : code(colorCode) {}
 
     /// Writes the escape sequence, whatever number format and width are set in the stream.
+    /// @param stream  Where to.
+    /// @param color   The colour to switch to.
+    /// @return the stream.
     friend TOLVEX_EXPORT std::ostream& operator<<(std::ostream& stream, const ColoredLog& color);
 
 private:
     ColorCode code;
 };
 
+/// Writes the escape sequence, whatever number format and width are set in the stream.
+/// @param stream  Where to.
+/// @param color   The colour to switch to.
+/// @return the stream.
 TOLVEX_EXPORT std::ostream& operator<<(std::ostream& stream, const ColoredLog& color);
 
 }  // namespace Tolvex::Ilog

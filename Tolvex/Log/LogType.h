@@ -4,7 +4,7 @@
 
 namespace Tolvex::Ilog {
 
-/// Severity of a log line. Any other value is treated as Info.
+/// Severity of a log line. Any other value is treated as Info. See examples/LogLines.cpp.
 enum class LogType : std::int32_t
 {
     Info,     ///< no tag, no colour

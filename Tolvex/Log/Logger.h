@@ -51,6 +51,7 @@ public:
     ///
     /// The file is not opened before the first line. Waits up to 2.1 s for a line that is being
     /// written.
+    /// @param fileName  Path, relative to the working directory of each line.
     /// @return false when the name is empty, there is no thread to be had, or the wait was not
     /// enough; then nothing has changed.
     bool EnableFile(const std::string& fileName);
@@ -71,6 +72,7 @@ public:
     bool IsConsoleEnabled() const { return consoleLogger->IsEnabled(); }
 
     /// Begins a line in each enabled logger. Blocks until the lines before have been written.
+    /// @param type  Severity of the line.
     void WriteHeader(LogType type)
     {
         if (AnyEnabled()) {
@@ -79,15 +81,24 @@ public:
     }
 
     /// Appends "[#", the text of the module, and "]".
+    /// @param module  Where the line comes from.
+    /// @return this logger.
     Logger& operator<<(LogModule module) { return AnyEnabled() ? Pass(module) : *this; }
 
     /// Appends a value as a stream does.
+    /// @tparam T     One of the types of LogValue.
+    /// @param value  A null pointer makes the values after it fail.
+    /// @return this logger.
     template <LogValue T>
     Logger& operator<<(T value)
     {
         return AnyEnabled() ? Pass(value) : *this;
     }
 
+    /// Appends a text, without a copy of it.
+    /// @tparam T     std::string.
+    /// @param value  Any bytes.
+    /// @return this logger.
     template <std::same_as<std::string> T>
     Logger& operator<<(const T& value)
     {
@@ -95,6 +106,8 @@ public:
     }
 
     /// Applies a manipulator to each enabled logger; std::endl ends the line. Does not wait for it.
+    /// @param manipulator  Applied to the text of the line.
+    /// @return this logger.
     Logger& operator<<(std::ostream& (*manipulator)(std::ostream&))
     {
         return AnyEnabled() ? Pass(manipulator) : *this;

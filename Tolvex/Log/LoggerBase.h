@@ -32,6 +32,8 @@ concept LogValue = std::same_as<T, const char*> || std::same_as<T, char*> || std
 ///
 /// A line comes from exactly these calls, all on one thread:
 /// @code
+/// LoggerBase<ConsoleLogPolicy> logger;
+/// logger.Enable();
 /// logger.WriteHeader(LogType::Error);
 /// logger << LogModule::WNET << "eth0 is down, attempt " << 3 << std::endl;
 /// @endcode
@@ -46,7 +48,8 @@ concept LogValue = std::same_as<T, const char*> || std::same_as<T, char*> || std
 /// was the global one when the logger was made.
 ///
 /// A forked child finds the logger disabled and may enable it. exit() waits up to 2.1 s for lines
-/// that were ended before.
+/// that were ended before. See examples/LogLines.cpp.
+/// @tparam Policy  Where the lines go; derived from ILogPolicy, or with its operations.
 /// @par Errors
 /// std::system_error when a lock cannot be taken. Values that cannot be inserted are missing in the
 /// line; a line for which there is no memory at all is missing.
@@ -66,15 +69,19 @@ public:
     LoggerBase(const LoggerBase&) = delete;
     LoggerBase& operator=(const LoggerBase&) = delete;
 
-    /// Sets the OS name of the writer's thread, 15 characters at most; used by the next Enable().
+    /// Sets the OS name of the writer's thread; used by the next Enable().
+    /// @param name  15 characters at most; a longer one leaves the thread unnamed.
     /// @note The name lacks the r of "Thread".
     void SetTheadName(const std::string& name) { threadName = name; }
 
     /// Tells the policy where the lines go. Waits up to 2.1 s for a line that is being composed or
     /// written; if that is not enough, the output stays as it is.
+    /// @param name  Handed to the policy as it is.
     void SetOutput(const std::string& name) { ChangeOutput(name); }
 
-    /// As SetOutput(). @return false when the output stays as it is.
+    /// As SetOutput().
+    /// @param name  Handed to the policy as it is.
+    /// @return false when the output stays as it is.
     bool ChangeOutput(const std::string& name);
 
     /// Starts the writer and enables the logger. Waits for the end of a Close() on another thread.
@@ -94,20 +101,30 @@ public:
     ///
     /// Blocks until the line before has been written. On return the line lock is held. A line that
     /// the calling thread has left open is ended and written first.
+    /// @param type  Severity of the line.
     /// @throws std::system_error when the lock cannot be taken; resource_deadlock_would_occur when
     /// it is the calling thread that has it: the policy, or a manipulator, must not log.
     void WriteHeader(LogType type);
 
     /// Inserts "[#", the text of the module, and "]".
+    /// @param module  Where the line comes from.
+    /// @return this logger.
     LoggerBase& operator<<(LogModule module);
 
-    /// Inserts a value as a stream does. A null pointer makes the values after it fail.
+    /// Inserts a value as a stream does.
+    /// @tparam T     One of the types of LogValue.
+    /// @param value  A null pointer makes the values after it fail.
+    /// @return this logger.
     template <LogValue T>
     LoggerBase& operator<<(T value)
     {
         return Insert(value);
     }
 
+    /// Inserts a text.
+    /// @tparam T     std::string.
+    /// @param value  Any bytes.
+    /// @return this logger.
     template <std::same_as<std::string> T>
     LoggerBase& operator<<(const T& value)
     {
@@ -116,6 +133,8 @@ public:
 
     /// Applies the manipulator; std::endl, or any other that leaves a newline at the end of the
     /// text, ends the line and hands it to the writer. Does not wait for it.
+    /// @param manipulator  Applied to the text of the line; must not log.
+    /// @return this logger.
     LoggerBase& operator<<(std::ostream& (*manipulator)(std::ostream&));
 
     /// Hands the line to the writer if its text ends in a newline.
@@ -147,7 +166,7 @@ private:
     static void RenewInChild(void* self);
 
     template <typename T>
-    LoggerBase& Insert(const T& value);
+    LoggerBase<Policy>& Insert(const T& value);
     void HandOver(LineEntry& line);
     void ClosePolicy(bool writerStopped);
     bool StartWriter();

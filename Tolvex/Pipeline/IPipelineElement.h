@@ -64,17 +64,21 @@ public:
     /// Makes the stage ready for frames. @return false when it cannot be.
     virtual bool Open() = 0;
 
-    /// Takes one frame. @return false when the stage could not process it.
+    /// Takes one frame.
+    /// @param frame  Shared with the caller.
+    /// @return false when the stage could not process it.
     virtual bool Process(const std::shared_ptr<IPipelineCbElement>& frame) = 0;
 
     /// Ends the stage's work; no frame comes after it.
     virtual void Close() = 0;
 
     /// Drops the reference in a slot that is about to be overwritten.
+    /// @param element  The slot; null afterwards.
     static void UnallocCbElement(std::shared_ptr<IPipelineCbElement>& element);
 
     /// Stores the frame in the oldest slot, which becomes the newest; a full ring releases the
     /// frame that stood there before. Allocates nothing.
+    /// @param element  The ring keeps a reference of its own; may be null.
     /// @throws std::out_of_range on a ring of size 0.
     void AddNext(const std::shared_ptr<IPipelineCbElement>& element) { ring.AddNext(element); }
 
@@ -100,6 +104,8 @@ public:
     /// Finds a key frame that lies some frames back, on the understanding that key frames sit in
     /// the slots whose index is a multiple of the interval
     /// (Util::CircularBuffer::SeekBackKeyframe()).
+    /// @param back      Frames to go back, at least.
+    /// @param interval  Slots from one key frame to the next.
     /// @return index of the slot; 0 for an interval of 0 or more frames back than the ring has.
     /// @note 0 until every slot has been written once, even if key frames are there.
     int SeekBackKeyframe(int back, int interval) const
@@ -109,6 +115,8 @@ public:
 
     /// Finds the slot that lies a number of slots before another
     /// (Util::CircularBuffer::SeekRelative()).
+    /// @param from  Index to start from.
+    /// @param back  Slots to go back.
     /// @return index of the slot; 0 for more slots back than have been written.
     /// @note Going back across slot 0 lands one slot further back than counting slots would.
     int SeekRelative(int from, int back) const { return ring.SeekRelative(from, back); }

@@ -1,5 +1,11 @@
 /// @file
 /// Bytes that belong to somebody else, as an address and a count.
+/// @code
+/// std::array<unsigned char, 3> key = {1, 2, 3};
+/// const std::string text = Crypto::Base64Encode(Iubuffer{key.data(), key.size()});  // AQID
+/// @endcode
+/// @par Thread safety
+/// Reentrant.
 #pragma once
 
 #include <cstdint>

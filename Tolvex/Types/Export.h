@@ -1,6 +1,11 @@
 /// @file
 /// The macro that puts a class or function into the library's interface, and the check that a
 /// program was compiled with the library's own time_t.
+/// @code
+/// class TOLVEX_EXPORT Recorder  // in a header that is installed
+/// {
+/// };
+/// @endcode
 #pragma once
 
 #include <ctime>

@@ -7,7 +7,10 @@
 
 namespace Tolvex {
 
-/// The program module that a log line comes from. Its text is the name of the enumerator.
+/// The program module that a log line comes from. Its text is the name of the enumerator:
+/// @code
+/// const std::string& text = Util::EnumString<LogModule>::From(LogModule::WNET);  // "WNET"
+/// @endcode
 enum class LogModule : std::int32_t
 {
     Ithread,
@@ -30,6 +33,7 @@ namespace Tolvex::Util {
 // One table for the whole process: it lives in the library.
 extern template class EnumStringBase<EnumString<LogModule>, LogModule>;
 
+/// Registers the names of the modules.
 template <>
 TOLVEX_EXPORT void EnumString<LogModule>::RegisterEnumerators();
 

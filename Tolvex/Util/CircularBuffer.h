@@ -52,6 +52,7 @@ public:
     /// On a full ring the release callback is applied to that slot first. The element may be a
     /// reference into the ring, or into what the callback releases: what is stored is its value at
     /// the call. What the callback throws leaves through here; nothing is stored then.
+    /// @param element  Copied.
     /// @throws std::out_of_range on a ring of size 0.
     /// @note On the first lap the release callback is never called.
     void AddNext(const T& element);

@@ -10,6 +10,7 @@ namespace Tolvex::Util {
 
 /// The lock of all string tables of the process. It may be taken again by the thread that has it.
 /// A forked child finds it free. Held for one look-up, one registration or one filling of a table.
+/// @return the one lock of the process; lives as long as the process.
 TOLVEX_EXPORT std::recursive_mutex& EnumStringMutex();
 
 /// The mechanics of EnumString: a table from text to enumerator, searched for the text of a value.
@@ -19,6 +20,8 @@ TOLVEX_EXPORT std::recursive_mutex& EnumStringMutex();
 /// application's own that several shared objects use needs an `extern template class
 /// EnumStringBase<EnumString<E>, E>;` in its header and the instantiation, exported, in one of
 /// them.
+/// @tparam Derived  The class whose RegisterEnumerators() fills the table.
+/// @tparam Enum     The enumeration.
 /// @par Thread safety
 /// Thread-safe, the first use included.
 template <typename Derived, typename Enum>
@@ -27,10 +30,13 @@ class TOLVEX_EXPORT EnumStringBase
 public:
     /// Adds a text for a value.
     ///
+    /// @param value  The enumerator.
+    /// @param text   Its text.
     /// @note A text that is in the table already keeps its first value.
     /// @note A second text for one value makes From() of that value give the empty string.
     static void RegisterEnumerator(Enum value, const std::string& text);
 
+    /// @param value  Any value of the enumeration.
     /// @return the text of the value; the empty string when it has none, or more than one. The
     /// reference stays good for the life of the process.
     static const std::string& From(Enum value);
@@ -42,14 +48,26 @@ public:
 
 /// The string table of one enumeration.
 ///
-/// To give an enumeration E its texts, specialise the one member that fills the table:
+/// To give an enumeration its texts, specialise the one member that fills the table:
 /// @code
-/// template <>
-/// void Tolvex::Util::EnumString<E>::RegisterEnumerators()
+/// enum class Camera
 /// {
-///     RegisterEnumerator(E::Front, "Front");
+///     Front,
+///     Rear
+/// };
+///
+/// template <>
+/// void Tolvex::Util::EnumString<Camera>::RegisterEnumerators()
+/// {
+///     RegisterEnumerator(Camera::Front, "Front");
+///     RegisterEnumerator(Camera::Rear, "Rear");
 /// }
+///
+/// const std::string& text = Tolvex::Util::EnumString<Camera>::From(Camera::Rear);  // "Rear"
 /// @endcode
+/// @tparam Enum  The enumeration.
+/// @par Thread safety
+/// Thread-safe, the first use included.
 template <typename Enum>
 class TOLVEX_EXPORT EnumString : public EnumStringBase<EnumString<Enum>, Enum>
 {

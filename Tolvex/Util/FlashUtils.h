@@ -6,6 +6,13 @@
 /// Commands are texts for /bin/sh. Names and values enter them as they are, so quotes, blanks and
 /// `$` in them mean what they mean to the shell: never pass on a text from outside. A null pointer
 /// counts as an empty text.
+/// @code
+/// std::string serial;
+/// if (Util::ReadFlashVar("serial", serial) == 0 && serial.empty()) {
+///     Util::WriteFlashVar("serial", Util::NewUid().c_str());
+/// }
+/// const std::string kernel = Util::ExecCmd_Pipe("uname -r");  // with its newline
+/// @endcode
 /// @par Errors
 /// By result, as stated at each function; nothing is logged. A text beyond the longest std::string
 /// throws std::length_error.
@@ -27,11 +34,13 @@ namespace Tolvex::Util {
 /// lost. The exit status is ignored.
 /// @note A signal that interrupts the reading (a handler without SA_RESTART) ends it: the result is
 ///       what was read before.
+/// @param command  NUL-terminated, for /bin/sh.
 /// @return the text; empty also when the command could not be started.
 TOLVEX_EXPORT std::string ExecCmd_Pipe(const char* command);
 
 /// Runs a command on the standard streams of this process.
 ///
+/// @param command  NUL-terminated, for /bin/sh.
 /// @return what system() returns: a wait status (0: the command succeeded), or -1.
 TOLVEX_EXPORT int ExecCmd_System(const char* command);
 

@@ -36,7 +36,9 @@ public:
     /// @return what the creator handed in as user data.
     void* GetUserData() const { return userData; }
 
-    /// Entry of the thread; self is the IAsync. @return null, always.
+    /// Entry of the thread.
+    /// @param self  The IAsync, which becomes the callback's.
+    /// @return null, always.
     static void* RunThread(void* self);
 
 private:

@@ -3,6 +3,12 @@
 ///
 /// The functions that change an interface need the right to (CAP_NET_ADMIN). The kernel uses the
 /// first 15 characters of an interface's name. A null pointer counts as an empty text.
+/// @code
+/// if (Util::CheckIfNetInterfaceIsPresent("eth0") &&
+///     Util::SetStatusOfNetInterfaceUsingSocket(1, "eth0") == 0) {
+///     Util::SetAddressOfNetInterfaceUsingSocket("eth0", "10.0.0.2", "255.255.255.0");
+/// }
+/// @endcode
 /// @par Thread safety
 /// Thread-safe.
 #pragma once

@@ -1,5 +1,15 @@
 /// @file
 /// Creation of the library's threads: detached POSIX threads with a fixed stack.
+/// @code
+/// pthread_t handle = 0;
+/// void* (*const beep)(void*) = [](void*) -> void* {
+///     std::cout << '\a';
+///     return nullptr;
+/// };
+/// if (Util::StartDetachedThread(handle, "beep", beep, nullptr) != 0) {
+///     std::cout << "no thread to be had\n";
+/// }
+/// @endcode
 #pragma once
 
 #include <cstddef>

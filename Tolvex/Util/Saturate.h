@@ -1,5 +1,9 @@
 /// @file
 /// Conversion of floating-point numbers to integers that is defined for every input.
+/// @code
+/// static_assert(Util::SaturateToInt32(-2.9) == -2);
+/// static_assert(Util::SaturateToInt32(1e300) == 2147483647);
+/// @endcode
 #pragma once
 
 #include <cstdint>
@@ -7,7 +11,9 @@
 
 namespace Tolvex::Util {
 
-/// Truncates toward zero; saturates out of range; NaN gives 0. Never undefined, on any platform.
+/// Truncates toward zero. Never undefined, on any platform.
+/// @param value  Any number, infinities and NaN included.
+/// @return the integer; the nearest one of 32 bits when it is out of range, 0 for NaN.
 /// @par Thread safety
 /// Reentrant.
 constexpr std::int32_t SaturateToInt32(double value)

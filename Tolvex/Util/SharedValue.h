@@ -1,5 +1,15 @@
 /// @file
 /// Reading and writing plain members that several threads share without a lock.
+/// @code
+/// bool running = true;  // shared
+/// std::thread worker([&running] {
+///     while (Util::LoadShared(running)) {
+///         std::this_thread::yield();
+///     }
+/// });
+/// Util::StoreShared(running, false);
+/// worker.join();
+/// @endcode
 #pragma once
 
 #include <atomic>
@@ -10,6 +20,9 @@ namespace Tolvex::Util {
 /// Reads a plain member that another thread may be writing at this moment.
 ///
 /// Sees everything that the writing thread did before its StoreShared() of the value read.
+/// @tparam T      A type that the processor reads in one piece: bool, an integer, a pointer.
+/// @param member  Written with StoreShared() only, once other threads know it.
+/// @return its value.
 /// @par Thread safety
 /// Thread-safe. Two loads in a row are no snapshot.
 template <typename T>
@@ -21,6 +34,9 @@ T LoadShared(const T& member)
 }
 
 /// Writes a plain member that other threads read with LoadShared().
+/// @tparam T      As for LoadShared().
+/// @param member  Read with LoadShared() only, by other threads.
+/// @param value   The new value.
 /// @par Thread safety
 /// Thread-safe.
 template <typename T>

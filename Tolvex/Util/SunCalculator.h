@@ -10,8 +10,8 @@ namespace Tolvex::Util {
 /// A day's sunrise and sunset as Unix times in seconds; both are 0 when the sun does neither.
 struct SunTimes
 {
-    std::time_t sunrise;
-    std::time_t sunset;
+    std::time_t sunrise;  ///< Unix time in seconds
+    std::time_t sunset;   ///< Unix time in seconds
 };
 
 /// Computes sunrise and sunset for a date and a place with low-precision solar position formulas.
@@ -31,46 +31,68 @@ struct SunTimes
 class TOLVEX_EXPORT SunCalculator
 {
 public:
-    /// @return the Julian date of a Unix time.
+    /// @param time  Unix time in seconds.
+    /// @return its Julian date.
     double ToJulian(const std::time_t& time) const;
 
+    /// @param julianDate  Days.
     /// @return the Unix time of a Julian date, cut toward zero to whole seconds, in 32 bits.
     /// @note A date within 25 microseconds of a whole second is that second, so that every t of 32
     ///       bits comes back from FromJulian(ToJulian(t)).
     /// @note Saturates to 32 bits also where time_t has 64, and makes 0 of what is not a number.
     std::time_t FromJulian(double julianDate) const;
 
+    /// @param time  Unix time in seconds.
     /// @return the days since 2000-01-01 12:00:00 UTC; negative before it.
     double ToDays(const std::time_t& time) const;
 
-    /// @return the sun's mean anomaly at a day count, not reduced to one turn.
+    /// @param days  Day count, as ToDays() gives it.
+    /// @return the sun's mean anomaly, not reduced to one turn.
     double SolarMeanAnomaly(double days) const;
 
-    /// @return the sun's ecliptic longitude for a mean anomaly, not reduced to one turn.
+    /// @param meanAnomaly  Radians.
+    /// @return the sun's ecliptic longitude, not reduced to one turn.
     /// @note Adds pi rounded to single precision.
     double EclipticLongitude(double meanAnomaly) const;
 
-    /// @return the declination of a point at an ecliptic longitude and latitude.
+    /// @param longitude  Ecliptic longitude of a point.
+    /// @param latitude   Ecliptic latitude of the point.
+    /// @return its declination.
     double Declination(double longitude, double latitude) const;
 
-    /// @return the number of the solar day, a whole number, at a day count and a west longitude.
+    /// @param days           Day count.
+    /// @param longitudeWest  West longitude of the place.
+    /// @return the number of the solar day, a whole number.
     /// @note Divides by 2 pi rounded to single precision.
     double JulianCycle(double days, double longitudeWest) const;
 
-    /// @return the approximate day count of the moment at which the sun of solar day cycle has the
-    ///         hour angle, at a west longitude; hour angle 0 is the transit.
+    /// @param hourAngle      Of the sun; 0 is the transit.
+    /// @param longitudeWest  West longitude of the place.
+    /// @param cycle          Number of the solar day.
+    /// @return the approximate day count of the moment at which the sun has the hour angle.
     /// @note Divides by 2 pi rounded to single precision.
     double ApproxTransit(double hourAngle, double longitudeWest, double cycle) const;
 
-    /// @return the Julian date of the approximate transit (a day count), corrected for the equation
-    ///         of time.
+    /// @param approxTransit  Day count, as ApproxTransit() gives it.
+    /// @param meanAnomaly    Of the sun.
+    /// @param longitude      Ecliptic longitude of the sun.
+    /// @return the Julian date of the approximate transit, corrected for the equation of time.
     double SolarTransitJ(double approxTransit, double meanAnomaly, double longitude) const;
 
-    /// @return the hour angle at which a declination has an altitude at a latitude; not a number
-    ///         when it never has.
+    /// @param altitude     Above the horizon.
+    /// @param latitude     Of the place.
+    /// @param declination  Of the sun.
+    /// @return the hour angle at which the sun has the altitude; not a number when it never has.
     double HourAngle(double altitude, double latitude, double declination) const;
 
-    /// @return the Julian date at which the setting sun of solar day cycle has the altitude.
+    /// @param altitude       Above the horizon.
+    /// @param longitudeWest  West longitude of the place.
+    /// @param latitude       Of the place.
+    /// @param declination    Of the sun.
+    /// @param cycle          Number of the solar day.
+    /// @param meanAnomaly    Of the sun.
+    /// @param longitude      Ecliptic longitude of the sun.
+    /// @return the Julian date at which the setting sun has the altitude.
     double GetSetJ(double altitude, double longitudeWest, double latitude, double declination,
                    double cycle, double meanAnomaly, double longitude) const;
 

@@ -16,6 +16,12 @@ namespace Tolvex::Util {
 /// 16384 bytes. It uses 7904 of them on x86-64 and 5248 on ARM, with what the C library keeps there
 /// for the thread and with the resolving of functions at their first call. A child of fork() has no
 /// refresh: there the value that it inherited stays.
+/// @code
+/// Util::TemperatureMonitor* const monitor = Util::TemperatureMonitor::GetInstance();
+/// if (monitor->GetTemperatureAvailable()) {
+///     std::cout << monitor->GetTemperature() << " C\n";
+/// }
+/// @endcode
 /// @par Errors
 /// A thermal zone that is missing, empty or unreadable makes the temperature unavailable until a
 /// later refresh can read it. Without its timer the monitor keeps its first value for ever. Nothing
@@ -41,7 +47,8 @@ public:
     TemperatureMonitor(const TemperatureMonitor&) = delete;
     TemperatureMonitor& operator=(const TemperatureMonitor&) = delete;
 
-    /// Refreshes the temperature; called by the timer, which is ignored and may be null.
+    /// Refreshes the temperature; called by the timer.
+    /// @param source  Ignored; may be null.
     void Tick(Timer* source);
 
     /// Refreshes the temperature from the first two characters of the kernel's thermal zone 0.

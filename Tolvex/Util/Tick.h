@@ -12,6 +12,11 @@ namespace Tolvex::Util {
 ///
 /// Created by the first Start() or GetInstance(), and there until the process ends; the library
 /// never deletes it. The count drifts by the time that a pass takes, and is never reset.
+/// @code
+/// const std::uint64_t start = Util::Tick::GetInstance()->GetTickCount();
+/// std::this_thread::sleep_for(std::chrono::seconds(2));
+/// const std::uint64_t seconds = Util::Tick::GetInstance()->GetTickCount() - start;
+/// @endcode
 /// @par Errors
 /// None; without a thread the count stays 0.
 /// @par Thread safety

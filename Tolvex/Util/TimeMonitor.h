@@ -34,6 +34,7 @@ public:
     /// Logs "Time elapsed [name] => seconds", without a module; six significant digits, no unit.
     ///
     /// Blocks while another thread composes a line.
+    /// @param name  Any text; says what was measured.
     /// @note The time is read after the first part of the line was composed, so the measured time
     /// includes that. It is read with both loggers disabled, too.
     /// @throws std::system_error when a logger's line lock cannot be taken.

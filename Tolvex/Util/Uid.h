@@ -1,5 +1,8 @@
 /// @file
 /// Random identifiers.
+/// @code
+/// const std::string session = Util::NewUid();  // "6ba7b810-9dad-41d1-80b4-00c04fd430c8", say
+/// @endcode
 #pragma once
 
 #include <string>

@@ -1,6 +1,10 @@
 /// @file
 /// Scaling of accelerometer samples. A raw sample is one byte, read as a signed number; the
 /// full-scale range is the sensor's, in g.
+/// @code
+/// const float braking = UtilAcc::AccNativeToFloat(0xE0, 2);          // -0.5 g
+/// const std::int8_t sample = UtilAcc::AccFloatToNative(braking, 2);  // -32, which is 0xE0
+/// @endcode
 /// @par Thread safety
 /// Reentrant.
 #pragma once

@@ -1,5 +1,12 @@
 /// @file
 /// Names of recorded event files: a prefix, the local time as 12 digits, a full stop, an extension.
+/// @code
+/// const std::string name = Util::BuildEventFileName("EVENT_FRONT_", std::time(nullptr), "mp4");
+/// std::time_t start = 0;
+/// if (Util::GetEventTimeFromFileName(name, start)) {
+///     std::cout << Util::DateISO(start) << '\n';
+/// }
+/// @endcode
 /// @par Thread safety
 /// Reentrant.
 #pragma once
@@ -11,6 +18,7 @@
 
 namespace Tolvex::Util {
 
+/// @param t  Time of the event.
 /// @return `t` in local time as day, month, year, hour, minute and second, two digits each:
 /// "040321050607" is 4 March 2021, 05:06:07. Empty when the year of `t` does not fit into an int.
 TOLVEX_EXPORT std::string EventTimeToString(const time_t& t);

@@ -1,5 +1,9 @@
 /// @file
 /// Helpers for text.
+/// @code
+/// const std::string path = Util::Replace("a//b//c", "//", "/");       // "a/b/c"
+/// const std::string code = Util::ToUpper("0x" + Util::ToHex(48879));  // "0XBEEF"
+/// @endcode
 /// @par Thread safety
 /// Reentrant. The global locale must not be changed while ToUpper() or ToLower() reads it.
 #pragma once
@@ -10,14 +14,17 @@
 
 namespace Tolvex::Util {
 
+/// @param text  Any bytes.
 /// @return the text with each character in upper case, as the global locale of this moment
 ///         (std::locale::global()) maps it, one byte at a time.
 TOLVEX_EXPORT std::string ToUpper(const std::string& text);
 
+/// @param text  Any bytes.
 /// @return the text with each character in lower case, as the global locale of this moment
 ///         (std::locale::global()) maps it, one byte at a time.
 TOLVEX_EXPORT std::string ToLower(const std::string& text);
 
+/// @param value  Any number.
 /// @return the number in lower-case hexadecimal digits without prefix or padding; a negative one as
 ///         its two's complement of 32 bits (-1 gives "ffffffff"). The same in every locale.
 TOLVEX_EXPORT std::string ToHex(int value);
@@ -26,7 +33,9 @@ TOLVEX_EXPORT std::string ToHex(int value);
 ///
 /// Occurrences are taken from left to right and do not overlap; what was put in is not searched
 /// again. The time is linear in the lengths of source and result.
-/// @param from  Text to look for; an empty one changes nothing.
+/// @param source  Text to look in.
+/// @param from    Text to look for; an empty one changes nothing.
+/// @param to      Text to put in its place; may be empty.
 /// @return the changed text.
 TOLVEX_EXPORT std::string Replace(const std::string& source, const std::string& from,
                                   const std::string& to);

@@ -4,6 +4,12 @@
 /// Local times that a change of the clocks skips or repeats are resolved by mktime() with the
 /// daylight-saving flag "unknown": a skipped time comes out shifted by the change; which of its two
 /// instants a repeated one gives depends on the calls that the process made before.
+/// @code
+/// std::string text = "2021-03-04 05:06:07";
+/// const std::time_t start = Util::Str2Time(text);
+/// std::cout << Util::DateISO(start) << ", " << Util::DayDiff(start, std::time(nullptr))
+///           << " days ago, a " << Util::Date(start, "%A") << '\n';
+/// @endcode
 /// @par Thread safety
 /// Reentrant, all of them. See Str2Time() about the text that it writes to.
 #pragma once
@@ -23,10 +29,13 @@ namespace Tolvex::Util {
 /// the sixth number is ignored.
 /// @note Writes to the caller's text although it is const: the first separator behind each of the
 /// six numbers becomes a NUL. Pass a string that nobody else uses at that moment.
+/// @param text  Changed, as above.
 /// @return the time; (time_t)-1 with fewer than six numbers (separators behind those that there
 /// are have become NULs all the same) or when the time cannot be represented.
 TOLVEX_EXPORT time_t Str2Time(const std::string& text);
 
+/// @param from  Unix time in seconds.
+/// @param to    Unix time in seconds.
 /// @return whole days of 86400 seconds between the two, truncated toward zero; negative when `to`
 /// is earlier. Limited to the range of int.
 TOLVEX_EXPORT int DayDiff(const time_t& from, const time_t& to);
@@ -35,24 +44,31 @@ TOLVEX_EXPORT int DayDiff(const time_t& from, const time_t& to);
 ///
 /// @note THE RANGE OF YEARS IS FIXED: EVERY DATE BEFORE 2018 AND EVERY DATE FROM 1 JANUARY 2026 ON
 /// IS "NOT VALID". Applications rely on it: do not ask this function about today's date.
+/// @param t  Unix time in seconds.
+/// @return whether it is.
 TOLVEX_EXPORT bool IsValidDate(const time_t& t);
 
+/// @param date  Gives year, month and day; Unix time in seconds.
+/// @param time  Gives hour, minute and second; Unix time in seconds.
 /// @return the calendar day of `date` at the clock time of `time`, both local; (time_t)-1 when
 /// that cannot be represented.
 TOLVEX_EXPORT time_t GetDateTime(const time_t& date, const time_t& time);
 
 /// Formats `t` as strftime() does, in the local time zone and the current locale.
 ///
+/// @param t       Unix time in seconds.
 /// @param format  Conversions of strftime(); empty stands for "%a,%d %b %y %T%z". Ends at its
 ///                first NUL, if it holds one.
 /// @return the text, whatever its length (up to 16 MiB, which only a field width could exceed; a
 /// longer one comes back empty). Empty also when the year of `t` does not fit into an int.
 TOLVEX_EXPORT std::string Date(const time_t& t, std::string format);
 
+/// @param format  As for Date().
 /// @return the current time, formatted like Date().
 TOLVEX_EXPORT std::string NewDate(std::string format);
 
-/// @return `t` as "2021-03-04 05:06:07".
+/// @param t  Unix time in seconds.
+/// @return `t` in local time as "2021-03-04 05:06:07".
 TOLVEX_EXPORT std::string DateISO(const time_t& t);
 
 }  // namespace Tolvex::Util
