@@ -161,7 +161,7 @@ bool AddCharacter(Token& token, char character)
             // Closing brackets, too: one that matches an open container would still be part of the
             // token, and no token with a bracket in it converts.
         case '\0':
-            // Required: converts to nothing, wherever it stands.
+            // Required: a NUL converts to nothing, wherever it stands.
             return false;
         case 'e':
         case 'E':
@@ -191,8 +191,9 @@ bool ConvertToDouble(const std::string& text, Value& value)
     static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", locale_t{});  // never freed
     char* end = nullptr;
     errno = 0;
+    // Required: all that strtod() takes is a number here, hexadecimal ones and nan(...) included.
     const double number = strtod_l(text.c_str(), &end, cLocale);
-    // Required: any error, underflow as well.
+    // Required: any error of strtod() refuses the number, underflow as well.
     if (errno != 0 || end != text.c_str() + text.size()) {
         return false;
     }

@@ -138,6 +138,7 @@ void BracketScan::ScanBlock()
     }
 
     const Masks masks = FindMasks(block);
+    // Required: only the one byte before a quote counts, so an escaped backslash hides it as well.
     const std::uint64_t escaped = masks.backslashes << 1 | (afterBackslash ? 1U : 0U);
     std::uint64_t inside = PrefixXor(masks.quotes & ~escaped);
     if (inString) {

@@ -68,6 +68,7 @@ void Array::Clear() noexcept
 
 Array::iterator Array::find(const Value& value)
 {
+    // Required: the element is the left operand of a comparison that is asymmetric.
     return std::find(begin(), end(), value);
 }
 
@@ -135,6 +136,7 @@ bool Object::HasKey(const std::string& key) const
 
 int Object::HasKeys(const std::vector<std::string>& keys) const
 {
+    // Required: the index of the first absent key, 0 too, and -1 when none is: no yes or no.
     for (std::size_t i = 0; i < keys.size(); ++i) {
         if (!HasKey(keys[i])) {
             return static_cast<int>(i);

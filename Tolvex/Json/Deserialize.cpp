@@ -231,6 +231,7 @@ void Reader::Fail()
 ContainerEnds::End Reader::FindEnd()
 {
     const ContainerEnds::End end = ends.Find(position, frames.back().end);
+    // Required: an exception, though whatever else is malformed reads as null.
     if (end.outcome == BracketScan::Outcome::Open) {
         throw std::out_of_range("json container is not closed");
     }
@@ -457,6 +458,7 @@ Value* Reader::ReadKey()
     // Required: whatever stands before the key, or between the key and the colon, is skipped.
     const char* const opening = FindQuote(position, frame.end);
     const char* const closing = opening == nullptr ? nullptr : FindQuote(opening + 1, frame.end);
+    // Required: an empty key is malformed, and so is a comma without a member behind it.
     if (closing == nullptr || closing == opening + 1) {
         return nullptr;
     }
@@ -468,6 +470,7 @@ Value* Reader::ReadKey()
         return nullptr;
     }
     position = static_cast<const char*>(colon) + 1;
+    // Required: escapes in a key are not decoded.
     return &AddMember(frame, {opening + 1, closing});
 }
 

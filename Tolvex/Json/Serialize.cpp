@@ -116,6 +116,8 @@ bool RoundDecimals(double magnitude, Rounded& rounded)
 }
 
 /// The digits that "%f" gives in the C locale.
+///
+/// Required: six decimals at every magnitude; nan and inf, too, which do not read back.
 char* PutDecimal(char* at, double number)
 {
     Rounded rounded{};

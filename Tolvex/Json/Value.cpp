@@ -349,7 +349,7 @@ int Value::size() const noexcept
     if (mValueType == ArrayVal) {
         return static_cast<int>(mArrayVal.size());
     }
-    // Required: one, for null as well.
+    // Required: 1 for all other types, null included.
     return 1;
 }
 

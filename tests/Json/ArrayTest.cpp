@@ -185,6 +185,7 @@ TEST(ArrayTest, FindGivesTheFirstEqualElementOrTheEnd)
     EXPECT_FALSE(array.HasValue("2"));
 }
 
+// Holds: Json/Containers.cpp: the element is the left operand
 TEST(ArrayTest, FindComparesWithTheElementOnTheLeft)
 {
     Array nulls;

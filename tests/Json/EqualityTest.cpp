@@ -45,6 +45,7 @@ TEST(EqualityTest, NonEmptyValuesDifferFromNumbers)
     }
 }
 
+// Holds: Json/Equality.cpp: a number on the right is judged by the representation
 TEST(EqualityTest, NullOnTheLeftEqualsEveryNumberAndNoNumberEqualsNull)
 {
     EXPECT_TRUE(Value() == Value(3));
@@ -52,6 +53,7 @@ TEST(EqualityTest, NullOnTheLeftEqualsEveryNumberAndNoNumberEqualsNull)
     EXPECT_TRUE(Value() == Value(std::nan("")));
 }
 
+// Holds: Json/Equality.cpp: a number on the right is judged by the representation
 TEST(EqualityTest, LeftOperandComparesWithTheInactiveRepresentationOfANumber)
 {
     const Value number(3);

@@ -64,6 +64,7 @@ TEST(ObjectTest, FindGivesTheMemberOrTheEnd)
     EXPECT_EQ(std::as_const(object).find("c"), std::as_const(object).end());
 }
 
+// Holds: Json/Containers.cpp: the index of the first absent key
 TEST(ObjectTest, HasKeysGivesTheIndexOfTheFirstAbsentKey)
 {
     const Object object = MakeObject({"a", "c"});

@@ -23,6 +23,7 @@ std::string Print(double number)
     return {text.data(), static_cast<std::size_t>(length)};
 }
 
+// Holds: Json/Serialize.cpp: a bare scalar is no document
 TEST(SerializeTest, ScalarsAreNoDocumentsAndGiveEmptyText)
 {
     for (const Value& value :
@@ -68,6 +69,7 @@ TEST(SerializeTest, ContainersNest)
               R"({"k":[{"z":false}],"l":[[],[1]]})");
 }
 
+// Holds: Json/Serialize.cpp: no escapes
 TEST(SerializeTest, StringsAndKeysAreWrittenWithoutEscapes)
 {
     const std::string bytes("\"\\\n\0\xff", 5);
@@ -95,6 +97,7 @@ TEST(SerializeTest, IntegersReachBothEnds)
     EXPECT_EQ(SerializeValue(Value(0)), "0");
 }
 
+// Holds: Json/Serialize.cpp: six decimals at every magnitude
 TEST(SerializeTest, NumbersAreTheCLibrarysAtEveryMagnitude)
 {
     for (const double number : {0.0,
@@ -122,6 +125,7 @@ TEST(SerializeTest, NumbersAreTheCLibrarysAtEveryMagnitude)
     }
 }
 
+// Holds: Json/Serialize.cpp: six decimals at every magnitude
 TEST(SerializeTest, InfinitiesAndNotANumberAreSpelledAsTheCLibraryDoes)
 {
     EXPECT_EQ(SerializeValue(Value(HUGE_VAL)), "inf");
