@@ -49,3 +49,23 @@ debian_mirror() {
     apt-get indextargets --format '$(REPO_URI) $(CODENAME) $(COMPONENT) $(CREATED_BY)' |
         awk '$2 == "bookworm" && $3 == "main" && $4 == "Packages" && !found++ { print $1 }'
 }
+
+# use_sysroot ARCHITECTURE: exports where the sysroot of armhf or arm64 is, and makes one if it is
+# missing: the C and C++ libraries of the device and what the tests link.
+use_sysroot() {
+    local variable folder
+    case "$1" in
+    armhf) variable=TOLVEX_ARM_SYSROOT folder=arm-sysroot ;;
+    arm64) variable=TOLVEX_ARM64_SYSROOT folder=arm64-sysroot ;;
+    *) return 0 ;; # this machine's own
+    esac
+    export "$variable=${!variable:-$root/build/$folder}"
+    local sysroot=${!variable}
+    [ ! -d "$sysroot" ] || return 0
+    rm -rf "$sysroot.part"
+    mmdebstrap --quiet --variant=extract "--architectures=$1" \
+        --include=libc6-dev,libstdc++-12-dev,libssl-dev,uuid-dev,libgtest-dev,libgmock-dev \
+        bookworm "$sysroot.part" "deb $(debian_mirror) bookworm main" >"$root/build/sysroot.log" 2>&1 ||
+        { cat "$root/build/sysroot.log" >&2 && return 1; }
+    mv "$sysroot.part" "$sysroot"
+}

@@ -14,6 +14,7 @@
 namespace Tolvex::Support {
 
 inline std::atomic<std::size_t> allocationCount{0};           ///< calls of operator new so far
+inline thread_local std::size_t ownAllocationCount = 0;       ///< those of the calling thread
 inline std::atomic<std::size_t> releaseCount{0};              ///< of allocated memory, so far
 inline std::atomic<std::size_t> allocatedBytes{0};            ///< asked for so far
 inline std::atomic<std::size_t> largestAllocation{SIZE_MAX};  ///< bytes; whatever is larger fails
@@ -41,6 +42,7 @@ public:
 
 inline void* CountedAllocation(std::size_t bytes)
 {
+    ++ownAllocationCount;
     const bool fails = allocationCount++ >= failingAllocation || bytes > largestAllocation;
     allocatedBytes += bytes;
     void* memory = fails ? nullptr : std::malloc(bytes == 0 ? 1 : bytes);
