@@ -160,10 +160,40 @@ inline char* PutBytes(char* at, const char* bytes, std::size_t count)
     return at + count;
 }
 
+/// A container whose text is open, and what of it is still to be written.
+struct OpenText
+{
+    Cursor rest;
+    std::size_t size;       ///< values in all
+    std::size_t begun = 0;  ///< values whose text has been begun
+};
+
+/// @return the part of a document whose text is complete, taken by the number of values.
+double CompletePart(const std::vector<OpenText>& open)
+{
+    constexpr std::size_t levels = 8;  // what is further inside makes no difference
+    double complete = 0;
+    double whole = 1;
+    for (std::size_t level = 0; level < std::min(open.size(), levels); ++level) {
+        const auto size = static_cast<double>(open[level].size);
+        const auto begun = static_cast<double>(open[level].begun);
+        complete += whole * std::max(begun - 1, 0.0) / size;
+        whole /= size;
+    }
+    return complete;
+}
+
 /// A string that is written through a pointer, by way of a buffer that stays in the cache.
+///
+/// Memory that is touched for the first time costs more than the bytes that are put there. So the
+/// string does not double time and again, but takes what the whole document will need, estimated
+/// by the part that is complete. What was taken and is not touched costs nothing.
 class GrowingText
 {
 public:
+    /// @param open  The containers of the document, outermost first.
+    explicit GrowingText(const std::vector<OpenText>& open) : openContainers(open) {}
+
     /// @return where the next so many bytes, a few hundred at most, may be written.
     char* Reserve(std::size_t count)
     {
@@ -180,38 +210,66 @@ public:
     {
         if (bytes.size() > shortText) {
             Flush();
+            MakeRoom(bytes.size());
             text += bytes;
             return;
         }
         EndAt(PutBytes(Reserve(bytes.size()), bytes.data(), bytes.size()));
     }
 
-    std::string Take()
-    {
-        Flush();
-        return std::move(text);
-    }
+    std::string Take();
 
     static constexpr std::size_t shortText = 512;
 
 private:
     void Flush()
     {
+        MakeRoom(length);
         text.append(buffer.data(), length);
         length = 0;
     }
 
+    void MakeRoom(std::size_t count)
+    {
+        if (text.capacity() - text.size() < count) {
+            Grow(text.size() + count);
+        }
+    }
+
+    void Grow(std::size_t needed);
+
     std::array<char, 4096> buffer;
     std::size_t length = 0;  ///< bytes in the buffer
     std::string text;        ///< what was written before
+    const std::vector<OpenText>& openContainers;
 };
 
-/// A container whose text is open, and what of it is still to be written.
-struct OpenText
+/// Takes memory for at least so many bytes.
+void GrowingText::Grow(std::size_t needed)
 {
-    Cursor rest;
-    bool first = true;
-};
+    constexpr double margin = 1.0625;
+    constexpr double factorAtMost = 64;
+    constexpr std::size_t bytesAtMost = std::size_t{64} << 20U;
+    const double factor = std::min(margin / CompletePart(openContainers), factorAtMost);
+    const double estimate = static_cast<double>(needed) * factor;
+    const std::size_t doubled = 2 * needed;
+    const std::size_t most = doubled + bytesAtMost;
+    text.reserve(estimate < static_cast<double>(most)
+                     ? std::max(static_cast<std::size_t>(estimate), doubled)
+                     : most);
+}
+
+std::string GrowingText::Take()
+{
+    if (text.empty()) {
+        return {buffer.data(), length};
+    }
+    Flush();
+    if (text.capacity() / 2 > text.size()) {
+        text.shrink_to_fit();  // the estimate was far off
+    }
+    return std::move(text);
+}
 
 /// Appends the text of trees to one string, with a stack of its own.
 class Writer
@@ -225,7 +283,7 @@ public:
 
     void Write(const Array& array)
     {
-        Open('[', Cursor(array));
+        Open('[', Cursor(array), array.size());
         WriteOpen();
     }
 
@@ -238,14 +296,14 @@ private:
     void WriteString(const std::string& bytes);
     void WriteKey(const std::string& key, bool first);
 
-    void Open(char bracket, Cursor values)
+    void Open(char bracket, Cursor values, std::size_t size)
     {
         text.Append({&bracket, 1});
-        open.push_back({values});
+        open.push_back({values, size});
     }
 
-    GrowingText text;
     std::vector<OpenText> open;
+    GrowingText text{open};
 };
 
 /// Writes a value, but opens a container only.
@@ -269,10 +327,10 @@ void Writer::Begin(const Value& value)
             text.EndAt(PutDecimal(text.Reserve(longestNumber), Access::Double(value)));
             break;
         case ObjectVal:
-            Open('{', Cursor(Access::ObjectOf(value)));
+            Open('{', Cursor(Access::ObjectOf(value)), Access::ObjectOf(value).size());
             break;
         case ArrayVal:
-            Open('[', Cursor(Access::ArrayOf(value)));
+            Open('[', Cursor(Access::ArrayOf(value)), Access::ArrayOf(value).size());
             break;
         case BoolVal:
             text.Append(Access::Bool(value) ? "true" : "false");
@@ -296,11 +354,11 @@ void Writer::WriteOpen()
 void Writer::WriteNext(OpenText& container)
 {
     if (container.rest.OverMembers()) {
-        WriteKey(container.rest.Key(), container.first);
-    } else if (!container.first) {
+        WriteKey(container.rest.Key(), container.begun == 0);
+    } else if (container.begun != 0) {
         text.Append(",");
     }
-    container.first = false;
+    ++container.begun;
 
     const Value& value = container.rest.Current();
     container.rest.Prefetch();

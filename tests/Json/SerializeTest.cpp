@@ -6,6 +6,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -153,6 +154,35 @@ TEST(SerializeTest, OrdinaryNumbersAndTiesAreWrittenAsTheCLibraryDoes)
         const double number = std::ldexp(integer, -static_cast<int>(bits() % 60));
         ASSERT_EQ(SerializeValue(Value(number)), Print(number));
         ASSERT_EQ(SerializeValue(Value(integer / 1e6)), Print(integer / 1e6));
+    }
+}
+
+// The writer foresees the length of a text by the part that it has written.
+TEST(SerializeTest, TextTakesAtMostTwiceItsLengthHoweverUnevenTheDocumentIs)
+{
+    const Value large(std::string(300000, 'x'));
+    Array firstIsLarge;
+    firstIsLarge.push_back(large);
+    Array lastIsLarge;
+    Array numbers;
+    for (int i = 0; i < 100000; ++i) {
+        firstIsLarge.push_back(i);
+        lastIsLarge.push_back(i);
+        numbers.push_back(i);
+    }
+    lastIsLarge.push_back(large);
+    Array nested = numbers;
+    for (int depth = 0; depth < 20; ++depth) {
+        Array outer;
+        outer.push_back(std::move(nested));
+        outer.push_back(1);
+        nested = std::move(outer);
+    }
+
+    for (const Array& document : {firstIsLarge, lastIsLarge, numbers, nested}) {
+        const std::string text = SerializeArray(document);
+        EXPECT_LE(text.capacity(), 2 * text.size() + 1);
+        EXPECT_TRUE(Deserialize(text) == Value(document));
     }
 }
 
