@@ -5,6 +5,23 @@
 /// @endcode
 #pragma once
 
+/// @namespace Tolvex
+/// The library: its exception, small shared types, and one namespace for each subject.
+/// @namespace Tolvex::Crypto
+/// Base64 and HMAC-SHA1.
+/// @namespace Tolvex::Ilog
+/// The log of the process.
+/// @namespace Tolvex::Interfaces
+/// Base classes that applications derive from, and the semaphore.
+/// @namespace Tolvex::Json
+/// JSON documents in memory, their text, and the way back.
+/// @namespace Tolvex::Pipeline
+/// Stages that hold the most recent frames.
+/// @namespace Tolvex::Util
+/// Timers, dates, and the utilities of the device.
+/// @namespace Tolvex::UtilAcc
+/// Scaling of accelerometer samples.
+
 #include "Tolvex/Crypto/Crypto.h"
 #include "Tolvex/Exception/IException.h"
 #include "Tolvex/Interfaces/IError.h"
