@@ -31,6 +31,7 @@ public:
     ///
     /// @param text  NUL-terminated; only its first 1023 characters are kept. Null counts as empty.
     explicit IException(const char* text);
+    /// Ends the life of the text.
     ~IException() override;
 
     /// Copies the text; allocates nothing.

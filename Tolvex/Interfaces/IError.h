@@ -48,7 +48,9 @@ namespace Tolvex::Interfaces {
 class TOLVEX_EXPORT IError
 {
 public:
+    /// No error, and no names yet.
     IError();
+    /// May be destroyed through a pointer to this class.
     virtual ~IError();
 
     /// Copies names, text and code.

@@ -28,9 +28,12 @@ class TOLVEX_EXPORT ISignal
 {
 public:
     /// Observer of an ISignal; override InvokeSignal().
+    /// @par Thread safety
+    /// Called on whatever threads call DoCallback(), several at a time if they do.
     class TOLVEX_EXPORT ISignalDelegate
     {
     public:
+        /// The observer has to be removed before.
         virtual ~ISignalDelegate();
 
         /// Called by ISignal::DoCallback() on the thread that made that call. Does nothing here.
@@ -40,7 +43,9 @@ public:
         virtual void InvokeSignal(ISignal* signal, void* data);
     };
 
+    /// Makes a dispatcher that does not run, without a name.
     ISignal();
+    /// Asks the listener to end, as Stop() does, and waits for nobody: see above.
     virtual ~ISignal();
 
     ISignal(const ISignal&) = delete;

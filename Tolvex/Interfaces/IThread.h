@@ -40,9 +40,12 @@ class TOLVEX_EXPORT IThread
 {
 public:
     /// Observer of an IThread. Both operations do nothing here; override what is needed.
+    /// @par Thread safety
+    /// Called on the threads stated below; an observer of several workers on several at a time.
     class TOLVEX_EXPORT IThreadDelegate
     {
     public:
+        /// The observer has to be removed before.
         virtual ~IThreadDelegate();
 
         /// Called by DoCallback(), normally on the worker thread.
@@ -58,6 +61,7 @@ public:
         virtual void InvokeStop(IThread* thread);
     };
 
+    /// Makes a worker without a thread: Start() creates one.
     IThread();
 
     /// Stops the thread, without telling the delegates, and releases name and list.

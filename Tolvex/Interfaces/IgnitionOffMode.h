@@ -28,6 +28,7 @@ namespace Tolvex::Interfaces {
 class TOLVEX_EXPORT IgnitionOffMode
 {
 public:
+    /// May be destroyed through a pointer to this class.
     virtual ~IgnitionOffMode();
 
     /// The reaction to the ignition being switched off.

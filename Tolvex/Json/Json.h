@@ -27,14 +27,14 @@ namespace Tolvex::Json {
 /// Says which representation of a Value is meaningful.
 enum ValueType : std::int32_t
 {
-    NullVal = 0,  ///< null or unset
-    StringVal = 1,
+    NullVal = 0,    ///< null or unset
+    StringVal = 1,  ///< text of any bytes
     IntVal = 2,     ///< 32-bit signed integer
     FloatVal = 3,   ///< single precision
     DoubleVal = 4,  ///< double precision
-    ObjectVal = 5,
-    ArrayVal = 6,
-    BoolVal = 7
+    ObjectVal = 5,  ///< map from key to value
+    ArrayVal = 6,   ///< sequence of values
+    BoolVal = 7     ///< true or false
 };
 
 class Value;
@@ -55,11 +55,13 @@ public:
     /// The same for elements that are only read.
     using const_iterator = std::vector<Value>::const_iterator;
 
+    /// Makes an empty array.
     Array() noexcept;
     /// @param other  Copied deeply.
     Array(const Array& other);
     /// @param other  Its elements are taken over in constant time; left empty.
     Array(Array&& other) noexcept;
+    /// Destroys all elements, at any depth; allocates nothing.
     ~Array();
 
     /// Replaces all elements by deep copies.
@@ -149,11 +151,13 @@ public:
     /// The same for members that are only read.
     using const_iterator = std::map<std::string, Value>::const_iterator;
 
+    /// Makes an empty object.
     Object() noexcept;
     /// @param other  Copied deeply.
     Object(const Object& other);
     /// @param other  Its members are taken over in constant time; left empty.
     Object(Object&& other) noexcept;
+    /// Destroys all members, at any depth; allocates nothing.
     ~Object();
 
     /// Replaces all members by deep copies.
@@ -290,6 +294,7 @@ public:
     /// Takes over what a copy would copy, in constant time.
     /// @param other  Keeps its type; its string, object or array is left empty.
     Value(Value&& other) noexcept;
+    /// Destroys all representations, at any depth; allocates nothing.
     ~Value() = default;
 
     /// Takes the source's type and its active representation. On an exception this value is as it

@@ -67,6 +67,7 @@ public:
     /// @param owner        Handed to renew.
     /// @param renew        Called in a forked child: makes the locks of the owner anew.
     LineLock(bool& enabledFlag, bool& stoppedFlag, void* owner, void (*renew)(void* owner));
+    /// Call Detach() before what the writers use goes away.
     ~LineLock();
 
     LineLock(const LineLock&) = delete;
@@ -97,12 +98,15 @@ public:
     void TakeBack();
 
     /// One Enable() or Close() at a time. While it exists the calling thread is not cancelled.
+    /// @par Thread safety
+    /// Belongs to the thread that made it.
     class TOLVEX_EXPORT Control
     {
     public:
         /// Blocks while another thread is in one; a thread that is in one already does not enter.
         /// @param lineLock  Not owned; must outlive this object.
         explicit Control(LineLock& lineLock);
+        /// Lets the next one enter, and cancellation too.
         ~Control();
 
         Control(const Control&) = delete;
@@ -161,6 +165,7 @@ public:
     /// @param lineLock      That of the logger; not kept.
     /// @param writerNumber  As LineLock::AnnounceWriter() gave it.
     LineWriter(const LineLock& lineLock, std::uint32_t writerNumber);
+    /// Tells the logger, if there still is one, that its writer has ended.
     ~LineWriter();
 
     LineWriter(const LineWriter&) = delete;

@@ -25,6 +25,7 @@ namespace Tolvex::Ilog {
 class TOLVEX_EXPORT ILogPolicy
 {
 public:
+    /// Called by the destructor of the logger that owns the policy.
     virtual ~ILogPolicy();
 
     /// Chooses where the lines go. Does nothing here.
@@ -56,7 +57,9 @@ public:
 class TOLVEX_EXPORT FileLogPolicy : public ILogPolicy
 {
 public:
+    /// Has no output yet.
     FileLogPolicy();
+    /// Closes nothing: the file is open only while a line is written.
     ~FileLogPolicy() override;
 
     /// Stores the name of the file. It is neither opened nor created nor checked.
@@ -86,7 +89,9 @@ private:
 class TOLVEX_EXPORT ConsoleLogPolicy : public ILogPolicy
 {
 public:
+    /// Begins with LogType::Info.
     ConsoleLogPolicy();
+    /// Leaves standard output as it is.
     ~ConsoleLogPolicy() override;
 
     /// Prints the line in the colour of the type that WriteHeader() told last. Blocks while

@@ -59,6 +59,7 @@ template <typename Policy>
 class TOLVEX_EXPORT LoggerBase
 {
 public:
+    /// Makes a disabled logger over a new policy. Starts no thread.
     LoggerBase();
 
     /// Closes the logger. Blocks as Close() does, and for as long as its writer, if it is not in

@@ -18,6 +18,7 @@ public:
     /// @param id  Identifies the frame; its meaning is the pipeline's own.
     explicit IPipelineCbElement(std::int64_t id) : frameId(id) {}
 
+    /// Frames are destroyed through a pointer to this class.
     virtual ~IPipelineCbElement();
 
     /// @return the number given to the constructor.

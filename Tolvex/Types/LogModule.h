@@ -13,17 +13,17 @@ namespace Tolvex {
 /// @endcode
 enum class LogModule : std::int32_t
 {
-    Ithread,
-    Iaq,
-    FaceRec,
-    Sdw,
-    DaD,
-    CELL,
-    LT,
-    WNET,
-    CONFIG,
-    Event,
-    Accelerometer
+    Ithread,       ///< "Ithread"; the worker threads of the library log with it
+    Iaq,           ///< "Iaq"
+    FaceRec,       ///< "FaceRec"
+    Sdw,           ///< "Sdw"
+    DaD,           ///< "DaD"
+    CELL,          ///< "CELL"
+    LT,            ///< "LT"
+    WNET,          ///< "WNET"; the network utilities of the library log with it
+    CONFIG,        ///< "CONFIG"
+    Event,         ///< "Event"
+    Accelerometer  ///< "Accelerometer"
 };
 
 }  // namespace Tolvex
