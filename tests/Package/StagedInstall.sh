@@ -39,8 +39,10 @@ if "$compiler" -std=c++20 -fsyntax-only "$consumer/main.cpp" $foreign 2>"$scratc
 fi
 grep -q "This program's time_t differs" "$scratch/error.log" || fail "$(cat "$scratch/error.log")"
 
-echo "- every installed header compiles alone"
+echo "- every installed header compiles alone, and Tolvex.h includes all others"
 for header in $(cd "$installed/include" && find Tolvex -name '*.h'); do
+    grep -qx "#include \"$header\"" "$source/Tolvex/Tolvex.h" || [ "$header" = Tolvex/Tolvex.h ] ||
+        fail "Tolvex.h lacks $header"
     echo "#include \"$header\"" >"$scratch/header.cpp"
     "$compiler" -std=c++20 -fsyntax-only -Wall -Wextra -Werror "${flags[@]}" "$scratch/header.cpp"
 done
