@@ -107,6 +107,7 @@ std::string DoBase64Encode(const void* data, unsigned long long length, bool noN
     }
 
     // Required: only the low 32 bits of the length count. A negative number writes nothing.
+    // Instead: Base64EncodeLine().
     const int size = static_cast<int>(length);
     if (BIO_write(chain.get(), data, size) != size || BIO_flush(chain.get()) != 1) {
         return {};
@@ -116,6 +117,7 @@ std::string DoBase64Encode(const void* data, unsigned long long length, bool noN
 
     // Required: the last character is dropped in both modes. By default that is the final line
     // feed, without new lines it is the last character of the Base64 text.
+    // Instead: Base64EncodeLine().
     return text->length > 0 ? std::string(text->data, text->length - 1) : std::string();
 }
 
@@ -193,7 +195,8 @@ bool Base64Decode(const std::string& text, std::string& bytes)
 
 std::string HMAC_SHA1(const std::string& message, const std::string& key)
 {
-    // Required: no empty message or key, no key above 128 bytes, though the method takes all three.
+    // Required: an empty message, an empty key and one above 128 bytes are not signed, though the
+    // method takes all three.
     if (message.empty() || key.empty() || key.size() > longestKey) {
         return {};
     }
