@@ -7,7 +7,7 @@ namespace Tolvex {
 IException::IException(const char* text)
 {
     if (text != nullptr) {
-        // The last byte stays the terminator.
+        // Required: a longer text is cut, not refused. The last byte stays the terminator.
         std::memcpy(message, text, strnlen(text, messageBytes - 1));
     }
 }
