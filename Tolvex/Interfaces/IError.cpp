@@ -31,6 +31,7 @@ void IError::SetError(const std::string& message, const std::string& method, boo
     }
     text += message;
 
+    // Required: the code stays as it is; nothing ever sets it to anything but 0.
     errorText.swap(text);
 }
 
@@ -39,6 +40,7 @@ void IError::SetError(const std::exception& exception, const std::string& method
 {
     const char* const what = exception.what();
     // An exception class of an application may return null.
+    // Required text: no blank stands between the mark and the text of the exception.
     SetError(std::string("[#Exception]") + (what != nullptr ? what : ""), method, withNamespace,
              withClass);
 }

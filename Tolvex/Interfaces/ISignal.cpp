@@ -44,11 +44,13 @@ void ISignal::RemoveCallback(ISignalDelegate* delegate)
 
 void ISignal::DoCallback(void* data)
 {
+    // Required: a Stop() during the walk does not cut it short.
     if (!Util::LoadShared(running)) {
         return;
     }
 
-    // By position and with the size read anew each time: an observer may edit the list.
+    // Required: an observer that removes itself hides the next from the walk, and one that is added
+    // is called: the walk goes by position and reads the size anew each time.
     for (std::size_t i = 0; i < delegates.size(); ++i) {
         if (delegates[i] != nullptr) {
             delegates[i]->InvokeSignal(this, data);
@@ -62,6 +64,7 @@ ISignal::ISignal() = default;
 
 ISignal::~ISignal()
 {
+    // Required: neither listener nor handlers are waited for; that is up to the derived class.
     Stop();
 }
 
@@ -72,7 +75,7 @@ void ISignal::Start()
         return;
     }
 
-    // Required: stays true when the thread cannot be created.
+    // Required: "running" stays set when the thread cannot be created.
     Util::StoreShared(running, true);
     pthread_t listener = 0;
     if (Util::StartDetachedThread(listener, signalName.c_str(), RunPosixThread, this) == 0) {
@@ -82,6 +85,7 @@ void ISignal::Start()
 
 void ISignal::Stop()
 {
+    // Required: nobody is woken or waited for; the listener ends after its current WaitSignal().
     Util::StoreShared(running, false);
 }
 

@@ -87,7 +87,7 @@ bool IThread::Attendance::End()
     const std::lock_guard<std::mutex> lock(roll->mutex);
     const bool aborted = roll->IsAborted(number);
     if (!aborted && !roll->IsObjectGone() && IsNewest()) {
-        // A handle that was never handed over is left as it is.
+        // Required: a handle that was never handed over is left as it is.
         if (LoadShared(object.started)) {
             StoreShared(object.threadHandle, 0);
         }
@@ -146,13 +146,14 @@ void IThread::RunPasses(const Attendance& attendance)
 
 void IThread::RunTimedPass()
 {
+    // Required: a pass is timed by the wall clock, which may be set meanwhile.
     const auto begin = std::chrono::system_clock::now();
     Run();
     const auto end = std::chrono::system_clock::now();
 
     const std::chrono::nanoseconds duration = end - begin;
     const double seconds = static_cast<double>(duration.count()) / 1000000000.0;
-    // Required: passes per second, though the label says runtime.
+    // Required: the line tells passes per second, though its label says runtime.
     LogLine(LogType::Info, LogModule::Ithread)
         << "BENCHMARKING: Thread [" << threadName << "] runtime:[" << 1.0 / seconds << "]";
 }
@@ -212,7 +213,8 @@ void IThread::Start()
         return;
     }
 
-    // Required: written also when no thread could be created.
+    // Required: the start is logged also when no thread could be created.
+    // Instead: IsRunning() tells whether there is one.
     if (name.empty()) {
         LogLine(LogType::Info, LogModule::Ithread)
             << "Thread (name not defined) has started the execution";
@@ -234,7 +236,8 @@ bool IThread::CreateThread(const std::string& name, ThreadRoll& roll)
     StoreShared(running, true);
     StoreShared(started, false);
 
-    // Required: a failure is silent and "running" stays set; the handle then says "no thread".
+    // Required: the field stackSize is not read; every thread has the stack of the workers.
+    // Required: a failure to create it is silent and "running" stays set; the handle is then 0.
     pthread_t created = 0;
     if (Util::StartDetachedThread(created, name.c_str(), RunPosixThread, this) == 0) {
         roll.Enter(created, number);
@@ -246,6 +249,8 @@ bool IThread::CreateThread(const std::string& name, ThreadRoll& roll)
 
 void IThread::Stop()
 {
+    // Required: returns at once after Cancel(), too, though the last pass may still go on.
+    // Instead: WaitUntilFinished().
     if (LoadShared(threadHandle) == 0 || !LoadShared(running) || LoadShared(finished)) {
         return;
     }
@@ -286,10 +291,11 @@ void IThread::Abort()
         }
         StoreShared(running, false);
         StoreShared(finished, true);
-        // Required: a failure is silent, and the object counts as finished all the same.
+        // Required: a failure to cancel is silent, and the object counts as finished all the same.
         if (pthread_cancel(LoadShared(threadHandle)) != 0) {
             return;
         }
+        // Required: no delegate is called, and the handle stays.
         threadRoll->MarkAborted(LoadShared(threadHandle));
     }
 
@@ -355,7 +361,8 @@ void IThread::RemoveCallback(IThreadDelegate* delegate)
 
 void IThread::DoCallback(void* data)
 {
-    // By index, and without the lock: a delegate may add and remove delegates.
+    // Required: a delegate that removes itself hides the next from the walk, and one that is added
+    // is called: the walk goes by index, reads the size anew each time and takes no lock.
     for (std::size_t i = 0; !LoadShared(destroying) && i < delegates.size(); ++i) {
         if (delegates[i] != nullptr) {
             delegates[i]->Invoke(this, data);
@@ -365,6 +372,8 @@ void IThread::DoCallback(void* data)
 
 void IThread::DoCallbackStop()
 {
+    // Required: the stop that the destructor makes is told to nobody.
+    // Instead: Stopped, which stops the thread before.
     if (LoadShared(destroying)) {
         return;
     }
@@ -378,6 +387,7 @@ void IThread::DoCallbackStop()
             return;
         }
     }
+    // Required: deleteOnStop deletes the object also when there are no delegates.
     if (LoadShared(deleteOnStop)) {
         delete this;
     }
@@ -390,6 +400,7 @@ void IThread::ThreadSleep(const milliseconds& total, const milliseconds& step)
     if (LoadShared(destroying)) {
         return;
     }
+    // Required: this one is slept in one piece, which a stop does not end.
     if (!IsRunning() || step >= total) {
         Util::SleepFor(total);
         return;

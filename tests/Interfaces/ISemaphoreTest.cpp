@@ -107,7 +107,7 @@ TEST(ISemaphoreTest, TwoNotifiesBeforeAnyWaitLetTwoWaitsPass)
     EXPECT_FALSE(semaphore.TryWait());
 }
 
-// Required: exactly 0 blocks; a negative count lets the caller through and sinks further.
+// Holds: Interfaces/ISemaphore.cpp: exactly 0 blocks
 TEST(ISemaphoreTest, WaitOnANegativeCountReturnsAtOnceAndSinksFurther)
 {
     ISemaphore semaphore(-1);
@@ -121,7 +121,7 @@ TEST(ISemaphoreTest, WaitOnANegativeCountReturnsAtOnceAndSinksFurther)
     EXPECT_TRUE(semaphore.TryWait());
 }
 
-// Required: any count below 1 fails, unlike in Wait().
+// Holds: Interfaces/ISemaphore.cpp: any count below 1 fails
 TEST(ISemaphoreTest, TryWaitOnANegativeCountFailsAndLeavesIt)
 {
     ISemaphore semaphore(-1);

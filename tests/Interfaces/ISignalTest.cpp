@@ -366,7 +366,7 @@ TEST(ISignalTest, SecondStartWhileRunningStartsNoSecondListener)
     EXPECT_EQ(*events.listeners, 1);
 }
 
-// Required: the handle is never cleared, so an object that has run does not run again.
+// Holds: Interfaces/ISignal.cpp: the handle is never cleared
 TEST(ISignalTest, StartAfterStopDoesNothing)
 {
     EventQueue events;
@@ -381,7 +381,7 @@ TEST(ISignalTest, StartAfterStopDoesNothing)
     EXPECT_EQ(*events.listeners, 0);
 }
 
-// Required: stays true when the thread cannot be created.
+// Holds: Interfaces/ISignal.cpp: "running" stays set when the thread cannot be created
 TEST(ISignalTest, StartWithoutAThreadLeavesTheObjectRunningAndCanBeTriedAgainAfterStop)
 {
     EventQueue events;
@@ -407,6 +407,26 @@ TEST(ISignalTest, StopMakesTheListenerReturnAfterItsCurrentWait)
     events.Stop();
 
     EXPECT_FALSE(events.IsRunning());
+    EXPECT_TRUE(Eventually([&events] { return *events.listeners == 0; }));
+}
+
+// Holds: Interfaces/ISignal.cpp: nobody is woken or waited for
+TEST(ISignalTest, StopNeitherWakesNorAwaitsTheListener)
+{
+    std::promise<void> waiting;
+    std::promise<void> released;
+    EventQueue events;
+    events.onFirstWait = [&] {
+        waiting.set_value();
+        released.get_future().wait_for(hangLimit);
+    };
+    events.Start();
+    ASSERT_EQ(waiting.get_future().wait_for(hangLimit), std::future_status::ready);
+
+    events.Stop();
+
+    EXPECT_EQ(*events.listeners, 1);
+    released.set_value();
     EXPECT_TRUE(Eventually([&events] { return *events.listeners == 0; }));
 }
 
@@ -542,7 +562,7 @@ TEST(ISignalTest, SlowHandlerDelaysNeitherTheListenerNorTheNextHandler)
     EXPECT_TRUE(overlapped);
 }
 
-// Required: without a thread the event is dropped silently.
+// Holds: Interfaces/ISignal.cpp: without a thread the event is dropped
 TEST(ISignalTest, EventWithoutAThreadIsDroppedAndTheListenerGoesOn)
 {
     std::mutex mutex;
@@ -691,6 +711,52 @@ TEST(ISignalTest, RecordIsFreedWhenNoThreadCanBeCreated)
     refuseThreads = false;
 }
 
+/// Gets one event, whose handler does not touch the object.
+class OneEventForOthers final : public ISignal
+{
+public:
+    explicit OneEventForOthers(std::function<void()>& action) : handler(action) {}
+
+    void RunListener()
+    {
+        Util::StoreShared(running, true);
+        RunThread();
+    }
+
+    bool WaitSignal(void** data) override
+    {
+        Stop();
+        *data = &handler;
+        return true;
+    }
+
+    void FireSignal(void* data) override { (*static_cast<std::function<void()>*>(data))(); }
+
+private:
+    std::function<void()>& handler;
+};
+
+// Holds: Interfaces/ISignal.cpp: neither listener nor handlers are waited for
+TEST(ISignalTest, DestructorDoesNotWaitForAHandlerThatRuns)
+{
+    std::promise<void> begun;
+    std::promise<void> destroyed;
+    std::promise<bool> outlived;
+    std::function<void()> handler = [&] {
+        begun.set_value();
+        const auto status = destroyed.get_future().wait_for(hangLimit);
+        outlived.set_value(status == std::future_status::ready);
+    };
+    auto signal = std::make_unique<OneEventForOthers>(handler);
+    signal->RunListener();
+    ASSERT_EQ(begun.get_future().wait_for(hangLimit), std::future_status::ready);
+
+    signal.reset();
+    destroyed.set_value();
+
+    EXPECT_TRUE(outlived.get_future().get());
+}
+
 /// Lets threads pass in groups only: whoever passes knows that all others of its group were here.
 class Gate
 {
@@ -824,6 +890,7 @@ TEST_F(ISignalDelegateTest, EmptyListCallsNobody)
     EXPECT_EQ(CallsOfNextWalk(), "");
 }
 
+// Holds: Interfaces/ISignal.cpp: a Stop() during the walk
 TEST_F(ISignalDelegateTest, StopDuringTheWalkDoesNotCutItShort)
 {
     AddAll();
@@ -883,6 +950,7 @@ TEST_F(ISignalDelegateTest, NullEntryIsSkipped)
     EXPECT_EQ(CallsOfNextWalk(), "ab");
 }
 
+// Holds: Interfaces/ISignal.cpp: an observer that removes itself hides the next
 TEST_F(ISignalDelegateTest, ObserverThatRemovesItselfMakesTheWalkSkipTheNext)
 {
     AddAll();
@@ -922,6 +990,7 @@ TEST_F(ISignalDelegateTest, ObserverThatRemovesAllEndsTheWalk)
     EXPECT_EQ(CallsOfNextWalk(), "");
 }
 
+// Holds: Interfaces/ISignal.cpp: an observer that removes itself hides the next
 TEST_F(ISignalDelegateTest, ObserverThatIsAddedDuringTheWalkIsCalledInIt)
 {
     signal.AddCallback(&a);

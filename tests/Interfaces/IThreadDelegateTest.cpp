@@ -235,6 +235,7 @@ TEST_F(IThreadDelegateTest, ListChangesFromManyThreadsAtOnceLoseNothing)
 
 // ---------------------------------------------------------------------------------------- the walk
 
+// Holds: Interfaces/IThread.cpp: a delegate that removes itself hides the next
 TEST_F(IThreadDelegateTest, WalksTakeNoLock)
 {
     AddAll();
@@ -266,6 +267,7 @@ TEST_F(IThreadDelegateTest, AddAndRemoveWaitForTheLock)
     EXPECT_THAT(probe.delegates, IsEmpty());
 }
 
+// Holds: Interfaces/IThread.cpp: a delegate that removes itself hides the next
 TEST_F(IThreadDelegateTest, DelegateAddedDuringTheWalkIsCalledInIt)
 {
     probe.AddCallback(&a);
@@ -277,6 +279,7 @@ TEST_F(IThreadDelegateTest, DelegateAddedDuringTheWalkIsCalledInIt)
     EXPECT_THAT(calls, ElementsAre("a", "b", "c"));
 }
 
+// Holds: Interfaces/IThread.cpp: a delegate that removes itself hides the next
 TEST_F(IThreadDelegateTest, DelegateThatRemovesItselfHidesTheNextOneFromTheWalk)
 {
     AddAll();
@@ -352,6 +355,7 @@ TEST_F(IThreadDelegateTest, WorkerTellsItsDelegatesOfEachPassOnItsOwnThread)
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "a stop"), 1);
 }
 
+// Holds: Interfaces/IThread.cpp: the stop that the destructor makes
 TEST_F(IThreadDelegateTest, DestructorOfARunningObjectTellsNoDelegate)
 {
     // The destructor's own rule: a worker that stops itself first does tell them.
@@ -555,6 +559,7 @@ private:
     std::atomic<bool>& gone;
 };
 
+// Holds: Interfaces/IThread.cpp: deleteOnStop deletes the object also
 TEST_F(IThreadDelegateTest, StopNotificationWithAnEmptyListDeletesTheObject)
 {
     std::atomic<bool> gone = false;

@@ -279,6 +279,7 @@ TEST_P(ThreadSleepInterruptionTest, EndsTheSleepAfterTheStepInWhichItCame)
     probe.EndPretence();
 }
 
+// Holds: Interfaces/IThread.cpp: a step of 0 or less never adds up
 TEST_P(ThreadSleepInterruptionTest, EndsTheSpinThatAStepOfZeroIs)
 {
     for (const milliseconds step : {0ms, -1ms, lowest}) {
@@ -321,6 +322,7 @@ TEST(IThreadSleepTest, DestroyedObjectDoesNotSleepAtAll)
     EXPECT_THAT(recorder.requests, IsEmpty());
 }
 
+// Holds: Interfaces/IThread.cpp: this one is slept in one piece
 TEST(IThreadSleepTest, PlainSleepIsNotEndedByAStop)
 {
     ProbeThread probe;
@@ -441,6 +443,7 @@ TEST(IThreadSleepTest, InterruptedSleepOfTheHandOverGoesOnWithTheRemainingTime)
     EXPECT_EQ(recorder.Durations(), (std::vector{20ms, 5ms}));
 }
 
+// Holds: Interfaces/IThread.cpp: a handle that was never handed over
 TEST(IThreadSleepTest, HandOverIsPolled501TimesThenTheHandleIsLeftAndTheBodyEnds)
 {
     LogFile log;

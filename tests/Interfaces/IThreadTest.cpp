@@ -407,6 +407,7 @@ private:
     }
 };
 
+// Holds: Interfaces/IThread.cpp: no delegate is called, and the handle stays
 TEST_P(IThreadMatrixTest, OperationInStateLeavesFlagsLinesHooksAndNotifications)
 {
     const Cell& cell = GetParam();
@@ -545,6 +546,7 @@ TEST(IThreadTest, ThreadSeesItsHandleAndThatItRunsBeforeItsFirstHook)
     EXPECT_TRUE(inside.started);
 }
 
+// Holds: Interfaces/IThread.cpp: the field stackSize is not read
 TEST(IThreadTest, StackSizeFieldIsNotReadAndEveryThreadHas524288Bytes)
 {
     if (underThreadSanitizer) {
@@ -553,6 +555,7 @@ TEST(IThreadTest, StackSizeFieldIsNotReadAndEveryThreadHas524288Bytes)
     EXPECT_EQ(InsideOfThreadNamed("worker", 65536).stackBytes, 524288U);
 }
 
+// Holds: Util/PosixThread.cpp: a name of more than 15 characters
 TEST(IThreadTest, NameOfFifteenCharactersIsSetAndOfSixteenLeavesTheThreadUnnamed)
 {
     char own[16] = {};
@@ -591,6 +594,7 @@ TEST(IThreadTest, UnnamedThreadIsLoggedAsNameNotDefined)
                             "[#Ithread]Thread (name not defined) has finished the execution"));
 }
 
+// Holds: Interfaces/IThread.cpp: the doubled "has"
 TEST(IThreadTest, AbortOfAnUnnamedThreadIsLoggedWithTheDoubledHas)
 {
     LogFile log;
@@ -606,6 +610,8 @@ TEST(IThreadTest, AbortOfAnUnnamedThreadIsLoggedWithTheDoubledHas)
                             "[WARNING][#Ithread]Thread (name not defined) has has been aborted"));
 }
 
+// Holds: Interfaces/IThread.cpp: the start is logged also when no thread could be created
+// Holds: Interfaces/IThread.cpp: a failure to create it is silent and "running" stays set
 TEST(IThreadTest, FailureToCreateTheThreadIsSilentAndTheStartIsLoggedAllTheSame)
 {
     LogFile log;
@@ -639,6 +645,7 @@ TEST(IThreadTest, FailureToCreateTheThreadAfterAnAbortLeavesNoHandleOfTheDeadThr
     probe.Stop();
 }
 
+// Holds: Interfaces/IThread.cpp: a failure to cancel is silent
 TEST(IThreadTest, FailureToCancelIsSilentAndTheObjectCountsAsFinished)
 {
     LogFile log;
@@ -745,6 +752,7 @@ TEST(IThreadTest, ObjectCanBeStartedAgainAfterItsEnd)
     EXPECT_EQ(starts, 3);
 }
 
+// Holds: Interfaces/IThread.cpp: the line tells passes per second
 TEST(IThreadTest, BenchmarkedPassOfAQuarterSecondLogsFourPassesPerSecondAsItsRuntime)
 {
     LogFile log;
@@ -769,6 +777,8 @@ TEST(IThreadTest, BenchmarkedPassOfAQuarterSecondLogsFourPassesPerSecondAsItsRun
     EXPECT_GT(passesPerSecond, 0.0);
 }
 
+// Holds: Interfaces/IThread.cpp: the line tells passes per second
+// Holds: Interfaces/IThread.cpp: a pass is timed by the wall clock
 TEST(IThreadTest, BenchmarkReadsTheWallClockAroundThePassAndPrintsTheReciprocal)
 {
     LogFile log;
@@ -826,6 +836,7 @@ TEST(IThreadTest, StopReturnsOnlyWhenTheThreadHasEnded)
     EXPECT_EQ(probe.threadHandle, 0U);
 }
 
+// Holds: Interfaces/IThread.cpp: returns at once after Cancel(), too
 TEST(IThreadTest, StopAfterCancelReturnsAtOnceThoughThePassGoesOn)
 {
     ProbeThread probe;
@@ -849,6 +860,7 @@ TEST(IThreadTest, StopAfterCancelReturnsAtOnceThoughThePassGoesOn)
     EXPECT_TRUE(probe.WaitUntilFinished(patience));
 }
 
+// Holds: Interfaces/IThread.cpp: only a class with its own Stopping()
 TEST(IThreadTest, StopOfAClassWithoutStoppingHookSleepsOnceBeforeItLooks)
 {
     ProbeThread probe;
@@ -877,6 +889,7 @@ protected:
     }
 };
 
+// Holds: Interfaces/IThread.cpp: only a class with its own Stopping()
 TEST(IThreadTest, StopOfAClassWithAStoppingHookLooksOnceBeforeItsFirstSleep)
 {
     // Many times, for a single stop might be slow for other reasons: no sleep of 100 ms in each.
