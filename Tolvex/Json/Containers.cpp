@@ -68,7 +68,7 @@ void Array::Clear() noexcept
 
 Array::iterator Array::find(const Value& value)
 {
-    // Required: the element is the left operand of a comparison that is asymmetric.
+    // Required: the elements are the left operands of a comparison that is asymmetric.
     return std::find(begin(), end(), value);
 }
 
@@ -137,6 +137,7 @@ bool Object::HasKey(const std::string& key) const
 int Object::HasKeys(const std::vector<std::string>& keys) const
 {
     // Required: the index of the first absent key, 0 too, and -1 when none is: no yes or no.
+    // Instead: HasKey() of each.
     for (std::size_t i = 0; i < keys.size(); ++i) {
         if (!HasKey(keys[i])) {
             return static_cast<int>(i);

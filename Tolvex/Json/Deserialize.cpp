@@ -218,8 +218,8 @@ void Reader::Fail()
     frames.pop_back();
     memberOrder.ShrinkTo(frame.firstInOrder);
     position = frame.end + 1;
-    // Required: the container around it does not fail. An array gets no element for it, an object
-    // keeps the member as null.
+    // Required: the container around a malformed one does not fail. An array gets no element for
+    // it, an object keeps the member as null.
     if (!frames.empty() && Access::Type(*frames.back().value) == ArrayVal) {
         Access::Elements(Access::ArrayOf(*frames.back().value)).pop_back();
     } else {
@@ -231,7 +231,7 @@ void Reader::Fail()
 ContainerEnds::End Reader::FindEnd()
 {
     const ContainerEnds::End end = ends.Find(position, frames.back().end);
-    // Required: an exception, though whatever else is malformed reads as null.
+    // Required: std::out_of_range, though whatever else is malformed reads as null.
     if (end.outcome == BracketScan::Outcome::Open) {
         throw std::out_of_range("json container is not closed");
     }

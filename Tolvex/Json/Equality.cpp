@@ -80,6 +80,7 @@ Verdict Compare(const Value& left, const Value& right)
             return Verdict::Different;
         }
         // Required: a number on the right is judged by the representation that the left has.
+        // Instead: GetType() of both before.
     }
     return CompareByLeftType(left, right);
 }

@@ -117,7 +117,8 @@ bool RoundDecimals(double magnitude, Rounded& rounded)
 
 /// The digits that "%f" gives in the C locale.
 ///
-/// Required: six decimals at every magnitude; nan and inf, too, which do not read back.
+/// Required: a number has six decimals at every magnitude; nan and inf are written, too, though
+/// they do not read back.
 char* PutDecimal(char* at, double number)
 {
     Rounded rounded{};
@@ -368,7 +369,8 @@ void Writer::WriteNext(OpenText& container)
 
 void Writer::WriteString(const std::string& bytes)
 {
-    // Required: no escapes, whatever the bytes are.
+    // Required: no byte is escaped, whatever it is.
+    // Instead: a member with the Base64EncodeLine() of such bytes.
     if (bytes.size() > GrowingText::shortText) {
         text.Append("\"");
         text.Append(bytes);

@@ -20,7 +20,7 @@ constexpr std::size_t hexLength = 2;
 /// Required: the last two of the four digits make one byte, as strtoul() reads them.
 char DecodeHex(std::string_view body, std::size_t escape)
 {
-    // Required: an exception, though whatever else is malformed reads as null.
+    // Required: std::out_of_range, though whatever else is malformed reads as null.
     if (escape + hexOffset > body.size()) {
         throw std::out_of_range("json \\u escape is cut off by the end of its string");
     }

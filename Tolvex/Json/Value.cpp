@@ -349,7 +349,8 @@ int Value::size() const noexcept
     if (mValueType == ArrayVal) {
         return static_cast<int>(mArrayVal.size());
     }
-    // Required: 1 for all other types, null included.
+    // Required: the size of all other types is 1, that of null included.
+    // Instead: GetType() before.
     return 1;
 }
 

@@ -185,7 +185,7 @@ TEST(ArrayTest, FindGivesTheFirstEqualElementOrTheEnd)
     EXPECT_FALSE(array.HasValue("2"));
 }
 
-// Holds: Json/Containers.cpp: the element is the left operand
+// Holds: Json/Containers.cpp: the elements are the left operands
 TEST(ArrayTest, FindComparesWithTheElementOnTheLeft)
 {
     Array nulls;

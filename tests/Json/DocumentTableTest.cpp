@@ -162,7 +162,7 @@ constexpr Row objects[] = {
     {"ExtraBracketAfterAnArrayAndAKey", R"({"a":[1]],"b":2})", R"({"a":[1],"b":2})"},
     {"BlankObjectInsideIsNull", R"({"a":{ }})", R"({"a":null})"},
     {"BlankArrayInside", R"({"a":[ ]})", R"({"a":[]})"},
-    // Holds: Json/Deserialize.cpp: the container around it does not fail
+    // Holds: Json/Deserialize.cpp: the container around a malformed one does not fail
     {"MalformedArrayInsideIsNull", R"({"a":[.5]})", R"({"a":null})"},
     {"MalformedObjectInsideIsNull", R"({"a":{x},"b":1})", R"({"a":null,"b":1})"},
     {"ArrayInsideClosedByABrace", R"({"a":[1}})", nothing},
@@ -202,7 +202,7 @@ constexpr Row strings[] = {
     {"HexOfNoCharacterAtTheEnd", R"(["\u00"])", R"(["\000"])"},
     {"HexOverAnEscapedQuote", R"(["\u00\"x"])", R"(["\000x"])"},
     {"HexCutOffAfterOneCharacter", R"(["\u0"])", outOfRange},
-    // Holds: Json/StringBody.cpp: an exception
+    // Holds: Json/StringBody.cpp: std::out_of_range
     {"HexCutOffAtOnce", R"(["\u"])", outOfRange},
     {"HexCutOffBehindText", R"({"s":"some text \u0"})", outOfRange},
     {"HexCutOffInAnArrayInside", R"({"s":[["\u"]]})", outOfRange},
@@ -279,14 +279,14 @@ constexpr Row arrays[] = {
     {"CommaInAStringOfAnObjectInside", R"([{"a":"b,c"}])", R"([{"a":"b,c"}])"},
     {"ClosingBracketInAStringOfAnArrayInside", R"([["a]"]])", "[]"},
     {"ClosingBracketInAStringOfAnObjectInside", R"([{"a":"]"}])", R"([{"a":"]"}])"},
-    // Holds: Json/Deserialize.cpp: the container around it does not fail
+    // Holds: Json/Deserialize.cpp: the container around a malformed one does not fail
     {"MalformedArrayInsideIsDropped", "[1,[.5],2]", "[1,2]"},
     {"MalformedObjectInsideIsDropped", "[1,{x},2]", "[1,2]"},
     {"BlankObjectInsideIsDropped", "[1,{ },2]", "[1,2]"},
     {"MalformedDeepInside", "[1,[2,[3,[x]]],4]", "[1,[2,[3]],4]"},
     {"MalformedObjectsDoNotSpoilWhatFollows", R"([{x},{"a":{y}},[{z}],{"b":1}])",
      R"([{"a":null},[],{"b":1}])"},
-    // Holds: Json/Deserialize.cpp: an exception
+    // Holds: Json/Deserialize.cpp: std::out_of_range
     {"NotClosedInside", "[[1,2]", outOfRange},
     {"BracketNotClosedInside", "[[]", outOfRange},
     {"BraceNotClosedInside", "[{]", outOfRange},

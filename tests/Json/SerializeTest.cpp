@@ -70,7 +70,7 @@ TEST(SerializeTest, ContainersNest)
               R"({"k":[{"z":false}],"l":[[],[1]]})");
 }
 
-// Holds: Json/Serialize.cpp: no escapes
+// Holds: Json/Serialize.cpp: no byte is escaped
 TEST(SerializeTest, StringsAndKeysAreWrittenWithoutEscapes)
 {
     const std::string bytes("\"\\\n\0\xff", 5);
@@ -98,7 +98,7 @@ TEST(SerializeTest, IntegersReachBothEnds)
     EXPECT_EQ(SerializeValue(Value(0)), "0");
 }
 
-// Holds: Json/Serialize.cpp: six decimals at every magnitude
+// Holds: Json/Serialize.cpp: a number has six decimals at every magnitude
 TEST(SerializeTest, NumbersAreTheCLibrarysAtEveryMagnitude)
 {
     for (const double number : {0.0,
@@ -126,7 +126,7 @@ TEST(SerializeTest, NumbersAreTheCLibrarysAtEveryMagnitude)
     }
 }
 
-// Holds: Json/Serialize.cpp: six decimals at every magnitude
+// Holds: Json/Serialize.cpp: a number has six decimals at every magnitude
 TEST(SerializeTest, InfinitiesAndNotANumberAreSpelledAsTheCLibraryDoes)
 {
     EXPECT_EQ(SerializeValue(Value(HUGE_VAL)), "inf");

@@ -228,7 +228,7 @@ TEST(ValueTest, EveryAccessorRefusesEveryOtherTypeWithItsText)
     }
 }
 
-// Holds: Json/Value.cpp: 1 for all other types
+// Holds: Json/Value.cpp: the size of all other types is 1
 TEST(ValueTest, SizeCountsMembersAndElementsAndIsOneForAllElseNullIncluded)
 {
     Value two{Array()};
