@@ -45,6 +45,7 @@ void AppendLineHeader(std::stringstream& buffer, LogType type)
 
 bool EndsWithNewline(const std::stringstream& buffer)
 {
+    // Required: a newline in the middle of the text ends nothing.
     return buffer.view().ends_with('\n');
 }
 

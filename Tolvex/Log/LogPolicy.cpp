@@ -124,6 +124,7 @@ FileLogPolicy::~FileLogPolicy() = default;
 
 void FileLogPolicy::SetOutput(const std::string& name)
 {
+    // Required: the file is neither opened nor created nor checked here.
     fileName = name;
     Util::StoreShared(outputSet, true);
 }
@@ -146,7 +147,7 @@ void FileLogPolicy::Write(const std::string& line)
     const bool newLineFirst = *torn && EndsInTheMiddleOfALine(fileName.c_str());
     const OpenFile file(fileName.c_str(), O_WRONLY | O_CREAT | O_APPEND);
     if (!file.IsOpen()) {
-        return;  // Required: the line is lost and nothing is reported.
+        return;  // Required: a line for which there is no file is lost without a report.
     }
 
     const std::string repaired = newLineFirst ? '\n' + line : std::string();

@@ -147,7 +147,7 @@ void Logger::DropLine()
 void Logger::RunIgnitionOff()
 {
     WriteHeader(LogType::Notice);
-    // Required: no module tag in this line.
+    // Required: no module tag in this line, and the console goes on.
     *this << "All triggers have been stopped" << std::endl;
     fileLogger->Close();
 }

@@ -73,6 +73,7 @@ public:
     /// Sets the OS name of the writer's thread; used by the next Enable().
     /// @param name  15 characters at most; a longer one leaves the thread unnamed.
     /// @note The name lacks the r of "Thread".
+    // Required: the name lacks an r, as callers write it.
     void SetTheadName(const std::string& name) { threadName = name; }
 
     /// Tells the policy where the lines go. Waits up to 2.1 s for a line that is being composed or
@@ -279,6 +280,7 @@ template <typename Policy>
 LoggerBase<Policy>& LoggerBase<Policy>::operator<<(LogModule module)
 {
     if (LineEntry line = lineLock.Enter()) {
+        // Required: the tag is there also for a module without a text, then empty.
         buffer << "[#" << Util::EnumString<LogModule>::From(module) << ']';
         line.Keep();
     }

@@ -67,6 +67,7 @@ TEST_F(FileLogPolicyTest, WithoutAnOutputNothingIsWrittenAndNoFileMade)
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
+// Holds: Log/LogPolicy.cpp: the file is neither opened nor created
 TEST_F(FileLogPolicyTest, SetOutputNeitherOpensNorCreatesNorChecksTheFile)
 {
     policy.SetOutput(path);
@@ -107,6 +108,7 @@ TEST_F(FileLogPolicyTest, AfterCloseNothingIsWrittenUntilTheNextSetOutput)
     EXPECT_EQ(ReadFile(path), "a\nc\n");
 }
 
+// Holds: Log/LogPolicy.cpp: the file is opened and closed for every line
 TEST_F(FileLogPolicyTest, NoDescriptorIsHeldBetweenLines)
 {
     const std::ptrdiff_t before = CountDescriptors();
@@ -146,11 +148,16 @@ TEST_F(FileLogPolicyTest, DirectoryInPlaceOfTheFileLosesTheLineOnly)
     EXPECT_EQ(ReadFile(path), "kept\n");
 }
 
-TEST_F(FileLogPolicyTest, MissingDirectoryLosesTheLinesMeanwhile)
+// Holds: Log/LogPolicy.cpp: a line for which there is no file is lost
+TEST_F(FileLogPolicyTest, MissingDirectoryLosesTheLinesMeanwhileWithoutAWord)
 {
     const std::string later = directory.Path("later");
     policy.SetOutput(later + "/log");
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
     policy.Write("lost\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     std::filesystem::create_directory(later);
     policy.Write("kept\n");
     EXPECT_EQ(ReadFile(later + "/log"), "kept\n");
@@ -243,6 +250,7 @@ std::string Printed(LogType type, const std::string& line)
         .output;
 }
 
+// Holds: Log/LogPolicy.cpp: the colour is reset after the newline
 TEST(ConsoleLogPolicyTest, ColourSurroundsTheWholeLineWithItsNewline)
 {
     EXPECT_EQ(Printed(LogType::Error, "line\n"), "\x1B[31mline\n\x1B[39m");
@@ -284,6 +292,7 @@ TEST(ConsoleLogPolicyTest, FormatOfStandardOutputDoesNotChangeTheBytes)
     EXPECT_EQ(child.output, std::string("\x1B[31ma\0b\n\x1B[39m", 14));
 }
 
+// Holds: Log/LogPolicy.cpp: standard output is not flushed
 TEST(ConsoleLogPolicyTest, StandardOutputIsNotFlushed)
 {
     const ChildResult child = RunInChild([] {
@@ -295,6 +304,7 @@ TEST(ConsoleLogPolicyTest, StandardOutputIsNotFlushed)
     EXPECT_EQ(child.output, "");
 }
 
+// Holds: Log/LogPolicy.cpp: standard output is not flushed
 TEST(ConsoleLogPolicyTest, FailureOfStandardOutputThatHasPassedCostsNothingLater)
 {
     const ChildResult child = RunInChild([] {

@@ -210,6 +210,7 @@ TEST(LoggerBaseTest, EmptyLineAndHugeLineAreWrittenWhole)
     EXPECT_TRUE(lines == (std::vector<std::string>{"\n", huge + "\n", "after\n"}));
 }
 
+// Holds: Log/LoggerBase.h: the tag is there also for a module without a text
 TEST(LoggerBaseTest, ModuleWithoutTextGivesAnEmptyTag)
 {
     const auto lines = LinesOf(1, [](CapturingLogger& logger) {
@@ -220,6 +221,7 @@ TEST(LoggerBaseTest, ModuleWithoutTextGivesAnEmptyTag)
     EXPECT_THAT(lines, ElementsAre("[#][#]\n"));
 }
 
+// Holds: Log/LineText.cpp: a newline in the middle of the text
 TEST(LoggerBaseTest, NewlineInTheMiddleEndsNothing)
 {
     const auto lines = LinesOf(1, [](CapturingLogger& logger) {
@@ -531,6 +533,7 @@ TEST(LoggerBaseTest, DroppedLineIsNotWrittenAndLeavesNoLockTaken)
     EXPECT_THAT(lines, ElementsAre("whole\n"));
 }
 
+// Holds: Log/LineRegistry.cpp: whatever ends the thread
 TEST(LoggerBaseTest, OpenLineOfAThreadThatEndsIsDropped)
 {
     const auto lines = LinesOf(1, [](CapturingLogger& logger) {
@@ -694,6 +697,7 @@ TEST(LoggerBaseTest, PolicyThatClosesItsLoggerFromCloseDoesNotRecurse)
 
 // --------------------------------------------------------------------------- enabling and closing
 
+// Holds: Log/LoggerBase.h: the name lacks an r
 TEST(LoggerBaseTest, WriterBearsTheNameOfTheLogger)
 {
     CapturingLogger logger;
@@ -738,6 +742,7 @@ TEST(LoggerBaseTest, ClosedLoggerCanBeEnabledAgain)
     }
 }
 
+// Holds: Log/LineState.cpp: what is complete is written
 TEST(LoggerBaseTest, LineThatIsEndedBeforeCloseIsWrittenHoweverSlowTheWriterIs)
 {
     for (int round = 0; round < 8; ++round) {
@@ -947,6 +952,7 @@ struct Victim
     }
 };
 
+// Holds: Log/LineRegistry.cpp: whatever ends the thread
 TEST(LoggerBaseTest, ThreadCancelledBetweenAnyTwoStepsLeavesNoLockAndNoHalfLine)
 {
     CapturingLogger logger;

@@ -214,6 +214,7 @@ TEST(LoggerTest, EnabledFileLogGoesOnInAnotherFile)
     EXPECT_THAT(LinesWithoutDate(ReadFile(second)), ElementsAre("two"));
 }
 
+// Holds: Log/LogPolicy.cpp: the file is opened and closed for every line
 TEST(LoggerTest, FileThatIsDeletedMovedOrTruncatedIsGoneOnWith)
 {
     const ScratchDirectory directory;
@@ -368,6 +369,7 @@ INSTANTIATE_TEST_SUITE_P(
                       HeaderRow{"NoZone", nullptr, LogType::Error, "[ERROR]"}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
+// Holds: Log/Logger.cpp: the instance pointer is not cleared
 TEST(LoggerTest, DestroyedLoggerIsClosedAndStaysTheInstance)
 {
     const ScratchDirectory directory;
@@ -377,7 +379,6 @@ TEST(LoggerTest, DestroyedLoggerIsClosedAndStaysTheInstance)
         EXPECT_TRUE(logger->EnableFile(path));
         WriteLine("last");
         delete logger;
-        // Required: the pointer is not cleared, so a destroyed logger must not be used again.
         EXPECT_EQ(Logger::GetInstance(), logger);
         return 0;
     });
@@ -388,6 +389,7 @@ TEST(LoggerTest, DestroyedLoggerIsClosedAndStaysTheInstance)
 
 // ---------------------------------------------------------------------------------- ignition off
 
+// Holds: Log/Logger.cpp: no module tag in this line, and the console goes on
 TEST(LoggerTest, IgnitionOffWritesAGreenNoticeWithoutModuleAndClosesTheFileOnly)
 {
     const ScratchDirectory directory;
@@ -426,6 +428,7 @@ TEST(LoggerTest, IgnitionOffWithoutALoggerReturnsAtOnce)
 
 // ------------------------------------------------------------------------------------------ exit
 
+// Holds: Log/LineRegistry.cpp: a line that was ended before exit() is written
 TEST(LoggerTest, LineThatIsEndedBeforeExitIsWritten)
 {
     const ScratchDirectory directory;
@@ -469,6 +472,7 @@ TEST(LoggerTest, ThreadThatHoldsALineOpenDoesNotKeepTheProcessFromExiting)
     EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("whole"));
 }
 
+// Holds: Log/LineRegistry.cpp: a line that was ended before exit() is written
 TEST(LoggerTest, WriterThatHangsDelaysTheExitByTwoSecondsOnly)
 {
     const ScratchDirectory directory;

@@ -168,6 +168,7 @@ TEST_F(TestIAsyncTest, DoCallbackOfNullPrintsItsLineOnly)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "I'm on Async Thread.....\n");
 }
 
+// Holds: Testing/main.cpp: the end is kept although the constructor
 TEST(MainTest, SaysByeByeAndExitsThoughTheDriverNeverLetsItComeThere)
 {
     const auto child = Tolvex::Support::RunInChild([] {
