@@ -70,6 +70,8 @@ public:
     T GetNewestSlot() const;
 
     /// @return index of the newest slot; size - 1 before the first AddNext().
+    // Required: the last slot counts as the newest before anything was added.
+    // Instead: IsDataAvailable() before.
     int GetRingPos() const { return m_pos == 0 ? m_size - 1 : m_pos - 1; }
 
     /// @return number of slots.
@@ -118,6 +120,7 @@ CircularBuffer<T>::CircularBuffer(int size)
 {
 }
 
+// Required: the release callback is not called for the elements that go.
 template <typename T>
 CircularBuffer<T>::~CircularBuffer() = default;
 
@@ -133,6 +136,7 @@ inline void CircularBuffer<T>::AddNext(const T& element)
 {
     // Copied first: the element may live in what is released here.
     T copy(element);
+    // Required: the first lap calls no callback; from the second on an empty one throws.
     if (m_unallocSet && m_full) {
         m_unallocCallback(SlotAt(m_pos));
     }
@@ -173,12 +177,14 @@ inline T CircularBuffer<T>::GetNewestSlot() const
 template <typename T>
 int CircularBuffer<T>::SeekBackKeyframe(int back, int interval) const
 {
-    // Required: 0 until the ring has wrapped, even if it holds key frames.
+    // Required: 0 until the ring has wrapped, even if it holds key frames, and for more elements
+    // back than there are slots.
     if (!m_full || back > m_size || interval == 0) {
         return 0;
     }
 
     // Formed in 64 bits and narrowed, so that extreme arguments wrap instead of overflowing.
+    // Required: counted back from the last multiple of the interval, not from the newest slot.
     const int current = GetRingPos();
     const auto steps = static_cast<int>(std::int64_t{current % interval} + back);
     const std::int64_t distance = std::int64_t{current} - steps;
@@ -191,6 +197,7 @@ int CircularBuffer<T>::SeekBackKeyframe(int back, int interval) const
 template <typename T>
 int CircularBuffer<T>::SeekRelative(int from, int back) const
 {
+    // Required: 0 for more slots back than were written; the slot to start from does not matter.
     if (!m_full && back > m_pos) {
         return 0;
     }
@@ -200,7 +207,7 @@ int CircularBuffer<T>::SeekRelative(int from, int back) const
     if (distance >= 0) {
         return static_cast<int>(distance);
     }
-    // Required: wraps at size - 1, so a step back across slot 0 lands one slot further back.
+    // Required: the ring wraps at size - 1: a step back across slot 0 lands one slot further back.
     return static_cast<int>(distance + m_size - 1);
 }
 

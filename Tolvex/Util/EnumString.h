@@ -80,6 +80,7 @@ template <typename Derived, typename Enum>
 void EnumStringBase<Derived, Enum>::RegisterEnumerator(Enum value, const std::string& text)
 {
     const std::lock_guard lock(EnumStringMutex());
+    // Required: a text that is there already keeps its first value.
     GetMap().emplace(text, value);
 }
 

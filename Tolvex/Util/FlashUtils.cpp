@@ -21,7 +21,7 @@ public:
     {
         const NoCancellation scope;
         if (stream != nullptr) {
-            pclose(stream);  // The exit status is of no interest.
+            pclose(stream);  // Required: the exit status is ignored.
         }
     }
 
@@ -49,6 +49,7 @@ std::string ExecCmd_Pipe(const char* command)
     // Required: a read error, an interruption by a signal included, ends the text like its end.
     char piece[200];
     while (output.ReadPiece(piece)) {
+        // Required: a NUL hides the rest of its line, or of its 199 characters.
         text += piece;
     }
     return text;
@@ -62,6 +63,7 @@ int ExecCmd_System(const char* command)
 
 int WriteFlashConfigFile()
 {
+    // Required text: the runs of blanks are part of the line.
     return ExecCmd_System("echo \"/dev/mtd1   0x00000 0x2000  0x1000  2\" > /etc/fw_env.config");
 }
 
@@ -69,13 +71,15 @@ int ReadFlashVar(const char* name, std::string& value)
 {
     const std::string command = std::string("/sbin/fw_printenv -n ") + TextOrEmpty(name);
 
-    // Required: the tool runs twice; the first run tells whether the variable exists.
+    // Required: the tool runs twice; the first run tells whether the variable exists, and shows it
+    // on standard output.
     if (ExecCmd_System(command.c_str()) != 0) {
         return -1;
     }
+    // Required: what is read is added to what value holds.
     value += ExecCmd_Pipe(command.c_str());
 
-    // Required: from the whole of value, what it held before included.
+    // Required: line ends go from the whole of value, what it held before included.
     std::erase(value, '\r');
     std::erase(value, '\n');
     return 0;

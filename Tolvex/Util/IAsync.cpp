@@ -11,11 +11,11 @@ IAsync::IAsync(const std::chrono::milliseconds& waitingTime, std::function<void(
                void* context)
     : delay(waitingTime), userData(context)
 {
-    // Required: copied into place, so the creator's functor is copied, never moved from.
+    // Required: the creator's functor is copied into place, never moved from.
     callback = work;  // NOLINT(performance-unnecessary-value-param)
 
     pthread_t thread = 0;
-    // Required: a failure is silent; the object then stays alive without a thread.
+    // Required: a thread that cannot be created is silent; the object stays alive without it.
     StartDetachedThread(thread, nullptr, RunThread, this);
 }
 
@@ -26,6 +26,7 @@ void* IAsync::RunThread(void* self)
     // The callback usually deletes the object; called from here, it outlives that, captures and
     // all.
     const std::function<void(IAsync*)> work = std::move(async->callback);
+    // Required: an empty callback throws here, which ends the process.
     work(async);
     // Nothing may touch the object from here on.
     return nullptr;

@@ -104,6 +104,7 @@ void SwitchInterface(const char* name, bool up)
     ifreq request = RequestFor(name);
     interfaces.Send(SIOCGIFFLAGS, request, "Failed to get flags (2), ");
 
+    // Required text: a comma stands behind "(2)" and none behind "(1)".
     constexpr int upFlags = IFF_UP | IFF_RUNNING;
     const int flags = up ? request.ifr_flags | upFlags : request.ifr_flags & ~upFlags;
     request.ifr_flags = static_cast<short>(flags);
@@ -115,12 +116,12 @@ void SwitchInterface(const char* name, bool up)
 class InterfaceList
 {
 public:
-    /// A failure leaves the list empty.
     InterfaceList()
     {
         // It may be cancelled while it asks the kernel, which its declaration denies: without this
         // a cancellation in it would end the process.
         const NoCancellation scope;
+        // Required: a failure to list is ignored; there is then no interface.
         static_cast<void>(getifaddrs(&first));
     }
 
@@ -138,6 +139,7 @@ public:
     {
         for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
             const char* name = TextOrEmpty(entry->ifa_name);
+            // Required: the beginning of a name is enough, and an empty text finds any interface.
             if (std::strncmp(name, text, std::strlen(text)) == 0) {
                 return true;
             }
@@ -174,7 +176,7 @@ bool CheckIfNetInterfaceIsPresent(const char* name)
     if (InterfaceList().HasNameThatBeginsWith(TextOrEmpty(name))) {
         return true;
     }
-    // Required: on standard output, not in the log, and without the name.
+    // Required: the message goes to standard output, not to the log, and lacks the name.
     std::puts("[NET] is not present");
     return false;
 }
@@ -183,6 +185,7 @@ int SetAddressOfNetInterfaceUsingSocket(const char* name, const char* ip, const 
 {
     errno = 0;
     const char* interfaceName = TextOrEmpty(name);
+    // Required: a failure is thrown, not logged, unlike that of the status.
     InterfaceSocket interfaces;
 
     ifreq request = RequestFor(interfaceName, TextOrEmpty(ip), "Failed to format IP address, ");
@@ -203,7 +206,7 @@ int SetStatusOfNetInterfaceUsingSocket(int status, const char* name)
         LogLine(LogType::Info, LogModule::WNET)
             << "[NET] Try set status " << status << " of net interface [" << interfaceName << "]";
 
-        // Required: 1 alone means up.
+        // Required: 1 alone means up; 2 is down as 0 is.
         SwitchInterface(interfaceName, status == 1);
         return 0;
     } catch (const std::exception& failure) {

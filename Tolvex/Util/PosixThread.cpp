@@ -17,7 +17,8 @@ int StartDetachedThread(pthread_t& handle, const char* name, void* (*entry)(void
     handle = created;
     // Named before it is detached: a detached thread may be gone, and its handle with it.
     if (name != nullptr && *name != '\0') {
-        pthread_setname_np(created, name);  // Best effort: an over-long name leaves the default.
+        // Required: a name of more than 15 characters is refused in silence and leaves none.
+        pthread_setname_np(created, name);
     }
     pthread_detach(created);
     return 0;

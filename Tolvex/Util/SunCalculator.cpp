@@ -11,7 +11,7 @@ namespace Tolvex::Util {
 
 namespace {
 
-// Required: single precision, which shifts results by well under a second.
+// Required: pi and 2 pi in single precision, which shifts results by well under a second.
 constexpr double singlePi = static_cast<double>(std::numbers::pi_v<float>);
 constexpr double singleTau = static_cast<double>(2.0F * std::numbers::pi_v<float>);
 
@@ -39,7 +39,7 @@ std::time_t SunCalculator::FromJulian(double julianDate) const
 {
     const double seconds = (julianDate + 0.5 - J1970) * dayMs / 1000.0;
 
-    // Required: the nearest whole second within the representation error; the rest is truncated.
+    // Required: truncated, but for what is a whole second within the representation error.
     const double wholeSeconds = std::round(seconds);
     const bool isWhole = std::abs(seconds - wholeSeconds) <= representationErrorSeconds;
 

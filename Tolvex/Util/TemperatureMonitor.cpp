@@ -106,6 +106,7 @@ TemperatureMonitor::TemperatureMonitor() : gate(std::make_shared<Gate>())
             shared->monitor->Tick(source);
         }
     };
+    // Required: a timer that cannot be made is not reported; the first value then stays for ever.
     timer = new Timer(refreshMilliseconds, refresh, nullptr, refreshStackBytes);
 }
 
@@ -126,6 +127,8 @@ int TemperatureMonitor::ReadTemperature()
 {
     const NoCancellation scope;  // Loggers come here on threads that may be cancelled.
     char text[3] = {};
+    // Required: the temperature of the last good read stays when a read fails.
+    // Instead: GetTemperatureAvailable() tells.
     if (!ReadFirstCharacters(text)) {
         StoreShared(available, false);
         return GetTemperature();

@@ -76,6 +76,7 @@ Tick::~Tick()
 
 void Tick::Run()
 {
+    // Required: the count falls behind by what each pass takes besides its sleep of a second.
     SleepFor(tickPeriod);
     StoreShared(tickCount, LoadShared(tickCount) + 1);
 }

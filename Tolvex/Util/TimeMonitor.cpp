@@ -12,7 +12,7 @@ using Ilog::Logger;
 
 constexpr double secondsPerNanosecond = 1e-9;
 
-/// Difference in 32 bits, whatever the width of the clock's members; wraps.
+/// Required: the difference has 32 bits, whatever the width of the clock's members, and wraps.
 template <typename Count>
 double Difference(Count later, Count earlier)
 {
@@ -31,12 +31,14 @@ TimeMonitor::TimeMonitor(bool start)
 
 bool TimeMonitor::StartTimer()
 {
-    // Required: "> 0", never true for clock_gettime(); callers get false even on success.
+    // Required: false also on success: "> 0" is never true for clock_gettime().
     return clock_gettime(CLOCK_REALTIME, &startInstant) > 0;
 }
 
 double TimeMonitor::GetElapsedTime()
 {
+    // Required: time is told by the wall clock, which may be set meanwhile; 0 when it cannot be
+    // read. Instead: Tick, for whole seconds.
     if (clock_gettime(CLOCK_REALTIME, &lastReading) != 0) {
         return 0.0;
     }
@@ -49,8 +51,9 @@ void TimeMonitor::ShowElapsedTime(std::string name)
 {
     Logger& logger = *Logger::GetInstance();
     logger.WriteHeader(Ilog::LogType::Info);
+    // Required: no module tag in this line, and no unit behind the number.
     logger << "Time elapsed [" << name << "] => ";
-    // Required: read only now, so the measured time includes the composition up to here.
+    // Required: the clock is read only now, so the time includes the composition up to here.
     logger << GetElapsedTime() << std::endl;
 }
 

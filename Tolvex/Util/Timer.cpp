@@ -18,7 +18,7 @@ void PrepareAttributes(pthread_attr_t& attributes, int stackSize)
 {
     pthread_attr_init(&attributes);
     if (stackSize > 0) {
-        // Required: a refusal is silent and leaves the default size.
+        // Required: a stack size that is refused is silent and leaves the default.
         pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(stackSize));
     }
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
@@ -116,12 +116,13 @@ bool Timer::Remove()
     }
 
     if (timer_delete(timerId) != 0) {
-        // Required: goes to standard output, past the logger, and leaves the error text alone.
+        // Required: the message goes to standard output, past the logger, and the error text stays.
         std::cout << "Unable to delete timer .... !!!!!" << std::endl;
         return false;
     }
     timerId = nullptr;
     // Required: the value goes with the id, so a timer created anew expires without effect.
+    // Instead: a new Timer.
     notification.sigev_value.sival_ptr = nullptr;
     LiveTimers::Get().Disarm(this);
     return true;
@@ -140,6 +141,7 @@ void Timer::CB(sigval value)
         share = timer->callback;
     }
     if (share != nullptr) {
+        // Required: an empty callback throws here, which ends the process.
         (*share)(timer);
     }
 }

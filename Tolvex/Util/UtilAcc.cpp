@@ -33,10 +33,11 @@ float AccNativeToFloat(unsigned char raw, unsigned char range)
 
 std::int8_t AccFloatToNative(float acceleration, unsigned char range)
 {
-    // Required: the exact factor, unlike AccNativeToFloat(), and in single precision.
+    // Required: scaled by the exact factor, unlike AccNativeToFloat(), in single precision, and
+    // cut.
     const float counts = Quotient(acceleration * static_cast<float>(fullScale), range);
 
-    // Required: the low 8 bits, so accelerations beyond the range wrap around.
+    // Required: accelerations beyond the range wrap around: the low 8 bits count.
     return static_cast<std::int8_t>(Util::SaturateToInt32(static_cast<double>(counts)));
 }
 

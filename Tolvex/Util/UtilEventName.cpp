@@ -8,7 +8,8 @@
 namespace Tolvex::Util {
 namespace {
 
-// Where the fields of two characters begin in a name with a prefix of 12.
+// Where the fields of two characters begin.
+// Required: the prefix has 12 characters, whatever they are.
 constexpr std::size_t dayPosition = 12;
 constexpr std::size_t monthPosition = 14;
 constexpr std::size_t yearPosition = 16;
@@ -18,6 +19,7 @@ constexpr std::size_t minutePosition = 20;
 /// The position is at most the name's length; what is missing there reads as 0.
 int ReadField(const std::string& name, std::size_t position)
 {
+    // Required: a field that is no number is not refused; it is 0.
     const std::string field = name.substr(position, 2);
     return static_cast<int>(std::strtol(field.c_str(), nullptr, 10));
 }
@@ -37,6 +39,7 @@ std::string BuildEventFileName(const std::string& prefix, const time_t& t,
 
 bool GetEventTimeFromFileName(const std::string& name, time_t& t)
 {
+    // Required: a name that ends right behind the hour is read, with minute 0.
     if (name.size() < minutePosition) {
         return false;
     }

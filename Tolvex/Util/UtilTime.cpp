@@ -60,6 +60,7 @@ std::string Format(const tm& local, const std::string& format)
 time_t Str2Time(const std::string& text)
 {
     // Required: the caller's own characters are changed, const or not.
+    // Instead: Str2Time() of a copy that nobody else reads.
     char* rest = const_cast<char*>(text.c_str());
 
     std::array<int, 6> numbers{};
@@ -73,6 +74,7 @@ time_t Str2Time(const std::string& text)
         rest = nullptr;
     }
 
+    // Required: nothing is checked; what is no number is 0, and what is out of range carries over.
     tm local{};
     local.tm_year = numbers[0] - firstYearOfTm;
     local.tm_mon = numbers[1] - 1;
@@ -86,6 +88,7 @@ time_t Str2Time(const std::string& text)
 
 int DayDiff(const time_t& from, const time_t& to)
 {
+    // Required: a day has 86400 seconds, so a calendar day of 23 hours is none.
     return SaturateToInt32(std::difftime(to, from) / secondsPerDay);
 }
 
@@ -95,7 +98,7 @@ bool IsValidDate(const time_t& t)
     if (localtime_r(&t, &local) == nullptr) {
         return false;
     }
-    // Required: 2018 to 2025 and no other year, today's included.
+    // Required: 2018 to 2025 are valid and no other year, not even today's.
     constexpr unsigned firstYear = 2018 - firstYearOfTm;
     constexpr unsigned years = 8;
     return static_cast<unsigned>(local.tm_year) - firstYear < years;
@@ -123,6 +126,7 @@ time_t GetDateTime(const time_t& date, const time_t& time)
 std::string Date(const time_t& t, std::string format)
 {
     if (format.empty()) {
+        // Required text: no blank stands behind the comma.
         format = "%a,%d %b %y %T%z";
     }
 

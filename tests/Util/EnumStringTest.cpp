@@ -51,6 +51,7 @@ std::string TextOf(int value)
     return Modules::From(static_cast<LogModule>(value));
 }
 
+// Holds: Types/LogModule.cpp: the mixed case
 TEST(EnumStringTest, ElevenModulesHaveTheirTexts)
 {
     const std::vector<std::string> expected = {"Ithread", "Iaq",   "FaceRec",      "Sdw",
@@ -74,6 +75,7 @@ TEST(EnumStringTest, ValueWithoutATextGivesTheEmptyString)
               &Modules::From(static_cast<LogModule>(99)));
 }
 
+// Holds: Util/EnumString.h: a text that is there already
 TEST(EnumStringTest, TextThatIsThereAlreadyKeepsItsFirstValue)
 {
     const ChildResult child = RunInChild([] {
@@ -85,6 +87,7 @@ TEST(EnumStringTest, TextThatIsThereAlreadyKeepsItsFirstValue)
     EXPECT_TRUE(child.Succeeded()) << child.output;
 }
 
+// Holds: Util/EnumString.h: a value with more than one text
 TEST(EnumStringTest, ValueWithTwoTextsIsAmbiguousAndGivesTheEmptyString)
 {
     const ChildResult child = RunInChild([] {

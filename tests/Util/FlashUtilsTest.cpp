@@ -164,6 +164,7 @@ TEST(ExecCmdPipeTest, CommandThatCannotBeStartedGivesAnEmptyText)
     EXPECT_EQ(openStreams, 0);
 }
 
+// Holds: Util/FlashUtils.cpp: the exit status is ignored
 TEST(ExecCmdPipeTest, ExitStatusIsIgnored)
 {
     EXPECT_EQ(ExecCmd_Pipe("echo kept; exit 3"), "kept\n");
@@ -175,12 +176,14 @@ TEST(ExecCmdPipeTest, StandardErrorIsNotCollected)
     EXPECT_EQ(ExecCmd_Pipe("exec 2>/dev/null; echo wrong >&2; echo right"), "right\n");
 }
 
+// Holds: Util/FlashUtils.cpp: a NUL hides the rest
 TEST(ExecCmdPipeTest, TextBehindANulIsLostUpToTheEndOfTheLine)
 {
     EXPECT_EQ(ExecCmd_Pipe(R"(printf 'ab\000cd\nef\n')"), "abef\n");
     EXPECT_EQ(ExecCmd_Pipe(R"(printf '\000')"), "");
 }
 
+// Holds: Util/FlashUtils.cpp: a NUL hides the rest
 TEST(ExecCmdPipeTest, TextBehindANulIsLostUpToTheEndOfAPieceOf199Characters)
 {
     const std::string lost = Line(197);  // with the letter and the NUL before it: one piece
@@ -232,6 +235,7 @@ TEST(ExecCmdPipeTest, ExhaustedMemoryLeavesNeitherStreamNorProcess)
 
 void DoNothing(int) {}
 
+// Holds: Util/FlashUtils.cpp: a read error, an interruption by a signal included
 TEST(ExecCmdPipeTest, SignalThatInterruptsTheReadingEndsTheText)
 {
     const ChildResult child = RunInChild([] {
@@ -446,6 +450,7 @@ TEST(ExecCmdSystemTest, NullCommandIsAnEmptyOne)
 
 // ------------------------------------------------------------------------------- flash variables
 
+// Holds: Util/FlashUtils.cpp: the runs of blanks
 TEST(FlashUtilsTest, ConfigFileIsWrittenByThisVeryCommand)
 {
     Recording recording;
@@ -457,6 +462,7 @@ TEST(FlashUtilsTest, ConfigFileIsWrittenByThisVeryCommand)
               Calls{"system: echo \"/dev/mtd1   0x00000 0x2000  0x1000  2\" > /etc/fw_env.config"});
 }
 
+// Holds: Util/FlashUtils.cpp: the tool runs twice
 TEST(FlashUtilsTest, ReadRunsTheToolTwice)
 {
     Recording recording;
@@ -485,6 +491,7 @@ TEST(FlashUtilsTest, ReadThatFailsLeavesTheValueUntouchedAndRunsTheToolOnce)
     }
 }
 
+// Holds: Util/FlashUtils.cpp: what is read is added
 TEST(FlashUtilsTest, ReadAppendsToWhatTheValueHolds)
 {
     Recording recording;
@@ -496,6 +503,7 @@ TEST(FlashUtilsTest, ReadAppendsToWhatTheValueHolds)
     EXPECT_EQ(value, "x1");
 }
 
+// Holds: Util/FlashUtils.cpp: line ends go from the whole of value
 TEST(FlashUtilsTest, ReadRemovesLineEndsFromTheWholeOfTheValue)
 {
     Recording recording;
@@ -530,6 +538,7 @@ TEST(FlashUtilsTest, ReadTakesANameThatLiesInTheValue)
     EXPECT_EQ(recording.calls.back(), "popen: /sbin/fw_printenv -n name");
 }
 
+// Holds: Util/FlashUtils.cpp: nothing in name or value is quoted
 TEST(FlashUtilsTest, NameAndValueAreNeitherQuotedNorEscaped)
 {
     Recording recording;

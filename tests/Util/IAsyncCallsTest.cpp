@@ -192,6 +192,7 @@ TEST_F(IAsyncCallsTest, DelayIsSleptInPiecesOnlyWhereTheClockHas32Bits)
 }
 
 // Destroying the attribute object would stand in the record.
+// Holds: Util/PosixThread.cpp: the attribute object is not destroyed
 TEST_F(IAsyncCallsTest,
        ThreadIsCreatedJoinableWithHalfAMegabyteOfStackThenDetachedAndItsAttributesStay)
 {
@@ -212,6 +213,7 @@ TEST_F(IAsyncCallsTest, RunThreadCallsTheCallbackOnceAndReturnsNull)
     delete async;
 }
 
+// Holds: Util/IAsync.cpp: a thread that cannot be created is silent
 TEST_F(IAsyncCallsTest, FailedCreationIsSilentAndTheCallbackNeverRuns)
 {
     creationError = EAGAIN;
@@ -255,6 +257,7 @@ private:
     std::shared_ptr<int> copies;
 };
 
+// Holds: Util/IAsync.cpp: the creator's functor is copied
 TEST_F(IAsyncCallsTest, CallbackIsCopiedIntoPlaceThoughItCouldBeMoved)
 {
     creationError = EAGAIN;

@@ -223,6 +223,7 @@ TEST(IAsyncTest, CallbackMayEndItsThreadAndItsCapturesAreReleased)
     EXPECT_TRUE(watch.expired());
 }
 
+// Holds: Util/IAsync.cpp: an empty callback throws here
 TEST(IAsyncDeathTest, EmptyCallbackEndsTheProcess)
 {
     EXPECT_DEATH(

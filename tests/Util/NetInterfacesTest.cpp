@@ -177,6 +177,8 @@ TEST_F(NetInterfacesTest, AnyOtherStatusSwitchesDown)
     });
 }
 
+// Holds: Util/NetUtils.cpp: a comma stands behind "(2)"
+// Holds: Util/NetUtils.cpp: a failure is logged, not thrown
 TEST_F(NetInterfacesTest, MissingInterfaceIsLoggedWithTheSystemsText)
 {
     RunOnNetwork([] {
@@ -203,6 +205,7 @@ TEST_F(NetInterfacesTest, NullNameIsAnEmptyOneThatNoInterfaceHas)
     });
 }
 
+// Holds: Util/NetUtils.cpp: a comma stands behind "(2)"
 TEST_F(NetInterfacesTest, StatusWithoutRightsIsLoggedWithTheSystemsText)
 {
     RunOnNetwork([] {
@@ -308,6 +311,7 @@ TEST_F(NetInterfacesTest, NetmaskThatIsNoDottedQuadSetsZero)
     });
 }
 
+// Holds: Util/NetUtils.cpp: a failure is thrown, not logged
 TEST_F(NetInterfacesTest, AddressOfAMissingInterfaceIsThrownAndNotLogged)
 {
     RunOnNetwork([] {
@@ -378,6 +382,7 @@ TEST_F(NetInterfacesTest, InterfaceIsPresentByTheBeginningOfItsName)
     });
 }
 
+// Holds: Util/NetUtils.cpp: the message goes to standard output
 TEST_F(NetInterfacesTest, AbsentInterfaceIsReportedOnStandardOutputAndNotInTheLog)
 {
     const ChildResult child = RunInChild([] {

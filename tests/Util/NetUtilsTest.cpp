@@ -249,6 +249,7 @@ private:
     std::vector<ifaddrs> entries;
 };
 
+// Holds: Util/NetUtils.cpp: the beginning of a name is enough
 TEST(NetInterfacePresenceTest, BeginningOfANameIsEnough)
 {
     InterfaceEntries entries({"lo", "wlan0", "eth0", "eth0"});
@@ -277,6 +278,7 @@ TEST(NetInterfacePresenceTest, LongerOrOtherNameIsNotPresent)
     }
 }
 
+// Holds: Util/NetUtils.cpp: the beginning of a name is enough
 TEST(NetInterfacePresenceTest, EmptyNameFindsAnyInterface)
 {
     InterfaceEntries entries({"lo"});
@@ -306,6 +308,7 @@ TEST(NetInterfacePresenceTest, SystemWithoutInterfacesHasNotEvenTheEmptyName)
     EXPECT_EQ(recording.listCalls, (Texts{"get", "puts: [NET] is not present"}));
 }
 
+// Holds: Util/NetUtils.cpp: a failure to list is ignored
 TEST(NetInterfacePresenceTest, FailureToListIsIgnoredAndFindsNothing)
 {
     Recording recording;
@@ -362,6 +365,7 @@ TEST(NetInterfaceAddressTest, BytesThatARequestDoesNotUseAreZero)
     EXPECT_EQ(std::bit_cast<Bytes>(recording.requests[1].content), std::bit_cast<Bytes>(expected));
 }
 
+// Holds: Util/NetUtils.cpp: 16 characters leave the name without a terminator
 TEST(NetInterfaceAddressTest, NameOfSixteenCharactersIsLeftWithoutATerminator)
 {
     for (const char* name :
@@ -377,6 +381,7 @@ TEST(NetInterfaceAddressTest, NameOfSixteenCharactersIsLeftWithoutATerminator)
     }
 }
 
+// Holds: Util/NetUtils.cpp: only a negative result is a failure
 TEST(NetInterfaceAddressTest, TextThatIsNoDottedQuadSetsZeroRatherThanFailing)
 {
     for (const char* text : {"abc", "", "10.1.2", "10.1.2.3.4", "10.1.2.256", "::1", " 10.1.2.3"}) {
@@ -467,6 +472,7 @@ TEST(NetInterfaceAddressTest, ErrorNumberOfAnEarlierCallDoesNotGetIntoTheText)
     EXPECT_EQ(TextThrown("eth0", "10.1.2.3", "255.0.0.0"), "Failed to set socket Success");
 }
 
+// Holds: Util/NetUtils.cpp: descriptor 0 stays open on failure
 TEST(NetInterfaceAddressTest, DescriptorZeroStaysOpenOnFailureAndIsClosedOnSuccess)
 {
     Recording recording;
@@ -506,6 +512,7 @@ TEST(NetInterfaceStatusTest, StatusOneAddsTheTwoFlagsToThoseOfTheInterface)
     EXPECT_EQ(recording.closed, std::vector<int>{socketNumber});
 }
 
+// Holds: Util/NetUtils.cpp: 1 alone means up
 TEST(NetInterfaceStatusTest, AnyStatusButOneClearsTheTwoFlags)
 {
     for (const int status : {0, 2, -1, 257, INT_MAX, INT_MIN}) {
@@ -520,6 +527,7 @@ TEST(NetInterfaceStatusTest, AnyStatusButOneClearsTheTwoFlags)
     }
 }
 
+// Holds: Util/NetUtils.cpp: a failure is logged, not thrown
 TEST(NetInterfaceStatusTest, FailureIsAResultAndClosesTheSocket)
 {
     for (const unsigned long code : {0UL + SIOCGIFFLAGS, 0UL + SIOCSIFFLAGS}) {
@@ -568,6 +576,7 @@ TEST(NetInterfaceStatusTest, SocketThatCannotBeOpenedIsLoggedWithTheSystemsText)
     EXPECT_NE(failure, std::string::npos) << child.output;
 }
 
+// Holds: Util/NetUtils.cpp: descriptor 0 stays open on failure
 TEST(NetInterfaceStatusTest, DescriptorZeroStaysOpenOnFailureAndIsClosedOnSuccess)
 {
     Recording recording;
@@ -593,6 +602,7 @@ TEST(NetInterfaceStatusTest, ErrorNumberOfAnEarlierCallIsCleared)
     EXPECT_EQ(recording.errnoAtSocket, 0);
 }
 
+// Holds: Util/NetUtils.cpp: 16 characters leave the name without a terminator
 TEST(NetInterfaceStatusTest, NameOfSixteenCharactersIsLeftWithoutATerminator)
 {
     Recording recording;

@@ -72,6 +72,7 @@ TEST_F(TemperatureMonitorTest, DirectoryInPlaceOfTheZoneIsUnavailable)
     EXPECT_EQ(monitor.GetTemperature(), 0);
 }
 
+// Holds: Util/TemperatureMonitor.cpp: the temperature of the last good read
 TEST_F(TemperatureMonitorTest, EmptyZoneIsUnavailableAndLeavesTheTemperature)
 {
     ThermalZone::Write("47250\n");
@@ -84,6 +85,7 @@ TEST_F(TemperatureMonitorTest, EmptyZoneIsUnavailableAndLeavesTheTemperature)
     EXPECT_EQ(monitor.GetTemperature(), 47);
 }
 
+// Holds: Util/TemperatureMonitor.cpp: the temperature of the last good read
 TEST_F(TemperatureMonitorTest, ZoneRemovedBetweenReadsIsUnavailableAndLeavesTheTemperature)
 {
     ThermalZone::Write("63000\n");
@@ -243,6 +245,7 @@ TEST_F(TemperatureMonitorTest, ReadsLeaveNoDescriptorOpen)
     EXPECT_EQ(CountDescriptors(), descriptors);
 }
 
+// Holds: Util/TemperatureMonitor.cpp: a timer that cannot be made is not reported
 TEST_F(TemperatureMonitorTest, WithoutItsTimerTheMonitorKeepsItsFirstValue)
 {
     const ChildResult result = RunInChild([] {
@@ -275,7 +278,7 @@ class ZoneTextTest : public TemperatureMonitorTest, public ::testing::WithParamI
 {
 };
 
-// Required: two characters of a number of thousandths, right from 10 to 99 degrees only.
+// Holds: Util/TemperatureMonitor.cpp: two characters of a number of thousandths
 TEST_P(ZoneTextTest, GivesTheNumberInItsFirstTwoCharacters)
 {
     ThermalZone::Write(GetParam().text);

@@ -160,7 +160,7 @@ TEST_F(TimerTest, ExpiriesAreAskedForOnThreadsOfTheGivenStackThatGetTheTimer)
     EXPECT_EQ(calls.created[0].detachState, PTHREAD_CREATE_DETACHED);
 }
 
-// Required: the attribute object is not destroyed. It holds no memory of its own.
+// Holds: Util/Timer.cpp: the attribute object is not destroyed
 TEST_F(TimerTest, TheAttributeObjectIsNotDestroyed)
 {
 #if defined(__SANITIZE_THREAD__)
@@ -177,7 +177,7 @@ class RefusedStackTest : public TimerTest, public ::testing::WithParamInterface<
 {
 };
 
-// Required: a refusal is silent and leaves the default size.
+// Holds: Util/Timer.cpp: a stack size that is refused
 TEST_P(RefusedStackTest, LeavesTheDefaultSizeWithoutAWord)
 {
     pthread_attr_t attributes;
@@ -213,7 +213,7 @@ TEST_P(AcceptedStackTest, IsAskedForToTheByte)
 INSTANTIATE_TEST_SUITE_P(Sizes, AcceptedStackTest,
                          ::testing::Values(stackBytes, 20001, 524288, INT_MAX));
 
-// Required: the results are not checked; a failure stays in the error text.
+// Holds: Util/Timer.cpp: the results are not checked
 TEST_F(TimerTest, FailureToArmInTheConstructorIsLeftInTheText)
 {
     Timer timer(-5, DoNothing, nullptr, stackBytes);
@@ -385,8 +385,8 @@ TEST_F(TimerTest, RemoveLeavesTheErrorTextAlone)
     EXPECT_EQ(timer.GetErrorText(), ErrorText("SetTime", "Set timer error"));
 }
 
-// Required: goes to standard output, past the logger, and leaves the error text alone.
 // A child process has the object but not the timer, so the system refuses to delete it.
+// Holds: Util/Timer.cpp: the message goes to standard output
 TEST_F(TimerTest, RemoveThatFailsSaysSoOnStandardOutputAndLeavesTheErrorTextAlone)
 {
     auto* const timer = new Timer(never, DoNothing, nullptr, stackBytes);
@@ -514,7 +514,7 @@ TEST_F(TimerTest, CreateAfterTheConstructorDoesNotUseItsAttributes)
     EXPECT_FALSE(calls.created[1].hasAttributes);
 }
 
-// Required: the value goes with the id, so a timer created anew expires without effect.
+// Holds: Util/Timer.cpp: the value goes with the id
 TEST_F(TimerTest, CreateAfterRemoveMakesATimerWhoseExpiriesDoNothing)
 {
     Timer timer(never, DoNothing, nullptr, stackBytes);
@@ -602,6 +602,7 @@ TEST_F(TimerTest, ExpiryWithoutATimerIsIgnored)
     EXPECT_NO_THROW(Expire(nullptr));
 }
 
+// Holds: Util/Timer.cpp: an empty callback throws here
 TEST_F(TimerTest, ExpiryOfAnEmptyCallbackThrowsBadFunctionCall)
 {
     Timer placeHolder;
