@@ -9,6 +9,15 @@ tools_of() {
     case "$1" in armhf) echo arm-linux-gnueabihf- ;; arm64) echo aarch64-linux-gnu- ;; esac
 }
 
+# set_up ARCHITECTURE: installs what its build needs.
+set_up() {
+    case "$1" in
+    x86_64) "$root/scripts/setup" build test ;;
+    armhf) "$root/scripts/setup" build test arm ;;
+    arm64) "$root/scripts/setup" build arm64 ;;
+    esac
+}
+
 # build_library ARCHITECTURE [target]...: builds the library, or these targets, in its preset.
 build_library() {
     local preset

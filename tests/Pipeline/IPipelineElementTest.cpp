@@ -36,13 +36,6 @@ public:
     void Close() override {}
 };
 
-/// What an object with a virtual table and a ring needs, and no byte more.
-struct TableAndRing
-{
-    void* table;
-    Ring ring;
-};
-
 template <typename T>
 concept OffersReleaseCallback = requires(T& ring)
 {
@@ -52,7 +45,6 @@ concept OffersReleaseCallback = requires(T& ring)
 static_assert(OffersReleaseCallback<Ring> && !OffersReleaseCallback<Stage>);
 static_assert(std::is_abstract_v<IPipelineElement>);
 static_assert(std::has_virtual_destructor_v<IPipelineElement>);
-static_assert(sizeof(IPipelineElement) == sizeof(TableAndRing));
 static_assert(!std::is_copy_constructible_v<Stage>);
 static_assert(!std::is_convertible_v<int, Stage>);
 static_assert(std::has_virtual_destructor_v<IPipelineCbElement>);

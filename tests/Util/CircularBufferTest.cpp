@@ -21,20 +21,6 @@ using Number = std::shared_ptr<int>;
 constexpr int lowest = std::numeric_limits<int>::min();
 constexpr int highest = std::numeric_limits<int>::max();
 
-/// The members of a ring in their order, and no byte more.
-struct Members
-{
-    virtual ~Members() = default;
-    std::vector<Number>* buffer;
-    int size;
-    int position;
-    bool unallocSet;
-    bool full;
-    bool dataAvailable;
-    std::function<void(Number&)> unallocCallback;
-};
-
-static_assert(sizeof(CircularBuffer<Number>) == sizeof(Members));
 static_assert(std::has_virtual_destructor_v<CircularBuffer<int>>);
 static_assert(!std::is_copy_constructible_v<CircularBuffer<int>>);
 static_assert(!std::is_copy_assignable_v<CircularBuffer<int>>);

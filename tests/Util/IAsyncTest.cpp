@@ -23,16 +23,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto hangLimit = 30s;
 
-/// What an object with a delay, a callback and user data needs, and no byte more.
-struct Fields
-{
-    std::chrono::milliseconds delay;
-    std::function<void(IAsync*)> callback;
-    void* userData;
-};
-
 static_assert(!std::is_polymorphic_v<IAsync>);
-static_assert(sizeof(IAsync) == sizeof(Fields));
 static_assert(!std::is_copy_constructible_v<IAsync>);
 static_assert(!std::is_copy_assignable_v<IAsync>);
 static_assert(std::is_same_v<decltype(&IAsync::RunThread), void* (*)(void*)>);
