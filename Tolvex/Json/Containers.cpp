@@ -37,16 +37,18 @@ Array& Array::operator=(Array&& other) noexcept
 void Array::push_back(const Value& value)
 {
     elements.push_back(value);
+    Access::PlaceInContainer(elements.back());
 }
 
 void Array::push_back(Value&& value)
 {
     elements.push_back(std::move(value));
+    Access::PlaceInContainer(elements.back());
 }
 
 void Array::insert(unsigned int index, const Value& value)
 {
-    elements.push_back(value);
+    push_back(value);
     if (index + 1 == size()) {
         return;
     }
@@ -158,12 +160,12 @@ int Object::HasKeys(const char** keys, int count) const
 
 Value& Object::operator[](const std::string& key)
 {
-    return members[key];
+    return Access::Place(members[key], CurrentEmbeddings());
 }
 
 Value& Object::operator[](const char* key)
 {
-    return members[key];
+    return Access::Place(members[key], CurrentEmbeddings());
 }
 
 const Value& Object::operator[](const std::string& key) const

@@ -303,13 +303,14 @@ public:
     /// @param other  May be inside this value, or this value inside it.
     /// @return this value.
     Value& operator=(const Value& other);
-    /// The same, taking the representation over in constant time. Allocates only when this value is
-    /// found inside the source: then the source is copied and keeps what it holds.
+    /// The same, taking the representation over. Allocates only when this value is inside the
+    /// source: then the source is copied and keeps what it holds.
     ///
+    /// Takes constant time, except into an element or member: for one of these the source is
+    /// searched first, in time linear in the number of values in it. That, again, is spared for a
+    /// member which `object["key"]` has just added to an Object.
     /// @param other  Left as a move leaves it: see Value(Value&&).
     /// @return this value.
-    /// @note The search for that ends after a few hundred values. Do not move a larger document
-    /// into a place deep inside itself.
     Value& operator=(Value&& other);  // NOLINT(performance-noexcept-move-constructor): may copy
 
     /// @return which representation is meaningful.
@@ -416,6 +417,7 @@ private:
     ValueType mValueType = NullVal;
     std::int32_t mIntVal = 0;
     float mFloatVal = 0.0F;
+    std::uint32_t place = 0;  ///< what is known about where this value stands; see Access
     double mDoubleVal = 0.0;
     std::string mStringVal;
     Object mObjectVal;

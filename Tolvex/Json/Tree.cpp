@@ -1,6 +1,8 @@
 #include "Tolvex/Json/Tree.h"
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <functional>
 
@@ -26,9 +28,9 @@ struct CopyFrame
     Value& Add()
     {
         if (elements != nullptr) {
-            return elements->emplace_back();
+            return Access::PlaceInContainer(elements->emplace_back());
         }
-        return members->try_emplace(members->end(), rest.Key())->second;
+        return Access::PlaceInContainer(members->try_emplace(members->end(), rest.Key())->second);
     }
 
     Cursor rest;
@@ -122,10 +124,6 @@ void ReleaseMembersOf(Value& value, ReleaseStack& stack)
     }
 }
 
-/// How far FindsInside() looks.
-constexpr std::size_t searchedValues = 256;
-constexpr std::size_t searchedContainers = 64;
-
 /// Whether an array holds the value as an element, decided by its address alone.
 bool HasElementAt(const std::vector<Value>& elements, const Value* address)
 {
@@ -134,51 +132,103 @@ bool HasElementAt(const std::vector<Value>& elements, const Value* address)
            before(address, elements.data() + elements.size());
 }
 
-/// A search through a tree that ends after a constant amount of work.
-class BoundedSearch
+/// Values that are still to be searched. As in ReleaseStack, the links stand in the values; but
+/// here in those numbers that follow from another, or mean nothing, and are made anew afterwards.
+class SearchStack
 {
 public:
-    explicit BoundedSearch(const Value& wanted) : searched(&wanted) {}
-
-    bool FindIn(const Value& tree)
+    void Push(Value& value)
     {
-        Note(tree);
-        while (!found && pendingCount > 0 && valuesLeft > 0) {
-            Expand(*pending[--pendingCount]);
+        SetLink(value, top);
+        top = &value;
+    }
+
+    /// @return the value on top, whole again, or null.
+    Value* Pop()
+    {
+        Value* const value = top;
+        if (value != nullptr) {
+            top = Link(*value);
+            RestoreNumbers(*value);
         }
-        return found;
+        return value;
     }
 
 private:
-    void Note(const Value& value)
+    static constexpr std::size_t intBytes = std::min(linkBytes, sizeof(std::int32_t));
+    static_assert(linkBytes <= sizeof(std::int32_t) + sizeof(float));
+
+    static void SetLink(Value& value, Value* link)
     {
-        if (Access::HoldsValues(value) && pendingCount < pending.size()) {
-            pending[pendingCount++] = &value;
+        std::array<char, linkBytes> bytes;
+        std::memcpy(bytes.data(), &link, linkBytes);
+        if (value.GetType() == DoubleVal) {
+            std::memcpy(&Access::Int(value), bytes.data(), intBytes);
+            std::memcpy(&Access::Float(value), bytes.data() + intBytes, linkBytes - intBytes);
+        } else {
+            std::memcpy(&Access::Double(value), bytes.data(), linkBytes);
         }
     }
 
-    void Expand(const Value& value)
+    static Value* Link(Value& value)
     {
-        const std::vector<Value>& elements = Access::Elements(Access::ArrayOf(value));
-        found = HasElementAt(elements, searched);
-        Visit(Cursor(Access::ObjectOf(value)));
-        Visit(Cursor(Access::ArrayOf(value)));
+        std::array<char, linkBytes> bytes;
+        if (value.GetType() == DoubleVal) {
+            std::memcpy(bytes.data(), &Access::Int(value), intBytes);
+            std::memcpy(bytes.data() + intBytes, &Access::Float(value), linkBytes - intBytes);
+        } else {
+            std::memcpy(bytes.data(), &Access::Double(value), linkBytes);
+        }
+        Value* link = nullptr;
+        std::memcpy(&link, bytes.data(), linkBytes);
+        return link;
     }
 
-    void Visit(Cursor cursor)
+    static void RestoreNumbers(Value& value)
     {
-        for (; !found && valuesLeft > 0 && !cursor.AtEnd(); cursor.Advance(), --valuesLeft) {
-            found = &cursor.Current() == searched;
-            Note(cursor.Current());
+        if (value.GetType() == DoubleVal) {
+            Access::SetDouble(value, Access::Double(value));
+        } else if (value.GetType() == IntVal) {
+            Access::SetInt(value, Access::Int(value));
+        } else if (value.GetType() == FloatVal) {
+            Access::Double(value) = static_cast<double>(Access::Float(value));
         }
     }
 
-    const Value* searched;
-    std::array<const Value*, searchedContainers> pending{};
-    std::size_t pendingCount = 0;
-    std::size_t valuesLeft = searchedValues;
-    bool found = false;
+    Value* top = nullptr;
 };
+
+/// Looks at what a value holds, and stacks what holds values itself.
+/// @return whether the searched value is there.
+bool SearchIn(Value& value, const Value* searched, SearchStack& stack)
+{
+    std::vector<Value>& elements = Access::Elements(Access::ArrayOf(value));
+    if (HasElementAt(elements, searched)) {
+        return true;
+    }
+    for (Value& element : elements) {
+        if (Access::HoldsValues(element)) {
+            stack.Push(element);
+        }
+    }
+    for (auto& member : Access::Members(Access::ObjectOf(value))) {
+        if (&member.second == searched) {
+            return true;
+        }
+        PrefetchNode(&member, nodesAhead);
+        if (Access::HoldsValues(member.second)) {
+            stack.Push(member.second);
+        }
+    }
+    return false;
+}
+
+/// The first number is not taken for one of the places that have a name. Counting ends before the
+/// number could begin anew; members added from then on count as being in some container.
+constexpr std::uint32_t firstEmbedding = Access::inContainer + 1;
+constexpr std::uint32_t lastEmbedding = UINT32_MAX / 2;  // more threads than the rest cannot count
+
+constinit std::atomic<std::uint32_t> embeddings{firstEmbedding};
 
 }  // namespace
 
@@ -207,9 +257,28 @@ void ReleaseInside(Value& value) noexcept
     }
 }
 
-bool FindsInside(const Value& tree, const Value& searched) noexcept
+void CountEmbedding() noexcept
 {
-    return BoundedSearch(searched).FindIn(tree);
+    if (embeddings.load(std::memory_order_relaxed) < lastEmbedding) {
+        embeddings.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+std::uint32_t CurrentEmbeddings() noexcept
+{
+    const std::uint32_t count = embeddings.load(std::memory_order_relaxed);
+    return count < lastEmbedding ? count : Access::inContainer;
+}
+
+bool FindsInside(Value& tree, const Value& searched) noexcept
+{
+    SearchStack stack;
+    stack.Push(tree);
+    bool found = false;
+    while (Value* const value = stack.Pop()) {
+        found = found || SearchIn(*value, &searched, stack);  // all are popped, to be whole again
+    }
+    return found;
 }
 
 }  // namespace Tolvex::Json

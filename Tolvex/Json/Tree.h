@@ -26,9 +26,36 @@ struct Access
         return object.members;
     }
 
+    /// Places of a value. Any other number: the number of embeddings (see below) when the value was
+    /// added to an Object that was no part of a value then.
+    static constexpr std::uint32_t standsAlone = 0;  ///< in no Array and no Object
+    static constexpr std::uint32_t inContainer = 1;  ///< in one, or moved out of one
+
+    /// Notes the place of a value that has just been added to a container; leaves an older one's.
+    static Value& Place(Value& value, std::uint32_t place)
+    {
+        if (value.place == standsAlone) {
+            value.place = place;
+        }
+        return value;
+    }
+
+    static Value& PlaceInContainer(Value& value) { return Place(value, inContainer); }
+
+    /// The place of what moves out of a place.
+    static std::uint32_t MovedPlace(const Value& value)
+    {
+        return value.place == standsAlone ? standsAlone : inContainer;
+    }
+
+    /// @return false when the value is known not to be inside another one.
+    static bool MayBeInside(const Value& value);
+
     static ValueType& Type(Value& value) { return value.mValueType; }
     static std::int32_t Int(const Value& value) { return value.mIntVal; }
+    static std::int32_t& Int(Value& value) { return value.mIntVal; }
     static float Float(const Value& value) { return value.mFloatVal; }
+    static float& Float(Value& value) { return value.mFloatVal; }
     static double Double(const Value& value) { return value.mDoubleVal; }
     static double& Double(Value& value) { return value.mDoubleVal; }
     static std::string& String(Value& value) { return value.mStringVal; }
@@ -68,11 +95,13 @@ struct Access
         value.mBoolVal = flag;
     }
 
-    /// Makes the value a fresh null one, without inactive representations.
+    /// Makes the value a fresh null one in the same place, without inactive representations.
     static void Reset(Value& value)
     {
+        const std::uint32_t place = value.place;
         std::destroy_at(&value);
         std::construct_at(&value);
+        value.place = place;
     }
 };
 
@@ -158,9 +187,23 @@ void CopyInto(const Object& source, Object& target);
 /// Allocates nothing.
 void ReleaseInside(Value& value) noexcept;
 
-/// Looks for a value, by its address, inside a tree. Allocates nothing.
-/// @return true when found; false also when the search was given up, which it is after a constant
-///         number of values.
-bool FindsInside(const Value& tree, const Value& searched) noexcept;
+/// Notes that an object becomes part of a value, together with all its members.
+///
+/// Nobody tells the members, which may be many: they remember how often this had happened when they
+/// were added, and so know when it has not happened since.
+void CountEmbedding() noexcept;
+
+/// How often an object has become part of a value: the place of a new member of an Object.
+std::uint32_t CurrentEmbeddings() noexcept;
+
+inline bool Access::MayBeInside(const Value& value)
+{
+    return value.place == inContainer ||
+           (value.place != standsAlone && value.place != CurrentEmbeddings());
+}
+
+/// Looks for a value, by its address, inside a tree, the inactive parts included. Allocates
+/// nothing; uses numbers in the tree meanwhile, which are as they were afterwards.
+bool FindsInside(Value& tree, const Value& searched) noexcept;
 
 }  // namespace Tolvex::Json

@@ -30,7 +30,10 @@ Value::Value(const char* text) : mValueType(StringVal), mStringVal(text != nullp
 
 Value::Value(const Object& object) : mValueType(ObjectVal), mObjectVal(object) {}
 
-Value::Value(Object&& object) noexcept : mValueType(ObjectVal), mObjectVal(std::move(object)) {}
+Value::Value(Object&& object) noexcept : mValueType(ObjectVal), mObjectVal(std::move(object))
+{
+    CountEmbedding();
+}
 
 Value::Value(const Array& array) : mValueType(ArrayVal), mArrayVal(array) {}
 
@@ -70,7 +73,8 @@ Value::Value(const Value& other)
     *this = other;
 }
 
-Value::Value(Value&& other) noexcept : mValueType(other.mValueType)
+Value::Value(Value&& other) noexcept
+    : mValueType(other.mValueType), place(Access::MovedPlace(other))
 {
     switch (other.mValueType) {
         case NullVal:
@@ -143,7 +147,7 @@ Value& Value::operator=(Value&& other)
         return *this;
     }
     // A container that took over a tree with itself inside would be out of everybody's reach.
-    if (type != StringVal && FindsInside(other, *this)) {
+    if (type != StringVal && Access::MayBeInside(*this) && FindsInside(other, *this)) {
         return *this = std::as_const(other);
     }
 
@@ -307,13 +311,13 @@ const Value& Value::operator[](int index) const
 Value& Value::operator[](const std::string& key)
 {
     RequireObject();
-    return mObjectVal[key];
+    return Access::PlaceInContainer(Access::Members(mObjectVal)[key]);
 }
 
 Value& Value::operator[](const char* key)
 {
     RequireObject();
-    return mObjectVal[key];
+    return Access::PlaceInContainer(Access::Members(mObjectVal)[key]);
 }
 
 const Value& Value::operator[](const std::string& key) const

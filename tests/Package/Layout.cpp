@@ -211,6 +211,7 @@ struct ValueMembers
     std::int32_t mValueType;
     std::int32_t mIntVal;
     float mFloatVal;
+    std::uint32_t place;
     double mDoubleVal;
     std::string mStringVal;
     std::map<std::string, Json::Value> mObjectVal;
