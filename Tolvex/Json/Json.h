@@ -15,6 +15,7 @@
 /// @endcode
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -369,6 +370,24 @@ public:
     /// @param index  0 or more, and below size(); not tested.
     /// @return the element of an ArrayVal itself.
     const Value& operator[](int index) const;
+    /// The same for all other integer types, std::size_t among them.
+    ///
+    /// @param index  0 or more, and below size(); not tested.
+    /// @return the element of an ArrayVal itself.
+    template <std::integral Index>
+    Value& operator[](Index index)
+    {
+        return (*this)[static_cast<unsigned int>(index)];
+    }
+    /// The same for all other integer types, std::size_t among them.
+    ///
+    /// @param index  0 or more, and below size(); not tested.
+    /// @return the element of an ArrayVal itself.
+    template <std::integral Index>
+    const Value& operator[](Index index) const
+    {
+        return (*this)[static_cast<unsigned int>(index)];
+    }
 
     /// @param key  Any bytes.
     /// @return the member's value; a null value is inserted when the key is absent.
@@ -382,6 +401,12 @@ public:
     /// @param key  NUL-terminated; must be present: test with HasKey() first.
     /// @return the member's value.
     const Value& operator[](const char* key) const;
+    /// @param key  NUL-terminated, in a buffer that may be written; otherwise as `const char*`.
+    /// @return the member's value; a null value is inserted when the key is absent.
+    Value& operator[](char* key) { return (*this)[static_cast<const char*>(key)]; }
+    /// @param key  NUL-terminated, in a buffer that may be written; otherwise as `const char*`.
+    /// @return the member's value.
+    const Value& operator[](char* key) const { return (*this)[static_cast<const char*>(key)]; }
 
     /// @param key  Compared byte by byte.
     /// @return whether an ObjectVal has such a member.

@@ -1,4 +1,6 @@
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -252,6 +254,49 @@ TEST(ValueTest, IndexReachesTheElementItself)
     value[0U] = value[0].ToInt() + 1;
 
     EXPECT_EQ(std::as_const(value)[0].ToInt(), 3);
+}
+
+template <typename Index>
+class ValueIndexTest : public testing::Test
+{
+};
+
+using IndexTypes =
+    testing::Types<char, signed char, unsigned char, short, unsigned short, int, unsigned int, long,
+                   unsigned long, long long, unsigned long long, std::size_t, std::ptrdiff_t,
+                   std::uint8_t, std::int16_t, std::uint32_t, std::int64_t>;
+TYPED_TEST_SUITE(ValueIndexTest, IndexTypes);
+
+TYPED_TEST(ValueIndexTest, EveryIntegerTypeIndexesAnArrayAndNothingElse)
+{
+    Value value = Deserialize("[1,2]");
+    const TypeParam second{1};
+
+    value[second] = 3;
+
+    EXPECT_EQ(std::as_const(value)[second].ToInt(), 3);
+    EXPECT_EQ(ErrorOf([&] { (void)Value("text")[second]; }), arrayText);
+    EXPECT_EQ(ErrorOf([&] { (void)std::as_const(value)[second][second]; }), arrayText);
+}
+
+TEST(ValueTest, ZerosIndexAndTextsAreKeys)
+{
+    Value array = Deserialize("[1]");
+    Value object = Deserialize(R"({"k":2})");
+    const char letters[] = "k";
+    char changeable[] = "k";
+
+    EXPECT_EQ(array[0].ToInt(), 1);
+    EXPECT_EQ(array[0U].ToInt(), 1);
+    EXPECT_EQ(array[0L].ToInt(), 1);
+    EXPECT_EQ(array[0UL].ToInt(), 1);
+    EXPECT_EQ(array[std::size_t{0}].ToInt(), 1);
+    EXPECT_EQ(object["k"].ToInt(), 2);
+    EXPECT_EQ(object[letters].ToInt(), 2);
+    EXPECT_EQ(object[changeable].ToInt(), 2);
+    EXPECT_EQ(std::as_const(object)[changeable].ToInt(), 2);
+    EXPECT_EQ(object[static_cast<const char*>(letters)].ToInt(), 2);
+    EXPECT_EQ(object[std::string("k")].ToInt(), 2);
 }
 
 TEST(ValueTest, AbsentKeyIsInsertedAsNull)
