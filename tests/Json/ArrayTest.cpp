@@ -190,10 +190,12 @@ TEST(ArrayTest, FindComparesWithTheElementOnTheLeft)
 {
     Array nulls;
     nulls.push_back(Value());
-    const Array numbers = MakeNumbers(1);
+    Array numbers = MakeNumbers(1);
 
     EXPECT_TRUE(nulls.HasValue(3)) << "null == 3";
     EXPECT_FALSE(numbers.HasValue(Value())) << "0 == null does not hold";
+    EXPECT_EQ(nulls.find(3), nulls.begin());
+    EXPECT_EQ(numbers.find(Value()), numbers.end());
 }
 
 }  // namespace
