@@ -69,3 +69,27 @@ use_sysroot() {
         { cat "$root/build/sysroot.log" >&2 && return 1; }
     mv "$sysroot.part" "$sysroot"
 }
+
+# make_root DIR [PACKAGE]...: a minimal Debian with these packages, which can install more.
+make_root() {
+    local directory=$1
+    shift
+    mmdebstrap --quiet --variant=minbase --skip=cleanup/apt/lists --dpkgopt=force-unsafe-io \
+        "--include=$(IFS=,; echo "$*")" bookworm "$directory" \
+        "deb $(debian_mirror) bookworm main" >"$root/build/root.log" 2>&1 ||
+        { cat "$root/build/root.log" >&2 && return 1; }
+    cp /etc/resolv.conf "$directory/etc/resolv.conf"
+    apt-config dump Acquire | grep -i proxy >"$directory/etc/apt/apt.conf.d/proxy" || true
+}
+
+# in_root DIR COMMAND...: runs a command in such a root, as a machine of its own would.
+in_root() {
+    # The mounts stand in a namespace of their own and go away with it.
+    unshare --mount --pid --fork bash -euc '
+        mount --bind "$1" "$1"  # a mount point, so that tests can make their mounts private
+        mount -t proc proc "$1/proc"
+        mount --rbind /sys "$1/sys"
+        mount --rbind /dev "$1/dev"
+        exec chroot "$1" env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin TERM=dumb \
+            DEBIAN_FRONTEND=noninteractive "${@:2}"' in_root "$@"
+}

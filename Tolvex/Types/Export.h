@@ -1,6 +1,6 @@
 /// @file
-/// The macro that puts a class or function into the library's interface, and the check that a
-/// program was compiled with the library's own time_t.
+/// The macro that puts a class or function into the library's interface, and the checks that a
+/// program is compiled as C++20 and with the library's own time_t.
 /// @code
 /// class TOLVEX_EXPORT Recorder  // in a header that is installed
 /// {
@@ -9,6 +9,10 @@
 #pragma once
 
 #include <ctime>
+
+#if __cplusplus < 202002L
+#error "Tolvex needs C++20: compile with -std=c++20 or a later standard."
+#endif
 
 /// Marks what the shared library exports; everything else in it is hidden.
 #define TOLVEX_EXPORT __attribute__((visibility("default")))

@@ -28,3 +28,9 @@ lacks "$dev" '/libtolvex.so.1.0.0$\|/bin/'
 depends=$(dpkg-deb -f "$runtime" Depends)
 [[ $depends == *libc6* && $depends == *libstdc++6* ]] || fail "the runtime depends on '$depends'"
 [ "$(dpkg-deb -f "$dev" Depends)" = "libtolvex1 (= 1.0.0)" ] || fail "what dev depends on"
+
+# What dpkg-shlibdeps gives to a program that is packaged against the library.
+[ "$(dpkg-deb -I "$runtime" shlibs)" = "libtolvex 1 libtolvex1 (>= 1.0.0)" ] || fail "no shlibs"
+
+dpkg-deb -x "$runtime" "$scratch/unpacked"
+file "$(find "$scratch/unpacked" -name libtolvex.so.1.0.0)" | grep -q ' stripped$' || fail "not stripped"

@@ -39,6 +39,12 @@ if "$compiler" -std=c++20 -fsyntax-only "$consumer/main.cpp" $foreign 2>"$scratc
 fi
 grep -q "This program's time_t differs" "$scratch/error.log" || fail "$(cat "$scratch/error.log")"
 
+echo "- a program of an older standard is told so"
+if "$compiler" -std=c++17 -fsyntax-only "$consumer/main.cpp" "${flags[@]}" 2>"$scratch/error.log"; then
+    fail "it compiled"
+fi
+grep -q "Tolvex needs C++20" "$scratch/error.log" || fail "$(cat "$scratch/error.log")"
+
 echo "- every installed header compiles alone, and Tolvex.h includes all others"
 for header in $(cd "$installed/include" && find Tolvex -name '*.h'); do
     grep -qx "#include \"$header\"" "$source/Tolvex/Tolvex.h" || [ "$header" = Tolvex/Tolvex.h ] ||
