@@ -860,8 +860,7 @@ TEST(IThreadTest, StopAfterCancelReturnsAtOnceThoughThePassGoesOn)
     EXPECT_TRUE(probe.WaitUntilFinished(patience));
 }
 
-// Holds: Interfaces/IThread.cpp: only a class with its own Stopping()
-TEST(IThreadTest, StopOfAClassWithoutStoppingHookSleepsOnceBeforeItLooks)
+TEST(IThreadTest, StopOfAClassWithoutStoppingHookSleepsBetweenItsLooks)
 {
     ProbeThread probe;
     probe.onRun = [] { std::this_thread::yield(); };
@@ -905,6 +904,34 @@ TEST(IThreadTest, StopOfAClassWithAStoppingHookLooksOnceBeforeItsFirstSleep)
     }
 
     EXPECT_LT(std::chrono::steady_clock::now() - begin, stops * 100ms);
+}
+
+/// Ends the thread in its hook, too, but calls that of the base class: counts as one without a hook.
+class HooklessThread : public SelfStoppingThread
+{
+public:
+    ~HooklessThread() override { StopBeforeDestruction(); }
+
+protected:
+    void Stopping() override
+    {
+        SelfStoppingThread::Stopping();
+        IThread::Stopping();
+    }
+};
+
+// Holds: Interfaces/IThread.cpp: only a class with its own Stopping()
+TEST(IThreadTest, StopOfAClassWithoutStoppingHookSleepsOnceThoughTheThreadHasEnded)
+{
+    HooklessThread probe;
+    probe.onRun = [] { std::this_thread::yield(); };
+    probe.Start();
+
+    const auto begin = std::chrono::steady_clock::now();
+    probe.Stop();
+
+    EXPECT_TRUE(probe.looked);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 100ms);
 }
 
 TEST(IThreadTest, NestedStopInAStoppingHookDoesNotHideTheHook)

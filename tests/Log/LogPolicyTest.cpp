@@ -298,6 +298,8 @@ TEST(ConsoleLogPolicyTest, StandardOutputIsNotFlushed)
     const ChildResult child = RunInChild([] {
         ConsoleLogPolicy policy;
         policy.Write("kept back\n");
+        policy.WriteHeader(LogType::Error);
+        policy.Write("kept back in colour\n");
         _exit(0);  // a pipe is buffered, and _exit() writes nothing
         return 0;
     });
