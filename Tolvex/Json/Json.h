@@ -426,6 +426,7 @@ public:
 
     /// Makes this value null.
     /// @note The string, object and array are kept, inactive, until overwritten or destroyed.
+    // Required: nothing else changes, so the old content stays inside.
     void Clear() noexcept { mValueType = NullVal; }
 
 private:

@@ -81,6 +81,7 @@ TEST(SerializeTest, StringsAndKeysAreWrittenWithoutEscapes)
     EXPECT_EQ(Serialize(object), "{\"" + bytes + "\":\"" + bytes + "\"}");
 }
 
+// Holds: Json/Json.h: nothing else changes
 TEST(SerializeTest, ClearedValueIsNullThoughItHoldsItsContent)
 {
     Value value = Deserialize("[1]");

@@ -312,6 +312,7 @@ TEST(ValueTest, AbsentKeyIsInsertedAsNull)
     EXPECT_EQ(std::as_const(value)["new"].GetType(), NullVal);
 }
 
+// Holds: Json/Json.h: nothing else changes
 TEST(ValueTest, ClearChangesTheTypeAndNothingElse)
 {
     Value value(MakeArray(1));
