@@ -906,7 +906,7 @@ TEST(IThreadTest, StopOfAClassWithAStoppingHookLooksOnceBeforeItsFirstSleep)
     EXPECT_LT(std::chrono::steady_clock::now() - begin, stops * 100ms);
 }
 
-/// Ends the thread in its hook, too, but calls that of the base class: counts as one without a hook.
+/// Ends the thread in its hook, too, but calls the base class's: counts as one without a hook.
 class HooklessThread : public SelfStoppingThread
 {
 public:
