@@ -249,10 +249,11 @@ void BM_FiveCallsThatTestAFlag(benchmark::State& state)
 
 void BM_LineWhileDisabled(benchmark::State& state)
 {
-    Logger::GetInstance()->CloseFile();
+    Logger& logger = *Logger::GetInstance();
+    logger.CloseFile();
     for ([[maybe_unused]] auto round : state) {
-        Logger::GetInstance()->WriteHeader(LogType::Error);
-        *Logger::GetInstance() << LogModule::WNET << "text" << 42 << std::endl;
+        logger.WriteHeader(LogType::Error);
+        logger << LogModule::WNET << "text" << 42 << std::endl;
     }
 }
 
