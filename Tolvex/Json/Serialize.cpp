@@ -192,45 +192,48 @@ double CompletePart(const std::vector<OpenText>& open)
 class GrowingText
 {
 public:
+    /// A text of at most so many bytes may be written through the pointer.
+    static constexpr std::size_t shortText = 512;
+
     /// @param open  The containers of the document, outermost first.
     explicit GrowingText(const std::vector<OpenText>& open) : openContainers(open) {}
 
-    /// @return where the next so many bytes, a few hundred at most, may be written.
-    char* Reserve(std::size_t count)
+    char* Begin() { return buffer.data(); }
+
+    /// @return where to go on, with room for a key and a scalar, both short, and their punctuation.
+    char* MakeRoom(char* at) { return at <= buffer.data() + fullAt ? at : Flush(at); }
+
+    /// Takes over a text that is too long for the pointer. @return where to go on, as MakeRoom().
+    char* Append(char* at, std::string_view bytes)
     {
-        if (buffer.size() - length < count) {
-            Flush();
-        }
-        return buffer.data() + length;
+        at = Flush(at);
+        Reserve(bytes.size());
+        text += bytes;
+        return at;
     }
 
-    /// Says how far the reserved bytes have been written.
-    void EndAt(const char* end) { length = static_cast<std::size_t>(end - buffer.data()); }
-
-    void Append(std::string_view bytes)
-    {
-        if (bytes.size() > shortText) {
-            Flush();
-            MakeRoom(bytes.size());
-            text += bytes;
-            return;
-        }
-        EndAt(PutBytes(Reserve(bytes.size()), bytes.data(), bytes.size()));
-    }
-
-    std::string Take();
-
-    static constexpr std::size_t shortText = 512;
+    /// @return everything up to here.
+    std::string Take(const char* at);
 
 private:
-    void Flush()
+    static constexpr std::size_t bufferBytes = 4096;
+    static constexpr std::size_t fullAt = bufferBytes - 2 * shortText - 8;
+    static_assert(longestNumber <= shortText);
+
+    char* Flush(const char* at)
     {
-        MakeRoom(length);
+        const std::size_t length = Length(at);
+        Reserve(length);
         text.append(buffer.data(), length);
-        length = 0;
+        return buffer.data();
     }
 
-    void MakeRoom(std::size_t count)
+    std::size_t Length(const char* at) const
+    {
+        return static_cast<std::size_t>(at - buffer.data());
+    }
+
+    void Reserve(std::size_t count)
     {
         if (text.capacity() - text.size() < count) {
             Grow(text.size() + count);
@@ -239,9 +242,8 @@ private:
 
     void Grow(std::size_t needed);
 
-    std::array<char, 4096> buffer;
-    std::size_t length = 0;  ///< bytes in the buffer
-    std::string text;        ///< what was written before
+    std::array<char, bufferBytes> buffer;
+    std::string text;  ///< what was in the buffer before
     const std::vector<OpenText>& openContainers;
 };
 
@@ -260,47 +262,42 @@ void GrowingText::Grow(std::size_t needed)
                      : most);
 }
 
-std::string GrowingText::Take()
+std::string GrowingText::Take(const char* at)
 {
     if (text.empty()) {
-        return {buffer.data(), length};
+        return {buffer.data(), Length(at)};
     }
-    Flush();
+    Flush(at);
     if (text.capacity() / 2 > text.size()) {
         text.shrink_to_fit();  // the estimate was far off
     }
     return std::move(text);
 }
 
-/// Appends the text of trees to one string, with a stack of its own.
+/// Writes the text of a tree to one string, with a stack of its own.
+///
+/// Its functions take where to write, and return where to go on.
 class Writer
 {
 public:
-    void Write(const Value& value)
-    {
-        Begin(value);
-        WriteOpen();
-    }
+    std::string Write(const Value& value) { return WriteOpen(Begin(text.Begin(), value)); }
 
-    void Write(const Array& array)
+    std::string Write(const Array& array)
     {
-        Open('[', Cursor(array), array.size());
-        WriteOpen();
+        return WriteOpen(Open(text.Begin(), '[', Cursor(array), array.size()));
     }
-
-    std::string TakeText() { return text.Take(); }
 
 private:
-    void Begin(const Value& value);
-    void WriteOpen();
-    void WriteNext(OpenText& container);
-    void WriteString(const std::string& bytes);
-    void WriteKey(const std::string& key, bool first);
+    char* Begin(char* at, const Value& value);
+    std::string WriteOpen(char* at);
+    char* WriteNext(char* at, OpenText& container);
+    char* PutString(char* at, const std::string& bytes);
 
-    void Open(char bracket, Cursor values, std::size_t size)
+    char* Open(char* at, char bracket, Cursor values, std::size_t size)
     {
-        text.Append({&bracket, 1});
+        *at++ = bracket;
         open.push_back({values, size});
+        return at;
     }
 
     std::vector<OpenText> open;
@@ -308,89 +305,69 @@ private:
 };
 
 /// Writes a value, but opens a container only.
-void Writer::Begin(const Value& value)
+inline char* Writer::Begin(char* at, const Value& value)
 {
     switch (value.GetType()) {
         case NullVal:
-            text.Append("null");
-            break;
+            return PutBytes(at, "null", 4);
         case StringVal:
-            WriteString(Access::String(value));
-            break;
+            return PutString(at, Access::String(value));
         case IntVal:
-            text.EndAt(PutInt(text.Reserve(longestNumber), Access::Int(value)));
-            break;
+            return PutInt(at, Access::Int(value));
         case FloatVal:
-            text.EndAt(
-                PutDecimal(text.Reserve(longestNumber), static_cast<double>(Access::Float(value))));
-            break;
+            return PutDecimal(at, static_cast<double>(Access::Float(value)));
         case DoubleVal:
-            text.EndAt(PutDecimal(text.Reserve(longestNumber), Access::Double(value)));
-            break;
+            return PutDecimal(at, Access::Double(value));
         case ObjectVal:
-            Open('{', Cursor(Access::ObjectOf(value)), Access::ObjectOf(value).size());
-            break;
+            return Open(at, '{', Cursor(Access::ObjectOf(value)), Access::ObjectOf(value).size());
         case ArrayVal:
-            Open('[', Cursor(Access::ArrayOf(value)), Access::ArrayOf(value).size());
-            break;
+            return Open(at, '[', Cursor(Access::ArrayOf(value)), Access::ArrayOf(value).size());
         case BoolVal:
-            text.Append(Access::Bool(value) ? "true" : "false");
-            break;
+            return Access::Bool(value) ? PutBytes(at, "true", 4) : PutBytes(at, "false", 5);
     }
+    return at;
 }
 
-void Writer::WriteOpen()
+std::string Writer::WriteOpen(char* at)
 {
     while (!open.empty()) {
+        at = text.MakeRoom(at);
         OpenText& container = open.back();
         if (container.rest.AtEnd()) {
-            text.Append(container.rest.OverMembers() ? "}" : "]");
+            *at++ = container.rest.OverMembers() ? '}' : ']';
             open.pop_back();
         } else {
-            WriteNext(container);
+            at = WriteNext(at, container);
         }
     }
+    return text.Take(at);
 }
 
-void Writer::WriteNext(OpenText& container)
+inline char* Writer::WriteNext(char* at, OpenText& container)
 {
-    if (container.rest.OverMembers()) {
-        WriteKey(container.rest.Key(), container.begun == 0);
-    } else if (container.begun != 0) {
-        text.Append(",");
+    if (container.begun != 0) {
+        *at++ = ',';
     }
     ++container.begun;
-
+    if (container.rest.OverMembers()) {
+        at = PutString(at, container.rest.Key());
+        *at++ = ':';
+    }
     const Value& value = container.rest.Current();
     container.rest.Prefetch();
     container.rest.Advance();
-    Begin(value);  // container may be gone afterwards
+    return Begin(at, value);  // container may be gone afterwards
 }
 
-void Writer::WriteString(const std::string& bytes)
+inline char* Writer::PutString(char* at, const std::string& bytes)
 {
     // Required: no byte is escaped, whatever it is.
     // Instead: a member with the Base64EncodeLine() of such bytes.
-    if (bytes.size() > GrowingText::shortText) {
-        text.Append("\"");
-        text.Append(bytes);
-        text.Append("\"");
-        return;
-    }
-    char* at = text.Reserve(bytes.size() + 2);
     *at++ = '"';
-    at = PutBytes(at, bytes.data(), bytes.size());
+    at = bytes.size() <= GrowingText::shortText ? PutBytes(at, bytes.data(), bytes.size())
+                                                : text.Append(at, bytes);
     *at++ = '"';
-    text.EndAt(at);
-}
-
-void Writer::WriteKey(const std::string& key, bool first)
-{
-    if (!first) {
-        text.Append(",");
-    }
-    WriteString(key);
-    text.Append(":");
+    return at;
 }
 
 }  // namespace
@@ -406,16 +383,12 @@ std::string Serialize(const Value& value)
 
 std::string SerializeValue(const Value& value)
 {
-    Writer writer;
-    writer.Write(value);
-    return writer.TakeText();
+    return Writer().Write(value);
 }
 
 std::string SerializeArray(const Array& array)
 {
-    Writer writer;
-    writer.Write(array);
-    return writer.TakeText();
+    return Writer().Write(array);
 }
 
 }  // namespace Tolvex::Json

@@ -158,6 +158,28 @@ TEST(SerializeTest, OrdinaryNumbersAndTiesAreWrittenAsTheCLibraryDoes)
     }
 }
 
+// The writer's buffer holds 4096 bytes, and texts of more than 512 go past it.
+TEST(SerializeTest, KeysAndStringsOfEveryLengthAreWholeWhereverTheyStand)
+{
+    Array document;
+    std::string expected = "[";
+    for (std::size_t length = 1; length < 1100; ++length) {
+        const std::string bytes(length, static_cast<char>('a' + length % 26));
+        Object object;
+        object[bytes] = bytes;
+        object[bytes + "+"] = -1e300;
+        document.push_back(object);
+        if (length != 1) {
+            expected += ',';
+        }
+        expected +=
+            "{\"" + bytes + "\":\"" + bytes + "\",\"" + bytes + "+\":" + Print(-1e300) + "}";
+    }
+    expected += "]";
+
+    EXPECT_EQ(SerializeArray(document), expected);
+}
+
 // The writer foresees the length of a text by the part that it has written.
 TEST(SerializeTest, TextTakesAtMostTwiceItsLengthHoweverUnevenTheDocumentIs)
 {
