@@ -18,9 +18,9 @@ using Tolvex::Support::allocationCount;
 using Tolvex::Support::releaseCount;
 
 const char* const mixed =
-    R"({"numbers":[1,2.5,-3e5,12345678901,0x1p3,1e-5],"text":"a \u0041\n long string of bytes",)"
+    R"({"numbers":[1,2.5,-3e5,12345678901,0x1.8p3,1e-5],"text":"a \u0041\n long string of bytes",)"
     R"("a key that is longer than a string holds in itself":{"deep":[[[{"x":[true,null]}]]]},)"
-    R"("broken":[.5],"list":["short","one, with a [ in it","a long one to be put on the heap"]})";
+    R"("broken":[.5],"list":["short","one with a [, in it","a long one to be put on the heap"]})";
 
 /// Lets the work fail at every one of its allocations.
 /// @return how many allocations it took to succeed.
@@ -46,7 +46,11 @@ std::size_t FailEverywhere(Work work)
 TEST(AllocationTest, ReadingFailsCleanlyAtEveryAllocation)
 {
     const std::string text = mixed;
-    ASSERT_EQ(Deserialize(text).size(), 5);
+    const Value whole = Deserialize(text);
+    ASSERT_EQ(whole.size(), 5);
+    ASSERT_EQ(whole["numbers"].size(), 6);
+    ASSERT_EQ(whole["list"].size(), 3);
+    ASSERT_EQ(whole["broken"].GetType(), NullVal);
 
     EXPECT_GT(FailEverywhere([&] { (void)Deserialize(text); }), 15U);
 }
@@ -84,6 +88,44 @@ TEST(AllocationTest, WritingAndComparingFailCleanlyAtEveryAllocation)
 
     EXPECT_GT(FailEverywhere([&] { (void)Serialize(value); }), 0U);
     EXPECT_GT(FailEverywhere([&] { (void)(value == same); }), 0U);
+}
+
+TEST(AllocationTest, ArrayThatCannotGrowStaysAsItWas)
+{
+    const Value element = Deserialize(mixed);
+    const Array before =
+        Deserialize(R"([1,"a text that is long enough for the heap",[2]])").ToArray();
+    for (std::size_t count = 0; count < 15; ++count) {
+        Array appended(before);
+        Array inserted(before);
+        {
+            const AllocationBudget limited(count);
+            EXPECT_THROW(appended.push_back(element), std::bad_alloc);
+        }
+        {
+            const AllocationBudget limited(count);
+            EXPECT_THROW(inserted.insert(1, element), std::bad_alloc);
+        }
+
+        EXPECT_TRUE(appended == before);
+        EXPECT_TRUE(inserted == before);
+    }
+}
+
+TEST(AllocationTest, ObjectThatCannotGrowStaysAsItWas)
+{
+    const std::string key = "a key that is longer than a string holds in itself";
+    for (std::size_t count = 0; count < 2; ++count) {
+        Object object;
+        object["k"] = 1;
+        {
+            const AllocationBudget limited(count);
+            EXPECT_THROW((void)object[key], std::bad_alloc);
+        }
+
+        EXPECT_EQ(object.size(), 1U);
+        EXPECT_FALSE(object.HasKey(key));
+    }
 }
 
 TEST(AllocationTest, DestroyingClearingAndMovingAllocateNothing)

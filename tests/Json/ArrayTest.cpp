@@ -180,7 +180,9 @@ TEST(ArrayTest, FindGivesTheFirstEqualElementOrTheEnd)
     array.push_back(1.0);
 
     EXPECT_EQ(array.find(1.0), array.begin() + 1);
+    EXPECT_EQ(std::as_const(array).find(2), std::as_const(array).begin() + 2);
     EXPECT_EQ(std::as_const(array).find(9), std::as_const(array).end());
+    EXPECT_EQ(array.find(9), array.end());
     EXPECT_TRUE(array.HasValue(2));
     EXPECT_FALSE(array.HasValue("2"));
 }

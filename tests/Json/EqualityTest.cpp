@@ -74,6 +74,13 @@ TEST(EqualityTest, NumbersCompareExactlyAcrossTypes)
     EXPECT_TRUE(Value(1) == Value(1.0));
     EXPECT_FALSE(Value(1.5) == Value(1));
     EXPECT_FALSE(Value(1) == Value(1.5));
+    EXPECT_FALSE(Value::FromFloat(1.5F) == Value(1));
+    EXPECT_FALSE(Value(1) == Value::FromFloat(1.5F));
+    EXPECT_FALSE(Value(1) == Value(2));
+    EXPECT_FALSE(Value(1.25) == Value(1.5));
+    EXPECT_FALSE(Value::FromFloat(1.25F) == Value::FromFloat(1.5F));
+    EXPECT_FALSE(Value(true) == Value(false));
+    EXPECT_TRUE(Value(16777217) == Value(16777217.0)) << "the integer is exact";
     EXPECT_FALSE(Value::FromFloat(0.1F) == Value(0.1)) << "the float is widened";
     EXPECT_FALSE(Value(0.1) == Value::FromFloat(0.1F));
     EXPECT_TRUE(Value::FromFloat(0.5F) == Value(0.5));
@@ -89,6 +96,7 @@ TEST(EqualityTest, NotANumberEqualsNothingNotEvenItself)
     const Value sameNan(nan);
 
     EXPECT_FALSE(nan == sameNan);
+    EXPECT_FALSE(floatNan == Value(floatNan));
     EXPECT_FALSE(floatNan == nan);
     EXPECT_FALSE(nan == floatNan);
     EXPECT_FALSE(nan == Value(0));

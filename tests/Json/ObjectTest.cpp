@@ -61,7 +61,10 @@ TEST(ObjectTest, FindGivesTheMemberOrTheEnd)
 
     ASSERT_NE(object.find("b"), object.end());
     EXPECT_EQ(object.find("b")->second.ToInt(), 1);
+    ASSERT_NE(std::as_const(object).find("b"), std::as_const(object).end());
+    EXPECT_EQ(std::as_const(object).find("b")->second.ToInt(), 1);
     EXPECT_EQ(std::as_const(object).find("c"), std::as_const(object).end());
+    EXPECT_EQ(object.find("c"), object.end());
 }
 
 // Holds: Json/Containers.cpp: the index of the first absent key

@@ -2,8 +2,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -85,6 +87,27 @@ Value MakeFullNumber()
     return value;
 }
 
+template <typename Type>
+constexpr bool isPlain =
+    !std::is_polymorphic_v<Type> && std::is_copy_constructible_v<Type> &&
+    std::is_copy_assignable_v<Type> && std::is_nothrow_move_constructible_v<Type>;
+static_assert(isPlain<Value> && isPlain<Array> && isPlain<Object>);
+
+/// The type of what a call gives.
+template <typename Call, typename... Arguments>
+using ResultOf = std::invoke_result_t<Call, Arguments...>;
+
+static_assert(std::is_same_v<ResultOf<decltype(&Value::GetType), const Value&>, ValueType>);
+static_assert(
+    std::is_same_v<ResultOf<decltype(&Value::ToString), const Value&>, const std::string&>);
+static_assert(std::is_same_v<ResultOf<decltype(&Value::ToArray), const Value&>, Array>);
+static_assert(std::is_same_v<ResultOf<decltype(&Value::ToObject), const Value&>, Object>);
+static_assert(std::is_same_v<ResultOf<decltype(&Value::size), const Value&>, int>);
+static_assert(std::is_same_v<ResultOf<decltype(&Array::size), const Array&>, unsigned int>);
+static_assert(std::is_same_v<ResultOf<decltype(&Object::size), const Object&>, unsigned int>);
+static_assert(std::is_same_v<Array::iterator, std::vector<Value>::iterator>);
+static_assert(std::is_same_v<Object::iterator, std::map<std::string, Value>::iterator>);
+
 TEST(ValueTest, DefaultValueIsNull)
 {
     Value value;
@@ -149,6 +172,14 @@ TEST(ValueTest, FloatHasItsTruncationAndItsWidening)
     EXPECT_EQ(value.ToFloat(), -0.1F);
     EXPECT_EQ(value.ToDouble(), static_cast<double>(-0.1F));
     EXPECT_EQ(Value::FromFloat(1e20F).ToInt(), highest);
+}
+
+TEST(ValueTest, FloatIsWidenedToADoubleByTheConstructors)
+{
+    const Value value(0.1F);
+
+    EXPECT_EQ(value.GetType(), DoubleVal);
+    EXPECT_EQ(value.ToDouble(), static_cast<double>(0.1F));
 }
 
 TEST(ValueTest, CStringMakesAStringAndNullAnEmptyOne)
@@ -231,6 +262,20 @@ TEST(ValueTest, EveryAccessorRefusesEveryOtherTypeWithItsText)
 }
 
 // Holds: Json/Value.cpp: the size of all other types is 1
+TEST(ValueTest, KeyOfAnotherTypeIsNotAddedToAnInactiveObject)
+{
+    const Value object(MakeObject("k", 1));
+    const Value number(5);
+    Value value(object);
+    value = number;
+
+    EXPECT_EQ(ErrorOf([&] { (void)value["new"]; }), objectText);
+    EXPECT_EQ(ErrorOf([&] { (void)value[std::string("new")]; }), objectText);
+
+    EXPECT_TRUE(object == value) << "the object is inactive, and as it was";
+    EXPECT_EQ(value.ToInt(), 5);
+}
+
 TEST(ValueTest, SizeCountsMembersAndElementsAndIsOneForAllElseNullIncluded)
 {
     Value two{Array()};
@@ -393,6 +438,24 @@ TEST(ValueTest, AssignedValueKeepsItsOtherRepresentationsInactive)
     EXPECT_FALSE(Value(Object()) == value);
 }
 
+TEST(ValueTest, EveryRepresentationIsKeptThroughAssignmentsOfOtherTypes)
+{
+    const Value null;
+    Value value = MakeFullNumber();
+
+    value = null;
+    value = Value(2.5);
+    value = Value::FromFloat(0.5F);
+    value = Value();
+    value = Value(9);
+
+    EXPECT_EQ(value.ToInt(), 9);
+    EXPECT_TRUE(Value("old") == value);
+    EXPECT_TRUE(Value(MakeObject("old", 1)) == value);
+    EXPECT_TRUE(Value(MakeArray(2)) == value);
+    EXPECT_TRUE(Value(true) == value);
+}
+
 TEST(ValueTest, AssignmentsByMoveKeepTheDestinationsOtherRepresentations)
 {
     Value value(MakeObject("old", 1));
@@ -545,6 +608,26 @@ TEST(ValueTest, AccessorsWithoutCopyReferToTheValueItself)
 
     EXPECT_EQ(&value.AsArray()[0], &value[0]);
     EXPECT_NE(&std::as_const(value).ToArray()[0], &value[0]);
+    const Value text("x");
+    EXPECT_EQ(&text.ToString(), &text.ToString());
+}
+
+TEST(ValueTest, CopiesThatAccessorsGiveAreDeep)
+{
+    const Value array = Deserialize(R"([{"a":1}])");
+    const Value object = Deserialize(R"({"a":[1]})");
+
+    Array elements = array.ToArray();
+    elements[0U]["a"] = 2;
+    Array converted = array.operator Array();
+    converted[0U]["a"] = 2;
+    Object members = object.ToObject();
+    members["a"][0] = 2;
+    Object alsoConverted = object.operator Object();
+    alsoConverted["a"][0] = 2;
+
+    EXPECT_EQ(Serialize(array), R"([{"a":1}])");
+    EXPECT_EQ(Serialize(object), R"({"a":[1]})");
 }
 
 }  // namespace
