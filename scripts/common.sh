@@ -72,10 +72,11 @@ use_sysroot() {
 
 # make_root DIR [PACKAGE]...: a minimal Debian with these packages, which can install more.
 make_root() {
-    local directory=$1
+    local directory=$1 packages
     shift
+    packages=$(IFS=,; echo "$*")
     mmdebstrap --quiet --variant=minbase --skip=cleanup/apt/lists --dpkgopt=force-unsafe-io \
-        "--include=$(IFS=,; echo "$*")" bookworm "$directory" \
+        ${packages:+"--include=$packages"} bookworm "$directory" \
         "deb $(debian_mirror) bookworm main" >"$root/build/root.log" 2>&1 ||
         { cat "$root/build/root.log" >&2 && return 1; }
     cp /etc/resolv.conf "$directory/etc/resolv.conf"
