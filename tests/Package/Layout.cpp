@@ -28,10 +28,21 @@ namespace {
 
 using namespace Tolvex;
 
+/// What the layout of an object is known by.
+struct Shape
+{
+    std::size_t size;
+    std::size_t alignment;
+    bool polymorphic;
+
+    bool operator==(const Shape&) const = default;
+};
+
+template <typename T>
+constexpr Shape shapeOf = {sizeof(T), alignof(T), std::is_polymorphic_v<T>};
+
 template <typename Class, typename Members>
-constexpr bool sameLayout = sizeof(Class) == sizeof(Members) &&
-                            alignof(Class) == alignof(Members) &&
-                            std::is_polymorphic_v<Class> == std::is_polymorphic_v<Members>;
+constexpr bool sameLayout = shapeOf<Class> == shapeOf<Members>;
 
 struct Virtual
 {
