@@ -13,6 +13,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/Support/Pace.h"
+
 using namespace std::chrono_literals;
 
 namespace Tolvex::Interfaces {
@@ -20,12 +22,6 @@ namespace {
 
 constexpr auto hangLimit = 30s;
 constexpr auto shortWhile = 50ms;
-
-#if defined(__arm__)
-constexpr bool slowRun = true;
-#else
-constexpr bool slowRun = false;
-#endif
 
 /// A thread that waits once on a semaphore.
 class Waiter
@@ -240,7 +236,7 @@ TEST(ISemaphoreTest, WhatWasWrittenBeforeNotifyIsSeenAfterWait)
 
 TEST(ISemaphoreTest, WokenThreadMayDestroyTheSemaphoreAtOnce)
 {
-    constexpr int rounds = slowRun ? 300 : 3000;
+    constexpr int rounds = Support::isEmulated ? 300 : 3000;
     for (int i = 0; i < rounds; ++i) {
         auto semaphore = std::make_unique<ISemaphore>(0);
         std::thread notifier([raw = semaphore.get()] { raw->Notify(); });
@@ -315,7 +311,7 @@ TEST(ISemaphoreTest, ThreadCancelledInWaitUnwindsAndLeavesTheSemaphoreUsable)
 
 TEST(ISemaphoreTest, CancelRacingWithNotifyNeitherLosesNorDoublesTheToken)
 {
-    constexpr int rounds = slowRun ? 100 : 1000;
+    constexpr int rounds = Support::isEmulated ? 100 : 1000;
     for (int i = 0; i < rounds; ++i) {
         ISemaphore semaphore(0);
         CancellableWaiter waiter(semaphore);
@@ -331,7 +327,7 @@ TEST(ISemaphoreTest, CancelRacingWithNotifyNeitherLosesNorDoublesTheToken)
 
 TEST(ISemaphoreTest, CancelledWaiterDoesNotTakeTheWakeUpOfAnother)
 {
-    constexpr int rounds = slowRun ? 100 : 1000;
+    constexpr int rounds = Support::isEmulated ? 100 : 1000;
     for (int i = 0; i < rounds; ++i) {
         ISemaphore semaphore(0);
         CancellableWaiter victim(semaphore);
@@ -358,7 +354,7 @@ template <typename Take>
 void ExpectNoTokenLost(Take take)
 {
     constexpr int threadsASide = 8;
-    constexpr std::int64_t tokensAThread = slowRun ? 5000 : 125000;
+    constexpr std::int64_t tokensAThread = Support::isEmulated ? 5000 : 125000;
     constexpr std::int64_t tokens = threadsASide * tokensAThread;
     const auto deadline = std::chrono::steady_clock::now() + 10s;
     ISemaphore semaphore(0);

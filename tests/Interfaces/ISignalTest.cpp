@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <dlfcn.h>
 #include <functional>
 #include <future>
 #include <memory>
@@ -28,6 +27,9 @@
 #include "Tolvex/Util/PosixThread.h"
 #include "Tolvex/Util/SharedValue.h"
 
+#include "tests/Support/Pace.h"
+#include "tests/Support/RealFunction.h"
+
 using namespace std::chrono_literals;
 
 namespace {
@@ -43,9 +45,9 @@ std::atomic<int> mostCreations = 0;       ///< the most at the same time
 // The library's threads get a stack that no machine has, so that their creation really fails.
 extern "C" int pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t bytes)
 {
-    using Function = int (*)(pthread_attr_t*, std::size_t);
-    static const auto original =
-        reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_attr_setstacksize"));
+    static auto* const original =
+        Tolvex::Support::RealFunction<decltype(pthread_attr_setstacksize)>(
+            "pthread_attr_setstacksize");
     if (slowCreation) {
         mostCreations = std::max<int>(mostCreations, ++creations);
         std::this_thread::sleep_for(1ms);
@@ -783,11 +785,7 @@ private:
 TEST(ISignalTest, TenThousandEventsThroughOverlappingHandlersAreEachHandledOnce)
 {
     constexpr int group = 8;
-#if defined(__arm__)
-    constexpr std::uintptr_t eventCount = 800;
-#else
-    constexpr std::uintptr_t eventCount = 10000;
-#endif
+    constexpr std::uintptr_t eventCount = Tolvex::Support::isEmulated ? 800 : 10000;
     static_assert(eventCount % group == 0);
     std::vector<std::atomic<int>> handled(eventCount);
     // Handlers end in groups only: each proves that seven others are there at the same time.

@@ -22,6 +22,7 @@
 
 #include "tests/Support/CancellableStack.h"
 #include "tests/Support/LogFile.h"
+#include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/ProbeThread.h"
 
@@ -345,11 +346,7 @@ TEST(IThreadHookAbortTest, WorkerThatAbortsItselfEnds)
 // ------------------------------------------------------------------------------------ at any
 // moment
 
-#if defined(__arm__) || defined(__SANITIZE_THREAD__)
-constexpr int aborts = 400;
-#else
-constexpr int aborts = 2000;
-#endif
+constexpr int aborts = Tolvex::Support::threadsAreSlow ? 400 : 2000;
 
 TEST(IThreadManyAbortsTest, WorkersThatLogInALoopLeaveTheLoggerFreeAndNothingBehind)
 {

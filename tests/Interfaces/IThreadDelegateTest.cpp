@@ -20,6 +20,7 @@
 
 #include "tests/Support/CountingNew.h"
 #include "tests/Support/LogFile.h"
+#include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/ProbeThread.h"
 

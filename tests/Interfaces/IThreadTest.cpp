@@ -23,6 +23,7 @@
 #include "Tolvex/Util/SharedValue.h"
 
 #include "tests/Support/LogFile.h"
+#include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/ProbeThread.h"
 #include "tests/Support/RealFunction.h"

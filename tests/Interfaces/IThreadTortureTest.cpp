@@ -13,6 +13,7 @@
 #include "Tolvex/Util/SharedValue.h"
 
 #include "tests/Support/LogFile.h"
+#include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/ProbeThread.h"
 
@@ -30,11 +31,7 @@ using Tolvex::Support::underThreadSanitizer;
 using Tolvex::Util::LoadShared;
 using Tolvex::Util::StoreShared;
 
-#if defined(__arm__) || defined(__SANITIZE_THREAD__)
-constexpr int scale = 10;
-#else
-constexpr int scale = 1;
-#endif
+constexpr int scale = Tolvex::Support::threadsAreSlow ? 10 : 1;
 constexpr int cycles = 20000 / scale;
 constexpr int restarts = 10000 / scale;
 constexpr int workersAtOnce = 64;

@@ -8,16 +8,14 @@
 
 #include "Tolvex/Json/Json.h"
 
+#include "tests/Support/Pace.h"
+
 namespace {
 
 using namespace Tolvex::Json;
 
 constexpr std::size_t stackBytes = 524288;
-#if defined(__arm__) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t levels = 100000;  // emulated, or with several times the memory
-#else
-constexpr std::size_t levels = 1000000;
-#endif
+const std::size_t levels = Tolvex::Support::Scaled(1000000);
 
 void* Call(void* work)
 {

@@ -22,14 +22,8 @@
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
+#include "tests/Support/ThreadsInForks.h"
 #include "tests/Support/TimeZone.h"
-
-// The thread sanitizer refuses threads in a child that a process with threads has forked.
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
-extern "C" const char* __tsan_default_options()
-{
-    return "die_after_fork=0:atexit_sleep_ms=0";
-}
 
 namespace {
 

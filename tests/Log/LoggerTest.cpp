@@ -20,13 +20,7 @@
 #include "tests/Support/Patience.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/ThermalZone.h"
-
-// The thread sanitizer refuses threads in a child that a process with threads has forked.
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
-extern "C" const char* __tsan_default_options()
-{
-    return "die_after_fork=0:atexit_sleep_ms=0";
-}
+#include "tests/Support/ThreadsInForks.h"
 
 namespace {
 

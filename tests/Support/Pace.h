@@ -19,6 +19,24 @@
 
 namespace Tolvex::Support {
 
+/// Whether the thread sanitizer runs. It cannot follow a thread that is cancelled in a sleep: from
+/// there on it sees none of the thread's locks and atomics, and reports races that are none.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool underThreadSanitizer = true;
+#else
+constexpr bool underThreadSanitizer = false;
+#endif
+
+/// Whether this is the device's architecture, which is emulated.
+#if defined(__arm__)
+constexpr bool isEmulated = true;
+#else
+constexpr bool isEmulated = false;
+#endif
+
+/// Whether threads are slow to create.
+constexpr bool threadsAreSlow = isEmulated || underThreadSanitizer;
+
 /// About how many times slower than an optimised program this one runs.
 inline std::size_t Slowness()
 {

@@ -12,16 +12,9 @@
 #include "Tolvex/Util/SharedValue.h"
 
 #include "tests/Support/CancellableStack.h"
+#include "tests/Support/Pace.h"
 
 namespace Tolvex::Support {
-
-/// Whether the thread sanitizer runs. It cannot follow a thread that is cancelled in a sleep: from
-/// there on it sees none of the thread's locks and atomics, and reports races that are none.
-#if defined(__SANITIZE_THREAD__)
-constexpr bool underThreadSanitizer = true;
-#else
-constexpr bool underThreadSanitizer = false;
-#endif
 
 /// Sleeps, and is cancelled only behind the sleep, where the thread sanitizer can follow.
 inline void Nap(std::chrono::milliseconds duration)

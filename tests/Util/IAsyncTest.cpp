@@ -15,6 +15,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/Support/Pace.h"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -159,11 +161,7 @@ TEST(IAsyncTest, CreatorsFunctorIsCopiedAndStaysUsable)
 
 TEST(IAsyncTest, CallbackMayDeleteTheObjectAndGoOnUsingItsCaptures)
 {
-#if defined(__arm__) || defined(__SANITIZE_THREAD__)
-    constexpr int rounds = 5000;  // emulated or traced threads are slow to create
-#else
-    constexpr int rounds = 100000;
-#endif
+    constexpr int rounds = Tolvex::Support::threadsAreSlow ? 5000 : 100000;
     constexpr int mostAtOnce = 64;
     struct Tally
     {

@@ -23,6 +23,7 @@
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Util/NetUtils.h"
 
+#include "tests/Support/AddressError.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/CountingNew.h"
 #include "tests/Support/LogFile.h"
@@ -39,6 +40,7 @@ using Tolvex::Support::EnterPrivateNetworkNamespace;
 using Tolvex::Support::LogFile;
 using Tolvex::Support::MountEmptyDirectory;
 using Tolvex::Support::RunInChild;
+using Tolvex::Support::TextThrown;
 using Tolvex::Util::CheckIfNetInterfaceIsPresent;
 using Tolvex::Util::connectivityHost;
 using Tolvex::Util::NetworkConnectivityCheck;
@@ -129,16 +131,6 @@ protected:
         EXPECT_TRUE(child.Succeeded()) << child.output;
     }
 };
-
-std::string TextThrown(const char* name, const char* ip, const char* netmask)
-{
-    try {
-        SetAddressOfNetInterfaceUsingSocket(name, ip, netmask);
-    } catch (const IException& exception) {
-        return exception.what();
-    }
-    return "nothing thrown";
-}
 
 // --------------------------------------------------------------------------------------- status
 

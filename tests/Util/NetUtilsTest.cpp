@@ -28,6 +28,7 @@
 #include "Tolvex/Exception/IException.h"
 #include "Tolvex/Log/Logger.h"
 
+#include "tests/Support/AddressError.h"
 #include "tests/Support/CancellableStack.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/RealFunction.h"
@@ -37,6 +38,7 @@
 namespace {
 
 using Tolvex::Support::RealFunction;
+using Tolvex::Support::TextThrown;
 
 constexpr int socketNumber = 1000;  ///< no descriptor of the test program
 
@@ -320,16 +322,6 @@ TEST(NetInterfacePresenceTest, FailureToListIsIgnoredAndFindsNothing)
 }
 
 // -------------------------------------------------------------------------------------- address
-
-std::string TextThrown(const char* name, const char* ip, const char* netmask)
-{
-    try {
-        SetAddressOfNetInterfaceUsingSocket(name, ip, netmask);
-    } catch (const IException& exception) {
-        return exception.what();
-    }
-    return "nothing thrown";
-}
 
 TEST(NetInterfaceAddressTest, AddressIsSetBeforeTheNetmaskThroughOneSocket)
 {

@@ -15,6 +15,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/Support/Pace.h"
+
 namespace {
 
 using Tolvex::Util::SunCalculator;
@@ -30,13 +32,6 @@ constexpr double singleTau = 6.2831854820251465;
 
 constexpr std::time_t summerSolstice = 1719057600;  // 2024-06-22 12:00:00 UTC
 constexpr std::time_t winterSolstice = 1703160000;  // 2023-12-21 12:00:00 UTC
-
-constexpr bool isEmulatedTarget =
-#if defined(__arm__)
-    true;
-#else
-    false;
-#endif
 
 /// The six constants, in the order of the members.
 using Constants = std::array<double, 6>;
@@ -173,7 +168,7 @@ TEST(SunCalculatorTest, FromJulianUndoesToJulianForEverySecondOfADay)
 TEST(SunCalculatorTest, FromJulianUndoesToJulianForAMillionTimesOfTheWholeRange)
 {
     const SunCalculator calculator;
-    constexpr std::int64_t count = isEmulatedTarget ? 100000 : 1000000;
+    constexpr std::int64_t count = Tolvex::Support::isEmulated ? 100000 : 1000000;
     constexpr std::int64_t step = 4294967296 / count;
 
     for (std::int64_t index = 0; index < count; ++index) {

@@ -12,16 +12,13 @@
 #include <gtest/gtest.h>
 
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/Pace.h"
 
 namespace {
 
 using Tolvex::Util::NewUid;
 
-#if defined(__arm__)
-constexpr std::size_t manyIdentifiers = 20000;  // emulated: slow
-#else
-constexpr std::size_t manyIdentifiers = 100000;
-#endif
+constexpr std::size_t manyIdentifiers = Tolvex::Support::isEmulated ? 20000 : 100000;
 
 bool IsLowerCaseDigit(char character)
 {

@@ -1,0 +1,23 @@
+/// @file
+/// What setting an address has to say about its failure.
+#pragma once
+
+#include <string>
+
+#include "Tolvex/Exception/IException.h"
+#include "Tolvex/Util/NetUtils.h"
+
+namespace Tolvex::Support {
+
+/// @return the text of the exception, or "nothing thrown".
+inline std::string TextThrown(const char* name, const char* ip, const char* netmask)
+{
+    try {
+        Util::SetAddressOfNetInterfaceUsingSocket(name, ip, netmask);
+    } catch (const IException& exception) {
+        return exception.what();
+    }
+    return "nothing thrown";
+}
+
+}  // namespace Tolvex::Support
