@@ -15,7 +15,8 @@ using namespace Tolvex::Json;
 
 constexpr int threadCount = 4;
 constexpr int rounds = 200;
-constexpr const char* text = R"({"a":[1,2.5,-1e300,0x1.8p3,{"b":null}],"s":"x\\n\\u0041y","t":true})";
+constexpr const char* text =
+    R"({"a":[1,2.5,-1e300,0x1.8p3,{"b":null}],"s":"x\\n\\u0041y","t":true})";
 
 template <typename Work>
 void RunOnThreads(Work work)
