@@ -162,15 +162,7 @@ LineWriter::~LineWriter()
 
 LineWriter::Step LineWriter::Next()
 {
-    switch (state->Next(number)) {
-        case LineState::Turn::Write:
-            return Step::Write;
-        case LineState::Turn::Wait:
-            return Step::Wait;
-        case LineState::Turn::End:
-            break;
-    }
-    return Step::End;
+    return state->Next(number);
 }
 
 void LineWriter::EnterPolicy()

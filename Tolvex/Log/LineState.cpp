@@ -181,22 +181,22 @@ bool LineState::TryDetach()
     return true;
 }
 
-LineState::Turn LineState::Next(std::uint32_t number)
+LineWriter::Step LineState::Next(std::uint32_t number)
 {
     const std::lock_guard lock(mutex);
     if (number != writer) {
-        return Turn::End;
+        return LineWriter::Step::End;
     }
     // Required: what is complete is written before the writer looks at whether it is to end.
     if (word == Complete) {
         word = Mine(Writing);
-        return Turn::Write;
+        return LineWriter::Step::Write;
     }
     if (admitting) {
-        return Turn::Wait;
+        return LineWriter::Step::Wait;
     }
     Util::StoreShared(stopped, true);
-    return Turn::End;
+    return LineWriter::Step::End;
 }
 
 void LineState::EnterPolicy()

@@ -1,11 +1,13 @@
 /// @file
-/// What a line lock consists of. Not installed.
+/// What a line lock and its writers share. Not installed.
 #pragma once
 
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+
+#include "Tolvex/Log/LineLock.h"
 
 namespace Tolvex::Ilog {
 
@@ -42,13 +44,7 @@ public:
     bool TryDetach();
 
     // The writers.
-    enum class Turn
-    {
-        Write,
-        Wait,
-        End
-    };
-    Turn Next(std::uint32_t number);
+    LineWriter::Step Next(std::uint32_t number);
     void EnterPolicy();
     bool FinishLine(std::uint32_t number);
     void WriterGone(std::uint32_t number);
