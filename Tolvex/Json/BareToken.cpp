@@ -11,8 +11,8 @@
 #include <string>
 #include <string_view>
 
+#include "Tolvex/Json/Access.h"
 #include "Tolvex/Json/Characters.h"
-#include "Tolvex/Json/Tree.h"
 
 namespace Tolvex::Json {
 

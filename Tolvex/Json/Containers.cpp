@@ -2,6 +2,7 @@
 #include <memory>
 #include <utility>
 
+#include "Tolvex/Json/Access.h"
 #include "Tolvex/Json/Json.h"
 #include "Tolvex/Json/Tree.h"
 

@@ -1,6 +1,6 @@
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -8,10 +8,12 @@
 #include <utility>
 #include <vector>
 
+#include "Tolvex/Json/Access.h"
 #include "Tolvex/Json/BareToken.h"
 #include "Tolvex/Json/Characters.h"
 #include "Tolvex/Json/ContainerEnds.h"
 #include "Tolvex/Json/Json.h"
+#include "Tolvex/Json/MemberOrder.h"
 #include "Tolvex/Json/StringBody.h"
 #include "Tolvex/Json/Tree.h"
 
@@ -37,71 +39,6 @@ void GrowFor(std::vector<Value>& elements, std::size_t announced)
                          ? announced
                          : std::clamp(announced / highestGrowth, size + 1, trusted));
 }
-
-/// Keeps the members of the objects that are being read in the order of their keys, with the first
-/// bytes of these: in most objects the place of a new member is found among them at once, while the
-/// map would compare it with one string after the other. Members of long objects are not all kept.
-class MemberOrder
-{
-public:
-    using Members = std::map<std::string, Value>;
-
-    std::size_t Size() const { return entries.size(); }
-    void ShrinkTo(std::size_t size) { entries.resize(size); }
-
-    /// @param first  Where the members of the object begin.
-    /// @return a hint for the map: the member before which the key belongs, or which has it.
-    Members::iterator FindNext(Members& members, std::size_t first, std::string_view key)
-    {
-        prefix = MakePrefix(key);
-        place = entries.size();
-        if (members.size() != place - first) {
-            place = SIZE_MAX;
-            return members.end();  // an object too long: the map's own search
-        }
-        while (place > first && entries[place - 1].IsNotBefore(prefix, key)) {
-            --place;
-        }
-        return place == entries.size() ? members.end() : entries[place].member;
-    }
-
-    /// Adds a member at the place that was found last.
-    void Add(Members::iterator member, std::size_t first)
-    {
-        if (place != SIZE_MAX && entries.size() - first < keptMembers) {
-            entries.insert(entries.begin() + static_cast<std::ptrdiff_t>(place), {prefix, member});
-        }
-    }
-
-private:
-    static constexpr std::size_t keptMembers = 32;
-
-    struct Entry
-    {
-        bool IsNotBefore(std::uint64_t otherPrefix, std::string_view key) const
-        {
-            return prefix != otherPrefix ? prefix > otherPrefix : member->first >= key;
-        }
-
-        std::uint64_t prefix;
-        Members::iterator member;
-    };
-
-    /// Numbers compare as the keys do, as far as their bytes go.
-    static std::uint64_t MakePrefix(std::string_view key)
-    {
-        std::uint64_t prefix = 0;
-        for (std::size_t i = 0; i < sizeof prefix; ++i) {
-            const char byte = i < key.size() ? key[i] : '\0';
-            prefix = prefix << 8U | static_cast<unsigned char>(byte);
-        }
-        return prefix;
-    }
-
-    std::vector<Entry> entries;
-    std::uint64_t prefix = 0;  ///< of the key searched for last
-    std::size_t place = 0;     ///< where it belongs; SIZE_MAX: unknown
-};
 
 /// Reads one text. A container that turns out malformed becomes null and the text after it is read
 /// on; only the container around a malformed scalar is lost.

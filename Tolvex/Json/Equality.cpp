@@ -1,6 +1,7 @@
 #include <utility>
 #include <vector>
 
+#include "Tolvex/Json/Access.h"
 #include "Tolvex/Json/Json.h"
 #include "Tolvex/Json/Tree.h"
 

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "Tolvex/Json/Access.h"
 #include "Tolvex/Json/Json.h"
 #include "Tolvex/Json/Tree.h"
 

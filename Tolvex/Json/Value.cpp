@@ -1,6 +1,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Tolvex/Json/Access.h"
 #include "Tolvex/Json/Json.h"
 #include "Tolvex/Json/Tree.h"
 
@@ -107,13 +108,12 @@ Value& Value::operator=(const Value& other)
     }
 
     // other may be inside what is replaced here: nothing reads it once that has begun.
-    switch (const ValueType type = other.mValueType) {
+    const ValueType type = other.mValueType;
+    switch (type) {
         case NullVal:
-            mValueType = type;
             break;
         case StringVal:
             mStringVal = other.mStringVal;
-            mValueType = type;
             break;
         case IntVal:
         case FloatVal:
@@ -122,17 +122,15 @@ Value& Value::operator=(const Value& other)
             break;
         case ObjectVal:
             mObjectVal = other.mObjectVal;
-            mValueType = type;
             break;
         case ArrayVal:
             mArrayVal = other.mArrayVal;
-            mValueType = type;
             break;
         case BoolVal:
             mBoolVal = other.mBoolVal;
-            mValueType = type;
             break;
     }
+    mValueType = type;
     return *this;
 }
 
