@@ -324,34 +324,29 @@ TEST(ISignalTest, ListenerIsADetachedThreadWithTheNameAndTheWorkerStack)
     EXPECT_EQ(pthread_equal(found.handle, pthread_self()), 0);
 }
 
-TEST(ISignalTest, EmptyNameLeavesTheListenerWithTheNameOfItsCreator)
+/// @return the name of a listener's thread that a thread named "creator" starts.
+std::string NameOfListener(const std::string& signalName)
 {
     std::promise<ThreadFacts> facts;
-    EventQueue events;
+    EventQueue events([](void*) {}, signalName);
     events.onFirstWait = [&facts] { facts.set_value(GetOwnFacts()); };
 
     std::thread creator([&events] {
         pthread_setname_np(pthread_self(), "creator");
         events.Start();
     });
-
-    EXPECT_EQ(facts.get_future().get().name, "creator");
     creator.join();
+    return facts.get_future().get().name;
+}
+
+TEST(ISignalTest, EmptyNameLeavesTheListenerWithTheNameOfItsCreator)
+{
+    EXPECT_EQ(NameOfListener(""), "creator");
 }
 
 TEST(ISignalTest, NameOf16CharactersLeavesTheListenerUnnamedButRunning)
 {
-    std::promise<ThreadFacts> facts;
-    EventQueue events([](void*) {}, "sixteen-letters!");
-    events.onFirstWait = [&facts] { facts.set_value(GetOwnFacts()); };
-
-    std::thread creator([&events] {
-        pthread_setname_np(pthread_self(), "creator");
-        events.Start();
-    });
-
-    EXPECT_EQ(facts.get_future().get().name, "creator");
-    creator.join();
+    EXPECT_EQ(NameOfListener("sixteen-letters!"), "creator");
 }
 
 TEST(ISignalTest, SecondStartWhileRunningStartsNoSecondListener)

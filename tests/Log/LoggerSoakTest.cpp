@@ -87,6 +87,18 @@ void WriteNumberedLines(int thread, int count)
     }
 }
 
+/// Returns when each thread has written its lines.
+void WriteFromAllThreads(int count)
+{
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < threadCount; ++thread) {
+        threads.emplace_back(WriteNumberedLines, thread, count);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
 /// Checks that lines are whole, and those of each thread complete and in order.
 void ExpectAllLines(const std::vector<std::string>& lines, int count)
 {
@@ -131,13 +143,7 @@ TEST(LoggerSoakTest, EveryLineOfEightThreadsReachesFileAndConsoleWholeAndInOrder
     const ChildResult child = RunInChild([&] {
         EXPECT_TRUE(Log().EnableFile(path));
         EXPECT_TRUE(Log().EnableConsole());
-        std::vector<std::thread> threads;
-        for (int thread = 0; thread < threadCount; ++thread) {
-            threads.emplace_back(WriteNumberedLines, thread, count);
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        WriteFromAllThreads(count);
         Log().CloseFile();
         Log().CloseConsole();
         return 0;
@@ -160,13 +166,7 @@ TEST(LoggerSoakTest, FileThatIsDeletedAndTruncatedAllTheTimeNeverHoldsATornLine)
     const pid_t logging = fork();
     if (logging == 0) {
         Log().EnableFile(path);
-        std::vector<std::thread> threads;
-        for (int thread = 0; thread < threadCount; ++thread) {
-            threads.emplace_back(WriteNumberedLines, thread, count);
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        WriteFromAllThreads(count);
         Log().CloseFile();
         _exit(0);
     }
