@@ -1,6 +1,18 @@
 # What the scripts and the package tests ask about a built library, of this machine or another one.
 # Architectures: x86_64, armhf, arm64.
 
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+
+# expect_driver COMMAND...: the driver's first line is right.
+expect_driver() {
+    local line
+    line=$("$@" | head -n 1) || true
+    [ "$line" = "I'm on Main Thread....." ] || fail "the driver printed '$line'"
+}
+
 # preset_of ARCHITECTURE / tools_of ARCHITECTURE: its preset, and the prefix of its binary tools.
 preset_of() {
     case "$1" in x86_64) echo release ;; armhf) echo arm ;; arm64) echo arm64 ;; esac

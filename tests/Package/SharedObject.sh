@@ -2,7 +2,6 @@
 # The library as the loader sees it: its name, what it needs, what it exports, what it runs on load.
 # After a change of the public interface: tests/Package/SharedObject.sh BUILD COMPILER --update
 source "$(dirname "$0")/common.sh"
-source "$source/scripts/library.sh"
 library=$(readlink -f "$build/libtolvex.so")
 list=$source/tests/Package/ExportedSymbols.txt
 

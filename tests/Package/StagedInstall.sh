@@ -14,14 +14,14 @@ if grep -rIl -e "$source" -e "$build" -e "$scratch/staged" "$installed"; then
 fi
 
 echo "- the installed driver"
-expect_driver "$installed/bin/tolvex-driver"
+expect_driver timeout 20 "$installed/bin/tolvex-driver"
 
 echo "- find_package"
 cmake -S "$consumer" -B "$scratch/cmake" -G Ninja "-DCMAKE_CXX_COMPILER=$compiler" \
     "-DCMAKE_PREFIX_PATH=$installed" >"$scratch/cmake.log"
 cmake --build "$scratch/cmake" >"$scratch/cmake.log"
 expect "called back" "$scratch/cmake/consumer"
-expect_driver "$scratch/cmake/mainless"
+expect_driver timeout 20 "$scratch/cmake/mainless"
 
 echo "- pkg-config"
 pkgconfig=$(dirname "$(find "$installed" -name tolvex.pc)")

@@ -6,11 +6,7 @@ build=$1
 compiler=$2
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
-
-fail() {
-    echo "FAILED: $*" >&2
-    exit 1
-}
+source "$source/scripts/library.sh"
 
 # expect TEXT COMMAND...: the command succeeds and prints exactly the text.
 expect() {
@@ -18,11 +14,4 @@ expect() {
     shift
     printed=$("$@") || fail "exit status $? of: $*"
     [ "$printed" = "$expected" ] || fail "printed '$printed', not '$expected': $*"
-}
-
-# expect_driver PROGRAM: its first line is the driver's.
-expect_driver() {
-    local line
-    line=$(timeout 20 "$1" | head -n 1) || true
-    [ "$line" = "I'm on Main Thread....." ] || fail "$1 printed '$line'"
 }
