@@ -1,6 +1,6 @@
-# What the cross builds share. Programs run under user-mode emulation. Included by the toolchain files
-# with triplet, emulator, sysrootVariable and sysrootFolder set: the sysroot (scripts/common.sh makes
-# it) is the named variable of the environment, or the folder in build/.
+# What the cross builds share. Programs run under user-mode emulation. Included by the toolchain
+# files with triplet, emulator, sysrootVariable and sysrootFolder set: the sysroot (scripts/common.sh
+# makes it) is the named variable of the environment, or the folder in build/.
 
 if(DEFINED ENV{${sysrootVariable}})
     set(CMAKE_SYSROOT $ENV{${sysrootVariable}})
