@@ -1,9 +1,16 @@
 # What the scripts and the package tests ask about a built library, of this machine or another one.
 # Architectures: x86_64, armhf, arm64.
 
+project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
 fail() {
     echo "FAILED: $*" >&2
     exit 1
+}
+
+# project_version: as CMakeLists.txt states it.
+project_version() {
+    sed -n 's/^project(.* VERSION \([0-9.]*\).*/\1/p' "$project/CMakeLists.txt" | grep .
 }
 
 # expect_driver COMMAND...: the driver's first line is right.

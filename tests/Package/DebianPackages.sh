@@ -4,8 +4,9 @@ source "$(dirname "$0")/common.sh"
 
 (cd "$build" && cpack -G DEB -B "$scratch" >"$scratch/cpack.log" 2>&1) || fail "$(cat "$scratch/cpack.log")"
 architecture=$(dpkg --print-architecture)
-runtime=$scratch/libtolvex1_1.0.0_$architecture.deb
-dev=$scratch/libtolvex-dev_1.0.0_$architecture.deb
+version=$(project_version)
+runtime=$scratch/libtolvex1_${version}_$architecture.deb
+dev=$scratch/libtolvex-dev_${version}_$architecture.deb
 
 for package in "$runtime" "$dev"; do
     dpkg-deb -c "$package" >"$package.files"
@@ -16,21 +17,21 @@ has() { grep -q -- "$2" "$1.files" || fail "$(basename "$1") lacks $2"; }
 lacks() { ! grep -- "$2" "$1.files" || fail "$(basename "$1") has $2"; }
 
 has "$runtime" '/libtolvex.so.1$\|/libtolvex.so.1 -> '
-has "$runtime" '/libtolvex.so.1.0.0$'
+has "$runtime" "/libtolvex.so.$version\$"
 has "$runtime" '/bin/tolvex-driver$'
 lacks "$runtime" '\.h$\|\.cmake$\|\.pc$\|libtolvex.so '
 has "$dev" '/include/Tolvex/Tolvex.h$'
 has "$dev" '/libtolvex.so -> libtolvex.so.1$'
 has "$dev" '/TolvexConfig.cmake$'
 has "$dev" '/tolvex.pc$'
-lacks "$dev" '/libtolvex.so.1.0.0$\|/bin/'
+lacks "$dev" "/libtolvex.so.$version\$\|/bin/"
 
 depends=$(dpkg-deb -f "$runtime" Depends)
 [[ $depends == *libc6* && $depends == *libstdc++6* ]] || fail "the runtime depends on '$depends'"
-[ "$(dpkg-deb -f "$dev" Depends)" = "libtolvex1 (= 1.0.0)" ] || fail "what dev depends on"
+[ "$(dpkg-deb -f "$dev" Depends)" = "libtolvex1 (= $version)" ] || fail "what dev depends on"
 
 # What dpkg-shlibdeps gives to a program that is packaged against the library.
-[ "$(dpkg-deb -I "$runtime" shlibs)" = "libtolvex 1 libtolvex1 (>= 1.0.0)" ] || fail "no shlibs"
+[ "$(dpkg-deb -I "$runtime" shlibs)" = "libtolvex 1 libtolvex1 (>= $version)" ] || fail "no shlibs"
 
 dpkg-deb -x "$runtime" "$scratch/unpacked"
-file "$(find "$scratch/unpacked" -name libtolvex.so.1.0.0)" | grep -q ' stripped$' || fail "not stripped"
+file "$(find "$scratch/unpacked" -name "libtolvex.so.$version")" | grep -q ' stripped$' || fail "not stripped"

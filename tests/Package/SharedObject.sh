@@ -6,7 +6,7 @@ library=$(readlink -f "$build/libtolvex.so")
 list=$source/tests/Package/ExportedSymbols.txt
 
 echo "- the name"
-[ "$(basename "$library")" = libtolvex.so.1.0.0 ] || fail "$library"
+[ "$(basename "$library")" = "libtolvex.so.$(project_version)" ] || fail "$library"
 readelf -d "$library" | grep -q 'SONAME.*\[libtolvex\.so\.1\]' || fail "the SONAME"
 
 echo "- that it stays loaded, for the threads that run its code"

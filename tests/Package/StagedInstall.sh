@@ -27,7 +27,7 @@ echo "- pkg-config"
 pkgconfig=$(dirname "$(find "$installed" -name tolvex.pc)")
 export PKG_CONFIG_PATH=$pkgconfig
 read -r -a flags < <(pkg-config --cflags --libs tolvex)
-[ "$(pkg-config --modversion tolvex)" = 1.0.0 ] || fail "the version in tolvex.pc"
+[ "$(pkg-config --modversion tolvex)" = "$(project_version)" ] || fail "the version in tolvex.pc"
 "$compiler" -std=c++20 -Wall -Wextra -Werror "$consumer/main.cpp" "${flags[@]}" -o "$scratch/program"
 expect "called back" env "LD_LIBRARY_PATH=$(dirname "$pkgconfig")" "$scratch/program"
 
