@@ -201,7 +201,7 @@ BENCHMARK(FreshToArraySlot);
 BENCHMARK(FreshToPipelineElement);
 BENCHMARK(FreshToBoostRing);
 
-// Bar: not slower than boost's ring.
+// Does looking back cost more than in boost's ring?
 BENCHMARK(RetrieveCurrentOfRing);
 BENCHMARK(RetrieveCurrentOfBoostRing);
 BENCHMARK(ReadSlotOfRing);

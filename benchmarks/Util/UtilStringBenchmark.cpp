@@ -82,7 +82,6 @@ constexpr std::int64_t line = 80;
 constexpr std::int64_t file = 65536;
 constexpr std::int64_t large = 1048576;
 
-// Bar: Replace() not slower than boost in any row.
 BENCHMARK_CAPTURE(ReplaceOfTolvex, LogLines, LogLines)->Arg(line)->Arg(file)->Arg(large);
 BENCHMARK_CAPTURE(ReplaceOfBoost, LogLines, LogLines)->Arg(line)->Arg(file)->Arg(large);
 BENCHMARK_CAPTURE(ReplaceOfTolvex, FrequentFirstByte, FrequentFirstByte)->Arg(line)->Arg(file);
