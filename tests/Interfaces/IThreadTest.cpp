@@ -917,7 +917,7 @@ protected:
     void Stopping() override
     {
         SelfStoppingThread::Stopping();
-        IThread::Stopping();
+        IThread::Stopping();  // NOLINT(bugprone-parent-virtual-call): the first one, on purpose
     }
 };
 

@@ -172,8 +172,8 @@ TEST(SerializeTest, KeysAndStringsOfEveryLengthAreWholeWhereverTheyStand)
         if (length != 1) {
             expected += ',';
         }
-        expected +=
-            "{\"" + bytes + "\":\"" + bytes + "\",\"" + bytes + "+\":" + Print(-1e300) + "}";
+        expected.append(R"({")").append(bytes).append(R"(":")").append(bytes);
+        expected.append(R"(",")").append(bytes).append(R"(+":)").append(Print(-1e300)).append("}");
     }
     expected += "]";
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -176,10 +177,10 @@ TEST(ValueTest, FloatHasItsTruncationAndItsWidening)
 
 TEST(ValueTest, FloatIsWidenedToADoubleByTheConstructors)
 {
-    const Value value(0.1F);
+    const auto value = std::make_unique<Value>(0.1F);
 
-    EXPECT_EQ(value.GetType(), DoubleVal);
-    EXPECT_EQ(value.ToDouble(), static_cast<double>(0.1F));
+    EXPECT_EQ(value->GetType(), DoubleVal);
+    EXPECT_EQ(value->ToDouble(), static_cast<double>(0.1F));
 }
 
 TEST(ValueTest, CStringMakesAStringAndNullAnEmptyOne)

@@ -19,7 +19,6 @@
 
 #include <gtest/gtest.h>
 
-#include "Tolvex/Exception/IException.h"
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Util/NetUtils.h"
 
@@ -31,7 +30,6 @@
 
 namespace {
 
-using Tolvex::IException;
 using Tolvex::Ilog::Logger;
 using Tolvex::Support::AllocationLimit;
 using Tolvex::Support::ChildResult;
