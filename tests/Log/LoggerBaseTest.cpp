@@ -36,7 +36,9 @@ using Tolvex::Ilog::LoggerBase;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::AwaitLines;
 using Tolvex::Support::CapturingLogger;
+using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
+using Tolvex::Support::HasThread;
 using Tolvex::Support::InTimeZone;
 using Tolvex::Support::patience;
 using Tolvex::Support::RunInChild;
@@ -75,12 +77,6 @@ std::vector<std::string> LinesOf(std::size_t count, Work work)
     lines = logger.GetPolicy().Lines();
     std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
     return lines;
-}
-
-bool HasThread(const std::string& name)
-{
-    const std::vector<std::string> names = ThreadNames();
-    return std::find(names.begin(), names.end(), name + "\n") != names.end();
 }
 
 // ------------------------------------------------------------------------------------- the line
@@ -372,6 +368,18 @@ TEST(LoggerBaseTest, HeaderThatFindsNoMemoryLeavesNoLockTaken)
     EXPECT_EQ(lines.back(), "next\n");
 }
 
+TEST(LoggerBaseTest, EnableFailsWithoutMemoryAndLeavesTheLoggerDisabled)
+{
+    CapturingLogger logger;
+    {
+        const Tolvex::Support::AllocationLimit limit(0);
+        EXPECT_FALSE(logger.Enable());
+    }
+
+    EXPECT_FALSE(logger.IsEnabled());
+    EXPECT_TRUE(logger.Enable());
+}
+
 TEST(LoggerBaseTest, LinesAtSteadyStateAllocateNothing)
 {
     LoggerBase<Tolvex::Ilog::FileLogPolicy> logger;  // without an output: writes nothing
@@ -583,6 +591,60 @@ TEST(LoggerBaseTest, ManipulatorThatLogsGetsADeadlockErrorInsteadOfADeadlock)
     EXPECT_THAT(lines, ElementsAre("whole\n"));
 }
 
+std::ostream& Closing(std::ostream& stream)
+{
+    loggerOfManipulator->Close();
+    return stream;
+}
+
+TEST(LoggerBaseTest, ManipulatorThatClosesTheLoggerClosesThePolicyAndDropsItsLine)
+{
+    CapturingLogger logger;
+    loggerOfManipulator = &logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+
+    logger << "half" << Closing << "rest" << std::endl;
+
+    EXPECT_EQ(logger.GetPolicy().Closes(), 1);
+    EXPECT_FALSE(logger.IsEnabled());
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "whole");
+    const auto lines = AwaitLines(logger, 1);
+    ASSERT_THAT(lines, SizeIs(1));
+    EXPECT_EQ(WithoutDate(lines[0]), "whole\n");
+}
+
+std::streambuf* takenBuffer = nullptr;
+
+std::ostream& TakingTheBuffer(std::ostream& stream)
+{
+    takenBuffer = stream.rdbuf(nullptr);
+    return stream;
+}
+
+std::ostream& GivingItBack(std::ostream& stream)
+{
+    stream.rdbuf(takenBuffer);
+    return stream;
+}
+
+TEST(LoggerBaseTest, LineThatCannotBeEndedIsDroppedAndLeavesNoLockTaken)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Info);
+        logger << "lost" << TakingTheBuffer << std::endl;
+        std::thread([&logger] {
+            logger.WriteHeader(LogType::Info);
+            logger << GivingItBack;
+            logger.DropLine();
+            WriteLine(logger, "whole");
+        }).join();
+    });
+
+    EXPECT_THAT(lines, ElementsAre("whole\n"));
+}
+
 // ----------------------------------------------------------------------------------- the policy
 
 TEST(LoggerBaseTest, OutputIsForwardedToThePolicy)
@@ -614,6 +676,19 @@ TEST(LoggerBaseTest, OutputDoesNotChangeInTheMiddleOfAnotherThreadsLine)
     logger << std::endl;
     other.join();
     EXPECT_THAT(logger.GetPolicy().Outputs(), ElementsAre("new"));
+}
+
+TEST(LoggerBaseTest, OutputStaysAsItIsWhenALineIsOpenForLongerThanTheWait)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+
+    std::thread([&logger] { EXPECT_FALSE(logger.ChangeOutput("new")); }).join();
+
+    EXPECT_THAT(logger.GetPolicy().Outputs(), IsEmpty());
+    logger << "whole" << std::endl;
+    EXPECT_THAT(AwaitLines(logger, 1), SizeIs(1));
 }
 
 TEST(LoggerBaseTest, PolicyThatThrowsLosesThatLineOnly)
@@ -1100,6 +1175,74 @@ TEST(LoggerBaseTest, ForkInTheMiddleOfALineDropsItInTheChildOnly)
     });
 
     EXPECT_THAT(lines, ElementsAre("parent\n"));
+}
+
+/// The process is forked while nobody can tell in which state the stream is: here, without a
+/// buffer.
+void ForkWithUnusableStream()
+{
+    const ChildResult child = RunInChild([] {
+        CapturingLogger& logger = *loggerOfManipulator;
+        EXPECT_TRUE(logger.Enable());
+        WriteLine(logger, "whole");
+        const auto lines = AwaitLines(logger, 1);
+        EXPECT_THAT(lines, SizeIs(1));
+        EXPECT_EQ(lines.empty() ? "" : WithoutDate(lines[0]), "whole\n");
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+std::ostream& ForkingInTheInsertion(std::ostream& stream)
+{
+    TakingTheBuffer(stream);
+    ForkWithUnusableStream();
+    return GivingItBack(stream);
+}
+
+TEST(LoggerBaseTest, ForkInTheMiddleOfAnInsertionGivesTheChildANewStream)
+{
+    CapturingLogger logger;
+    loggerOfManipulator = &logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+
+    logger << "half" << ForkingInTheInsertion << std::endl;
+
+    EXPECT_THAT(AwaitLines(logger, 1), SizeIs(1));
+}
+
+TEST(LoggerBaseTest, ForkInTheMiddleOfAnInsertionIntoADroppedLineGivesTheChildANewStream)
+{
+    CapturingLogger logger;
+    loggerOfManipulator = &logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+
+    logger << "half" << +[](std::ostream& stream) -> std::ostream& {
+        return ForkingInTheInsertion(Closing(stream));
+    };
+
+    EXPECT_THAT(logger.GetPolicy().Lines(), IsEmpty());
+}
+
+TEST(LoggerBaseTest, ForkWhileALineIsBeingWrittenGivesTheChildANewStream)
+{
+    CapturingLogger logger;
+    loggerOfManipulator = &logger;
+    logger.GetPolicy().onWrite = [](const std::string& line) {
+        if (WithoutDate(line) == "forks\n") {
+            ForkWithUnusableStream();
+        }
+    };
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+
+    logger << +[](std::ostream& stream) -> std::ostream& {
+        return TakingTheBuffer(stream << "forks\n");
+    };
+
+    EXPECT_THAT(AwaitLines(logger, 1), SizeIs(1));
 }
 
 }  // namespace

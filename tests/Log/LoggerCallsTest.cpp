@@ -2,11 +2,13 @@
 // thread sanitizer, whose own threads would call the functions that stand in here.
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <mutex>
 #include <pthread.h>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -14,6 +16,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Tolvex/Log/LogLine.h"
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Log/LoggerBase.h"
 #include "Tolvex/Util/TemperatureMonitor.h"
@@ -23,6 +26,7 @@
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/RealFunction.h"
+#include "tests/Support/ScratchDirectory.h"
 
 namespace {
 
@@ -34,8 +38,26 @@ std::atomic<bool> timerBlocks = false;
 std::atomic<bool> timerIsBlocked = false;
 std::atomic<pthread_t> createdLast = 0;
 
+// So many mutexes of this thread can still be locked before one cannot; negative: all can.
+thread_local int locksBeforeFailure = -1;
+
 // Sleeps of this thread take no time and are noted, in nanoseconds.
 thread_local std::vector<long long>* sleeps = nullptr;
+
+/// The sleeps during exit() when the thread that called it notes them here: with some, the process
+/// ends by 3. Made before the library has anything to do at exit, so it comes after that.
+struct ExitSleeps
+{
+    ~ExitSleeps()
+    {
+        if (sleeps == &noted && !noted.empty()) {
+            _exit(3);
+        }
+    }
+
+    std::vector<long long> noted;
+};
+ExitSleeps exitSleeps;
 
 }  // namespace
 
@@ -48,6 +70,12 @@ int nanosleep(const timespec* asked, timespec* remaining)
         return 0;
     }
     return clock_nanosleep(CLOCK_MONOTONIC, 0, asked, remaining) == 0 ? 0 : -1;
+}
+
+int pthread_mutex_lock(pthread_mutex_t* mutex)
+{
+    static auto* const real = RealFunction<int(pthread_mutex_t*)>("pthread_mutex_lock");
+    return locksBeforeFailure >= 0 && locksBeforeFailure-- == 0 ? EAGAIN : real(mutex);
 }
 
 time_t time(time_t* result)
@@ -89,12 +117,15 @@ namespace {
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using Tolvex::Ilog::Logger;
+using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::AwaitLines;
 using Tolvex::Support::CapturingLogger;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
+using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
+using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::WithoutDate;
 using Tolvex::Util::TemperatureMonitor;
 
@@ -225,6 +256,50 @@ TEST(LoggerCallsTest, WallClockThatIsSetShowsInTheNextLineForwardsAndBack)
     }
 }
 
+TEST(LoggerCallsTest, LineThatTheWriterCannotBeToldOfIsLostAndLeavesNoLockTaken)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+    logger << "lost";
+
+    locksBeforeFailure = 1;  // that of the line; the next is that of the writer's tokens
+    EXPECT_THROW(logger << std::endl, std::system_error);
+    EXPECT_EQ(locksBeforeFailure, -1);
+
+    std::thread([&logger] { WriteLine(logger, "next"); }).join();
+    logger.Close();
+    ASSERT_THAT(logger.GetPolicy().Lines(), SizeIs(1));
+    EXPECT_EQ(WithoutDate(logger.GetPolicy().Lines()[0]), "next\n");
+}
+
+TEST(LoggerCallsTest, DestructorKeepsToItselfThatTheLoggerCannotBeClosed)
+{
+    auto logger = std::make_unique<CapturingLogger>();
+
+    locksBeforeFailure = 0;
+    EXPECT_NO_THROW(logger.reset());
+    EXPECT_EQ(locksBeforeFailure, -1);
+}
+
+TEST(LoggerCallsTest, LogLineThatFindsNoLockIsLostAndTheNextOneIsNot)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Logger::GetInstance()->EnableFile(path));
+        locksBeforeFailure = 0;
+        LogLine(LogType::Info) << "lost";
+        EXPECT_EQ(locksBeforeFailure, -1);
+        LogLine(LogType::Info) << "next";
+        Logger::GetInstance()->CloseFile();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(WithoutDate(ReadFile(path)), "next\n");
+}
+
 TEST(LoggerCallsTest, WriterThatIsCancelledWhileItWaitsDisablesTheLoggerWhichMayBeEnabledAgain)
 {
     CapturingLogger logger;
@@ -267,6 +342,48 @@ TEST(LoggerCallsTest, WriterThatIsCancelledInThePolicyLeavesNoLineLockTaken)
     WriteLine(logger, "line");
     logger.Close();
     EXPECT_EQ(WithoutDate(logger.GetPolicy().Lines().back()), "line\n");
+}
+
+TEST(LoggerCallsTest, ExitDoesNotWaitForALineThatTheWriterCouldNotBeToldOf)
+{
+    const ChildResult child = RunInChild([]() -> int {
+        static CapturingLogger& logger = *new CapturingLogger;  // not closed at exit
+        EXPECT_TRUE(logger.Enable());
+        WriteLine(logger, "first");
+        logger.WriteHeader(LogType::Info);
+        locksBeforeFailure = 1;  // that of the line; the next is that of the writer's tokens
+        EXPECT_THROW(logger << std::endl, std::system_error);
+
+        sleeps = &exitSleeps.noted;
+        std::exit(::testing::Test::HasFailure() ? 1 : 0);
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.ExitCode() << child.output;
+}
+
+TEST(LoggerCallsTest, ExitDoesNotWaitForTheLineOfAWriterThatWasCancelledInThePolicy)
+{
+    const ChildResult child = RunInChild([]() -> int {
+        static CapturingLogger& logger = *new CapturingLogger;  // not closed at exit
+        static std::atomic<bool> hanging = false;
+        logger.GetPolicy().onWrite = [](const std::string&) {
+            if (!logger.GetPolicy().Lines().empty()) {
+                hanging = true;
+                pause();  // a cancellation point
+            }
+        };
+        EXPECT_TRUE(logger.Enable());
+        WriteLine(logger, "first");
+        WriteLine(logger, "lost");
+        EXPECT_TRUE(Eventually([] { return hanging.load(); }));
+        pthread_cancel(createdLast);
+        EXPECT_TRUE(Eventually([] { return !logger.IsEnabled(); }));
+
+        sleeps = &exitSleeps.noted;
+        std::exit(::testing::Test::HasFailure() ? 1 : 0);
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.ExitCode() << child.output;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 /// What the kernel knows of the test's own process.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <filesystem>
 #include <iterator>
@@ -22,6 +23,13 @@ inline std::vector<std::string> ThreadNames()
         names.push_back(ReadFile(task.path() / "comm"));
     }
     return names;
+}
+
+/// @return whether a thread has this name.
+inline bool HasThread(const std::string& name)
+{
+    const std::vector<std::string> names = ThreadNames();
+    return std::find(names.begin(), names.end(), name + "\n") != names.end();
 }
 
 /// @return how many descriptors are open, among them the one that the counting takes.
