@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <pthread.h>
 #include <random>
 #include <string>
 #include <thread>
@@ -22,6 +23,7 @@
 
 #include "tests/Support/CancellableStack.h"
 #include "tests/Support/LogFile.h"
+#include "tests/Support/OwnProcess.h"
 #include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/ProbeThread.h"
@@ -29,6 +31,7 @@
 namespace {
 
 using namespace std::chrono_literals;
+using ::testing::ElementsAre;
 using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
@@ -37,6 +40,7 @@ using Tolvex::Interfaces::IThread;
 using Tolvex::Interfaces::Stopped;
 using Tolvex::Support::CancellableStack;
 using Tolvex::Support::Eventually;
+using Tolvex::Support::HasThread;
 using Tolvex::Support::LogFile;
 using Tolvex::Support::patience;
 using Tolvex::Support::ProbeThread;
@@ -320,6 +324,34 @@ TEST(IThreadHookAbortTest, AbortOfAThreadWithoutCancellationPointsEndsItAfterIts
     EXPECT_TRUE(probe.WaitUntilFinished(patience));
     EXPECT_EQ(passes, 1);
     EXPECT_EQ(afters, 0);
+}
+
+TEST(IThreadHookAbortTest, AbortOfAThreadThatCannotBeCancelledEndsItAfterItsPassWithoutALogLine)
+{
+    LogFile log;
+    ProbeThread probe;
+    probe.SetThreadName("stubborn");
+    std::atomic<bool> held = true;
+    std::atomic<int> passes = 0;
+    probe.onRun = [&] {
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+        ++passes;
+        while (held) {
+            std::this_thread::yield();
+        }
+    };
+    probe.Start();
+    ASSERT_TRUE(Eventually([&] { return passes == 1; }));
+
+    probe.Abort();
+    held = false;
+
+    EXPECT_TRUE(probe.WaitUntilFinished(patience));
+    EXPECT_TRUE(Eventually([] { return !HasThread("stubborn"); }));
+    EXPECT_THAT(log.TakeLines(),
+                ElementsAre("[#Ithread]Thread (stubborn) has started the execution",
+                            "[WARNING][#Ithread]Thread (stubborn) has been aborted"));
+    EXPECT_EQ(passes, 1);
 }
 
 TEST(IThreadHookAbortTest, WorkerThatAbortsItselfEnds)

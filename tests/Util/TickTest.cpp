@@ -19,6 +19,7 @@
 #include "Tolvex/Interfaces/IThread.h"
 #include "Tolvex/Log/Logger.h"
 
+#include "tests/Support/ChildProcess.h"
 #include "tests/Support/LogFile.h"
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/Patience.h"
@@ -160,6 +161,19 @@ TEST(TickTest, LaterCallsReturnTheSameObjectAndStartNoFurtherThread)
     EXPECT_EQ(Tick::GetInstance(), first);
     EXPECT_THAT(log.TakeLines(), ::testing::IsEmpty());
     EXPECT_EQ(CountTickThreads(), 1);
+}
+
+TEST(TickTest, ForkedChildGetsTheObjectOfItsParentWithoutAThread)
+{
+    Tick* const parents = Tick::GetInstance();
+
+    const auto child = Tolvex::Support::RunInChild([parents] {
+        EXPECT_EQ(Tick::GetInstance(), parents);
+        EXPECT_EQ(CountTickThreads(), 0);
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
 }
 
 TEST(TickTest, CountGrowsByOneForEachSecondAndNeverFaster)

@@ -385,6 +385,21 @@ TEST_F(TimerTest, RemoveLeavesTheErrorTextAlone)
     EXPECT_EQ(timer.GetErrorText(), ErrorText("SetTime", "Set timer error"));
 }
 
+TEST_F(TimerTest, ForkedChildMayMakeATimerOfTheObjectOfItsParent)
+{
+    Timer timer(never, DoNothing, nullptr, stackBytes);
+    ASSERT_TRUE(timer.Remove());
+
+    const ChildResult result = RunInChild([&timer] {
+        EXPECT_TRUE(timer.Create());
+        EXPECT_TRUE(timer.SetTime(never));
+        EXPECT_TRUE(timer.Remove());
+        return 0;
+    });
+
+    EXPECT_TRUE(result.Succeeded()) << result.output;
+}
+
 // A child process has the object but not the timer, so the system refuses to delete it.
 // Holds: Util/Timer.cpp: the message goes to standard output
 TEST_F(TimerTest, RemoveThatFailsSaysSoOnStandardOutputAndLeavesTheErrorTextAlone)
