@@ -175,6 +175,24 @@ TEST(AllocationTest, LongArraysNeverStandInMemoryTwice)
     EXPECT_LT(allocatedBytes - before, 100000 * sizeof(Value) / 100 * 110);
 }
 
+TEST(AllocationTest, NumbersInTheirUsualFormAllocateNothing)
+{
+    const auto allocationsFor = [](const std::string& number) {
+        const std::string text = "[" + number + "," + number + "," + number + "]";
+        const std::size_t before = allocationCount;
+        const Value value = Deserialize(text);
+        EXPECT_EQ(value.size(), 3) << number;
+        return allocationCount - before;
+    };
+    const std::size_t expected = allocationsFor("1");
+
+    for (const char* const number :
+         {"-2147483648", "1.2345678901234567", "-0.12345678901234567", "12345678901234567e20",
+          "1234567890123456e+100", "1234567890123456E-100", "1.7976931348623157e+300"}) {
+        EXPECT_EQ(allocationsFor(number), expected) << number;
+    }
+}
+
 TEST(AllocationTest, ElementsThatAreNothingTakeLittleRoom)
 {
     std::string text = "[1";

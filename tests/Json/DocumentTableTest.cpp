@@ -319,6 +319,7 @@ constexpr Row tokens[] = {
     {"IntegerOf33Bits", R"({"a": 3000000000})", R"({"a":3000000000.0})"},
     {"LargestIntegerOf64Bits", "[9223372036854775807]", "[9.223372036854776e+18]"},
     {"IntegerOf20Digits", "[12345678901234567890]", "[1.2345678901234567e+19]"},
+    {"IntegerWhoseLowest64BitsAre1", "[18446744073709551617]", "[1.8446744073709552e+19]"},
     {"LargeIntegerAndALetter", "[99999999999x]", nothing},
     {"LeadingZerosBeforeALargeInteger", "[0000000000000000000000012]", "[12]"},
     {"Double", R"({"a": 2.5})", R"({"a":2.5})"},
