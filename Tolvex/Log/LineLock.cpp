@@ -122,7 +122,7 @@ bool LineLock::AwaitStopped() const
 void LineLock::AwaitOldWriter() const
 {
     while (!state->Stopped() && !state->WriterIsBusy()) {
-        Util::SleepFor(pollInterval);
+        Util::SleepFor(pollInterval);  // GCOV_EXCL_LINE: a writer between its policy and its end
     }
 }
 
@@ -146,7 +146,7 @@ void LineLock::Detach()
     const Util::NoCancellation scope;
     UnregisterLine(*state);
     while (!state->TryDetach()) {
-        Util::SleepFor(pollInterval);
+        Util::SleepFor(pollInterval);  // GCOV_EXCL_LINE: a writer between its policy and its end
     }
 }
 

@@ -91,8 +91,10 @@ bool LineState::HandOver()
 {
     const std::lock_guard lock(mutex);
     if (word != Mine(Inserting)) {
+        // GCOV_EXCL_START: closed by another thread within the insertion, or a child forked in it
         FreeIfHeldLocked();
         return false;
+        // GCOV_EXCL_STOP
     }
     word = Complete;
     ++handedOver;
@@ -175,7 +177,7 @@ bool LineState::TryDetach()
 {
     const std::lock_guard lock(mutex);
     if (!Stopped() && !inPolicy) {
-        return false;
+        return false;  // GCOV_EXCL_LINE: a writer between its policy and its end
     }
     loggerGone = true;
     return true;
@@ -185,7 +187,9 @@ LineWriter::Step LineState::Next(std::uint32_t number)
 {
     const std::lock_guard lock(mutex);
     if (number != writer) {
+        // GCOV_EXCL_START: a thread that took longer to begin than Close() waits
         return LineWriter::Step::End;
+        // GCOV_EXCL_STOP
     }
     // Required: what is complete is written before the writer looks at whether it is to end.
     if (word == Complete) {
@@ -193,7 +197,9 @@ LineWriter::Step LineState::Next(std::uint32_t number)
         return LineWriter::Step::Write;
     }
     if (admitting) {
+        // GCOV_EXCL_START: the token of a line that was written for an earlier token
         return LineWriter::Step::Wait;
+        // GCOV_EXCL_STOP
     }
     Util::StoreShared(stopped, true);
     return LineWriter::Step::End;
@@ -233,8 +239,10 @@ void LineState::WriterGone(std::uint32_t number)
     }
     // Only a cancelled writer comes here. Nobody is left to take a line.
     if (word == Complete) {
+        // GCOV_EXCL_START: a line that ends while the writer is being unwound
         ++finished;
         FreeLocked();
+        // GCOV_EXCL_STOP
     }
     admitting = false;
     Util::StoreShared(enabled, false);

@@ -343,7 +343,7 @@ template <typename Policy>
 void LoggerBase<Policy>::HandOver(LineEntry& line)
 {
     if (!line.HandOver()) {
-        return;
+        return;  // GCOV_EXCL_LINE: see LineState::HandOver()
     }
     try {
         lineReady.Notify();
@@ -398,8 +398,10 @@ void LoggerBase<Policy>::WriteLines(LineWriter& writer)
                     return;
                 }
                 break;
+            // GCOV_EXCL_START: see LineState::Next()
             case LineWriter::Step::Wait:
                 break;
+            // GCOV_EXCL_STOP
             case LineWriter::Step::End:
                 return;
         }
