@@ -15,6 +15,7 @@ using namespace Tolvex::Json;
 using Tolvex::Support::allocatedBytes;
 using Tolvex::Support::AllocationBudget;
 using Tolvex::Support::allocationCount;
+using Tolvex::Support::AllocationLimit;
 using Tolvex::Support::releaseCount;
 
 const char* const mixed =
@@ -191,6 +192,22 @@ TEST(AllocationTest, NumbersInTheirUsualFormAllocateNothing)
           "1234567890123456e+100", "1234567890123456E-100", "1.7976931348623157e+300"}) {
         EXPECT_EQ(allocationsFor(number), expected) << number;
     }
+}
+
+TEST(AllocationTest, ObjectsOfManyContainersAreReadWithoutALargeBlock)
+{
+    std::string text = "{";
+    for (int i = 0; i < 50000; ++i) {
+        text += "\"" + std::to_string(i) + "\":[" + (i % 2 == 0 ? "" : "7") + "],";
+    }
+    text.back() = '}';
+    const AllocationLimit limit(500000);
+
+    const Value value = Deserialize(text);
+
+    ASSERT_EQ(value.size(), 50000);
+    EXPECT_EQ(value["49998"].size(), 0);
+    EXPECT_EQ(value["49999"].size(), 1);
 }
 
 TEST(AllocationTest, ElementsThatAreNothingTakeLittleRoom)
