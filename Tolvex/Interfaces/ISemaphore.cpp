@@ -2,6 +2,9 @@
 
 #include <limits>
 
+#include "Tolvex/Util/AdaptiveSpin.h"
+#include "Tolvex/Util/SharedValue.h"
+
 namespace Tolvex::Interfaces {
 
 ISemaphore::ISemaphore(long long initialCount) : count(initialCount) {}
@@ -10,7 +13,7 @@ void ISemaphore::Notify()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     if (count < std::numeric_limits<std::int64_t>::max()) {
-        count += 1;
+        Util::StoreShared(count, count + 1);
     }
     // Under the lock: a waiter can go on, and destroy the semaphore, only after the unlock.
     condition.notify_one();
@@ -18,13 +21,17 @@ void ISemaphore::Notify()
 
 void ISemaphore::Wait()
 {
-    std::unique_lock<std::mutex> lock(mutex);
+    static constinit thread_local Util::AdaptiveSpin spin;
+    std::unique_lock<std::mutex> lock(mutex, std::defer_lock);
+    if (!spin.Until([&] { return Util::LoadShared(count) != 0 && lock.try_lock(); })) {
+        lock.lock();
+    }
     // Required: exactly 0 blocks; a negative count lets the caller through and sinks further.
     while (count == 0) {
         condition.wait(lock);
     }
     if (count > std::numeric_limits<std::int64_t>::min()) {
-        count -= 1;
+        Util::StoreShared(count, count - 1);
     }
 }
 
@@ -35,7 +42,7 @@ bool ISemaphore::TryWait()
     if (count < 1) {
         return false;
     }
-    count -= 1;
+    Util::StoreShared(count, count - 1);
     return true;
 }
 

@@ -38,6 +38,8 @@ public:
 
     /// Blocks while the count is exactly 0, then takes a token.
     ///
+    /// Before it sleeps it spins for up to 50 microseconds, unless that has been in vain lately.
+    ///
     /// A cancellation point: a thread that is cancelled here takes no token and leaves the
     /// semaphore usable.
     /// @note A negative count does not block: the call returns at once and leaves the count one
@@ -50,9 +52,9 @@ public:
     bool TryWait();
 
 private:
-    std::mutex mutex;                   ///< guards count; held for one update of it
+    std::mutex mutex;                   ///< held for one update of count
     std::condition_variable condition;  ///< count has become different from 0
-    std::int64_t count;                 ///< tokens
+    std::int64_t count;                 ///< shared: tokens; written under mutex
 };
 
 }  // namespace Tolvex::Interfaces
