@@ -5,10 +5,19 @@
 #include <system_error>
 
 #include "Tolvex/Log/LineRegistry.h"
+#include "Tolvex/Util/AdaptiveSpin.h"
 #include "Tolvex/Util/NoCancellation.h"
 #include "Tolvex/Util/SharedValue.h"
 
 namespace Tolvex::Ilog {
+
+namespace {
+
+/// How many lines other threads may begin while the first of the queue waits. Not none: waking it
+/// takes the time of several lines, and those that are awake go on meanwhile.
+constexpr int mostOvertakings = 64;
+
+}  // namespace
 
 LineState::LineState(bool& enabledFlag, bool& stoppedFlag, void* loggerOwner, void (*renew)(void*))
     : enabled(enabledFlag), stopped(stoppedFlag), owner(loggerOwner), renewOwner(renew)
@@ -29,7 +38,9 @@ bool LineState::Advance(Phase from, Phase to)
 void LineState::FreeLocked()
 {
     word = Free;
-    lineFree.notify_one();
+    if (firstWaiter != nullptr) {
+        CallWaiter(*firstWaiter);
+    }
 }
 
 /// In a child that was forked in the middle of an insertion the line is no longer the caller's.
@@ -53,9 +64,12 @@ bool LineState::Begin()
 
     // As with a std::mutex, waiting for the lock is no cancellation point.
     const Util::NoCancellation scope;
-    std::unique_lock lock(mutex);
-    while (admitting && word != Free) {
-        lineFree.wait(lock);
+    std::unique_lock lock(mutex, std::defer_lock);
+    LockOnceFree(lock);
+    if (word != Free || overtakings == mostOvertakings) {
+        QueueForLine(lock);
+    } else if (firstWaiter != nullptr) {
+        ++overtakings;
     }
     if (!admitting) {
         return false;
@@ -63,6 +77,63 @@ bool LineState::Begin()
     WatchCallingThread();
     word = Mine(Inserting);
     return true;
+}
+
+/// Locks the mutex, when the line is free or refused if that is soon.
+void LineState::LockOnceFree(std::unique_lock<std::mutex>& lock)
+{
+    static constinit thread_local Util::AdaptiveSpin spin;
+    // More of them would keep processors from those that have the line.
+    if (!spinning.exchange(true)) {
+        spin.Until([&] { return (word == Free || !Util::LoadShared(enabled)) && lock.try_lock(); });
+        spinning = false;
+    }
+    if (!lock.owns_lock()) {
+        lock.lock();
+    }
+}
+
+/// Returns when it is the caller's turn and the line is free, or when the logger refuses lines.
+void LineState::QueueForLine(std::unique_lock<std::mutex>& lock)
+{
+    Waiter self;
+    Waiter** end = &firstWaiter;
+    while (*end != nullptr) {
+        end = &(*end)->next;
+    }
+    *end = &self;
+
+    while (admitting && (word != Free || firstWaiter != &self)) {
+        self.called = false;
+        self.turn.wait(lock);
+        if (admitting && word != Free) {
+            overtakings = mostOvertakings;  // this thread is awake now, so the next line is its
+            lock.unlock();
+            LockOnceFree(lock);
+        }
+    }
+
+    Waiter** link = &firstWaiter;
+    while (*link != &self) {
+        link = &(*link)->next;
+    }
+    *link = self.next;
+    overtakings = 0;
+}
+
+void LineState::CallWaiter(Waiter& waiter)
+{
+    if (!waiter.called) {
+        waiter.called = true;
+        waiter.turn.notify_one();
+    }
+}
+
+void LineState::CallAllWaiters()
+{
+    for (Waiter* waiter = firstWaiter; waiter != nullptr; waiter = waiter->next) {
+        CallWaiter(*waiter);
+    }
 }
 
 bool LineState::Enter()
@@ -138,7 +209,7 @@ void LineState::Refuse()
             break;
         }
     }
-    lineFree.notify_all();
+    CallAllWaiters();
 }
 
 bool LineState::Stopped() const
@@ -247,7 +318,7 @@ void LineState::WriterGone(std::uint32_t number)
     admitting = false;
     Util::StoreShared(enabled, false);
     Util::StoreShared(stopped, true);
-    lineFree.notify_all();
+    CallAllWaiters();
 }
 
 bool LineState::EnterControl()
@@ -280,9 +351,11 @@ void LineState::RenewInChild()
     const Phase phase = PhaseOf(word);
     textStale = textStale || phase == Inserting || phase == Dropped || phase == Writing;
 
-    // Waiters of the parent are noted in these; made anew, not destroyed, or that would wait too.
-    new (&lineFree) std::condition_variable;
-    new (&control) std::mutex;
+    // Those who wait are threads of the parent.
+    firstWaiter = nullptr;
+    overtakings = 0;
+    spinning = false;
+    new (&control) std::mutex;  // not destroyed, as one of them may hold it
     controlling = 0;
     word = Free;
     admitting = false;

@@ -77,23 +77,37 @@ private:
     };
     static constexpr std::uintptr_t phaseMask = 7;
 
+    /// A thread that sleeps until the line is free; on its stack.
+    struct Waiter
+    {
+        std::condition_variable turn;  ///< it is the first, and the line is free or refused
+        Waiter* next = nullptr;
+        bool called = false;  ///< has been woken since it last looked
+    };
+
     static Phase PhaseOf(std::uintptr_t value) { return static_cast<Phase>(value & phaseMask); }
     static std::uintptr_t Mine(Phase phase);
     bool Advance(Phase from, Phase to);
     void FreeLocked();
     void FreeIfHeldLocked();
+    void LockOnceFree(std::unique_lock<std::mutex>& lock);
+    void QueueForLine(std::unique_lock<std::mutex>& lock);
+    void CallWaiter(Waiter& waiter);
+    void CallAllWaiters();
 
-    mutable std::mutex mutex;          ///< guards what follows, and every step from and to Free
-    std::condition_variable lineFree;  ///< the line is free, or the logger refuses lines
+    mutable std::mutex mutex;  ///< guards what follows, and every step from and to Free
     std::atomic<std::uintptr_t> word = Free;
-    bool admitting = false;         ///< lines may begin
-    std::uint32_t writer = 0;       ///< number of the writer whose flags these are
-    bool inPolicy = false;          ///< a writer is in the policy, for as long as that takes
-    bool loggerGone = false;        ///< the flags and the owner exist no more
-    bool textStale = false;         ///< the text was left in any state by a fork
-    std::uint64_t handedOver = 0;   ///< lines so far
-    std::uint64_t finished = 0;     ///< lines written, or taken back
-    std::uint64_t drainTarget = 0;  ///< lines that the exit of the process waits for
+    std::atomic<bool> spinning = false;  ///< a thread spins for the line; one does at a time
+    Waiter* firstWaiter = nullptr;       ///< the queue of those that sleep for the line
+    int overtakings = 0;                 ///< lines begun by others while the first waiter waits
+    bool admitting = false;              ///< lines may begin
+    std::uint32_t writer = 0;            ///< number of the writer whose flags these are
+    bool inPolicy = false;               ///< a writer is in the policy, for as long as that takes
+    bool loggerGone = false;             ///< the flags and the owner exist no more
+    bool textStale = false;              ///< the text was left in any state by a fork
+    std::uint64_t handedOver = 0;        ///< lines so far
+    std::uint64_t finished = 0;          ///< lines written, or taken back
+    std::uint64_t drainTarget = 0;       ///< lines that the exit of the process waits for
 
     std::mutex control;                           ///< held during one Enable() or Close()
     std::atomic<std::uintptr_t> controlling = 0;  ///< the thread that holds control

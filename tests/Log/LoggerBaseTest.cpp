@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstring>
 #include <future>
 #include <ios>
@@ -9,6 +10,7 @@
 #include <pthread.h>
 #include <stdexcept>
 #include <thread>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -43,6 +45,7 @@ using Tolvex::Support::InTimeZone;
 using Tolvex::Support::patience;
 using Tolvex::Support::RunInChild;
 using Tolvex::Support::Scaled;
+using Tolvex::Support::Sleeps;
 using Tolvex::Support::ThreadNames;
 using Tolvex::Support::ThreadsBusyAtFork;
 using Tolvex::Support::WithoutDate;
@@ -468,6 +471,131 @@ TEST(LoggerBaseTest, SecondLineWaitsUntilTheFirstHasBeenWritten)
     written.Open();
     second.join();
     EXPECT_THAT(AwaitLines(logger, 2), SizeIs(2));
+}
+
+/// A logger whose writer stays in the policy, with the first line, until it is let go.
+class HeldLogger
+{
+public:
+    HeldLogger()
+    {
+        logger.GetPolicy().onWrite = [this](const std::string& line) {
+            if (line.ends_with("held\n")) {
+                writing.Open();
+                EXPECT_TRUE(release.Pass());
+            }
+        };
+        EXPECT_TRUE(logger.Enable());
+        WriteLine(logger, "held");
+        EXPECT_TRUE(writing.Pass());
+    }
+
+    /// @return a thread that does some work and sleeps in it, as it waits for the line.
+    template <typename Work>
+    std::thread Queue(Work work)
+    {
+        std::promise<pid_t> number;
+        std::thread thread([&number, work] {
+            number.set_value(gettid());
+            work();
+        });
+        const pid_t waiting = number.get_future().get();
+        EXPECT_TRUE(Eventually([waiting] { return Sleeps(waiting); }));
+        return thread;
+    }
+
+    void LetGo() { release.Open(); }
+
+    CapturingLogger logger;
+
+private:
+    Gate writing;
+    Gate release;
+};
+
+TEST(LoggerBaseTest, WaitingThreadsGetTheLineInTheOrderInWhichTheyCame)
+{
+    HeldLogger held;
+    CapturingLogger& logger = held.logger;
+    std::vector<std::thread> threads;
+    for (const char* const text : {"1", "2", "3", "4", "5", "6"}) {
+        threads.push_back(held.Queue([&logger, text] { WriteLine(logger, text); }));
+    }
+
+    held.LetGo();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+
+    std::vector<std::string> lines = AwaitLines(logger, 7);
+    std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
+    EXPECT_THAT(lines, ElementsAre("held\n", "1\n", "2\n", "3\n", "4\n", "5\n", "6\n"));
+}
+
+/// Keeps a thread, whatever it does, in a signal handler while the object exists.
+class Detained
+{
+public:
+    explicit Detained(pthread_t thread)
+    {
+        detain = true;
+        struct sigaction action
+        {
+        };
+        action.sa_handler = [](int) {
+            inHandler = true;
+            while (detain) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        };
+        sigaction(SIGUSR1, &action, &before);
+        pthread_kill(thread, SIGUSR1);
+        EXPECT_TRUE(Eventually([] { return inHandler.load(); }));
+    }
+
+    ~Detained()
+    {
+        detain = false;
+        sigaction(SIGUSR1, &before, nullptr);
+    }
+
+    Detained(const Detained&) = delete;
+    Detained& operator=(const Detained&) = delete;
+
+private:
+    inline static std::atomic<bool> detain = false;
+    inline static std::atomic<bool> inHandler = false;
+    struct sigaction before
+    {
+    };
+};
+
+TEST(LoggerBaseTest, ThreadThatIsSlowToWakeIsOvertakenBy64Lines)
+{
+    HeldLogger held;
+    CapturingLogger& logger = held.logger;
+    std::thread waiting = held.Queue([&logger] { WriteLine(logger, "waiting"); });
+    std::thread late;
+    {
+        const Detained detained(waiting.native_handle());
+        held.LetGo();
+        for (int line = 0; line < 64; ++line) {
+            EXPECT_TRUE(logger.ChangeOutput(""));  // waits until the line before is written
+            WriteLine(logger, "overtaking");
+        }
+        EXPECT_TRUE(logger.ChangeOutput(""));
+        late = held.Queue([&logger] { WriteLine(logger, "late"); });
+    }
+    waiting.join();
+    late.join();
+
+    std::vector<std::string> lines = AwaitLines(logger, 67);
+    std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
+    std::vector<std::string> expected(67, "overtaking\n");
+    expected.front() = "held\n";
+    expected[65] = "waiting\n";
+    expected[66] = "late\n";
+    EXPECT_EQ(lines, expected);
 }
 
 TEST(LoggerBaseTest, LinesOfManyThreadsDoNotMixAndKeepTheirOrder)

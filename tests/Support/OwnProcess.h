@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <iterator>
 #include <string>
+#include <sys/types.h>
 #include <system_error>
 #include <vector>
 
@@ -30,6 +31,14 @@ inline bool HasThread(const std::string& name)
 {
     const std::vector<std::string> names = ThreadNames();
     return std::find(names.begin(), names.end(), name + "\n") != names.end();
+}
+
+/// @return whether a thread, by its number in the kernel, sleeps at this moment.
+inline bool Sleeps(pid_t thread)
+{
+    const std::string stat = ReadFile("/proc/self/task/" + std::to_string(thread) + "/stat");
+    const std::size_t nameEnd = stat.rfind(')');
+    return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") S") == 0;
 }
 
 /// @return how many descriptors are open, among them the one that the counting takes.
