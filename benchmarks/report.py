@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
-"""Renders benchmarks/results/*.json as docs/performance.md with charts in docs/performance/.
+"""Renders benchmarks/results as docs/performance.md with charts in docs/performance/.
 
-scripts/bench calls it after a whole run. Everything on the page is computed from those files.
+scripts/bench calls it after a whole run. Everything on the page is computed from those files: of
+the rounds, each of which ran every program once, it takes the median.
 """
 import json
 import math
+import statistics
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
@@ -24,25 +26,28 @@ def load(name):
 
 
 class Program:
-    """The results of one benchmark program."""
+    """The results of one benchmark program: medians over the rounds."""
 
     def __init__(self, name):
-        self.entries = {entry["name"]: entry for entry in load(name).get("benchmarks", [])}
+        self.entries = {}  # by name, one of each round
+        for directory in sorted(RESULTS.glob("round-*")):
+            for entry in load(f"{directory.name}/{name}").get("benchmarks", []):
+                self.entries.setdefault(entry["name"], []).append(entry)
 
     def has(self, case):
         return case in self.entries
 
     def time(self, case):
         """Nanoseconds of an iteration by the wall clock."""
-        entry = self.entries[case]
-        return entry["real_time"] * NANOSECONDS[entry["time_unit"]]
+        unit = NANOSECONDS[self.entries[case][0]["time_unit"]]
+        return self.counter(case, "real_time") * unit
 
     def counter(self, case, name):
-        return self.entries[case][name]
+        return statistics.median(entry[name] for entry in self.entries[case])
 
     def item(self, case):
         """Nanoseconds of an item."""
-        return 1e9 / self.entries[case]["items_per_second"]
+        return 1e9 / self.counter(case, "items_per_second")
 
 
 class Contest:
@@ -269,14 +274,15 @@ def json_memory(goals):
 def log_lines(goals):
     program = Program("Log.LoggerBenchmark")
     names = {"Tolvex": "BM_Logger", "LogLine": "BM_LogLine", "floor": "BM_Floor",
-             "spdlog, reopening": "BM_SpdlogReopening", "spdlog, flushed": "BM_SpdlogFlushed",
-             "glog, flushed": "BM_GlogFlushed"}
+             "system calls": "BM_SystemCalls", "spdlog, reopening": "BM_SpdlogReopening",
+             "spdlog, flushed": "BM_SpdlogFlushed", "glog, flushed": "BM_GlogFlushed"}
     contest = Contest(
         "Log lines", "log", "ns",
-        "Time of a line from the call to the closed file. The floor is the system calls that a line "
-        "needs (open, append, close) and nothing else, on a second thread. spdlog and glog write on "
-        "the caller's thread; flushed means one file that stays open. The last rows are the time "
-        "that the caller spends in the calls.")
+        "Time of a line from the call to the closed file. The system calls are those that a line "
+        "needs (open, append, close), on the caller's thread; the floor makes them on a second "
+        "thread, to which std::binary_semaphore hands the line. spdlog and glog write on the "
+        "caller's thread; flushed means one file that stays open. The last rows are the time that "
+        "the caller spends in the calls.")
     for producers in (1, 4):
         times = {name: 1e9 * program.counter(f"{case}/{producers}/manual_time", "per_line")
                  for name, case in names.items()}
@@ -287,8 +293,9 @@ def log_lines(goals):
         glog = times["glog, flushed"]
         goals.at_most(f"Log: a line, {producers} producer(s), by glog flushed per line", 1,
                       times["Tolvex"] / glog,
-                      because=f"the floor alone, with its hand-over and its file opened and closed "
-                              f"for every line, takes {times['floor'] / glog:.2f} ×")
+                      because=f"glog's file stays open, and the caller writes; to open, append and "
+                              f"close takes {times['system calls'] / glog:.2f} ×, to compose and "
+                              f"to hand over to the writer the rest")
     for percent in ("p50", "p99", "p99.9"):
         latency = {name: 1e9 * program.counter(f"{case}/1/manual_time", percent)
                    for name, case in names.items()}
@@ -463,9 +470,10 @@ def main():
 
     sections = [
         "# Performance\n\n<!-- Made by benchmarks/report.py from benchmarks/results: do not edit. "
-        "-->\n\n`scripts/bench` measures all of this in one run and writes this page. The ratios are "
-        "the message: the times are this machine's. A ratio in parentheses says how many times as "
-        "fast Tolvex is on the same work; below 1 it is slower.\n",
+        "-->\n\n`scripts/bench` measures all of this in one run, three times in turn, and writes this "
+        "page of the medians. The ratios are the message: the times are this machine's. A ratio in "
+        "parentheses says how many times as fast Tolvex is on the same work; below 1 it is "
+        "slower.\n",
         machine(),
         "## Goals\n",
         table(["What", "Goal", "Measured", "Met"], goals.rows),

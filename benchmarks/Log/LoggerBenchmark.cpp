@@ -85,6 +85,25 @@ void Measure(benchmark::State& state, WriteLine writeLine, Finish finish)
     std::filesystem::remove(ScratchPath());
 }
 
+const std::string composedLine = "[2024-05-01 12:00:07][ERROR][#WNET]" + payload + "1234\n";
+
+/// What a line needs of the system.
+void AppendToFile(const char* path, std::string_view text)
+{
+    const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    if (write(file, text.data(), text.size()) < 0) {
+        std::abort();
+    }
+    close(file);
+}
+
+void BM_SystemCalls(benchmark::State& state)
+{
+    const std::string path = ScratchPath();
+    Measure(
+        state, [&](int) { AppendToFile(path.c_str(), composedLine); }, [] {});
+}
+
 /// A second thread that opens, appends, closes; each line waits for the one before.
 class Floor
 {
@@ -116,11 +135,7 @@ private:
     void Run()
     {
         for (ready.acquire(); !line.empty(); ready.acquire()) {
-            const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-            if (write(file, line.data(), line.size()) < 0) {
-                std::abort();
-            }
-            close(file);
+            AppendToFile(path.c_str(), line);
             idle.release();
         }
     }
@@ -134,10 +149,9 @@ private:
 
 void BM_Floor(benchmark::State& state)
 {
-    const std::string text = "[2024-05-01 12:00:07][ERROR][#WNET]" + payload + "1234\n";
     Floor floor(ScratchPath());
     Measure(
-        state, [&](int) { floor.Write(text); }, [&] { floor.Finish(); });
+        state, [&](int) { floor.Write(composedLine); }, [&] { floor.Finish(); });
 }
 
 void BM_Logger(benchmark::State& state)
@@ -219,6 +233,7 @@ void BM_GlogFlushed(benchmark::State& state)
         state, [&](int line) { LOG(INFO) << "[#WNET]" << payload << line; }, [] {});
 }
 
+BENCHMARK(BM_SystemCalls)->Arg(1)->Arg(4)->UseManualTime();
 BENCHMARK(BM_Floor)->Arg(1)->Arg(4)->UseManualTime();
 BENCHMARK(BM_Logger)->Arg(1)->Arg(4)->UseManualTime();
 BENCHMARK(BM_LogLine)->Arg(1)->Arg(4)->UseManualTime();
