@@ -118,7 +118,9 @@ void LineState::QueueForLine(std::unique_lock<std::mutex>& lock)
         link = &(*link)->next;
     }
     *link = self.next;
-    overtakings = 0;
+    if (link == &firstWaiter) {
+        overtakings = 0;  // they are those of the first
+    }
 }
 
 void LineState::CallWaiter(Waiter& waiter)

@@ -24,6 +24,7 @@
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
+#include "tests/Support/SleepingThread.h"
 #include "tests/Support/ThreadsInForks.h"
 #include "tests/Support/TimeZone.h"
 
@@ -45,6 +46,7 @@ using Tolvex::Support::InTimeZone;
 using Tolvex::Support::patience;
 using Tolvex::Support::RunInChild;
 using Tolvex::Support::Scaled;
+using Tolvex::Support::SleepingThread;
 using Tolvex::Support::Sleeps;
 using Tolvex::Support::ThreadNames;
 using Tolvex::Support::ThreadsBusyAtFork;
@@ -476,6 +478,9 @@ TEST(LoggerBaseTest, SecondLineWaitsUntilTheFirstHasBeenWritten)
 /// A logger whose writer stays in the policy, with the first line, until it is let go.
 class HeldLogger
 {
+    Gate writing;
+    Gate release;
+
 public:
     HeldLogger()
     {
@@ -490,27 +495,9 @@ public:
         EXPECT_TRUE(writing.Pass());
     }
 
-    /// @return a thread that does some work and sleeps in it, as it waits for the line.
-    template <typename Work>
-    std::thread Queue(Work work)
-    {
-        std::promise<pid_t> number;
-        std::thread thread([&number, work] {
-            number.set_value(gettid());
-            work();
-        });
-        const pid_t waiting = number.get_future().get();
-        EXPECT_TRUE(Eventually([waiting] { return Sleeps(waiting); }));
-        return thread;
-    }
-
     void LetGo() { release.Open(); }
 
-    CapturingLogger logger;
-
-private:
-    Gate writing;
-    Gate release;
+    CapturingLogger logger;  ///< destroyed before the gates, which its writer uses
 };
 
 TEST(LoggerBaseTest, WaitingThreadsGetTheLineInTheOrderInWhichTheyCame)
@@ -519,7 +506,7 @@ TEST(LoggerBaseTest, WaitingThreadsGetTheLineInTheOrderInWhichTheyCame)
     CapturingLogger& logger = held.logger;
     std::vector<std::thread> threads;
     for (const char* const text : {"1", "2", "3", "4", "5", "6"}) {
-        threads.push_back(held.Queue([&logger, text] { WriteLine(logger, text); }));
+        threads.push_back(SleepingThread([&logger, text] { WriteLine(logger, text); }));
     }
 
     held.LetGo();
@@ -539,6 +526,7 @@ public:
     explicit Detained(pthread_t thread)
     {
         detain = true;
+        inHandler = false;
         struct sigaction action
         {
         };
@@ -547,6 +535,7 @@ public:
             while (detain) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
+            inHandler = false;
         };
         sigaction(SIGUSR1, &action, &before);
         pthread_kill(thread, SIGUSR1);
@@ -556,6 +545,7 @@ public:
     ~Detained()
     {
         detain = false;
+        EXPECT_TRUE(Eventually([] { return !inHandler; }));
         sigaction(SIGUSR1, &before, nullptr);
     }
 
@@ -570,32 +560,118 @@ private:
     };
 };
 
-TEST(LoggerBaseTest, ThreadThatIsSlowToWakeIsOvertakenBy64Lines)
+/// Waits until the line before is written and its lock is free.
+void AwaitFreeLine(CapturingLogger& logger)
 {
-    HeldLogger held;
-    CapturingLogger& logger = held.logger;
-    std::thread waiting = held.Queue([&logger] { WriteLine(logger, "waiting"); });
+    EXPECT_TRUE(logger.ChangeOutput(""));
+}
+
+void Overtake(CapturingLogger& logger, int lines)
+{
+    for (int line = 0; line < lines; ++line) {
+        AwaitFreeLine(logger);
+        WriteLine(logger, "overtaking");
+    }
+    AwaitFreeLine(logger);
+}
+
+/// All lines of a logger, without dates, once there are count. Of those that overtake only how
+/// many.
+std::vector<std::string> LinesAndOvertakings(CapturingLogger& logger, std::size_t count)
+{
+    std::vector<std::string> result;
+    int overtakings = 0;
+    for (const std::string& line : AwaitLines(logger, count)) {
+        if (WithoutDate(line) != "overtaking\n") {
+            overtakings = 0;
+            result.push_back(WithoutDate(line));
+            continue;
+        }
+        if (++overtakings == 1) {
+            result.emplace_back();
+        }
+        result.back() = std::to_string(overtakings);
+    }
+    return result;
+}
+
+TEST(LoggerBaseTest, EachThreadThatIsSlowToWakeIsOvertakenBy64Lines)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    for (int round = 0; round < 2; ++round) {
+        logger.WriteHeader(LogType::Info);
+        std::thread waiting = SleepingThread([&logger] { WriteLine(logger, "waiting"); });
+        std::thread late;
+        {
+            const Detained detained(waiting.native_handle());
+            logger << "before" << std::endl;
+            Overtake(logger, 64);
+            late = SleepingThread([&logger] { WriteLine(logger, "late"); });
+        }
+        waiting.join();
+        late.join();
+    }
+
+    EXPECT_THAT(LinesAndOvertakings(logger, 134),
+                ElementsAre("before\n", "64", "waiting\n", "late\n", "before\n", "64", "waiting\n",
+                            "late\n"));
+}
+
+TEST(LoggerBaseTest, WokenThreadThatFindsTheLineTakenAgainGetsTheNextOne)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+    std::atomic<pid_t> number = 0;
+    std::thread waiting = SleepingThread([&logger, &number] {
+        number = gettid();
+        WriteLine(logger, "waiting");
+    });
+    {
+        const Detained detained(waiting.native_handle());
+        logger << "before" << std::endl;
+        AwaitFreeLine(logger);
+        logger.WriteHeader(LogType::Info);
+    }
+    EXPECT_TRUE(Eventually([&number] { return Sleeps(number); }));
+
     std::thread late;
     {
         const Detained detained(waiting.native_handle());
-        held.LetGo();
-        for (int line = 0; line < 64; ++line) {
-            EXPECT_TRUE(logger.ChangeOutput(""));  // waits until the line before is written
-            WriteLine(logger, "overtaking");
-        }
-        EXPECT_TRUE(logger.ChangeOutput(""));
-        late = held.Queue([&logger] { WriteLine(logger, "late"); });
+        logger << "overtaking" << std::endl;
+        AwaitFreeLine(logger);
+        late = SleepingThread([&logger] { WriteLine(logger, "late"); });
     }
     waiting.join();
     late.join();
 
-    std::vector<std::string> lines = AwaitLines(logger, 67);
-    std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
-    std::vector<std::string> expected(67, "overtaking\n");
-    expected.front() = "held\n";
-    expected[65] = "waiting\n";
-    expected[66] = "late\n";
-    EXPECT_EQ(lines, expected);
+    EXPECT_THAT(LinesAndOvertakings(logger, 4),
+                ElementsAre("before\n", "1", "waiting\n", "late\n"));
+}
+
+TEST(LoggerBaseTest, ThreadThatGivesUpItsWaitLeavesTheOvertakingsOfTheFirst)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+    std::thread waiting = SleepingThread([&logger] { WriteLine(logger, "waiting"); });
+    std::thread refused = SleepingThread([&logger] { WriteLine(logger, "refused"); });
+    std::thread late;
+    {
+        const Detained detained(waiting.native_handle());
+        logger << "before" << std::endl;
+        Overtake(logger, 64);
+        logger.Close();
+        refused.join();
+        EXPECT_TRUE(logger.Enable());
+        late = SleepingThread([&logger] { WriteLine(logger, "late"); });
+    }
+    waiting.join();
+    late.join();
+
+    EXPECT_THAT(LinesAndOvertakings(logger, 67),
+                ElementsAre("before\n", "64", "waiting\n", "late\n"));
 }
 
 TEST(LoggerBaseTest, LinesOfManyThreadsDoNotMixAndKeepTheirOrder)
@@ -1275,6 +1351,28 @@ TEST(LoggerBaseTest, ForkedChildMayDestroyTheLogger)
     });
 
     EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+TEST(LoggerBaseTest, ForkedChildHasNoneOfTheThreadsThatWaitInTheParent)
+{
+    HeldLogger held;
+    CapturingLogger& logger = held.logger;
+    std::thread waiting = SleepingThread([&logger] { WriteLine(logger, "parent"); });
+
+    const auto child = RunInChild([&logger] {
+        logger.GetPolicy().onWrite = nullptr;
+        EXPECT_TRUE(logger.Enable());
+        for (int line = 0; line < 100; ++line) {  // more than may overtake a thread that waits
+            WriteLine(logger, "child");
+        }
+        EXPECT_THAT(AwaitLines(logger, 100), SizeIs(100));
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    held.LetGo();
+    waiting.join();
+    EXPECT_THAT(AwaitLines(logger, 2), SizeIs(2));
 }
 
 CapturingLogger* loggerOfFork = nullptr;

@@ -1,0 +1,31 @@
+/// @file
+/// Threads that have come to where they wait for something.
+#pragma once
+
+#include <future>
+#include <sys/types.h>
+#include <thread>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/Support/OwnProcess.h"
+#include "tests/Support/Patience.h"
+
+namespace Tolvex::Support {
+
+/// Starts a thread for work, a void(), in which it has to wait. @return it, once it sleeps.
+template <typename Work>
+std::thread SleepingThread(Work work)
+{
+    std::promise<pid_t> number;
+    std::thread thread([&number, work] {
+        number.set_value(gettid());
+        work();
+    });
+    const pid_t waiting = number.get_future().get();
+    EXPECT_TRUE(Eventually([waiting] { return Sleeps(waiting); }));
+    return thread;
+}
+
+}  // namespace Tolvex::Support
