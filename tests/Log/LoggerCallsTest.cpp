@@ -27,6 +27,7 @@
 #include "tests/Support/Patience.h"
 #include "tests/Support/RealFunction.h"
 #include "tests/Support/ScratchDirectory.h"
+#include "tests/Support/SleepingThread.h"
 
 namespace {
 
@@ -78,6 +79,20 @@ int pthread_mutex_lock(pthread_mutex_t* mutex)
     return locksBeforeFailure >= 0 && locksBeforeFailure-- == 0 ? EAGAIN : real(mutex);
 }
 
+// Fails as the lock would that it is tried before.
+int pthread_mutex_trylock(pthread_mutex_t* mutex)
+{
+    static auto* const real = RealFunction<int(pthread_mutex_t*)>("pthread_mutex_trylock");
+    if (locksBeforeFailure == 0) {
+        return EAGAIN;
+    }
+    const int error = real(mutex);
+    if (error == 0 && locksBeforeFailure > 0) {
+        --locksBeforeFailure;
+    }
+    return error;
+}
+
 time_t time(time_t* result)
 {
     timespec now{};
@@ -117,15 +132,18 @@ namespace {
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using Tolvex::Ilog::Logger;
+using Tolvex::Ilog::LoggerBase;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::AwaitLines;
 using Tolvex::Support::CapturingLogger;
+using Tolvex::Support::CapturingPolicy;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
 using Tolvex::Support::ScratchDirectory;
+using Tolvex::Support::SleepingThread;
 using Tolvex::Support::WithoutDate;
 using Tolvex::Util::TemperatureMonitor;
 
@@ -256,6 +274,29 @@ TEST(LoggerCallsTest, WallClockThatIsSetShowsInTheNextLineForwardsAndBack)
     }
 }
 
+/// Counts headers without a lock of its own.
+class HeaderCountingPolicy : public CapturingPolicy
+{
+public:
+    void WriteHeader(LogType /*type*/) override { ++headers; }
+
+    std::atomic<int> headers = 0;
+};
+
+TEST(LoggerCallsTest, HeaderThatFindsNoLockThrowsAndTheNextOneDoesNot)
+{
+    LoggerBase<HeaderCountingPolicy> logger;
+    ASSERT_TRUE(logger.Enable());
+
+    locksBeforeFailure = 0;
+    EXPECT_THROW(logger.WriteHeader(LogType::Info), std::system_error);
+    EXPECT_EQ(locksBeforeFailure, -1);
+    EXPECT_EQ(logger.GetPolicy().headers, 0);  // it was the lock of the line that failed
+
+    std::thread([&logger] { logger.WriteHeader(LogType::Info); }).join();
+    EXPECT_EQ(logger.GetPolicy().headers, 1);
+}
+
 TEST(LoggerCallsTest, LineThatTheWriterCannotBeToldOfIsLostAndLeavesNoLockTaken)
 {
     CapturingLogger logger;
@@ -332,10 +373,12 @@ TEST(LoggerCallsTest, WriterThatIsCancelledInThePolicyLeavesNoLineLockTaken)
     WriteLine(logger, "lost");
     ASSERT_TRUE(Eventually([&] { return hanging.load(); }));
     const pthread_t writer = createdLast;
-    std::thread waiting([&] { WriteLine(logger, "lost too"); });
+    std::thread waiting = SleepingThread([&] { WriteLine(logger, "lost too"); });
+    std::thread waitingNext = SleepingThread([&] { WriteLine(logger, "lost too"); });
 
     pthread_cancel(writer);
     waiting.join();
+    waitingNext.join();
 
     EXPECT_TRUE(Eventually([&] { return !logger.IsEnabled(); }));
     ASSERT_TRUE(logger.Enable());
