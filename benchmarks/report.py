@@ -316,7 +316,8 @@ def threads(goals):
     thread = Program("Interfaces.IThreadBenchmark")
     dates = Program("Util.UtilTimeBenchmark")
     contest = Contest("Threads, semaphore, dates", "threads", "ns",
-                      "To and fro between two threads, most of the time is the scheduler's.")
+                      "To and fro between two threads that do nothing else, ISemaphore spins before it "
+                      "sleeps; most of the others' time is the scheduler's.")
     contest.add("delayed callback, first instruction",
                 Tolvex=asynchronous.time("IAsyncDelayZero/manual_time"),
                 **{"std::thread": asynchronous.time("StdThreadDetach/manual_time"),
