@@ -188,7 +188,8 @@ bool AddCharacter(Token& token, char character)
 /// strtod() in the C locale, whatever the process's; the whole text must convert without any error.
 bool ConvertToDouble(const std::string& text, Value& value)
 {
-    static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", locale_t{});  // never freed
+    // No allocation and no lock: the C library keeps this one.
+    const locale_t cLocale = newlocale(LC_ALL_MASK, "C", locale_t{});
     char* end = nullptr;
     errno = 0;
     // Required: all that strtod() takes is a number here, hexadecimal ones and nan(...) included.

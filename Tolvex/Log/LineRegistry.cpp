@@ -1,10 +1,12 @@
 #include "Tolvex/Log/LineRegistry.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <pthread.h>
 
 #include "Tolvex/Log/LineFacts.h"
+#include "Tolvex/Util/EnumString.h"
 #include "Tolvex/Util/Sleep.h"
 
 namespace Tolvex::Ilog {
@@ -18,6 +20,8 @@ alignas(8) thread_local char threadMark;  // only its address is used
 constinit std::mutex registryMutex;  // guards the list; taken before the mutexes of its members
 LineState* firstState = nullptr;     // the loggers of the process
 
+std::atomic<std::uintptr_t> forkingThread = 0;  // the thread that holds the locks for a fork
+
 bool keyCreated = false;  // set before the first logger can be enabled, constant afterwards
 pthread_key_t threadEndKey;
 
@@ -30,32 +34,45 @@ void DropLinesOfThread(void* mark)
     }
 }
 
+/// Does nothing where this has been done for the fork already, see RegisterLine().
 void LockBeforeFork()
 {
+    if (forkingThread == CallingThread()) {
+        return;
+    }
     registryMutex.lock();
+    forkingThread = CallingThread();
     for (LineState* state = firstState; state != nullptr; state = state->next) {
         state->LockForFork();
     }
     LockLineFacts();
 }
 
-void UnlockInParent()
+/// Gives what LockBeforeFork() has locked back; a second time there is nothing left.
+void UnlockAfterFork(bool inChild)
 {
+    if (forkingThread != CallingThread()) {
+        return;
+    }
     UnlockLineFacts();
     for (LineState* state = firstState; state != nullptr; state = state->next) {
+        if (inChild) {
+            state->RenewInChild();
+        }
         state->UnlockAfterFork();
     }
+    forkingThread = 0;
     registryMutex.unlock();
+}
+
+void UnlockInParent()
+{
+    UnlockAfterFork(false);
 }
 
 void UnlockInChild()
 {
-    UnlockLineFacts();
-    for (LineState* state = firstState; state != nullptr; state = state->next) {
-        state->RenewInChild();
-        state->UnlockAfterFork();
-    }
-    registryMutex.unlock();
+    UnlockAfterFork(true);
 }
 
 bool AllDrained()
@@ -89,6 +106,8 @@ void DrainAtExit()
 void PrepareProcess()
 {
     keyCreated = pthread_key_create(&threadEndKey, DropLinesOfThread) == 0;
+    // First: a lock that is not prepared yet when a fork begins may stay taken in the child.
+    Util::EnumStringMutex();
     pthread_atfork(LockBeforeFork, UnlockInParent, UnlockInChild);
     std::atexit(DrainAtExit);
 }
@@ -97,8 +116,9 @@ void PrepareProcess()
 
 void RegisterLine(LineState& state)
 {
-    static const bool prepared = (PrepareProcess(), true);
-    static_cast<void>(prepared);
+    // Unlike a static's initialisation, one that a fork interrupts begins anew in the child.
+    static pthread_once_t prepared = PTHREAD_ONCE_INIT;
+    pthread_once(&prepared, PrepareProcess);
 
     const std::lock_guard lock(registryMutex);
     state.next = firstState;

@@ -1,6 +1,5 @@
 #include "Tolvex/Util/EnumString.h"
 
-#include <atomic>
 #include <new>
 #include <pthread.h>
 
@@ -9,7 +8,6 @@ namespace Tolvex::Util {
 namespace {
 
 constinit std::recursive_mutex tableMutex;
-constinit std::atomic<bool> forkIsHandled = false;
 
 void LockBeforeFork()
 {
@@ -29,14 +27,20 @@ void RenewInChild()
     new (&tableMutex) std::recursive_mutex;
 }
 
+/// Best effort: without memory a child that is forked in the wrong moment finds the lock taken.
+void PrepareForForks()
+{
+    pthread_atfork(LockBeforeFork, UnlockAfterFork, RenewInChild);
+}
+
 }  // namespace
 
 std::recursive_mutex& EnumStringMutex()
 {
-    if (!forkIsHandled.exchange(true)) {
-        // Best effort: without it a child that is forked in the wrong moment finds the lock taken.
-        pthread_atfork(LockBeforeFork, UnlockAfterFork, RenewInChild);
-    }
+    // No thread comes to lock it before forks are prepared for. Unlike a static's initialisation,
+    // one that a fork interrupts begins anew in the child; to be prepared twice does no harm.
+    static pthread_once_t prepared = PTHREAD_ONCE_INIT;
+    pthread_once(&prepared, PrepareForForks);
     return tableMutex;
 }
 

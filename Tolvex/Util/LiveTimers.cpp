@@ -1,7 +1,10 @@
 #include "Tolvex/Util/LiveTimers.h"
 
+#include <memory>
 #include <new>
 #include <pthread.h>
+
+#include "Tolvex/Util/SharedValue.h"
 
 namespace Tolvex::Util {
 
@@ -10,22 +13,26 @@ namespace {
 /// How late an expiry may be delivered and still be told from one of a later timer.
 constexpr std::chrono::seconds longestDelivery(10);
 
-constinit LiveTimers* listOfProcess = nullptr;  // null until it is needed
+constinit LiveTimers* listOfProcess = nullptr;  // shared; null until it is needed
 
 }  // namespace
 
 LiveTimers& LiveTimers::Get()
 {
-    static const bool made = (Make(), true);
-    static_cast<void>(made);
-    return *listOfProcess;
+    LiveTimers* const made = LoadShared(listOfProcess);
+    return made != nullptr ? *made : *Make();
 }
 
-void LiveTimers::Make()
+LiveTimers* LiveTimers::Make()
 {
-    listOfProcess = new LiveTimers(nullptr);  // never deleted, see the header
-    // Best effort: without it a child that is forked in the wrong moment finds the lock taken.
+    std::unique_ptr<LiveTimers> made(new LiveTimers(nullptr));
+    // First: no thread comes to lock it before. Best effort: without memory a child that is forked
+    // in the wrong moment finds the lock taken. To be prepared twice does no harm.
     pthread_atfork(nullptr, nullptr, MakeInChild);
+    if (SetSharedOnce(listOfProcess, made.get())) {
+        static_cast<void>(made.release());  // never deleted, see the header
+    }
+    return LoadShared(listOfProcess);
 }
 
 /// The child has none of the timers. Its copies of the lock and of the entries may be in any state.

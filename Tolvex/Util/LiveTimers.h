@@ -63,7 +63,7 @@ private:
 
     explicit LiveTimers(LiveTimers* ofParent) : parents(ofParent) {}
 
-    static void Make();
+    static LiveTimers* Make();
     static void MakeInChild();
     void NoteSetting(const void* timer, Clock::time_point start, Clock::duration period);
     static std::int64_t CountDue(const Entry& entry, Clock::time_point now);

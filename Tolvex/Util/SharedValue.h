@@ -21,7 +21,7 @@ namespace Tolvex::Util {
 ///
 /// Sees everything that the writing thread did before its StoreShared() of the value read.
 /// @tparam T      A type that the processor reads in one piece: bool, an integer, a pointer.
-/// @param member  Written with StoreShared() only, once other threads know it.
+/// @param member  Written with the functions below only, once other threads know it.
 /// @return its value.
 /// @par Thread safety
 /// Thread-safe. Two loads in a row are no snapshot.
@@ -44,6 +44,21 @@ void StoreShared(T& member, std::type_identity_t<T> value)
 {
     static_assert(std::atomic_ref<T>::is_always_lock_free);
     std::atomic_ref<T>(member).store(value, std::memory_order_release);
+}
+
+/// Sets a plain pointer that other threads read with LoadShared(), unless one of them has set it.
+/// @tparam T      What it points to.
+/// @param member  Null until it is set.
+/// @param value   Not null.
+/// @return whether this call has set it.
+/// @par Thread safety
+/// Thread-safe, and without a lock: a child that is forked meanwhile can set it, too.
+template <typename T>
+bool SetSharedOnce(T*& member, std::type_identity_t<T>* value)
+{
+    static_assert(std::atomic_ref<T*>::is_always_lock_free);
+    T* unset = nullptr;
+    return std::atomic_ref<T*>(member).compare_exchange_strong(unset, value);
 }
 
 }  // namespace Tolvex::Util

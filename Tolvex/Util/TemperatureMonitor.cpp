@@ -1,11 +1,9 @@
 #include "Tolvex/Util/TemperatureMonitor.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <fcntl.h>
+#include <memory>
 #include <mutex>
-#include <new>
-#include <pthread.h>
 #include <unistd.h>
 
 #include "Tolvex/Util/NoCancellation.h"
@@ -17,15 +15,6 @@ namespace {
 constexpr char thermalZone[] = "/sys/devices/virtual/thermal/thermal_zone0/temp";
 constexpr int refreshMilliseconds = 60000;
 constexpr int refreshStackBytes = 16384;
-
-constinit std::mutex instanceMutex;  // held while the one monitor is made
-constinit std::atomic<bool> forkIsHandled = false;
-
-/// A thread of the parent that was making the monitor does not exist in the child.
-void RenewInChild()
-{
-    new (&instanceMutex) std::mutex;
-}
 
 /// Closes the descriptor at the end of its scope.
 class Descriptor
@@ -80,12 +69,9 @@ void TemperatureMonitor::Start()
     if (LoadShared(instance) != nullptr) {
         return;
     }
-    if (!forkIsHandled.exchange(true)) {
-        pthread_atfork(nullptr, nullptr, RenewInChild);  // Best effort
-    }
-    const std::lock_guard lock(instanceMutex);
-    if (LoadShared(instance) == nullptr) {
-        StoreShared(instance, new TemperatureMonitor);  // never deleted
+    auto made = std::make_unique<TemperatureMonitor>();
+    if (SetSharedOnce(instance, made.get())) {
+        static_cast<void>(made.release());  // never deleted
     }
 }
 

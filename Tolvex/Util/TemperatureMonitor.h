@@ -68,7 +68,7 @@ public:
 private:
     struct Gate;
 
-    static TemperatureMonitor* instance;  ///< shared: set once, under a lock
+    static TemperatureMonitor* instance;  ///< shared: set once
 
     Timer* timer = nullptr;        ///< the periodic reader; owned
     bool available = false;        ///< shared: the last read succeeded

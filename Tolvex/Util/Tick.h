@@ -46,9 +46,6 @@ private:
 
     explicit Tick(Idle /*notStarted*/);
 
-    /// @return the instance when this call has created it, yet to be started; else null.
-    static Tick* CreateInstance();
-
     void Run() override;
 
     std::uint64_t tickCount = 0;  ///< shared; passes of one second; written by the thread alone
