@@ -13,7 +13,7 @@ namespace Tolvex::Ilog {
 namespace {
 
 constinit std::mutex factsMutex;  // guards what follows; held while the facts are found out
-constinit LineFacts last;         // text and length only: 0, no text yet
+constinit LineFacts last;         // no temperature; of length 0, no text yet
 constinit tm lastShown{};         // the broken-down time that the text shows
 
 bool SameSecond(const tm& left, const tm& right)
@@ -27,6 +27,7 @@ bool SameSecond(const tm& left, const tm& right)
 void RefreshTextLocked()
 {
     const time_t now = std::time(nullptr);
+    last.second = now;
     tm local{};
     if (localtime_r(&now, &local) == nullptr ||
         (last.length != 0 && SameSecond(local, lastShown))) {
@@ -46,9 +47,7 @@ LineFacts ReadLineFacts()
     const std::lock_guard lock(factsMutex);
     RefreshTextLocked();
 
-    LineFacts facts;
-    facts.length = last.length;
-    std::copy_n(last.text.begin(), last.length, facts.text.begin());
+    LineFacts facts = last;
     auto* const monitor = Util::TemperatureMonitor::GetInstance();
     facts.temperatureKnown = monitor->GetTemperatureAvailable();
     facts.temperature = monitor->GetTemperature();

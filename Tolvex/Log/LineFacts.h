@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <ctime>
 #include <string_view>
 
 namespace Tolvex::Ilog {
@@ -13,6 +14,7 @@ struct LineFacts
 {
     std::array<char, 64> text{};
     std::size_t length = 0;
+    std::time_t second = 0;  ///< of the wall clock, which the text shows
     bool temperatureKnown = false;
     int temperature = 0;  ///< whole degrees Celsius
 

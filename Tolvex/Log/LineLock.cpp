@@ -33,11 +33,11 @@ void LineEntry::Keep()
     state = nullptr;
 }
 
-bool LineEntry::HandOver()
+bool LineEntry::HandOver(std::string_view text)
 {
     LineState* const line = state;
     state = nullptr;
-    return line->HandOver();
+    return line->HandOver(text);
 }
 
 LineLock::LineLock(bool& enabledFlag, bool& stoppedFlag, void* owner, void (*renew)(void* owner))
@@ -78,9 +78,9 @@ bool LineLock::HeldByCaller() const
     return state->HeldByCaller();
 }
 
-void LineLock::TakeBack()
+bool LineLock::TakeBack()
 {
-    state->TakeBack();
+    return state->TakeBack();
 }
 
 LineLock::Control::Control(LineLock& lineLock)
@@ -160,9 +160,21 @@ LineWriter::~LineWriter()
     state->WriterGone(number);
 }
 
+bool LineWriter::TakeSoon()
+{
+    return state->TakeSoon(number, lastLine);
+}
+
 LineWriter::Step LineWriter::Next()
 {
     return state->Next(number);
+}
+
+std::string_view LineWriter::Line()
+{
+    const std::string_view line = state->Text();
+    lastLine = line.data();
+    return line;
 }
 
 void LineWriter::EnterPolicy()
@@ -170,7 +182,7 @@ void LineWriter::EnterPolicy()
     state->EnterPolicy();
 }
 
-bool LineWriter::FinishLine()
+LineWriter::Step LineWriter::FinishLine()
 {
     return state->FinishLine(number);
 }

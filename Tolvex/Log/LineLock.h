@@ -3,9 +3,11 @@
 /// Applications use LoggerBase, which is built on this; see examples/LogLines.cpp.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "Tolvex/Types/Export.h"
 
@@ -13,6 +15,9 @@ namespace Tolvex::Ilog {
 
 class LineLock;
 class LineState;
+
+/// What processors exchange at a time, in bytes. What different threads write is kept so far apart.
+constexpr std::size_t cacheLineBytes = 64;
 
 /// A step of composing a line: while it exists, the calling thread alone changes the text.
 ///
@@ -43,8 +48,9 @@ public:
 
     /// Ends the step and the line, which is the writer's from now on.
     ///
+    /// @param text  The line. Not copied: to be left as it is until the lock is free again.
     /// @return false when the logger was closed meanwhile; the line is dropped then.
-    bool HandOver();
+    bool HandOver(std::string_view text);
 
 private:
     LineState* state;  ///< null: no line. Not owned
@@ -95,7 +101,8 @@ public:
     bool HeldByCaller() const;
 
     /// Takes a line back that was handed over, when its writer could not be told.
-    void TakeBack();
+    /// @return false when the writer has seen it before.
+    bool TakeBack();
 
     /// One Enable() or Close() at a time. While it exists the calling thread is not cancelled.
     /// @par Thread safety
@@ -179,21 +186,30 @@ public:
         End,    ///< stopped is set; the logger must not be touched any more
     };
 
+    /// Spins for a complete line, for up to 50 microseconds, unless that has been in vain lately.
+    /// @return whether there is one, and the next step is Step::Write.
+    bool TakeSoon();
+
     /// Finds out what to do after the semaphore has been woken. Does not block.
     /// @return the next step.
     Step Next();
 
+    /// @return the text of the complete line, good until EnterPolicy().
+    std::string_view Line();
+
     /// From here to FinishLine() the logger may be destroyed, unless the policy is in use.
     void EnterPolicy();
 
-    /// Releases the line lock. @return whether to go on; else the logger must not be touched.
-    bool FinishLine();
+    /// Releases the line lock. Does not block.
+    /// @return the next step.
+    Step FinishLine();
 
     std::string text;  ///< the line in hand; keeps its memory
 
 private:
     std::shared_ptr<LineState> state;
     std::uint32_t number;
+    const char* lastLine = nullptr;  ///< where the text of the next one will most likely be, too
 };
 
 }  // namespace Tolvex::Ilog

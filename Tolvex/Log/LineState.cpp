@@ -1,5 +1,6 @@
 #include "Tolvex/Log/LineState.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <system_error>
@@ -24,15 +25,25 @@ LineState::LineState(bool& enabledFlag, bool& stoppedFlag, void* loggerOwner, vo
 {
 }
 
-std::uintptr_t LineState::Mine(Phase phase)
-{
-    return CallingThread() | phase;
-}
-
 bool LineState::Advance(Phase from, Phase to)
 {
-    std::uintptr_t expected = Mine(from);
-    return word.compare_exchange_strong(expected, Mine(to));
+    const std::uintptr_t caller = CallingThread();
+    std::uintptr_t expected = caller | from;
+    // Looked at first: the attempt alone would take the word from the processor that works with it.
+    return word == expected && word.compare_exchange_strong(expected, caller | to);
+}
+
+bool LineState::TryTake()
+{
+    std::uintptr_t expected = Free;
+    return word.compare_exchange_strong(expected, CallingThread() | Inserting);
+}
+
+/// Takes a line that waits for the writer.
+bool LineState::TakeComplete(Phase phase)
+{
+    std::uintptr_t expected = Complete;
+    return word.compare_exchange_strong(expected, CallingThread() | phase);
 }
 
 void LineState::FreeLocked()
@@ -64,37 +75,66 @@ bool LineState::Begin()
 
     // As with a std::mutex, waiting for the lock is no cancellation point.
     const Util::NoCancellation scope;
+    WatchCallingThread();
     std::unique_lock lock(mutex, std::defer_lock);
-    LockOnceFree(lock);
-    if (word != Free || overtakings == mostOvertakings) {
-        QueueForLine(lock);
-    } else if (firstWaiter != nullptr) {
-        ++overtakings;
+    bool taken = SpinForLine(lock);
+    if (!taken || queued) {
+        taken = TakeInTurn(lock, taken);
     }
-    if (!admitting) {
+    // A Refuse() that has looked for open lines before this one was taken has left it to us.
+    if (taken && !admitting) {
+        if (!lock.owns_lock()) {
+            lock.lock();
+        }
+        FreeIfHeldLocked();
         return false;
     }
-    WatchCallingThread();
-    word = Mine(Inserting);
-    return true;
+    return taken;
 }
 
-/// Locks the mutex, when the line is free or refused if that is soon.
-void LineState::LockOnceFree(std::unique_lock<std::mutex>& lock)
+/// Takes the line if it is free soon and nobody queues for it.
+///
+/// @param lock  Locked if the line is free soon and somebody does.
+/// @return whether the line was taken.
+bool LineState::SpinForLine(std::unique_lock<std::mutex>& lock)
 {
     static constinit thread_local Util::AdaptiveSpin spin;
+    bool taken = false;
     // More of them would keep processors from those that have the line.
     if (!spinning.exchange(true)) {
-        spin.Until([&] { return (word == Free || !Util::LoadShared(enabled)) && lock.try_lock(); });
+        spin.Until([&] {
+            if (!admitting) {
+                return true;
+            }
+            return word == Free && (queued ? lock.try_lock() : (taken = TryTake()));
+        });
         spinning = false;
     }
+    return taken;
+}
+
+/// Counts as overtaking, or queues; locks the mutex first.
+///
+/// @param taken  The line is the caller's already.
+/// @return whether it is now.
+bool LineState::TakeInTurn(std::unique_lock<std::mutex>& lock, bool taken)
+{
     if (!lock.owns_lock()) {
         lock.lock();
     }
+    if (firstWaiter == nullptr || overtakings < mostOvertakings) {
+        if (taken || TryTake()) {
+            overtakings += firstWaiter != nullptr ? 1 : 0;
+            return true;
+        }
+    } else if (taken) {
+        FreeIfHeldLocked();
+    }
+    return QueueForLine(lock);
 }
 
-/// Returns when it is the caller's turn and the line is free, or when the logger refuses lines.
-void LineState::QueueForLine(std::unique_lock<std::mutex>& lock)
+/// Takes the line when it is the caller's turn. @return false when the logger refuses lines.
+bool LineState::QueueForLine(std::unique_lock<std::mutex>& lock)
 {
     Waiter self;
     Waiter** end = &firstWaiter;
@@ -102,14 +142,19 @@ void LineState::QueueForLine(std::unique_lock<std::mutex>& lock)
         end = &(*end)->next;
     }
     *end = &self;
+    queued = true;  // before the line is tried: who frees it later sees this
 
-    while (admitting && (word != Free || firstWaiter != &self)) {
+    bool taken = false;
+    while (admitting && !(taken = firstWaiter == &self && TryTake())) {
         self.called = false;
         self.turn.wait(lock);
         if (admitting && word != Free) {
             overtakings = mostOvertakings;  // this thread is awake now, so the next line is its
             lock.unlock();
-            LockOnceFree(lock);
+            SpinForLine(lock);
+            if (!lock.owns_lock()) {
+                lock.lock();
+            }
         }
     }
 
@@ -118,9 +163,11 @@ void LineState::QueueForLine(std::unique_lock<std::mutex>& lock)
         link = &(*link)->next;
     }
     *link = self.next;
+    queued = firstWaiter != nullptr;
     if (link == &firstWaiter) {
         overtakings = 0;  // they are those of the first
     }
+    return taken;
 }
 
 void LineState::CallWaiter(Waiter& waiter)
@@ -145,12 +192,7 @@ bool LineState::Enter()
 
 bool LineState::TryOccupy()
 {
-    const std::lock_guard lock(mutex);
-    if (word != Free) {
-        return false;
-    }
-    word = Mine(Inserting);
-    return true;
+    return TryTake();
 }
 
 void LineState::Leave()
@@ -160,18 +202,19 @@ void LineState::Leave()
     }
 }
 
-bool LineState::HandOver()
+bool LineState::HandOver(std::string_view line)
 {
-    const std::lock_guard lock(mutex);
-    if (word != Mine(Inserting)) {
-        // GCOV_EXCL_START: closed by another thread within the insertion, or a child forked in it
-        FreeIfHeldLocked();
-        return false;
-        // GCOV_EXCL_STOP
+    text = line;
+    ++handedOver;  // first: a line that is finished has been counted here
+    std::uintptr_t expected = CallingThread() | Inserting;
+    if (word.compare_exchange_strong(expected, Complete)) {
+        return true;
     }
-    word = Complete;
-    ++handedOver;
-    return true;
+    // GCOV_EXCL_START: closed by another thread within the insertion, or a child forked in it
+    --handedOver;
+    Drop();
+    return false;
+    // GCOV_EXCL_STOP
 }
 
 void LineState::Drop()
@@ -180,13 +223,15 @@ void LineState::Drop()
     FreeIfHeldLocked();
 }
 
-void LineState::TakeBack()
+bool LineState::TakeBack()
 {
     const std::lock_guard lock(mutex);
-    if (word == Complete) {
-        ++finished;
-        FreeLocked();
+    if (!TakeComplete(Inserting)) {
+        return false;
     }
+    ++finished;
+    FreeLocked();
+    return true;
 }
 
 void LineState::Admit()
@@ -202,7 +247,7 @@ void LineState::Refuse()
     Util::StoreShared(enabled, false);
     admitting = false;
 
-    // The composing thread changes the word without the mutex, between these two phases only.
+    // A line that is taken after this look is given up by its thread, which then sees admitting.
     std::uintptr_t value = word;
     while (PhaseOf(value) == Open || PhaseOf(value) == Inserting) {
         const std::uintptr_t dropped =
@@ -219,9 +264,8 @@ bool LineState::Stopped() const
     return Util::LoadShared(stopped);
 }
 
-bool LineState::WriterIsBusy()
+bool LineState::WriterIsBusy() const
 {
-    const std::lock_guard lock(mutex);
     return inPolicy;
 }
 
@@ -249,11 +293,29 @@ bool LineState::TextIsStale()
 bool LineState::TryDetach()
 {
     const std::lock_guard lock(mutex);
-    if (!Stopped() && !inPolicy) {
+    std::uintptr_t value = word;
+    const bool abandoned = inPolicy && PhaseOf(value) == Writing &&
+                           word.compare_exchange_strong(value, (value & ~phaseMask) | Abandoned);
+    if (!Stopped() && !abandoned) {
         return false;  // GCOV_EXCL_LINE: a writer between its policy and its end
     }
     loggerGone = true;
     return true;
+}
+
+bool LineState::TakeSoon(std::uint32_t number, const char* likelyText)
+{
+    static constinit thread_local Util::AdaptiveSpin spin;
+    return spin.Until([&] {
+        if (handedOver == finished) {
+            return false;
+        }
+        // All that is needed next comes from another processor: at the same time, then.
+        __builtin_prefetch(&word, 1);
+        __builtin_prefetch(likelyText);
+        __builtin_prefetch(likelyText + cacheLineBytes);
+        return number == writer && TakeComplete(Writing);
+    });
 }
 
 LineWriter::Step LineState::Next(std::uint32_t number)
@@ -265,14 +327,13 @@ LineWriter::Step LineState::Next(std::uint32_t number)
         // GCOV_EXCL_STOP
     }
     // Required: what is complete is written before the writer looks at whether it is to end.
-    if (word == Complete) {
-        word = Mine(Writing);
+    // No line becomes complete once lines are refused, so the order of the looks is this.
+    const bool ending = !admitting;
+    if (TakeComplete(Writing)) {
         return LineWriter::Step::Write;
     }
-    if (admitting) {
-        // GCOV_EXCL_START: the token of a line that was written for an earlier token
+    if (!ending) {
         return LineWriter::Step::Wait;
-        // GCOV_EXCL_STOP
     }
     Util::StoreShared(stopped, true);
     return LineWriter::Step::End;
@@ -280,23 +341,25 @@ LineWriter::Step LineState::Next(std::uint32_t number)
 
 void LineState::EnterPolicy()
 {
-    const std::lock_guard lock(mutex);
-    inPolicy = true;
+    inPolicy.store(true, std::memory_order_release);
 }
 
-bool LineState::FinishLine(std::uint32_t number)
+LineWriter::Step LineState::FinishLine(std::uint32_t number)
 {
-    const std::lock_guard lock(mutex);
-    inPolicy = false;
+    inPolicy.store(false, std::memory_order_release);
+    std::uintptr_t held = word;
+    if (PhaseOf(held) == Abandoned || !word.compare_exchange_strong(held, Free)) {
+        return LineWriter::Step::End;  // WriterGone() does the rest
+    }
+    if (queued) {
+        const std::lock_guard lock(mutex);
+        if (firstWaiter != nullptr && word == Free) {
+            CallWaiter(*firstWaiter);
+        }
+    }
     ++finished;
-    FreeLocked();
-    if (loggerGone || number != writer) {
-        return false;
-    }
-    if (!admitting) {
-        Util::StoreShared(stopped, true);
-    }
-    return admitting;
+    // Looked at after the policy was left: Enable() does not go past a writer that is not in it.
+    return admitting && number == writer ? LineWriter::Step::Wait : Next(number);
 }
 
 void LineState::WriterGone(std::uint32_t number)
@@ -311,7 +374,7 @@ void LineState::WriterGone(std::uint32_t number)
         return;
     }
     // Only a cancelled writer comes here. Nobody is left to take a line.
-    if (word == Complete) {
+    if (TakeComplete(Writing)) {
         // GCOV_EXCL_START: a line that ends while the writer is being unwound
         ++finished;
         FreeLocked();
@@ -355,14 +418,15 @@ void LineState::RenewInChild()
 
     // Those who wait are threads of the parent.
     firstWaiter = nullptr;
+    queued = false;
     overtakings = 0;
     spinning = false;
     new (&control) std::mutex;  // not destroyed, as one of them may hold it
     controlling = 0;
     word = Free;
-    admitting = false;
     inPolicy = false;
-    finished = handedOver;
+    admitting = false;
+    finished = handedOver.load();
     ++writer;
     Util::StoreShared(enabled, false);
     Util::StoreShared(stopped, true);
@@ -378,7 +442,8 @@ void LineState::NoteDrainTarget()
 bool LineState::Drained()
 {
     const std::lock_guard lock(mutex);
-    return finished >= drainTarget || HeldByCaller();
+    // A line may have been dropped since, in the moment of its hand-over.
+    return finished >= std::min<std::uint64_t>(drainTarget, handedOver) || HeldByCaller();
 }
 
 }  // namespace Tolvex::Ilog

@@ -4,8 +4,10 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <string_view>
 
 #include "Tolvex/Log/LineLock.h"
 
@@ -28,25 +30,27 @@ public:
     bool Enter();
     bool TryOccupy();
     void Leave();
-    bool HandOver();
+    bool HandOver(std::string_view line);
     void Drop();
-    void TakeBack();
+    bool TakeBack();
     bool HeldByCaller() const;
 
     // The logger.
     void Admit();
     void Refuse();
     bool Stopped() const;
-    bool WriterIsBusy();
+    bool WriterIsBusy() const;
     std::uint32_t AnnounceWriter();
     void CancelWriter();
     bool TextIsStale();
     bool TryDetach();
 
     // The writers.
+    bool TakeSoon(std::uint32_t number, const char* likelyText);
     LineWriter::Step Next(std::uint32_t number);
+    std::string_view Text() const { return text; }
     void EnterPolicy();
-    bool FinishLine(std::uint32_t number);
+    LineWriter::Step FinishLine(std::uint32_t number);
     void WriterGone(std::uint32_t number);
 
     // Enable() and Close().
@@ -74,6 +78,7 @@ private:
         Dropped = 3,    ///< as Inserting, but the line is to be given up afterwards
         Complete = 4,   ///< nobody's; the writer is to take it
         Writing = 5,    ///< the writer has the line
+        Abandoned = 6,  ///< the writer has the line, but the logger exists no more
     };
     static constexpr std::uintptr_t phaseMask = 7;
 
@@ -86,27 +91,39 @@ private:
     };
 
     static Phase PhaseOf(std::uintptr_t value) { return static_cast<Phase>(value & phaseMask); }
-    static std::uintptr_t Mine(Phase phase);
     bool Advance(Phase from, Phase to);
+    bool TryTake();
+    bool TakeComplete(Phase phase);
     void FreeLocked();
     void FreeIfHeldLocked();
-    void LockOnceFree(std::unique_lock<std::mutex>& lock);
-    void QueueForLine(std::unique_lock<std::mutex>& lock);
+    bool SpinForLine(std::unique_lock<std::mutex>& lock);
+    bool TakeInTurn(std::unique_lock<std::mutex>& lock, bool taken);
+    bool QueueForLine(std::unique_lock<std::mutex>& lock);
     void CallWaiter(Waiter& waiter);
     void CallAllWaiters();
 
-    mutable std::mutex mutex;  ///< guards what follows, and every step from and to Free
-    std::atomic<std::uintptr_t> word = Free;
+    // What comes in each cache line of its own: a thread that spins looks at one of them, while the
+    // one that it waits for works with another.
+
+    alignas(cacheLineBytes) std::atomic<std::uintptr_t> word = Free;
+    std::atomic<bool> admitting = false;    ///< lines may begin; changed under the mutex
+    std::atomic<bool> queued = false;       ///< there is a first waiter; changed under the mutex
+    std::atomic<std::uint32_t> writer = 0;  ///< number of the writer whose flags these are
+    std::string_view text;                  ///< of a complete line; belongs to who has the line
+
+    alignas(cacheLineBytes) std::atomic<std::uint64_t> handedOver = 0;  ///< lines so far
+    std::atomic<std::uint64_t> finished = 0;                            ///< written, or taken back
+
+    /// The writer is in the policy, for as long as that takes. Its own, so that it is set without a
+    /// delay while others spin for the word.
+    alignas(cacheLineBytes) std::atomic<bool> inPolicy = false;
+
+    alignas(cacheLineBytes) std::mutex mutex;  ///< guards what follows
     std::atomic<bool> spinning = false;  ///< a thread spins for the line; one does at a time
     Waiter* firstWaiter = nullptr;       ///< the queue of those that sleep for the line
     int overtakings = 0;                 ///< lines begun by others while the first waiter waits
-    bool admitting = false;              ///< lines may begin
-    std::uint32_t writer = 0;            ///< number of the writer whose flags these are
-    bool inPolicy = false;               ///< a writer is in the policy, for as long as that takes
     bool loggerGone = false;             ///< the flags and the owner exist no more
     bool textStale = false;              ///< the text was left in any state by a fork
-    std::uint64_t handedOver = 0;        ///< lines so far
-    std::uint64_t finished = 0;          ///< lines written, or taken back
     std::uint64_t drainTarget = 0;       ///< lines that the exit of the process waits for
 
     std::mutex control;                           ///< held during one Enable() or Close()

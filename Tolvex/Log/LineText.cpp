@@ -1,5 +1,6 @@
 #include "Tolvex/Log/LineText.h"
 
+#include <charconv>
 #include <string>
 
 #include "Tolvex/Log/LineFacts.h"
@@ -29,18 +30,44 @@ void ResetLine(std::stringstream& buffer)
     }
 }
 
-void AppendLineHeader(std::stringstream& buffer, LogType type)
+LineHeader::LineHeader(LogType lineType) : type(lineType)
+{
+    Make();
+}
+
+void LineHeader::Make()
 {
     const LineFacts facts = ReadLineFacts();
-    buffer << '[' << facts.Time() << ']';
+    second = facts.second;
+    length = 0;
+    Append("[");
+    Append(facts.Time());
+    Append("]");
     if (facts.temperatureKnown) {
-        buffer << '[' << facts.temperature << "C]";
+        std::array<char, 16> number;
+        const char* const end = std::to_chars(number.begin(), number.end(), facts.temperature).ptr;
+        Append("[");
+        Append({number.data(), static_cast<std::size_t>(end - number.data())});
+        Append("C]");
     }
     if (type == LogType::Error) {
-        buffer << "[ERROR]";
+        Append("[ERROR]");
     } else if (type == LogType::Warning) {
-        buffer << "[WARNING]";
+        Append("[WARNING]");
     }
+}
+
+void LineHeader::Append(std::string_view piece)
+{
+    length += piece.copy(text.data() + length, text.size() - length);
+}
+
+void LineHeader::InsertInto(std::stringstream& buffer)
+{
+    if (std::time(nullptr) != second) {
+        Make();
+    }
+    buffer << std::string_view(text.data(), length);
 }
 
 bool EndsWithNewline(const std::stringstream& buffer)

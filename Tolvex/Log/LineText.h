@@ -3,8 +3,12 @@
 /// examples/LogLines.cpp.
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <ctime>
 #include <ostream>
 #include <sstream>
+#include <string_view>
 
 #include "Tolvex/Log/LogType.h"
 #include "Tolvex/Types/Export.h"
@@ -17,10 +21,30 @@ namespace Tolvex::Ilog {
 /// Caller serialises; so do all of these.
 TOLVEX_EXPORT void ResetLine(std::stringstream& buffer);
 
-/// Inserts "[date and time]", "[temperature C]" when it is known, and the tag of the type.
-/// @param buffer  The line, reset before.
-/// @param type    Any value; one that is not known has no tag.
-TOLVEX_EXPORT void AppendLineHeader(std::stringstream& buffer, LogType type);
+/// The beginning of a line: "[date and time]", "[temperature C]" when it is known, and the tag of
+/// the type. To be made before the line lock is taken: what can be done while others have the line
+/// does not delay the next one.
+/// @par Thread safety
+/// Belongs to the thread that made it.
+class TOLVEX_EXPORT LineHeader
+{
+public:
+    /// @param lineType  Any value; one that is not known has no tag.
+    explicit LineHeader(LogType lineType);
+
+    /// Inserts the text, made anew if the clock shows another second by now.
+    /// @param buffer  The line, reset before.
+    void InsertInto(std::stringstream& buffer);
+
+private:
+    void Make();
+    void Append(std::string_view piece);
+
+    LogType type;
+    std::time_t second = 0;
+    std::size_t length = 0;
+    std::array<char, 128> text;
+};
 
 /// @param buffer  The line.
 /// @return whether the text ends in a newline.

@@ -169,6 +169,7 @@ private:
 
     template <typename T>
     LoggerBase<Policy>& Insert(const T& value);
+    void EndStep(LineEntry& line);
     void HandOver(LineEntry& line);
     void ClosePolicy(bool writerStopped);
     bool StartWriter();
@@ -177,10 +178,12 @@ private:
     void RenewStaleBuffer();
 
     Policy policy;
-    std::stringstream buffer;          ///< the line; belongs to whoever has the line lock
-    LineLock lineLock;                 ///< from WriteHeader() until the line has been written
-    Interfaces::ISemaphore lineReady;  ///< one token per complete line, and one per Close()
-    std::string threadName;
+    /// The line; belongs to whoever has the line lock.
+    alignas(cacheLineBytes) std::stringstream buffer;
+    LineLock lineLock;  ///< from WriteHeader() until the line has been written
+    /// One token per complete line, and one per Close().
+    alignas(cacheLineBytes) Interfaces::ISemaphore lineReady;
+    alignas(cacheLineBytes) std::string threadName;
     pthread_t writerHandle = 0;  ///< of the writer that was started last
     bool enabled = false;        ///< shared: lines are accepted
     bool stopped = true;         ///< shared: there is no writer
@@ -265,6 +268,7 @@ void LoggerBase<Policy>::WriteHeader(LogType type)
     }
     FinishLine();
 
+    LineHeader header(type);
     // Held on return. Released by the writer, once it has written the line.
     LineEntry line = lineLock.Begin();
     if (!line) {
@@ -272,7 +276,7 @@ void LoggerBase<Policy>::WriteHeader(LogType type)
     }
     ResetLine(buffer);
     policy.WriteHeader(type);
-    AppendLineHeader(buffer, type);
+    header.InsertInto(buffer);
     line.Keep();
 }
 
@@ -311,18 +315,21 @@ LoggerBase<Policy>& LoggerBase<Policy>::operator<<(std::ostream& (*manipulator)(
     if (!ApplyManipulator(buffer, manipulator)) {
         return *this;  // drops the line
     }
-    line.Keep();
-    CheckEndOfStream();
+    EndStep(line);
     return *this;
 }
 
 template <typename Policy>
 void LoggerBase<Policy>::CheckEndOfStream()
 {
-    LineEntry line = lineLock.Enter();
-    if (!line) {
-        return;
+    if (LineEntry line = lineLock.Enter()) {
+        EndStep(line);
     }
+}
+
+template <typename Policy>
+void LoggerBase<Policy>::EndStep(LineEntry& line)
+{
     if (EndsWithNewline(buffer)) {
         HandOver(line);
     } else {
@@ -342,14 +349,15 @@ void LoggerBase<Policy>::FinishLine()
 template <typename Policy>
 void LoggerBase<Policy>::HandOver(LineEntry& line)
 {
-    if (!line.HandOver()) {
+    if (!line.HandOver(buffer.view())) {
         return;  // GCOV_EXCL_LINE: see LineState::HandOver()
     }
     try {
         lineReady.Notify();
     } catch (const std::system_error&) {
-        lineLock.TakeBack();
-        throw;
+        if (lineLock.TakeBack()) {
+            throw;
+        }
     }
 }
 
@@ -390,20 +398,20 @@ template <typename Policy>
 void LoggerBase<Policy>::WriteLines(LineWriter& writer)
 {
     for (;;) {
-        lineReady.Wait();
-        switch (writer.Next()) {
-            case LineWriter::Step::Write:
-                WriteLine(writer);
-                if (!writer.FinishLine()) {
-                    return;
-                }
-                break;
-            // GCOV_EXCL_START: see LineState::Next()
-            case LineWriter::Step::Wait:
-                break;
-            // GCOV_EXCL_STOP
-            case LineWriter::Step::End:
-                return;
+        const bool early = writer.TakeSoon();
+        if (!early) {
+            lineReady.Wait();
+        }
+        LineWriter::Step step = early ? LineWriter::Step::Write : writer.Next();
+        while (step == LineWriter::Step::Write) {
+            WriteLine(writer);
+            step = writer.FinishLine();
+        }
+        if (step == LineWriter::Step::End) {
+            return;
+        }
+        if (early) {
+            lineReady.TryWait();  // the token of the line; one that has yet to come wakes in vain
         }
     }
 }
@@ -412,8 +420,7 @@ template <typename Policy>
 void LoggerBase<Policy>::WriteLine(LineWriter& writer)
 {
     try {
-        writer.text.assign(buffer.view());
-        ResetLine(buffer);
+        writer.text.assign(writer.Line());
         writer.EnterPolicy();
         policy.Write(writer.text);
     } catch (const std::exception&) {

@@ -44,6 +44,9 @@ public:
     /// @return the table, filled. What other threads register meanwhile changes it: to walk it
     /// while they may, hold EnumStringMutex().
     static std::map<std::string, Enum>& GetMap();
+
+private:
+    static std::map<std::string, Enum>& GetMapLocked();
 };
 
 /// The string table of one enumeration.
@@ -81,7 +84,7 @@ void EnumStringBase<Derived, Enum>::RegisterEnumerator(Enum value, const std::st
 {
     const std::lock_guard lock(EnumStringMutex());
     // Required: a text that is there already keeps its first value.
-    GetMap().emplace(text, value);
+    GetMapLocked().emplace(text, value);
 }
 
 template <typename Derived, typename Enum>
@@ -92,7 +95,7 @@ const std::string& EnumStringBase<Derived, Enum>::From(Enum value)
     static const std::string& dummy = *new std::string;
 
     const std::string* found = nullptr;
-    for (const auto& [text, candidate] : GetMap()) {
+    for (const auto& [text, candidate] : GetMapLocked()) {
         if (candidate != value) {
             continue;
         }
@@ -109,6 +112,12 @@ template <typename Derived, typename Enum>
 std::map<std::string, Enum>& EnumStringBase<Derived, Enum>::GetMap()
 {
     const std::lock_guard lock(EnumStringMutex());
+    return GetMapLocked();
+}
+
+template <typename Derived, typename Enum>
+std::map<std::string, Enum>& EnumStringBase<Derived, Enum>::GetMapLocked()
+{
     // Never destroyed: threads may still look texts up while the process exits.
     static std::map<std::string, Enum>& assocMap = *new std::map<std::string, Enum>;
     static bool bFirstAccess = true;

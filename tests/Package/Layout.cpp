@@ -256,10 +256,10 @@ template <typename Policy>
 struct LoggerBaseMembers : Virtual
 {
     Policy policy;
-    std::stringstream buffer;
+    alignas(64) std::stringstream buffer;
     std::shared_ptr<void> lineLock;
-    Interfaces::ISemaphore lineReady;
-    std::string threadName;
+    alignas(64) Interfaces::ISemaphore lineReady;
+    alignas(64) std::string threadName;
     pthread_t writerHandle;
     bool enabled;
     bool stopped;
