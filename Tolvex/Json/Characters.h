@@ -99,6 +99,27 @@ inline const char* FindQuoteOrBackslash(const char* at, const char* end)
     return at;
 }
 
+/// @return the first of plainStringStops, of which there is one before the end.
+inline const char* FindPlainStringStop(const char* at, [[maybe_unused]] const char* end)
+{
+#ifdef __SSE2__
+    at = SkipBySixteen(at, end, [](__m128i bytes) {
+        // '[' and '{' differ in one bit.
+        const __m128i folded = _mm_or_si128(bytes, _mm_set1_epi8('[' ^ '{'));
+        const __m128i opening = _mm_cmpeq_epi8(folded, _mm_set1_epi8('{'));
+        const __m128i ending = _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(']')),
+                                            _mm_cmpeq_epi8(bytes, _mm_set1_epi8(',')));
+        const __m128i special = _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
+                                             _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
+        return _mm_movemask_epi8(_mm_or_si128(_mm_or_si128(opening, ending), special));
+    });
+#endif
+    while (!IsIn(plainStringStops, *at)) {
+        ++at;
+    }
+    return at;
+}
+
 inline std::string_view Trim(std::string_view text)
 {
     while (!text.empty() && IsSpace(text.front())) {

@@ -246,16 +246,14 @@ Reader::Step Reader::ReadContainerElement()
 Reader::Step Reader::ReadStringElement()
 {
     const char* const begin = position + 1;
-    const char* stop = begin;
-    while (!IsIn(plainStringStops, *stop)) {  // ends at the closing bracket at the latest
-        ++stop;
-    }
+    // The closing bracket is the last stop.
+    const char* const stop = FindPlainStringStop(begin, frames.back().end);
     if (*stop != '"') {
         return ReadElementByRules();
     }
     Value& element = AddElement();
     Access::Type(element) = StringVal;
-    DecodeString({begin, stop}, Access::String(element));
+    Access::String(element) = Trim({begin, stop});  // no escape in it
     position = stop + 1;
     if (!TakeElementEnd()) {
         const char* const next = FindDelimiter();

@@ -165,7 +165,7 @@ void TakeLeast(benchmark::internal::Benchmark* growing)
     const auto least = [](const std::vector<double>& times) {
         return *std::min_element(times.begin(), times.end());
     };
-    growing->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond);
+    growing->Arg(1)->Arg(8)->Arg(64)->Unit(benchmark::kMillisecond);
     growing->Repetitions(3)->ComputeStatistics("least", least)->ReportAggregatesOnly();
 }
 
