@@ -31,7 +31,7 @@ struct LineFacts
 LineFacts ReadLineFacts();
 
 /// Keep all threads out of ReadLineFacts() while the process forks: the locks that the C library
-/// and the temperature monitor use in it would stay taken for ever in the child.
+/// takes in it, of the time zone and of timers, would stay taken for ever in the child.
 void LockLineFacts();
 void UnlockLineFacts();
 

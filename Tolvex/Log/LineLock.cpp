@@ -65,10 +65,10 @@ LineEntry LineLock::Occupy(bool patient)
     const Util::NoCancellation scope;
     // By the clock: on a busy machine each of the short sleeps takes many times its length.
     const auto deadline = std::chrono::steady_clock::now() + longestOccupation;
-    bool occupied = state->TryOccupy();
+    bool occupied = state->TryTake();
     while (!occupied && patient && std::chrono::steady_clock::now() < deadline) {
         Util::SleepFor(pollInterval);
-        occupied = state->TryOccupy();
+        occupied = state->TryTake();
     }
     return LineEntry(occupied ? state.get() : nullptr);
 }
@@ -172,9 +172,8 @@ LineWriter::Step LineWriter::Next()
 
 std::string_view LineWriter::Line()
 {
-    const std::string_view line = state->Text();
-    lastLine = line.data();
-    return line;
+    lastLine = state->Text();
+    return lastLine;
 }
 
 void LineWriter::EnterPolicy()

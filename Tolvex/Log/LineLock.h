@@ -17,6 +17,8 @@ class LineLock;
 class LineState;
 
 /// What processors exchange at a time, in bytes. What different threads write is kept so far apart.
+/// Not std::hardware_destructive_interference_size: the layout of loggers must not depend on the
+/// options of the compiler.
 constexpr std::size_t cacheLineBytes = 64;
 
 /// A step of composing a line: while it exists, the calling thread alone changes the text.
@@ -79,7 +81,8 @@ public:
     LineLock(const LineLock&) = delete;
     LineLock& operator=(const LineLock&) = delete;
 
-    /// Takes the lock for a new line. Blocks until the line before has been written.
+    /// Takes the lock for a new line. Blocks until the line before has been written; no
+    /// cancellation point.
     ///
     /// @return no line when the logger was closed meanwhile.
     /// @throws std::system_error resource_deadlock_would_occur when the calling thread has the
@@ -197,7 +200,8 @@ public:
     /// @return the text of the complete line, good until EnterPolicy().
     std::string_view Line();
 
-    /// From here to FinishLine() the logger may be destroyed, unless the policy is in use.
+    /// From here to FinishLine() the logger may be destroyed: only the policy and the text of this
+    /// object may be used.
     void EnterPolicy();
 
     /// Releases the line lock. Does not block.
@@ -209,7 +213,7 @@ public:
 private:
     std::shared_ptr<LineState> state;
     std::uint32_t number;
-    const char* lastLine = nullptr;  ///< where the text of the next one will most likely be, too
+    std::string_view lastLine;  ///< where the text of the next one will most likely be; not read
 };
 
 }  // namespace Tolvex::Ilog

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <mutex>
 #include <pthread.h>
 
 #include "Tolvex/Log/LineFacts.h"
@@ -106,7 +107,8 @@ void DrainAtExit()
 void PrepareProcess()
 {
     keyCreated = pthread_key_create(&threadEndKey, DropLinesOfThread) == 0;
-    // First: a lock that is not prepared yet when a fork begins may stay taken in the child.
+    // For its preparation only, and before ours: a lock that is prepared while a fork goes on may
+    // stay taken in the child.
     Util::EnumStringMutex();
     pthread_atfork(LockBeforeFork, UnlockInParent, UnlockInChild);
     std::atexit(DrainAtExit);

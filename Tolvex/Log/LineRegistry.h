@@ -2,6 +2,8 @@
 /// What happens to whole threads and to the process, passed on to the loggers. Not installed.
 #pragma once
 
+#include <cstdint>
+
 #include "Tolvex/Log/LineState.h"
 
 namespace Tolvex::Ilog {

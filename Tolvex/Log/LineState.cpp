@@ -50,7 +50,7 @@ void LineState::FreeLocked()
 {
     word = Free;
     if (firstWaiter != nullptr) {
-        CallWaiter(*firstWaiter);
+        Wake(*firstWaiter);
     }
 }
 
@@ -106,7 +106,14 @@ bool LineState::SpinForLine(std::unique_lock<std::mutex>& lock)
             if (!admitting) {
                 return true;
             }
-            return word == Free && (queued ? lock.try_lock() : (taken = TryTake()));
+            if (word != Free) {
+                return false;
+            }
+            if (queued) {
+                return lock.try_lock();
+            }
+            taken = TryTake();
+            return taken;
         });
         spinning = false;
     }
@@ -144,19 +151,7 @@ bool LineState::QueueForLine(std::unique_lock<std::mutex>& lock)
     *end = &self;
     queued = true;  // before the line is tried: who frees it later sees this
 
-    bool taken = false;
-    while (admitting && !(taken = firstWaiter == &self && TryTake())) {
-        self.called = false;
-        self.turn.wait(lock);
-        if (admitting && word != Free) {
-            overtakings = mostOvertakings;  // this thread is awake now, so the next line is its
-            lock.unlock();
-            SpinForLine(lock);
-            if (!lock.owns_lock()) {
-                lock.lock();
-            }
-        }
-    }
+    const bool taken = AwaitTurn(self, lock);
 
     Waiter** link = &firstWaiter;
     while (*link != &self) {
@@ -170,29 +165,44 @@ bool LineState::QueueForLine(std::unique_lock<std::mutex>& lock)
     return taken;
 }
 
-void LineState::CallWaiter(Waiter& waiter)
+bool LineState::AwaitTurn(Waiter& self, std::unique_lock<std::mutex>& lock)
 {
-    if (!waiter.called) {
-        waiter.called = true;
+    while (admitting) {
+        if (firstWaiter == &self && TryTake()) {
+            return true;
+        }
+        self.woken = false;
+        self.turn.wait(lock);
+        if (admitting && word != Free) {
+            overtakings = mostOvertakings;  // this thread is awake now, so the next line is its
+            lock.unlock();
+            SpinForLine(lock);
+            if (!lock.owns_lock()) {
+                lock.lock();
+            }
+        }
+    }
+    return false;
+}
+
+void LineState::Wake(Waiter& waiter)
+{
+    if (!waiter.woken) {
+        waiter.woken = true;
         waiter.turn.notify_one();
     }
 }
 
-void LineState::CallAllWaiters()
+void LineState::WakeAll()
 {
     for (Waiter* waiter = firstWaiter; waiter != nullptr; waiter = waiter->next) {
-        CallWaiter(*waiter);
+        Wake(*waiter);
     }
 }
 
 bool LineState::Enter()
 {
     return Advance(Open, Inserting);
-}
-
-bool LineState::TryOccupy()
-{
-    return TryTake();
 }
 
 void LineState::Leave()
@@ -256,7 +266,7 @@ void LineState::Refuse()
             break;
         }
     }
-    CallAllWaiters();
+    WakeAll();
 }
 
 bool LineState::Stopped() const
@@ -303,17 +313,18 @@ bool LineState::TryDetach()
     return true;
 }
 
-bool LineState::TakeSoon(std::uint32_t number, const char* likelyText)
+bool LineState::TakeSoon(std::uint32_t number, std::string_view lastLine)
 {
     static constinit thread_local Util::AdaptiveSpin spin;
     return spin.Until([&] {
         if (handedOver == finished) {
             return false;
         }
-        // All that is needed next comes from another processor: at the same time, then.
+        // Fetched together: all of it lies with the processor that has composed the line. The text
+        // most likely stands where the last one did.
         __builtin_prefetch(&word, 1);
-        __builtin_prefetch(likelyText);
-        __builtin_prefetch(likelyText + cacheLineBytes);
+        __builtin_prefetch(lastLine.data());
+        __builtin_prefetch(lastLine.data() + lastLine.size());
         return number == writer && TakeComplete(Writing);
     });
 }
@@ -341,7 +352,8 @@ LineWriter::Step LineState::Next(std::uint32_t number)
 
 void LineState::EnterPolicy()
 {
-    inPolicy.store(true, std::memory_order_release);
+    inPolicy.store(true,
+                   std::memory_order_release);  // no fence: Enable() and Detach() only poll it
 }
 
 LineWriter::Step LineState::FinishLine(std::uint32_t number)
@@ -354,7 +366,7 @@ LineWriter::Step LineState::FinishLine(std::uint32_t number)
     if (queued) {
         const std::lock_guard lock(mutex);
         if (firstWaiter != nullptr && word == Free) {
-            CallWaiter(*firstWaiter);
+            Wake(*firstWaiter);
         }
     }
     ++finished;
@@ -383,7 +395,7 @@ void LineState::WriterGone(std::uint32_t number)
     admitting = false;
     Util::StoreShared(enabled, false);
     Util::StoreShared(stopped, true);
-    CallAllWaiters();
+    WakeAll();
 }
 
 bool LineState::EnterControl()

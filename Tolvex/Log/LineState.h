@@ -28,7 +28,7 @@ public:
     // The thread that composes. See LineLock and LineEntry.
     bool Begin();
     bool Enter();
-    bool TryOccupy();
+    bool TryTake();
     void Leave();
     bool HandOver(std::string_view line);
     void Drop();
@@ -46,7 +46,7 @@ public:
     bool TryDetach();
 
     // The writers.
-    bool TakeSoon(std::uint32_t number, const char* likelyText);
+    bool TakeSoon(std::uint32_t number, std::string_view lastLine);
     LineWriter::Step Next(std::uint32_t number);
     std::string_view Text() const { return text; }
     void EnterPolicy();
@@ -87,25 +87,25 @@ private:
     {
         std::condition_variable turn;  ///< it is the first, and the line is free or refused
         Waiter* next = nullptr;
-        bool called = false;  ///< has been woken since it last looked
+        bool woken = false;  ///< since it last looked
     };
 
     static Phase PhaseOf(std::uintptr_t value) { return static_cast<Phase>(value & phaseMask); }
     bool Advance(Phase from, Phase to);
-    bool TryTake();
     bool TakeComplete(Phase phase);
     void FreeLocked();
     void FreeIfHeldLocked();
     bool SpinForLine(std::unique_lock<std::mutex>& lock);
     bool TakeInTurn(std::unique_lock<std::mutex>& lock, bool taken);
     bool QueueForLine(std::unique_lock<std::mutex>& lock);
-    void CallWaiter(Waiter& waiter);
-    void CallAllWaiters();
+    bool AwaitTurn(Waiter& self, std::unique_lock<std::mutex>& lock);
+    void Wake(Waiter& waiter);
+    void WakeAll();
 
-    // What comes in each cache line of its own: a thread that spins looks at one of them, while the
-    // one that it waits for works with another.
+    // Each group begins a cache line: a thread that spins reads one while the thread that it waits
+    // for writes another.
 
-    alignas(cacheLineBytes) std::atomic<std::uintptr_t> word = Free;
+    alignas(cacheLineBytes) std::atomic<std::uintptr_t> word = Free;  ///< a thread and a Phase
     std::atomic<bool> admitting = false;    ///< lines may begin; changed under the mutex
     std::atomic<bool> queued = false;       ///< there is a first waiter; changed under the mutex
     std::atomic<std::uint32_t> writer = 0;  ///< number of the writer whose flags these are
@@ -118,13 +118,14 @@ private:
     /// delay while others spin for the word.
     alignas(cacheLineBytes) std::atomic<bool> inPolicy = false;
 
-    alignas(cacheLineBytes) std::mutex mutex;  ///< guards what follows
-    std::atomic<bool> spinning = false;  ///< a thread spins for the line; one does at a time
-    Waiter* firstWaiter = nullptr;       ///< the queue of those that sleep for the line
-    int overtakings = 0;                 ///< lines begun by others while the first waiter waits
-    bool loggerGone = false;             ///< the flags and the owner exist no more
-    bool textStale = false;              ///< the text was left in any state by a fork
-    std::uint64_t drainTarget = 0;       ///< lines that the exit of the process waits for
+    alignas(cacheLineBytes) std::atomic<bool> spinning = false;  ///< a thread spins for the line
+
+    std::mutex mutex;               ///< guards what follows up to drainTarget
+    Waiter* firstWaiter = nullptr;  ///< the queue of those that sleep for the line
+    int overtakings = 0;            ///< lines begun by others while the first waiter waits
+    bool loggerGone = false;        ///< the flags and the owner exist no more
+    bool textStale = false;         ///< the text was left in any state by a fork
+    std::uint64_t drainTarget = 0;  ///< lines that the exit of the process waits for
 
     std::mutex control;                           ///< held during one Enable() or Close()
     std::atomic<std::uintptr_t> controlling = 0;  ///< the thread that holds control

@@ -29,7 +29,9 @@ TOLVEX_EXPORT void ResetLine(std::stringstream& buffer);
 class TOLVEX_EXPORT LineHeader
 {
 public:
+    /// The first one of a process makes its temperature monitor.
     /// @param lineType  Any value; one that is not known has no tag.
+    /// @throws std::system_error when a lock cannot be taken; std::bad_alloc.
     explicit LineHeader(LogType lineType);
 
     /// Inserts the text, made anew if the clock shows another second by now.
@@ -43,7 +45,7 @@ private:
     LogType type;
     std::time_t second = 0;
     std::size_t length = 0;
-    std::array<char, 128> text;
+    std::array<char, 128> text;  ///< longer than any header
 };
 
 /// @param buffer  The line.

@@ -29,17 +29,15 @@ private:
 
 }  // namespace
 
-constinit std::atomic<Logger*> Logger::instance = nullptr;
+Logger* Logger::instance = nullptr;
 
-// Without a lock: a child that is forked meanwhile would find it taken for ever.
 Logger* Logger::Create()
 {
     std::unique_ptr<Logger> made(new Logger);
-    Logger* first = nullptr;
-    if (!instance.compare_exchange_strong(first, made.get())) {
-        return first;  // GCOV_EXCL_LINE: two first calls at the same moment
+    if (Util::SetSharedOnce(instance, made.get())) {
+        static_cast<void>(made.release());  // never deleted
     }
-    return made.release();  // never deleted
+    return Util::LoadShared(instance);
 }
 
 Logger::Logger()

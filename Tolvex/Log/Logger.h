@@ -36,7 +36,7 @@ public:
     /// @return the logger of the process, made by the first call; never null, not to be deleted.
     static Logger* GetInstance()
     {
-        Logger* const existing = instance.load(std::memory_order_acquire);
+        Logger* const existing = Util::LoadShared(instance);
         return existing != nullptr ? existing : Create();
     }
 
@@ -59,10 +59,10 @@ public:
     /// Logs to standard output from now on. @return false when there is no thread to be had.
     bool EnableConsole();
 
-    /// Stops logging to the file; see LoggerBase::Close(). Blocks up to 2.1 s.
+    /// Stops logging to the file; see LoggerBase::Close(). Blocks as that does.
     void CloseFile();
 
-    /// Stops logging to standard output; see LoggerBase::Close(). Blocks up to 2.1 s.
+    /// Stops logging to standard output; see LoggerBase::Close(). Blocks as that does.
     void CloseConsole();
 
     /// @return whether lines go to the file.
@@ -136,7 +136,7 @@ private:
     template <typename T>
     Logger& PassToEach(T value);
 
-    static std::atomic<Logger*> instance;  ///< set once
+    static Logger* instance;  ///< shared: set once
 
     LoggerBase<FileLogPolicy>* fileLogger;        ///< owned
     LoggerBase<ConsoleLogPolicy>* consoleLogger;  ///< owned

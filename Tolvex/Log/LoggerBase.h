@@ -152,7 +152,9 @@ public:
     /// Disables the logger, lets the writer write what is complete and end, and closes the policy.
     ///
     /// Blocks up to 2.1 s, in steps of 100 ms, until the writer has ended; when that is not enough
-    /// the policy is closed all the same. Does not sleep when there is no writer. A line that is
+    /// the policy is closed all the same. Blocks up to 2.1 s more while a writer of before a last
+    /// Close() still hangs, and for another thread's Enable() or Close(). Does not sleep when there
+    /// is no writer. A line that is
     /// being composed is dropped, and threads that wait for the line lock go on without a line.
     void Close();
 
@@ -178,6 +180,9 @@ private:
     void RenewStaleBuffer();
 
     Policy policy;
+    // The composing thread, the writer and those who enable the logger each write to cache lines of
+    // their own.
+
     /// The line; belongs to whoever has the line lock.
     alignas(cacheLineBytes) std::stringstream buffer;
     LineLock lineLock;  ///< from WriteHeader() until the line has been written

@@ -23,7 +23,8 @@ inline void RelaxProcessor()
 /// between, so what comes within that time is better waited for awake. It never yields the
 /// processor: on a busy system the thread would be run again only milliseconds later, while one
 /// that sleeps is run soon after it has been woken. After a spin in vain the next waits go without,
-/// twice as many each time: a thread that waits long and often does not spin.
+/// twice as many each time (exponential backoff): a thread that waits long and often does not spin.
+/// Made one per thread and place, not per object waited for: so it needs no synchronisation.
 /// @par Thread safety
 /// Belongs to one thread.
 class AdaptiveSpin

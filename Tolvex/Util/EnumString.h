@@ -91,7 +91,7 @@ template <typename Derived, typename Enum>
 const std::string& EnumStringBase<Derived, Enum>::From(Enum value)
 {
     const std::lock_guard lock(EnumStringMutex());
-    // Never destroyed, and made on first need.
+    // Never destroyed, and made under the lock, so that no fork falls into its making.
     static const std::string& dummy = *new std::string;
 
     const std::string* found = nullptr;

@@ -49,7 +49,7 @@ void StoreShared(T& member, std::type_identity_t<T> value)
 /// Sets a plain pointer that other threads read with LoadShared(), unless one of them has set it.
 /// @tparam T      What it points to.
 /// @param member  Null until it is set.
-/// @param value   Not null.
+/// @param value   Not null. Not owned: where another has been set, it is the caller's to delete.
 /// @return whether this call has set it.
 /// @par Thread safety
 /// Thread-safe, and without a lock: a child that is forked meanwhile can set it, too.

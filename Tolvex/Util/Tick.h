@@ -12,6 +12,7 @@ namespace Tolvex::Util {
 ///
 /// Created by the first Start() or GetInstance(), and there until the process ends; the library
 /// never deletes it. The count drifts by the time that a pass takes, and is never reset.
+/// A child of fork() has no such thread: there the count stays.
 /// @code
 /// const std::uint64_t start = Util::Tick::GetInstance()->GetTickCount();
 /// std::this_thread::sleep_for(std::chrono::seconds(2));
@@ -40,6 +41,7 @@ public:
     std::uint64_t GetTickCount() const { return LoadShared(tickCount); }
 
 private:
+    /// Selects the constructor that starts no thread.
     enum class Idle
     {
     };
