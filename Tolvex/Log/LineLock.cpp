@@ -97,9 +97,9 @@ LineLock::Control::~Control()
     pthread_setcancelstate(cancelState, nullptr);
 }
 
-void LineLock::Admit()
+bool LineLock::Admit()
 {
-    state->Admit();
+    return state->Admit();
 }
 
 void LineLock::Refuse()
@@ -178,7 +178,7 @@ std::string_view LineWriter::Line()
 
 void LineWriter::EnterPolicy()
 {
-    state->EnterPolicy();
+    state->EnterPolicy(number);
 }
 
 LineWriter::Step LineWriter::FinishLine()

@@ -132,7 +132,9 @@ public:
     };
 
     /// Sets enabled: lines may begin.
-    void Admit();
+    /// @return false when the writer that was announced has ended already; then nothing has
+    /// changed.
+    bool Admit();
 
     /// Clears enabled. A line that is open is dropped, and whoever waits for the lock goes on; a
     /// line that is complete stays the writer's.

@@ -76,6 +76,16 @@ bool LineState::Begin()
     // As with a std::mutex, waiting for the lock is no cancellation point.
     const Util::NoCancellation scope;
     WatchCallingThread();
+    try {
+        return TakeOrQueue();
+    } catch (const std::system_error&) {
+        Drop();  // the line, if it was taken before the mutex could not be locked
+        throw;
+    }
+}
+
+bool LineState::TakeOrQueue()
+{
     std::unique_lock lock(mutex, std::defer_lock);
     bool taken = SpinForLine(lock);
     if (!taken || queued) {
@@ -244,16 +254,26 @@ bool LineState::TakeBack()
     return true;
 }
 
-void LineState::Admit()
+bool LineState::Admit()
 {
     const std::lock_guard lock(mutex);
+    announced = false;
+    if (Stopped()) {
+        return false;  // GCOV_EXCL_LINE: a writer that was cancelled as soon as it was started
+    }
     admitting = true;
     Util::StoreShared(enabled, true);
+    return true;
 }
 
 void LineState::Refuse()
 {
     const std::lock_guard lock(mutex);
+    RefuseLocked();
+}
+
+void LineState::RefuseLocked()
+{
     Util::StoreShared(enabled, false);
     admitting = false;
 
@@ -276,19 +296,21 @@ bool LineState::Stopped() const
 
 bool LineState::WriterIsBusy() const
 {
-    return inPolicy;
+    return inPolicy == writer;  // none has the number 0
 }
 
 std::uint32_t LineState::AnnounceWriter()
 {
     const std::lock_guard lock(mutex);
     Util::StoreShared(stopped, false);
+    announced = true;
     return ++writer;
 }
 
 void LineState::CancelWriter()
 {
     const std::lock_guard lock(mutex);
+    announced = false;
     Util::StoreShared(stopped, true);
 }
 
@@ -304,7 +326,9 @@ bool LineState::TryDetach()
 {
     const std::lock_guard lock(mutex);
     std::uintptr_t value = word;
-    const bool abandoned = inPolicy && PhaseOf(value) == Writing &&
+    // A writer that a later one has followed is left behind only once that one has ended.
+    const bool hanging = Stopped() ? inPolicy != 0 : WriterIsBusy();
+    const bool abandoned = hanging && PhaseOf(value) == Writing &&
                            word.compare_exchange_strong(value, (value & ~phaseMask) | Abandoned);
     if (!Stopped() && !abandoned) {
         return false;  // GCOV_EXCL_LINE: a writer between its policy and its end
@@ -339,7 +363,8 @@ LineWriter::Step LineState::Next(std::uint32_t number)
     }
     // Required: what is complete is written before the writer looks at whether it is to end.
     // No line becomes complete once lines are refused, so the order of the looks is this.
-    const bool ending = !admitting;
+    // Not between the start and the first line: a token of an earlier line may come late.
+    const bool ending = !admitting && !announced;
     if (TakeComplete(Writing)) {
         return LineWriter::Step::Write;
     }
@@ -350,17 +375,17 @@ LineWriter::Step LineState::Next(std::uint32_t number)
     return LineWriter::Step::End;
 }
 
-void LineState::EnterPolicy()
+void LineState::EnterPolicy(std::uint32_t number)
 {
-    inPolicy.store(true,
-                   std::memory_order_release);  // no fence: Enable() and Detach() only poll it
+    // No fence, which would delay every line: Enable() and Detach() only poll it.
+    inPolicy.store(number, std::memory_order_release);
 }
 
 LineWriter::Step LineState::FinishLine(std::uint32_t number)
 {
-    inPolicy.store(false, std::memory_order_release);
-    std::uintptr_t held = word;
-    if (PhaseOf(held) == Abandoned || !word.compare_exchange_strong(held, Free)) {
+    inPolicy.store(0, std::memory_order_release);
+    std::uintptr_t held = CallingThread() | Writing;
+    if (!word.compare_exchange_strong(held, Free)) {
         return LineWriter::Step::End;  // WriterGone() does the rest
     }
     if (queued) {
@@ -378,7 +403,7 @@ void LineState::WriterGone(std::uint32_t number)
 {
     const std::lock_guard lock(mutex);
     if (HeldByCaller()) {
-        inPolicy = false;
+        inPolicy = 0;
         ++finished;
         FreeLocked();
     }
@@ -386,16 +411,14 @@ void LineState::WriterGone(std::uint32_t number)
         return;
     }
     // Only a cancelled writer comes here. Nobody is left to take a line.
+    RefuseLocked();
     if (TakeComplete(Writing)) {
         // GCOV_EXCL_START: a line that ends while the writer is being unwound
         ++finished;
         FreeLocked();
         // GCOV_EXCL_STOP
     }
-    admitting = false;
-    Util::StoreShared(enabled, false);
     Util::StoreShared(stopped, true);
-    WakeAll();
 }
 
 bool LineState::EnterControl()
@@ -436,7 +459,8 @@ void LineState::RenewInChild()
     new (&control) std::mutex;  // not destroyed, as one of them may hold it
     controlling = 0;
     word = Free;
-    inPolicy = false;
+    inPolicy = 0;
+    announced = false;
     admitting = false;
     finished = handedOver.load();
     ++writer;

@@ -36,7 +36,7 @@ public:
     bool HeldByCaller() const;
 
     // The logger.
-    void Admit();
+    bool Admit();
     void Refuse();
     bool Stopped() const;
     bool WriterIsBusy() const;
@@ -49,7 +49,7 @@ public:
     bool TakeSoon(std::uint32_t number, std::string_view lastLine);
     LineWriter::Step Next(std::uint32_t number);
     std::string_view Text() const { return text; }
-    void EnterPolicy();
+    void EnterPolicy(std::uint32_t number);
     LineWriter::Step FinishLine(std::uint32_t number);
     void WriterGone(std::uint32_t number);
 
@@ -95,6 +95,8 @@ private:
     bool TakeComplete(Phase phase);
     void FreeLocked();
     void FreeIfHeldLocked();
+    bool TakeOrQueue();
+    void RefuseLocked();
     bool SpinForLine(std::unique_lock<std::mutex>& lock);
     bool TakeInTurn(std::unique_lock<std::mutex>& lock, bool taken);
     bool QueueForLine(std::unique_lock<std::mutex>& lock);
@@ -114,15 +116,16 @@ private:
     alignas(cacheLineBytes) std::atomic<std::uint64_t> handedOver = 0;  ///< lines so far
     std::atomic<std::uint64_t> finished = 0;                            ///< written, or taken back
 
-    /// The writer is in the policy, for as long as that takes. Its own, so that it is set without a
-    /// delay while others spin for the word.
-    alignas(cacheLineBytes) std::atomic<bool> inPolicy = false;
+    /// Number of the writer that is in the policy, for as long as that takes; 0: none. Its own, so
+    /// that it is set without a delay while others spin for the word.
+    alignas(cacheLineBytes) std::atomic<std::uint32_t> inPolicy = 0;
 
     alignas(cacheLineBytes) std::atomic<bool> spinning = false;  ///< a thread spins for the line
 
     std::mutex mutex;               ///< guards what follows up to drainTarget
     Waiter* firstWaiter = nullptr;  ///< the queue of those that sleep for the line
     int overtakings = 0;            ///< lines begun by others while the first waiter waits
+    bool announced = false;         ///< a writer is started; lines are not admitted yet
     bool loggerGone = false;        ///< the flags and the owner exist no more
     bool textStale = false;         ///< the text was left in any state by a fork
     std::uint64_t drainTarget = 0;  ///< lines that the exit of the process waits for

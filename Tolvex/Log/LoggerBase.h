@@ -242,11 +242,7 @@ bool LoggerBase<Policy>::Enable()
     while (lineReady.TryWait()) {
         // Tokens of the writer before, which has ended without taking them.
     }
-    if (!StartWriter()) {
-        return false;
-    }
-    lineLock.Admit();
-    return true;
+    return StartWriter() && lineLock.Admit();
 }
 
 template <typename Policy>
