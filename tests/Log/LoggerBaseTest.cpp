@@ -51,6 +51,7 @@ using Tolvex::Support::Sleeps;
 using Tolvex::Support::ThreadNames;
 using Tolvex::Support::ThreadsBusyAtFork;
 using Tolvex::Support::WithoutDate;
+using Tolvex::Support::WriteLine;
 
 /// An event that one thread waits for and another brings about.
 class Gate
@@ -63,12 +64,6 @@ private:
     std::promise<void> opened;
     std::shared_future<void> future = opened.get_future();
 };
-
-void WriteLine(CapturingLogger& logger, const std::string& text, LogType type = LogType::Info)
-{
-    logger.WriteHeader(type);
-    logger << text << std::endl;
-}
 
 /// The lines that a logger writes for what work, a void(CapturingLogger&), does; without dates.
 template <typename Work>

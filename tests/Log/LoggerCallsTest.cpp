@@ -147,6 +147,7 @@ using Tolvex::Support::RunInChild;
 using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::SleepingThread;
 using Tolvex::Support::WithoutDate;
+using Tolvex::Support::WriteLine;
 using Tolvex::Util::TemperatureMonitor;
 
 /// @return the sleeps of this thread during work, a void(), in nanoseconds.
@@ -158,12 +159,6 @@ std::vector<long long> SleepsOf(Work work)
     work();
     sleeps = nullptr;
     return noted;
-}
-
-void WriteLine(CapturingLogger& logger, const std::string& text)
-{
-    logger.WriteHeader(LogType::Info);
-    logger << text << std::endl;
 }
 
 // First, while there is no monitor in this process.

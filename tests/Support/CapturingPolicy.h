@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <functional>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -83,6 +84,14 @@ private:
 };
 
 using CapturingLogger = Ilog::LoggerBase<CapturingPolicy>;
+
+/// Writes one whole line; nothing while the logger is disabled.
+inline void WriteLine(CapturingLogger& logger, const std::string& text,
+                      Ilog::LogType type = Ilog::LogType::Info)
+{
+    logger.WriteHeader(type);
+    logger << text << std::endl;
+}
 
 /// Waits until count lines have been written. @return all that were.
 inline std::vector<std::string> AwaitLines(CapturingLogger& logger, std::size_t count)
