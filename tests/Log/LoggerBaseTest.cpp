@@ -2,15 +2,20 @@
 
 #include <algorithm>
 #include <atomic>
-#include <csignal>
-#include <cstring>
-#include <future>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
 #include <ios>
 #include <limits>
+#include <memory>
+#include <new>
+#include <ostream>
 #include <pthread.h>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 #include <thread>
-#include <unistd.h>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,12 +24,12 @@
 
 #include "tests/Support/CancellableStack.h"
 #include "tests/Support/CapturingPolicy.h"
-#include "tests/Support/ChildProcess.h"
 #include "tests/Support/CountingNew.h"
+#include "tests/Support/Gate.h"
+#include "tests/Support/Manipulators.h"
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
-#include "tests/Support/SleepingThread.h"
 #include "tests/Support/ThreadsInForks.h"
 #include "tests/Support/TimeZone.h"
 
@@ -39,45 +44,19 @@ using Tolvex::Ilog::LoggerBase;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::AwaitLines;
 using Tolvex::Support::CapturingLogger;
-using Tolvex::Support::ChildResult;
+using Tolvex::Support::Closing;
 using Tolvex::Support::Eventually;
+using Tolvex::Support::Gate;
+using Tolvex::Support::GivingItBack;
 using Tolvex::Support::HasThread;
 using Tolvex::Support::InTimeZone;
-using Tolvex::Support::patience;
-using Tolvex::Support::RunInChild;
+using Tolvex::Support::LinesOf;
+using Tolvex::Support::loggerOfManipulator;
 using Tolvex::Support::Scaled;
-using Tolvex::Support::SleepingThread;
-using Tolvex::Support::Sleeps;
+using Tolvex::Support::TakingTheBuffer;
 using Tolvex::Support::ThreadNames;
-using Tolvex::Support::ThreadsBusyAtFork;
 using Tolvex::Support::WithoutDate;
 using Tolvex::Support::WriteLine;
-
-/// An event that one thread waits for and another brings about.
-class Gate
-{
-public:
-    void Open() { opened.set_value(); }
-    bool Pass() { return future.wait_for(patience) == std::future_status::ready; }
-
-private:
-    std::promise<void> opened;
-    std::shared_future<void> future = opened.get_future();
-};
-
-/// The lines that a logger writes for what work, a void(CapturingLogger&), does; without dates.
-template <typename Work>
-std::vector<std::string> LinesOf(std::size_t count, Work work)
-{
-    CapturingLogger logger;
-    EXPECT_TRUE(logger.Enable());
-    work(logger);
-    std::vector<std::string> lines = AwaitLines(logger, count);
-    logger.Close();
-    lines = logger.GetPolicy().Lines();
-    std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
-    return lines;
-}
 
 // ------------------------------------------------------------------------------------- the line
 
@@ -438,275 +417,7 @@ TEST(LoggerBaseTest, ChangedTimeZoneShowsInTheNextLine)
     });
 }
 
-// ------------------------------------------------------------------------------------- the lock
-
-TEST(LoggerBaseTest, SecondLineWaitsUntilTheFirstHasBeenWritten)
-{
-    Gate writing;
-    Gate written;
-    CapturingLogger logger;
-    std::atomic<int> calls = 0;
-    logger.GetPolicy().onWrite = [&](const std::string&) {
-        if (++calls == 1) {
-            writing.Open();
-            EXPECT_TRUE(written.Pass());
-        }
-    };
-    ASSERT_TRUE(logger.Enable());
-    WriteLine(logger, "first");
-    ASSERT_TRUE(writing.Pass());
-
-    std::atomic<bool> begun = false;
-    std::thread second([&] {
-        logger.WriteHeader(LogType::Info);
-        begun = true;
-        logger << "second" << std::endl;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_FALSE(begun);
-
-    written.Open();
-    second.join();
-    EXPECT_THAT(AwaitLines(logger, 2), SizeIs(2));
-}
-
-/// A logger whose writer stays in the policy, with the first line, until it is let go.
-class HeldLogger
-{
-    Gate writing;
-    Gate release;
-
-public:
-    HeldLogger()
-    {
-        logger.GetPolicy().onWrite = [this](const std::string& line) {
-            if (line.ends_with("held\n")) {
-                writing.Open();
-                EXPECT_TRUE(release.Pass());
-            }
-        };
-        EXPECT_TRUE(logger.Enable());
-        WriteLine(logger, "held");
-        EXPECT_TRUE(writing.Pass());
-    }
-
-    void LetGo() { release.Open(); }
-
-    CapturingLogger logger;  ///< destroyed before the gates, which its writer uses
-};
-
-TEST(LoggerBaseTest, WaitingThreadsGetTheLineInTheOrderInWhichTheyCame)
-{
-    HeldLogger held;
-    CapturingLogger& logger = held.logger;
-    std::vector<std::thread> threads;
-    for (const char* const text : {"1", "2", "3", "4", "5", "6"}) {
-        threads.push_back(SleepingThread([&logger, text] { WriteLine(logger, text); }));
-    }
-
-    held.LetGo();
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-
-    std::vector<std::string> lines = AwaitLines(logger, 7);
-    std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
-    EXPECT_THAT(lines, ElementsAre("held\n", "1\n", "2\n", "3\n", "4\n", "5\n", "6\n"));
-}
-
-/// Keeps a thread, whatever it does, in a signal handler while the object exists.
-class Detained
-{
-public:
-    explicit Detained(pthread_t thread)
-    {
-        detain = true;
-        inHandler = false;
-        struct sigaction action
-        {
-        };
-        action.sa_handler = [](int) {
-            inHandler = true;
-            while (detain) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
-            inHandler = false;
-        };
-        sigaction(SIGUSR1, &action, &before);
-        pthread_kill(thread, SIGUSR1);
-        EXPECT_TRUE(Eventually([] { return inHandler.load(); }));
-    }
-
-    ~Detained()
-    {
-        detain = false;
-        EXPECT_TRUE(Eventually([] { return !inHandler; }));
-        sigaction(SIGUSR1, &before, nullptr);
-    }
-
-    Detained(const Detained&) = delete;
-    Detained& operator=(const Detained&) = delete;
-
-private:
-    inline static std::atomic<bool> detain = false;
-    inline static std::atomic<bool> inHandler = false;
-    struct sigaction before
-    {
-    };
-};
-
-/// Waits until the line before is written and its lock is free.
-void AwaitFreeLine(CapturingLogger& logger)
-{
-    EXPECT_TRUE(logger.ChangeOutput(""));
-}
-
-void Overtake(CapturingLogger& logger, int lines)
-{
-    for (int line = 0; line < lines; ++line) {
-        AwaitFreeLine(logger);
-        WriteLine(logger, "overtaking");
-    }
-    AwaitFreeLine(logger);
-}
-
-/// All lines of a logger, without dates, once there are count. Of those that overtake only how
-/// many.
-std::vector<std::string> LinesAndOvertakings(CapturingLogger& logger, std::size_t count)
-{
-    std::vector<std::string> result;
-    int overtakings = 0;
-    for (const std::string& line : AwaitLines(logger, count)) {
-        if (WithoutDate(line) != "overtaking\n") {
-            overtakings = 0;
-            result.push_back(WithoutDate(line));
-            continue;
-        }
-        if (++overtakings == 1) {
-            result.emplace_back();
-        }
-        result.back() = std::to_string(overtakings);
-    }
-    return result;
-}
-
-TEST(LoggerBaseTest, EachThreadThatIsSlowToWakeIsOvertakenBy64Lines)
-{
-    CapturingLogger logger;
-    ASSERT_TRUE(logger.Enable());
-    for (int round = 0; round < 2; ++round) {
-        logger.WriteHeader(LogType::Info);
-        std::thread waiting = SleepingThread([&logger] { WriteLine(logger, "waiting"); });
-        std::thread late;
-        {
-            const Detained detained(waiting.native_handle());
-            logger << "before" << std::endl;
-            Overtake(logger, 64);
-            late = SleepingThread([&logger] { WriteLine(logger, "late"); });
-        }
-        waiting.join();
-        late.join();
-    }
-
-    EXPECT_THAT(LinesAndOvertakings(logger, 134),
-                ElementsAre("before\n", "64", "waiting\n", "late\n", "before\n", "64", "waiting\n",
-                            "late\n"));
-}
-
-TEST(LoggerBaseTest, WokenThreadThatFindsTheLineTakenAgainGetsTheNextOne)
-{
-    CapturingLogger logger;
-    ASSERT_TRUE(logger.Enable());
-    logger.WriteHeader(LogType::Info);
-    std::atomic<pid_t> number = 0;
-    std::thread waiting = SleepingThread([&logger, &number] {
-        number = gettid();
-        WriteLine(logger, "waiting");
-    });
-    {
-        const Detained detained(waiting.native_handle());
-        logger << "before" << std::endl;
-        AwaitFreeLine(logger);
-        logger.WriteHeader(LogType::Info);
-    }
-    EXPECT_TRUE(Eventually([&number] { return Sleeps(number); }));
-
-    std::thread late;
-    {
-        const Detained detained(waiting.native_handle());
-        logger << "overtaking" << std::endl;
-        AwaitFreeLine(logger);
-        late = SleepingThread([&logger] { WriteLine(logger, "late"); });
-    }
-    waiting.join();
-    late.join();
-
-    EXPECT_THAT(LinesAndOvertakings(logger, 4),
-                ElementsAre("before\n", "1", "waiting\n", "late\n"));
-}
-
-TEST(LoggerBaseTest, ThreadThatGivesUpItsWaitLeavesTheOvertakingsOfTheFirst)
-{
-    CapturingLogger logger;
-    ASSERT_TRUE(logger.Enable());
-    logger.WriteHeader(LogType::Info);
-    std::thread waiting = SleepingThread([&logger] { WriteLine(logger, "waiting"); });
-    std::thread refused = SleepingThread([&logger] { WriteLine(logger, "refused"); });
-    std::thread late;
-    {
-        const Detained detained(waiting.native_handle());
-        logger << "before" << std::endl;
-        Overtake(logger, 64);
-        logger.Close();
-        refused.join();
-        EXPECT_TRUE(logger.Enable());
-        late = SleepingThread([&logger] { WriteLine(logger, "late"); });
-    }
-    waiting.join();
-    late.join();
-
-    EXPECT_THAT(LinesAndOvertakings(logger, 67),
-                ElementsAre("before\n", "64", "waiting\n", "late\n"));
-}
-
-TEST(LoggerBaseTest, LinesOfManyThreadsDoNotMixAndKeepTheirOrder)
-{
-    constexpr int threadCount = 8;
-    const int lineCount = static_cast<int>(Scaled(20000));
-    CapturingLogger logger;
-    ASSERT_TRUE(logger.Enable());
-
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < threadCount; ++thread) {
-        threads.emplace_back([&logger, thread, lineCount] {
-            for (int line = 0; line < lineCount; ++line) {
-                logger.WriteHeader(LogType::Info);
-                logger << LogModule::Event << thread << " " << line << " of " << thread
-                       << std::endl;
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-
-    const auto lines =
-        AwaitLines(logger, std::size_t{threadCount} * static_cast<std::size_t>(lineCount));
-    ASSERT_THAT(lines, SizeIs(threadCount * lineCount));
-    std::vector<int> next(threadCount, 0);
-    for (const std::string& line : lines) {
-        int thread = -1;
-        int number = -1;
-        ASSERT_EQ(std::sscanf(line.c_str() + 21, "%*[^#]#Event]%d %d", &thread, &number) == 2 ||
-                      std::sscanf(line.c_str() + 21, "[#Event]%d %d", &thread, &number) == 2,
-                  true)
-            << line;
-        ASSERT_EQ(number, next[static_cast<std::size_t>(thread)]++) << line;
-        ASSERT_TRUE(line.ends_with("]" + std::to_string(thread) + " " + std::to_string(number) +
-                                   " of " + std::to_string(thread) + "\n"))
-            << line;
-    }
-}
+// -------------------------------------------------------------------------------- the open line
 
 TEST(LoggerBaseTest, OpenLineIsEndedByItsThreadsNextHeader)
 {
@@ -765,8 +476,6 @@ TEST(LoggerBaseTest, ExceptionOutOfAManipulatorDropsTheLine)
     EXPECT_THAT(lines, ElementsAre("whole\n"));
 }
 
-CapturingLogger* loggerOfManipulator = nullptr;
-
 std::ostream& Logging(std::ostream& stream)
 {
     WriteLine(*loggerOfManipulator, "inner");
@@ -790,12 +499,6 @@ TEST(LoggerBaseTest, ManipulatorThatLogsGetsADeadlockErrorInsteadOfADeadlock)
     EXPECT_THAT(lines, ElementsAre("whole\n"));
 }
 
-std::ostream& Closing(std::ostream& stream)
-{
-    loggerOfManipulator->Close();
-    return stream;
-}
-
 TEST(LoggerBaseTest, ManipulatorThatClosesTheLoggerClosesThePolicyAndDropsItsLine)
 {
     CapturingLogger logger;
@@ -812,20 +515,6 @@ TEST(LoggerBaseTest, ManipulatorThatClosesTheLoggerClosesThePolicyAndDropsItsLin
     const auto lines = AwaitLines(logger, 1);
     ASSERT_THAT(lines, SizeIs(1));
     EXPECT_EQ(WithoutDate(lines[0]), "whole\n");
-}
-
-std::streambuf* takenBuffer = nullptr;
-
-std::ostream& TakingTheBuffer(std::ostream& stream)
-{
-    takenBuffer = stream.rdbuf(nullptr);
-    return stream;
-}
-
-std::ostream& GivingItBack(std::ostream& stream)
-{
-    stream.rdbuf(takenBuffer);
-    return stream;
 }
 
 TEST(LoggerBaseTest, LineThatCannotBeEndedIsDroppedAndLeavesNoLockTaken)
@@ -1025,32 +714,6 @@ TEST(LoggerBaseTest, LineThatIsEndedBeforeCloseIsWrittenHoweverSlowTheWriterIs)
 
         EXPECT_THAT(logger.GetPolicy().Lines(), SizeIs(2));
     }
-}
-
-TEST(LoggerBaseTest, CloseInTheMiddleOfALineDropsItAndLetsWaitingThreadsGoOn)
-{
-    CapturingLogger logger;
-    ASSERT_TRUE(logger.Enable());
-    logger.WriteHeader(LogType::Info);
-    logger << "half";
-
-    std::vector<std::thread> waiting;
-    for (int thread = 0; thread < 4; ++thread) {
-        waiting.emplace_back([&logger] { WriteLine(logger, "dropped"); });
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    std::thread([&logger] { logger.Close(); }).join();
-    for (std::thread& thread : waiting) {
-        thread.join();
-    }
-    logger << "of it" << std::endl;
-    ASSERT_TRUE(logger.Enable());
-    logger << "still no line" << std::endl;
-    WriteLine(logger, "new");
-
-    const auto lines = AwaitLines(logger, 1);
-    ASSERT_THAT(lines, SizeIs(1));
-    EXPECT_EQ(WithoutDate(lines[0]), "new\n");
 }
 
 TEST(LoggerBaseTest, CloseOfTheOwnOpenLineDropsIt)
@@ -1286,195 +949,6 @@ TEST(LoggerBaseTest, ThreadsCancelledAtAnyMomentLeaveNoLockAndNoHalfLine)
     for (std::size_t line = 0; line + 1 < lines.size(); ++line) {
         ASSERT_EQ(WithoutDate(lines[line]), "[#Event]text42\n");
     }
-}
-
-// ------------------------------------------------------------------------------------------ fork
-
-/// Keeps the last line, without a lock that the parent of a forked child could hold.
-class LastLinePolicy : public ILogPolicy
-{
-public:
-    void Write(const std::string& line) override { last = line; }
-
-    std::string last;  ///< the writer's until the logger is closed
-};
-
-TEST(LoggerBaseTest, ForkedChildFindsTheLoggerDisabledAndMayEnableIt)
-{
-    LoggerBase<LastLinePolicy> logger;
-    std::atomic<bool> running = true;
-    ASSERT_TRUE(logger.Enable());
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < ThreadsBusyAtFork(4); ++thread) {
-        threads.emplace_back([&] {
-            while (running) {
-                logger.WriteHeader(LogType::Info);
-                logger << "parent" << std::endl;
-            }
-        });
-    }
-
-    for (int round = 0; round < 8; ++round) {
-        const auto child = RunInChild([&logger] {
-            EXPECT_FALSE(logger.IsEnabled());
-            logger.WriteHeader(LogType::Info);
-            logger << "dropped, and does not block" << std::endl;
-            EXPECT_TRUE(logger.Enable());
-            logger.WriteHeader(LogType::Info);
-            logger << "child";
-            logger.DropLine();
-            EXPECT_TRUE(logger.IsEnabled());
-            CapturingLogger other;
-            EXPECT_TRUE(other.Enable());
-            WriteLine(other, "child");
-            EXPECT_THAT(AwaitLines(other, 1), SizeIs(1));
-            return 0;
-        });
-        EXPECT_TRUE(child.Succeeded()) << child.output;
-    }
-
-    running = false;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_TRUE(logger.IsEnabled());
-    logger.WriteHeader(LogType::Info);
-    logger << "last" << std::endl;
-    logger.Close();
-    EXPECT_EQ(WithoutDate(logger.GetPolicy().last), "last\n");
-}
-
-TEST(LoggerBaseTest, ForkedChildMayDestroyTheLogger)
-{
-    auto logger = std::make_unique<CapturingLogger>();
-    ASSERT_TRUE(logger->Enable());
-    WriteLine(*logger, "parent");
-    AwaitLines(*logger, 1);
-
-    const auto child = RunInChild([&logger] {
-        logger.reset();
-        return 0;
-    });
-
-    EXPECT_TRUE(child.Succeeded()) << child.output;
-}
-
-TEST(LoggerBaseTest, ForkedChildHasNoneOfTheThreadsThatWaitInTheParent)
-{
-    HeldLogger held;
-    CapturingLogger& logger = held.logger;
-    std::thread waiting = SleepingThread([&logger] { WriteLine(logger, "parent"); });
-
-    const auto child = RunInChild([&logger] {
-        logger.GetPolicy().onWrite = nullptr;
-        EXPECT_TRUE(logger.Enable());
-        for (int line = 0; line < 100; ++line) {  // more than may overtake a thread that waits
-            WriteLine(logger, "child");
-        }
-        EXPECT_THAT(AwaitLines(logger, 100), SizeIs(100));
-        return 0;
-    });
-
-    EXPECT_TRUE(child.Succeeded()) << child.output;
-    held.LetGo();
-    waiting.join();
-    EXPECT_THAT(AwaitLines(logger, 2), SizeIs(2));
-}
-
-CapturingLogger* loggerOfFork = nullptr;
-
-std::ostream& Forking(std::ostream& stream)
-{
-    const auto child = RunInChild([] {
-        WriteLine(*loggerOfFork, "dropped");
-        EXPECT_TRUE(loggerOfFork->Enable());
-        WriteLine(*loggerOfFork, "child");
-        const auto lines = AwaitLines(*loggerOfFork, 1);
-        EXPECT_THAT(lines, SizeIs(1));
-        EXPECT_EQ(WithoutDate(lines.back()), "child\n");
-        return 0;
-    });
-    EXPECT_TRUE(child.Succeeded()) << child.output;
-    return stream;
-}
-
-TEST(LoggerBaseTest, ForkInTheMiddleOfALineDropsItInTheChildOnly)
-{
-    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
-        loggerOfFork = &logger;
-        logger.WriteHeader(LogType::Info);
-        logger << "parent" << Forking << std::endl;
-    });
-
-    EXPECT_THAT(lines, ElementsAre("parent\n"));
-}
-
-/// The process is forked while nobody can tell in which state the stream is: here, without a
-/// buffer.
-void ForkWithUnusableStream()
-{
-    const ChildResult child = RunInChild([] {
-        CapturingLogger& logger = *loggerOfManipulator;
-        EXPECT_TRUE(logger.Enable());
-        WriteLine(logger, "whole");
-        const auto lines = AwaitLines(logger, 1);
-        EXPECT_THAT(lines, SizeIs(1));
-        EXPECT_EQ(lines.empty() ? "" : WithoutDate(lines[0]), "whole\n");
-        return 0;
-    });
-    EXPECT_TRUE(child.Succeeded()) << child.output;
-}
-
-std::ostream& ForkingInTheInsertion(std::ostream& stream)
-{
-    TakingTheBuffer(stream);
-    ForkWithUnusableStream();
-    return GivingItBack(stream);
-}
-
-TEST(LoggerBaseTest, ForkInTheMiddleOfAnInsertionGivesTheChildANewStream)
-{
-    CapturingLogger logger;
-    loggerOfManipulator = &logger;
-    ASSERT_TRUE(logger.Enable());
-    logger.WriteHeader(LogType::Info);
-
-    logger << "half" << ForkingInTheInsertion << std::endl;
-
-    EXPECT_THAT(AwaitLines(logger, 1), SizeIs(1));
-}
-
-TEST(LoggerBaseTest, ForkInTheMiddleOfAnInsertionIntoADroppedLineGivesTheChildANewStream)
-{
-    CapturingLogger logger;
-    loggerOfManipulator = &logger;
-    ASSERT_TRUE(logger.Enable());
-    logger.WriteHeader(LogType::Info);
-
-    logger << "half" << +[](std::ostream& stream) -> std::ostream& {
-        return ForkingInTheInsertion(Closing(stream));
-    };
-
-    EXPECT_THAT(logger.GetPolicy().Lines(), IsEmpty());
-}
-
-TEST(LoggerBaseTest, ForkWhileALineIsBeingWrittenGivesTheChildANewStream)
-{
-    CapturingLogger logger;
-    loggerOfManipulator = &logger;
-    logger.GetPolicy().onWrite = [](const std::string& line) {
-        if (WithoutDate(line) == "forks\n") {
-            ForkWithUnusableStream();
-        }
-    };
-    ASSERT_TRUE(logger.Enable());
-    logger.WriteHeader(LogType::Info);
-
-    logger << +[](std::ostream& stream) -> std::ostream& {
-        return TakingTheBuffer(stream << "forks\n");
-    };
-
-    EXPECT_THAT(AwaitLines(logger, 1), SizeIs(1));
 }
 
 }  // namespace

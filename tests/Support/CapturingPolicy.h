@@ -2,6 +2,7 @@
 /// A log policy that keeps what it is given, and the taking apart of log lines.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <mutex>
@@ -9,6 +10,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "Tolvex/Log/LoggerBase.h"
 
@@ -132,6 +135,21 @@ inline std::string WithoutDate(const std::string& line)
         }
     }
     return std::string(rest);
+}
+
+/// @return the lines that a new logger writes for what work, a void(CapturingLogger&), does, once
+/// there are count; without dates.
+template <typename Work>
+std::vector<std::string> LinesOf(std::size_t count, Work work)
+{
+    CapturingLogger logger;
+    EXPECT_TRUE(logger.Enable());
+    work(logger);
+    std::vector<std::string> lines = AwaitLines(logger, count);
+    logger.Close();
+    lines = logger.GetPolicy().Lines();
+    std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
+    return lines;
 }
 
 }  // namespace Tolvex::Support

@@ -1,0 +1,24 @@
+/// @file
+/// An event between the threads of a test.
+#pragma once
+
+#include <future>
+
+#include "tests/Support/Patience.h"
+
+namespace Tolvex::Support {
+
+/// An event that one thread waits for and another brings about. Opened once.
+class Gate
+{
+public:
+    void Open() { opened.set_value(); }
+    /// @return false when the patience is over.
+    bool Pass() { return future.wait_for(patience) == std::future_status::ready; }
+
+private:
+    std::promise<void> opened;
+    std::shared_future<void> future = opened.get_future();
+};
+
+}  // namespace Tolvex::Support
