@@ -763,6 +763,7 @@ TEST(LoggerBaseTest, EnableWhileAnOldWriterHangsStartsANewOneThatWaitsForIt)
     Gate hanging;
     Gate released;
     CapturingLogger logger;
+    logger.SetTheadName("writer");
     std::atomic<int> calls = 0;
     std::atomic<int> inside = 0;
     logger.GetPolicy().onWrite = [&](const std::string&) {
@@ -789,6 +790,10 @@ TEST(LoggerBaseTest, EnableWhileAnOldWriterHangsStartsANewOneThatWaitsForIt)
     const auto lines = AwaitLines(logger, 2);
     ASSERT_THAT(lines, SizeIs(2));
     EXPECT_EQ(WithoutDate(lines[1]), "second\n");
+    EXPECT_TRUE(Eventually([] {
+        const std::vector<std::string> names = ThreadNames();
+        return std::count(names.begin(), names.end(), "writer\n") == 1;
+    }));
 
     // The old writer has left the flags to the new one: the close still waits for that.
     WriteLine(logger, "third");

@@ -1,10 +1,12 @@
 // What the loggers ask of the C library, and what they do when it refuses or lies. Not for the
 // thread sanitizer, whose own threads would call the functions that stand in here.
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -13,6 +15,7 @@
 #include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -26,6 +29,7 @@
 
 #include "tests/Support/CapturingPolicy.h"
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/Gate.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/RealFunction.h"
 #include "tests/Support/ScratchDirectory.h"
@@ -33,6 +37,7 @@
 
 namespace {
 
+using Tolvex::Support::Gate;
 using Tolvex::Support::RealFunction;
 
 std::atomic<int> creationError = 0;
@@ -43,6 +48,19 @@ std::atomic<pthread_t> createdLast = 0;
 
 // So many mutexes of this thread can still be locked before one cannot; negative: all can.
 thread_local int locksBeforeFailure = -1;
+
+/// Where a thread is held up.
+struct Halt
+{
+    Gate reached;
+    Gate left;
+};
+
+// The next mutex is locked by this thread only after the halt.
+thread_local Halt* haltBeforeLock = nullptr;
+
+// Called by this thread when it has created another one.
+thread_local std::function<void()> afterCreation;
 
 // Sleeps of this thread take no time and are noted, in nanoseconds.
 thread_local std::vector<long long>* sleeps = nullptr;
@@ -78,6 +96,10 @@ int nanosleep(const timespec* asked, timespec* remaining)
 int pthread_mutex_lock(pthread_mutex_t* mutex)
 {
     static auto* const real = RealFunction<int(pthread_mutex_t*)>("pthread_mutex_lock");
+    if (Halt* const halt = std::exchange(haltBeforeLock, nullptr)) {
+        halt->reached.Open();
+        halt->left.Pass();
+    }
     return locksBeforeFailure >= 0 && locksBeforeFailure-- == 0 ? EAGAIN : real(mutex);
 }
 
@@ -115,6 +137,9 @@ int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*
     const int error = RealFunction<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>(
         "pthread_create")(handle, attributes, entry, argument);
     createdLast = *handle;
+    if (afterCreation) {
+        afterCreation();
+    }
     return error;
 }
 
@@ -131,6 +156,7 @@ int timer_create(clockid_t clock, sigevent* event, timer_t* timer)
 
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using Tolvex::Ilog::Logger;
@@ -336,6 +362,34 @@ TEST(LoggerCallsTest, LineThatTheWriterCannotBeToldOfIsLostWithAnErrorUnlessItHa
     EXPECT_EQ(lines, expected);
 }
 
+TEST(LoggerCallsTest, TokenThatComesLateDoesNotEndTheNextWriterBeforeItsFirstLine)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    Halt beforeToken;
+    std::thread composing([&logger, &beforeToken] {
+        logger.WriteHeader(LogType::Info);
+        logger << "first";
+        haltBeforeLock = &beforeToken;
+        logger << std::endl;
+    });
+    ASSERT_TRUE(beforeToken.reached.Pass());
+    logger.Close();
+
+    afterCreation = [&beforeToken, &composing] {
+        afterCreation = nullptr;
+        beforeToken.left.Open();
+        composing.join();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));  // for the writer to take it
+    };
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "second");
+
+    std::vector<std::string> lines = AwaitLines(logger, 2);
+    std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
+    EXPECT_THAT(lines, ElementsAre("first\n", "second\n"));
+}
+
 TEST(LoggerCallsTest, DestructorKeepsToItselfThatTheLoggerCannotBeClosed)
 {
     auto logger = std::make_unique<CapturingLogger>();
@@ -415,14 +469,20 @@ TEST(LoggerCallsTest, ExitDoesNotWaitForALineThatTheWriterCouldNotBeToldOf)
         static CapturingLogger& logger = *new CapturingLogger;  // not closed at exit
         EXPECT_TRUE(logger.Enable());
         WriteLine(logger, "first");
-        logger.WriteHeader(LogType::Info);
-        locksBeforeFailure = 0;  // that of the writer's tokens
-        try {
-            logger << std::endl;
-        } catch (const std::system_error&) {
-            // Unless the writer has seen the line before.
+        bool told = true;
+        for (int attempt = 0; told && attempt < 100; ++attempt) {
+            logger.WriteHeader(LogType::Info);
+            // A writer that still looks for lines sees this one without being told.
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            locksBeforeFailure = 0;
+            try {
+                logger << std::endl;
+            } catch (const std::system_error&) {
+                told = false;
+            }
+            locksBeforeFailure = -1;
         }
-        locksBeforeFailure = -1;
+        EXPECT_FALSE(told);
 
         sleeps = &exitSleeps.noted;
         std::exit(::testing::Test::HasFailure() ? 1 : 0);
