@@ -93,11 +93,13 @@ bool LineState::TakeOrQueue()
     }
     // A Refuse() that has looked for open lines before this one was taken has left it to us.
     if (taken && !admitting) {
+        // GCOV_EXCL_START: closed by another thread in the moment of the taking
         if (!lock.owns_lock()) {
             lock.lock();
         }
         FreeIfHeldLocked();
         return false;
+        // GCOV_EXCL_STOP
     }
     return taken;
 }
@@ -145,7 +147,7 @@ bool LineState::TakeInTurn(std::unique_lock<std::mutex>& lock, bool taken)
             return true;
         }
     } else if (taken) {
-        FreeIfHeldLocked();
+        FreeIfHeldLocked();  // GCOV_EXCL_LINE: somebody has queued in the moment of the taking
     }
     return QueueForLine(lock);
 }
@@ -357,9 +359,7 @@ LineWriter::Step LineState::Next(std::uint32_t number)
 {
     const std::lock_guard lock(mutex);
     if (number != writer) {
-        // GCOV_EXCL_START: a thread that took longer to begin than Close() waits
         return LineWriter::Step::End;
-        // GCOV_EXCL_STOP
     }
     // Required: what is complete is written before the writer looks at whether it is to end.
     // No line becomes complete once lines are refused, so the order of the looks is this.
