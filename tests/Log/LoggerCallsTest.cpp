@@ -319,7 +319,7 @@ TEST(LoggerCallsTest, HeaderThatFindsNoLockThrowsAndTheNextOneDoesNot)
     });
     begun.get_future().wait();
 
-    locksBeforeFailure = 0;
+    locksBeforeFailure = 1;  // that of the clock; the next is that of the line
     EXPECT_THROW(logger.WriteHeader(LogType::Info), std::system_error);
     EXPECT_EQ(locksBeforeFailure, -1);
     EXPECT_EQ(logger.GetPolicy().headers, 1);  // that of the other thread
