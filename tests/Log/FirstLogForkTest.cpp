@@ -21,7 +21,7 @@ using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::ExpectInChildren;
-using Tolvex::Support::Halt;
+using Tolvex::Support::HaltRow;
 using Tolvex::Support::LogFile;
 using Tolvex::Support::RunWhileHalted;
 
@@ -31,12 +31,6 @@ void ExpectOneLine(const std::string& text)
     LogLine(LogType::Info, LogModule::CELL) << text;
     EXPECT_THAT(log.TakeLines(), ::testing::ElementsAre("[#CELL]" + text));
 }
-
-struct HaltRow
-{
-    const char* name;
-    Halt halt;
-};
 
 /// By where the thread is halted that makes the logger.
 class FirstLogForkTest : public ::testing::TestWithParam<HaltRow>

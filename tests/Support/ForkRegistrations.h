@@ -6,6 +6,7 @@
 #pragma once
 
 #include <atomic>
+#include <ostream>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -21,6 +22,19 @@ struct Halt
     int registration;  ///< which call to pthread_atfork(), counted from 1
     bool afterwards;   ///< when it is done, and not before
 };
+
+/// A halt with the name of its test.
+struct HaltRow
+{
+    const char* name;
+    Halt halt;
+};
+
+/// Its bytes, which GoogleTest would print, are not all set.
+inline void PrintTo(const HaltRow& row, std::ostream* stream)
+{
+    *stream << row.name;
+}
 
 inline Halt halt = {0, false};
 inline std::atomic<int> registrations = 0;  ///< calls so far in this process

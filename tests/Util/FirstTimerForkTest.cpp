@@ -16,7 +16,7 @@ namespace {
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
 using Tolvex::Support::ExpectInChildren;
-using Tolvex::Support::Halt;
+using Tolvex::Support::HaltRow;
 using Tolvex::Support::RunWhileHalted;
 using Tolvex::Util::Timer;
 
@@ -29,12 +29,6 @@ void ExpectAnExpiry()
         1, [&expired](Timer*) { expired = true; }, nullptr, timerStackBytes);
     EXPECT_TRUE(Eventually([&expired] { return expired.load(); }));
 }
-
-struct HaltRow
-{
-    const char* name;
-    Halt halt;
-};
 
 /// By where the thread is halted that makes the first timer.
 class FirstTimerForkTest : public ::testing::TestWithParam<HaltRow>
