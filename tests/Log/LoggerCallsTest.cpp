@@ -271,6 +271,24 @@ TEST(LoggerCallsTest, IgnitionOffWithBothLoggersDisabledDoesNotSleep)
     EXPECT_THAT(SleepsOf([] { Logger::GetInstance()->RunIgnitionOff(); }), IsEmpty());
 }
 
+TEST(LoggerCallsTest, LineThatHasWaitedShowsTheTimeAtWhichItBegan)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+    std::thread waiting = SleepingThread([&logger] { WriteLine(logger, "waiting"); });
+
+    clockOffset = 86400;
+    const std::string earliest = Tolvex::Util::Date(time(nullptr), "[%Y-%m-%d %H:%M:%S");
+    logger << "before" << std::endl;
+    waiting.join();
+    clockOffset = 0;
+
+    const auto lines = AwaitLines(logger, 2);
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_GE(lines[1].substr(0, earliest.size()), earliest);
+}
+
 TEST(LoggerCallsTest, WallClockThatIsSetShowsInTheNextLineForwardsAndBack)
 {
     CapturingLogger logger;
