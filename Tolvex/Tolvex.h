@@ -22,6 +22,9 @@
 /// @namespace Tolvex::UtilAcc
 /// Scaling of accelerometer samples.
 
+#include "Tolvex/Base/Private/PosixThread.h"
+#include "Tolvex/Base/Private/Saturate.h"
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Crypto/Crypto.h"
 #include "Tolvex/Exception/IException.h"
 #include "Tolvex/Interfaces/IError.h"
@@ -47,9 +50,6 @@
 #include "Tolvex/Util/FlashUtils.h"
 #include "Tolvex/Util/IAsync.h"
 #include "Tolvex/Util/NetUtils.h"
-#include "Tolvex/Util/PosixThread.h"
-#include "Tolvex/Util/Saturate.h"
-#include "Tolvex/Util/SharedValue.h"
 #include "Tolvex/Util/SunCalculator.h"
 #include "Tolvex/Util/TemperatureMonitor.h"
 #include "Tolvex/Util/Tick.h"

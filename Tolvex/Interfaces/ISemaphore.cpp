@@ -2,8 +2,8 @@
 
 #include <limits>
 
-#include "Tolvex/Util/AdaptiveSpin.h"
-#include "Tolvex/Util/SharedValue.h"
+#include "Tolvex/Base/Private/AdaptiveSpin.h"
+#include "Tolvex/Base/SharedValue.h"
 
 namespace Tolvex::Interfaces {
 
@@ -13,7 +13,7 @@ void ISemaphore::Notify()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     if (count < std::numeric_limits<std::int64_t>::max()) {
-        Util::StoreShared(count, count + 1);
+        Base::StoreShared(count, count + 1);
     }
     // Under the lock: a waiter can go on, and destroy the semaphore, only after the unlock.
     condition.notify_one();
@@ -21,9 +21,9 @@ void ISemaphore::Notify()
 
 void ISemaphore::Wait()
 {
-    static constinit thread_local Util::AdaptiveSpin spin;
+    static constinit thread_local Base::AdaptiveSpin spin;
     std::unique_lock<std::mutex> lock(mutex, std::defer_lock);
-    if (!spin.Until([&] { return Util::LoadShared(count) != 0 && lock.try_lock(); })) {
+    if (!spin.Until([&] { return Base::LoadShared(count) != 0 && lock.try_lock(); })) {
         lock.lock();
     }
     // Required: exactly 0 blocks; a negative count lets the caller through and sinks further.
@@ -31,7 +31,7 @@ void ISemaphore::Wait()
         condition.wait(lock);
     }
     if (count > std::numeric_limits<std::int64_t>::min()) {
-        Util::StoreShared(count, count - 1);
+        Base::StoreShared(count, count - 1);
     }
 }
 
@@ -42,7 +42,7 @@ bool ISemaphore::TryWait()
     if (count < 1) {
         return false;
     }
-    Util::StoreShared(count, count - 1);
+    Base::StoreShared(count, count - 1);
     return true;
 }
 

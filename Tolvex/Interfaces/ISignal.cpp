@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <memory>
 
-#include "Tolvex/Util/PosixThread.h"
-#include "Tolvex/Util/SharedValue.h"
+#include "Tolvex/Base/Private/PosixThread.h"
+#include "Tolvex/Base/SharedValue.h"
 
 namespace Tolvex::Interfaces {
 namespace {
@@ -45,7 +45,7 @@ void ISignal::RemoveCallback(ISignalDelegate* delegate)
 void ISignal::DoCallback(void* data)
 {
     // Required: a Stop() during the walk does not cut it short.
-    if (!Util::LoadShared(running)) {
+    if (!Base::LoadShared(running)) {
         return;
     }
 
@@ -71,22 +71,22 @@ ISignal::~ISignal()
 void ISignal::Start()
 {
     // Required: the handle is never cleared, so an object that has run does not run again.
-    if (Util::LoadShared(running) || Util::LoadShared(threadHandle) != 0) {
+    if (Base::LoadShared(running) || Base::LoadShared(threadHandle) != 0) {
         return;
     }
 
     // Required: "running" stays set when the thread cannot be created.
-    Util::StoreShared(running, true);
+    Base::StoreShared(running, true);
     pthread_t listener = 0;
-    if (Util::StartDetachedThread(listener, signalName.c_str(), RunPosixThread, this) == 0) {
-        Util::StoreShared(threadHandle, listener);
+    if (Base::StartDetachedThread(listener, signalName.c_str(), RunPosixThread, this) == 0) {
+        Base::StoreShared(threadHandle, listener);
     }
 }
 
 void ISignal::Stop()
 {
     // Required: nobody is woken or waited for; the listener ends after its current WaitSignal().
-    Util::StoreShared(running, false);
+    Base::StoreShared(running, false);
 }
 
 void* ISignal::RunPosixThread(void* self)
@@ -97,7 +97,7 @@ void* ISignal::RunPosixThread(void* self)
 
 void ISignal::RunThread()
 {
-    while (Util::LoadShared(running)) {
+    while (Base::LoadShared(running)) {
         void* data = nullptr;
         if (WaitSignal(&data)) {
             StartHandler(data);
@@ -111,7 +111,7 @@ void ISignal::StartHandler(void* data)
     std::unique_ptr<HandlerRecord> record(new HandlerRecord{this, data});
 
     pthread_t handler = 0;
-    const int error = Util::StartDetachedThread(handler, nullptr, SignalFirePosix, record.get());
+    const int error = Base::StartDetachedThread(handler, nullptr, SignalFirePosix, record.get());
     if (error == 0) {
         static_cast<void>(record.release());  // the handler thread's now, if it still exists
     }

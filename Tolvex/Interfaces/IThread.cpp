@@ -2,20 +2,20 @@
 
 #include <algorithm>
 
-#include "Tolvex/Interfaces/ThreadRoll.h"
+#include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/Private/PosixThread.h"
+#include "Tolvex/Base/Private/Sleep.h"
+#include "Tolvex/Interfaces/Private/ThreadRoll.h"
 #include "Tolvex/Log/LogLine.h"
-#include "Tolvex/Util/NoCancellation.h"
-#include "Tolvex/Util/PosixThread.h"
-#include "Tolvex/Util/Sleep.h"
 
 namespace Tolvex::Interfaces {
 namespace {
 
+using Base::LoadShared;
+using Base::StoreShared;
 using Ilog::LogLine;
 using Ilog::LogType;
 using std::chrono::milliseconds;
-using Util::LoadShared;
-using Util::StoreShared;
 
 constexpr milliseconds stopPollPeriod(100);
 constexpr milliseconds pausePollPeriod(100);
@@ -176,7 +176,7 @@ void IThread::NotifyCancelled(ThreadRoll& roll, std::string& name)
 void IThread::AwaitHandOver() const
 {
     for (int polls = 0; polls < handOverPolls && !LoadShared(started); ++polls) {
-        Util::SleepFor(handOverPollPeriod);
+        Base::SleepFor(handOverPollPeriod);
     }
 }
 
@@ -186,7 +186,7 @@ IThread::IThread() : threadRoll(std::make_shared<ThreadRoll>()) {}
 
 IThread::~IThread()
 {
-    const Util::NoCancellation scope;
+    const Base::NoCancellation scope;
     StoreShared(destroying, true);
     Stop();
     threadRoll->AwaitOthers(oldThreadLimit);
@@ -197,7 +197,7 @@ IThread::~IThread()
 
 void IThread::StopBeforeDestruction()
 {
-    const Util::NoCancellation scope;
+    const Base::NoCancellation scope;
     StoreShared(deleteOnStop, false);
     Stop();
     threadRoll->AwaitOthersNotAborted();
@@ -239,7 +239,7 @@ bool IThread::CreateThread(const std::string& name, ThreadRoll& roll)
     // Required: the field stackSize is not read; every thread has the stack of the workers.
     // Required: a failure to create it is silent and "running" stays set; the handle is then 0.
     pthread_t created = 0;
-    if (Util::StartDetachedThread(created, name.c_str(), RunPosixThread, this) == 0) {
+    if (Base::StartDetachedThread(created, name.c_str(), RunPosixThread, this) == 0) {
         roll.Enter(created, number);
     }
     StoreShared(threadHandle, created);
@@ -262,10 +262,10 @@ void IThread::Stop()
     StoreShared(running, false);
     // Required: only a class with its own Stopping() may find the thread ended without a sleep.
     if (!stoppingOverridden) {
-        Util::SleepFor(stopPollPeriod);
+        Base::SleepFor(stopPollPeriod);
     }
     while (!LoadShared(finished)) {
-        Util::SleepFor(stopPollPeriod);
+        Base::SleepFor(stopPollPeriod);
     }
     DoCallbackStop();
 }
@@ -321,7 +321,7 @@ bool IThread::WaitUntilFinished(milliseconds limit) const
         if (waited >= limit) {
             return false;
         }
-        Util::SleepFor(std::min(finishPollPeriod, limit - waited));
+        Base::SleepFor(std::min(finishPollPeriod, limit - waited));
     }
 }
 
@@ -402,13 +402,13 @@ void IThread::ThreadSleep(const milliseconds& total, const milliseconds& step)
     }
     // Required: this one is slept in one piece, which a stop does not end.
     if (!IsRunning() || step >= total) {
-        Util::SleepFor(total);
+        Base::SleepFor(total);
         return;
     }
 
     milliseconds elapsed = step;
     for (;;) {
-        Util::SleepFor(step);
+        Base::SleepFor(step);
         // Required: a step of 0 or less never adds up to the total, so the loop spins until
         // stopped.
         const bool over = step > milliseconds::zero() && elapsed > total - step;

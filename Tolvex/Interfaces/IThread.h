@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Types/Export.h"
-#include "Tolvex/Util/SharedValue.h"
 
 namespace Tolvex::Interfaces {
 
@@ -107,16 +107,16 @@ public:
     void Abort();
 
     /// Makes the thread sleep instead of calling Run(), from the next pass on.
-    void Pause() { Util::StoreShared(paused, true); }
+    void Pause() { Base::StoreShared(paused, true); }
 
     /// Ends a pause; the thread notices it within 100 ms.
-    void Resume() { Util::StoreShared(paused, false); }
+    void Resume() { Base::StoreShared(paused, false); }
 
     /// @return whether the thread was started, and neither stopped nor cancelled, aborted, ended.
     bool IsRunning() const
     {
-        return Util::LoadShared(threadHandle) != 0 && Util::LoadShared(running) &&
-               !Util::LoadShared(finished);
+        return Base::LoadShared(threadHandle) != 0 && Base::LoadShared(running) &&
+               !Base::LoadShared(finished);
     }
 
     /// Waits until the thread has ended its work on this object; polls.

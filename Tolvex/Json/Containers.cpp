@@ -2,9 +2,9 @@
 #include <memory>
 #include <utility>
 
-#include "Tolvex/Json/Access.h"
 #include "Tolvex/Json/Json.h"
-#include "Tolvex/Json/Tree.h"
+#include "Tolvex/Json/Private/Access.h"
+#include "Tolvex/Json/Private/Tree.h"
 
 namespace Tolvex::Json {
 

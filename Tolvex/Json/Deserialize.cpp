@@ -8,14 +8,14 @@
 #include <utility>
 #include <vector>
 
-#include "Tolvex/Json/Access.h"
-#include "Tolvex/Json/BareToken.h"
-#include "Tolvex/Json/Characters.h"
-#include "Tolvex/Json/ContainerEnds.h"
 #include "Tolvex/Json/Json.h"
-#include "Tolvex/Json/MemberOrder.h"
-#include "Tolvex/Json/StringBody.h"
-#include "Tolvex/Json/Tree.h"
+#include "Tolvex/Json/Private/Access.h"
+#include "Tolvex/Json/Private/BareToken.h"
+#include "Tolvex/Json/Private/Characters.h"
+#include "Tolvex/Json/Private/ContainerEnds.h"
+#include "Tolvex/Json/Private/MemberOrder.h"
+#include "Tolvex/Json/Private/StringBody.h"
+#include "Tolvex/Json/Private/Tree.h"
 
 namespace Tolvex::Json {
 

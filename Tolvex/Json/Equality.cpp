@@ -1,9 +1,9 @@
 #include <utility>
 #include <vector>
 
-#include "Tolvex/Json/Access.h"
 #include "Tolvex/Json/Json.h"
-#include "Tolvex/Json/Tree.h"
+#include "Tolvex/Json/Private/Access.h"
+#include "Tolvex/Json/Private/Tree.h"
 
 namespace Tolvex::Json {
 

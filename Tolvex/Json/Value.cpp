@@ -1,9 +1,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Tolvex/Json/Access.h"
 #include "Tolvex/Json/Json.h"
-#include "Tolvex/Json/Tree.h"
+#include "Tolvex/Json/Private/Access.h"
+#include "Tolvex/Json/Private/Tree.h"
 
 namespace Tolvex::Json {
 
@@ -46,7 +46,7 @@ Value Value::FromFloat(float number) noexcept
 {
     Value value;
     value.mValueType = FloatVal;
-    value.mIntVal = Util::SaturateToInt32(static_cast<double>(number));
+    value.mIntVal = Base::SaturateToInt32(static_cast<double>(number));
     value.mFloatVal = number;
     value.mDoubleVal = static_cast<double>(number);
     return value;
@@ -63,7 +63,7 @@ void Value::CopyNumbers(const Value& other) noexcept
     } else if (other.mValueType == FloatVal) {
         mValueType = FloatVal;
         mFloatVal = other.mFloatVal;
-        mIntVal = Util::SaturateToInt32(static_cast<double>(mFloatVal));
+        mIntVal = Base::SaturateToInt32(static_cast<double>(mFloatVal));
         // Required: the double is the source's own, not this float's widening.
         mDoubleVal = other.mDoubleVal;
     }

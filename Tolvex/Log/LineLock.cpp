@@ -3,10 +3,10 @@
 #include <chrono>
 #include <pthread.h>
 
-#include "Tolvex/Log/LineRegistry.h"
-#include "Tolvex/Log/LineState.h"
-#include "Tolvex/Util/NoCancellation.h"
-#include "Tolvex/Util/Sleep.h"
+#include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/Private/Sleep.h"
+#include "Tolvex/Log/Private/LineRegistry.h"
+#include "Tolvex/Log/Private/LineState.h"
 
 namespace Tolvex::Ilog {
 
@@ -62,12 +62,12 @@ LineEntry LineLock::Enter()
 
 LineEntry LineLock::Occupy(bool patient)
 {
-    const Util::NoCancellation scope;
+    const Base::NoCancellation scope;
     // By the clock: on a busy machine each of the short sleeps takes many times its length.
     const auto deadline = std::chrono::steady_clock::now() + longestOccupation;
     bool occupied = state->TryTake();
     while (!occupied && patient && std::chrono::steady_clock::now() < deadline) {
-        Util::SleepFor(pollInterval);
+        Base::SleepFor(pollInterval);
         occupied = state->TryTake();
     }
     return LineEntry(occupied ? state.get() : nullptr);
@@ -109,12 +109,12 @@ void LineLock::Refuse()
 
 bool LineLock::AwaitStopped() const
 {
-    const Util::NoCancellation scope;
+    const Base::NoCancellation scope;
     for (int poll = 0; poll < stopPolls; ++poll) {
         if (state->Stopped()) {
             return true;
         }
-        Util::SleepFor(stopPollInterval);
+        Base::SleepFor(stopPollInterval);
     }
     return state->Stopped();
 }
@@ -122,7 +122,7 @@ bool LineLock::AwaitStopped() const
 void LineLock::AwaitOldWriter() const
 {
     while (!state->Stopped() && !state->WriterIsBusy()) {
-        Util::SleepFor(pollInterval);  // GCOV_EXCL_LINE: a writer between its policy and its end
+        Base::SleepFor(pollInterval);  // GCOV_EXCL_LINE: a writer between its policy and its end
     }
 }
 
@@ -143,10 +143,10 @@ bool LineLock::TextIsStale()
 
 void LineLock::Detach()
 {
-    const Util::NoCancellation scope;
+    const Base::NoCancellation scope;
     UnregisterLine(*state);
     while (!state->TryDetach()) {
-        Util::SleepFor(pollInterval);  // GCOV_EXCL_LINE: a writer between its policy and its end
+        Base::SleepFor(pollInterval);  // GCOV_EXCL_LINE: a writer between its policy and its end
     }
 }
 

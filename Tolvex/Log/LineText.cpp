@@ -3,7 +3,7 @@
 #include <charconv>
 #include <string>
 
-#include "Tolvex/Log/LineFacts.h"
+#include "Tolvex/Log/Private/LineFacts.h"
 
 namespace Tolvex::Ilog {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <exception>
 
+#include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Log/Logger.h"
-#include "Tolvex/Util/NoCancellation.h"
 
 namespace Tolvex::Ilog {
 
@@ -51,7 +51,7 @@ LogLine::~LogLine()
     if (stream.rdbuf() == nullptr) {
         return;
     }
-    const Util::NoCancellation scope;  // A cancellation that leaves a destructor ends the process.
+    const Base::NoCancellation scope;  // A cancellation that leaves a destructor ends the process.
     try {
         Write();
     } catch (const std::exception&) {

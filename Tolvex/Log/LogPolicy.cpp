@@ -11,8 +11,8 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include "Tolvex/Util/NoCancellation.h"
-#include "Tolvex/Util/SharedValue.h"
+#include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/SharedValue.h"
 
 namespace Tolvex::Ilog {
 
@@ -30,7 +30,7 @@ public:
     }
     ~OpenFile()
     {
-        const Util::NoCancellation scope;  // It must not leave a destructor.
+        const Base::NoCancellation scope;  // It must not leave a destructor.
         if (IsOpen()) {
             close(descriptor);  // Best effort: a failure is not reported.
         }
@@ -126,19 +126,19 @@ void FileLogPolicy::SetOutput(const std::string& name)
 {
     // Required: the file is neither opened nor created nor checked here.
     fileName = name;
-    Util::StoreShared(outputSet, true);
+    Base::StoreShared(outputSet, true);
 }
 
 void FileLogPolicy::Close()
 {
-    Util::StoreShared(outputSet, false);
+    Base::StoreShared(outputSet, false);
 }
 
 // Required: the file is opened and closed for every line.
 // So others may move, delete or truncate it at any time.
 void FileLogPolicy::Write(const std::string& line)
 {
-    if (!Util::LoadShared(outputSet) || fileName.empty()) {
+    if (!Base::LoadShared(outputSet) || fileName.empty()) {
         return;
     }
 

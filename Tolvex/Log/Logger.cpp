@@ -34,10 +34,10 @@ Logger* Logger::instance = nullptr;
 Logger* Logger::Create()
 {
     std::unique_ptr<Logger> made(new Logger);
-    if (Util::SetSharedOnce(instance, made.get())) {
+    if (Base::SetSharedOnce(instance, made.get())) {
         static_cast<void>(made.release());  // never deleted
     }
-    return Util::LoadShared(instance);
+    return Base::LoadShared(instance);
 }
 
 Logger::Logger()

@@ -36,7 +36,7 @@ public:
     /// @return the logger of the process, made by the first call; never null, not to be deleted.
     static Logger* GetInstance()
     {
-        Logger* const existing = Util::LoadShared(instance);
+        Logger* const existing = Base::LoadShared(instance);
         return existing != nullptr ? existing : Create();
     }
 

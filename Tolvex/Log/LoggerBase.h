@@ -11,6 +11,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "Tolvex/Base/Private/PosixThread.h"
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/ISemaphore.h"
 #include "Tolvex/Log/LineLock.h"
 #include "Tolvex/Log/LineText.h"
@@ -18,8 +20,6 @@
 #include "Tolvex/Log/LogType.h"
 #include "Tolvex/Types/Export.h"
 #include "Tolvex/Types/LogModule.h"
-#include "Tolvex/Util/PosixThread.h"
-#include "Tolvex/Util/SharedValue.h"
 
 namespace Tolvex::Ilog {
 
@@ -93,7 +93,7 @@ public:
     bool Enable();
 
     /// @return whether lines are accepted.
-    bool IsEnabled() const { return Util::LoadShared(enabled); }
+    bool IsEnabled() const { return Base::LoadShared(enabled); }
 
     /// @return the policy. The writer uses it while the logger is enabled.
     Policy& GetPolicy() { return policy; }
@@ -253,7 +253,7 @@ bool LoggerBase<Policy>::StartWriter()
         return false;
     }
     start->number = lineLock.AnnounceWriter();
-    if (Util::StartDetachedThread(writerHandle, threadName.c_str(), RunWriter, start.get()) != 0) {
+    if (Base::StartDetachedThread(writerHandle, threadName.c_str(), RunWriter, start.get()) != 0) {
         lineLock.CancelWriter();
         return false;
     }

@@ -1,7 +1,7 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "Tolvex/Testing/TestIAsync.h"
+#include "Tolvex/Testing/Private/TestIAsync.h"
 #include "Tolvex/Types/Export.h"
 
 /// Entry of tolvex-driver, and of any program that links the library and has no main of its own.

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "Tolvex/Util/NoCancellation.h"
-#include "Tolvex/Util/TextOrEmpty.h"
+#include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/Private/TextOrEmpty.h"
 
 namespace Tolvex::Util {
 
@@ -19,7 +19,7 @@ public:
 
     ~CommandOutput()
     {
-        const NoCancellation scope;
+        const Base::NoCancellation scope;
         if (stream != nullptr) {
             pclose(stream);  // Required: the exit status is ignored.
         }
@@ -43,7 +43,7 @@ private:
 
 std::string ExecCmd_Pipe(const char* command)
 {
-    CommandOutput output(TextOrEmpty(command));
+    CommandOutput output(Base::TextOrEmpty(command));
     std::string text;
 
     // Required: a read error, an interruption by a signal included, ends the text like its end.
@@ -58,7 +58,7 @@ std::string ExecCmd_Pipe(const char* command)
 int ExecCmd_System(const char* command)
 {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): the one of glibc is safe.
-    return std::system(TextOrEmpty(command));
+    return std::system(Base::TextOrEmpty(command));
 }
 
 int WriteFlashConfigFile()
@@ -69,7 +69,7 @@ int WriteFlashConfigFile()
 
 int ReadFlashVar(const char* name, std::string& value)
 {
-    const std::string command = std::string("/sbin/fw_printenv -n ") + TextOrEmpty(name);
+    const std::string command = std::string("/sbin/fw_printenv -n ") + Base::TextOrEmpty(name);
 
     // Required: the tool runs twice; the first run tells whether the variable exists, and shows it
     // on standard output.
@@ -88,8 +88,8 @@ int ReadFlashVar(const char* name, std::string& value)
 int WriteFlashVar(const char* name, const char* value)
 {
     // Required: nothing in name or value is quoted or escaped.
-    const std::string command =
-        std::string("/sbin/fw_setenv ") + TextOrEmpty(name) + " \"" + TextOrEmpty(value) + "\"";
+    const std::string command = std::string("/sbin/fw_setenv ") + Base::TextOrEmpty(name) + " \"" +
+                                Base::TextOrEmpty(value) + "\"";
     return ExecCmd_System(command.c_str());
 }
 

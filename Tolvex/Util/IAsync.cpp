@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "Tolvex/Util/PosixThread.h"
-#include "Tolvex/Util/Sleep.h"
+#include "Tolvex/Base/Private/PosixThread.h"
+#include "Tolvex/Base/Private/Sleep.h"
 
 namespace Tolvex::Util {
 
@@ -16,13 +16,13 @@ IAsync::IAsync(const std::chrono::milliseconds& waitingTime, std::function<void(
 
     pthread_t thread = 0;
     // Required: a thread that cannot be created is silent; the object stays alive without it.
-    StartDetachedThread(thread, nullptr, RunThread, this);
+    Base::StartDetachedThread(thread, nullptr, RunThread, this);
 }
 
 void* IAsync::RunThread(void* self)
 {
     auto* async = static_cast<IAsync*>(self);
-    SleepFor(async->delay);
+    Base::SleepFor(async->delay);
     // The callback usually deletes the object; called from here, it outlives that, captures and
     // all.
     const std::function<void(IAsync*)> work = std::move(async->callback);

@@ -15,10 +15,10 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/Private/TextOrEmpty.h"
 #include "Tolvex/Exception/IException.h"
 #include "Tolvex/Log/LogLine.h"
-#include "Tolvex/Util/NoCancellation.h"
-#include "Tolvex/Util/TextOrEmpty.h"
 
 namespace Tolvex::Util {
 
@@ -60,7 +60,7 @@ public:
 
     void Close()
     {
-        const NoCancellation scope;
+        const Base::NoCancellation scope;
         close(std::exchange(descriptor, -1));
     }
 
@@ -120,7 +120,7 @@ public:
     {
         // It may be cancelled while it asks the kernel, which its declaration denies: without this
         // a cancellation in it would end the process.
-        const NoCancellation scope;
+        const Base::NoCancellation scope;
         // Required: a failure to list is ignored; there is then no interface.
         static_cast<void>(getifaddrs(&first));
     }
@@ -138,7 +138,7 @@ public:
     bool HasNameThatBeginsWith(const char* text) const
     {
         for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
-            const char* name = TextOrEmpty(entry->ifa_name);
+            const char* name = Base::TextOrEmpty(entry->ifa_name);
             // Required: the beginning of a name is enough, and an empty text finds any interface.
             if (std::strncmp(name, text, std::strlen(text)) == 0) {
                 return true;
@@ -173,7 +173,7 @@ bool NetworkConnectivityCheck()
 
 bool CheckIfNetInterfaceIsPresent(const char* name)
 {
-    if (InterfaceList().HasNameThatBeginsWith(TextOrEmpty(name))) {
+    if (InterfaceList().HasNameThatBeginsWith(Base::TextOrEmpty(name))) {
         return true;
     }
     // Required: the message goes to standard output, not to the log, and lacks the name.
@@ -184,14 +184,16 @@ bool CheckIfNetInterfaceIsPresent(const char* name)
 int SetAddressOfNetInterfaceUsingSocket(const char* name, const char* ip, const char* netmask)
 {
     errno = 0;
-    const char* interfaceName = TextOrEmpty(name);
+    const char* interfaceName = Base::TextOrEmpty(name);
     // Required: a failure is thrown, not logged, unlike that of the status.
     InterfaceSocket interfaces;
 
-    ifreq request = RequestFor(interfaceName, TextOrEmpty(ip), "Failed to format IP address, ");
+    ifreq request =
+        RequestFor(interfaceName, Base::TextOrEmpty(ip), "Failed to format IP address, ");
     interfaces.Send(SIOCSIFADDR, request, "Failed to set IP address ");
 
-    request = RequestFor(interfaceName, TextOrEmpty(netmask), "Failed to format netmask address, ");
+    request =
+        RequestFor(interfaceName, Base::TextOrEmpty(netmask), "Failed to format netmask address, ");
     interfaces.Send(SIOCSIFNETMASK, request, "Failed to set netmask address ");
 
     interfaces.Close();
@@ -202,7 +204,7 @@ int SetStatusOfNetInterfaceUsingSocket(int status, const char* name)
 {
     errno = 0;
     try {
-        const char* interfaceName = TextOrEmpty(name);
+        const char* interfaceName = Base::TextOrEmpty(name);
         LogLine(LogType::Info, LogModule::WNET)
             << "[NET] Try set status " << status << " of net interface [" << interfaceName << "]";
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "Tolvex/Util/Saturate.h"
+#include "Tolvex/Base/Private/Saturate.h"
 
 namespace Tolvex::Util {
 
@@ -44,7 +44,7 @@ std::time_t SunCalculator::FromJulian(double julianDate) const
     const bool isWhole = std::abs(seconds - wholeSeconds) <= representationErrorSeconds;
 
     // Required: a 32-bit result on every platform, and 0 for what is not a number.
-    return SaturateToInt32(isWhole ? wholeSeconds : seconds);
+    return Base::SaturateToInt32(isWhole ? wholeSeconds : seconds);
 }
 
 double SunCalculator::ToDays(const std::time_t& time) const

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <unistd.h>
 
-#include "Tolvex/Util/NoCancellation.h"
+#include "Tolvex/Base/Private/NoCancellation.h"
 
 namespace Tolvex::Util {
 
@@ -66,11 +66,11 @@ TemperatureMonitor* TemperatureMonitor::instance = nullptr;
 
 void TemperatureMonitor::Start()
 {
-    if (LoadShared(instance) != nullptr) {
+    if (Base::LoadShared(instance) != nullptr) {
         return;
     }
     auto made = std::make_unique<TemperatureMonitor>();
-    if (SetSharedOnce(instance, made.get())) {
+    if (Base::SetSharedOnce(instance, made.get())) {
         static_cast<void>(made.release());  // never deleted
     }
 }
@@ -78,7 +78,7 @@ void TemperatureMonitor::Start()
 TemperatureMonitor* TemperatureMonitor::GetInstance()
 {
     Start();
-    return LoadShared(instance);
+    return Base::LoadShared(instance);
 }
 
 TemperatureMonitor::TemperatureMonitor() : gate(std::make_shared<Gate>())
@@ -111,18 +111,18 @@ void TemperatureMonitor::Tick(Timer*)
 
 int TemperatureMonitor::ReadTemperature()
 {
-    const NoCancellation scope;  // Loggers come here on threads that may be cancelled.
+    const Base::NoCancellation scope;  // Loggers come here on threads that may be cancelled.
     char text[3] = {};
     // Required: the temperature of the last good read stays when a read fails.
     // Instead: GetTemperatureAvailable() tells.
     if (!ReadFirstCharacters(text)) {
-        StoreShared(available, false);
+        Base::StoreShared(available, false);
         return GetTemperature();
     }
 
-    StoreShared(available, true);
+    Base::StoreShared(available, true);
     // Required: two characters of a number of thousandths, right from 10 to 99 degrees only.
-    StoreShared(temperature, std::atoi(text));
+    Base::StoreShared(temperature, std::atoi(text));
     return GetTemperature();
 }
 

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Types/Export.h"
-#include "Tolvex/Util/SharedValue.h"
 #include "Tolvex/Util/Timer.h"
 
 namespace Tolvex::Util {
@@ -59,11 +59,11 @@ public:
     int ReadTemperature();
 
     /// @return whether the last read gave a temperature.
-    bool GetTemperatureAvailable() { return LoadShared(available); }
+    bool GetTemperatureAvailable() { return Base::LoadShared(available); }
 
     /// @return the last temperature read in whole degrees Celsius; 0 before there was one. A read
     /// that fails leaves it as it is.
-    int GetTemperature() { return LoadShared(temperature); }
+    int GetTemperature() { return Base::LoadShared(temperature); }
 
 private:
     struct Gate;

@@ -3,8 +3,8 @@
 #include <chrono>
 #include <memory>
 
-#include "Tolvex/Util/NoCancellation.h"
-#include "Tolvex/Util/Sleep.h"
+#include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/Private/Sleep.h"
 
 namespace Tolvex::Util {
 namespace {
@@ -17,12 +17,13 @@ Tick* Tick::instance = nullptr;
 
 void Tick::Start()
 {
-    if (LoadShared(instance) != nullptr) {
+    if (Base::LoadShared(instance) != nullptr) {
         return;
     }
-    const NoCancellation scope;  // An instance whose start was left half done would never tick.
+    const Base::NoCancellation
+        scope;  // An instance whose start was left half done would never tick.
     std::unique_ptr<Tick> made(new Tick(Idle()));
-    if (SetSharedOnce(instance, made.get())) {
+    if (Base::SetSharedOnce(instance, made.get())) {
         made.release()->IThread::Start();  // never deleted
     }
 }
@@ -30,7 +31,7 @@ void Tick::Start()
 Tick* Tick::GetInstance()
 {
     Start();
-    return LoadShared(instance);
+    return Base::LoadShared(instance);
 }
 
 Tick::Tick() : Tick(Idle())
@@ -51,8 +52,8 @@ Tick::~Tick()
 void Tick::Run()
 {
     // Required: the count falls behind by what each pass takes besides its sleep of a second.
-    SleepFor(tickPeriod);
-    StoreShared(tickCount, LoadShared(tickCount) + 1);
+    Base::SleepFor(tickPeriod);
+    Base::StoreShared(tickCount, Base::LoadShared(tickCount) + 1);
 }
 
 }  // namespace Tolvex::Util

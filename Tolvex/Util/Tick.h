@@ -2,9 +2,9 @@
 
 #include <cstdint>
 
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/IThread.h"
 #include "Tolvex/Types/Export.h"
-#include "Tolvex/Util/SharedValue.h"
 
 namespace Tolvex::Util {
 
@@ -38,7 +38,7 @@ public:
     ~Tick() override;
 
     /// @return whole seconds counted so far.
-    std::uint64_t GetTickCount() const { return LoadShared(tickCount); }
+    std::uint64_t GetTickCount() const { return Base::LoadShared(tickCount); }
 
 private:
     /// Selects the constructor that starts no thread.

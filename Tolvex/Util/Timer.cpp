@@ -6,9 +6,9 @@
 #include <pthread.h>
 #include <utility>
 
-#include "Tolvex/Util/LiveTimers.h"
-#include "Tolvex/Util/NoCancellation.h"
-#include "Tolvex/Util/SharedValue.h"
+#include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/SharedValue.h"
+#include "Tolvex/Util/Private/LiveTimers.h"
 
 namespace Tolvex::Util {
 
@@ -67,8 +67,8 @@ Timer::Timer(int milliseconds, std::function<void(Timer*)> work, void* context, 
 
 Timer::~Timer()
 {
-    const NoCancellation scope;  // Remove() writes a message when it fails.
-    StoreShared(stopping, true);
+    const Base::NoCancellation scope;  // Remove() writes a message when it fails.
+    Base::StoreShared(stopping, true);
     Remove();
     LiveTimers::Get().Remove(this);
 }
@@ -137,7 +137,7 @@ void Timer::CB(sigval value)
 
     std::shared_ptr<std::function<void(Timer*)>> share;
     if (const auto admitted = LiveTimers::Get().Admit(timer);
-        admitted && !LoadShared(timer->stopping)) {
+        admitted && !Base::LoadShared(timer->stopping)) {
         share = timer->callback;
     }
     if (share != nullptr) {

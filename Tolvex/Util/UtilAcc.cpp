@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "Tolvex/Util/Saturate.h"
+#include "Tolvex/Base/Private/Saturate.h"
 
 namespace Tolvex::UtilAcc {
 
@@ -38,7 +38,7 @@ std::int8_t AccFloatToNative(float acceleration, unsigned char range)
     const float counts = Quotient(acceleration * static_cast<float>(fullScale), range);
 
     // Required: accelerations beyond the range wrap around: the low 8 bits count.
-    return static_cast<std::int8_t>(Util::SaturateToInt32(static_cast<double>(counts)));
+    return static_cast<std::int8_t>(Base::SaturateToInt32(static_cast<double>(counts)));
 }
 
 }  // namespace Tolvex::UtilAcc

@@ -7,7 +7,7 @@
 #include <limits>
 #include <utility>
 
-#include "Tolvex/Util/Saturate.h"
+#include "Tolvex/Base/Private/Saturate.h"
 
 namespace Tolvex::Util {
 namespace {
@@ -89,7 +89,7 @@ time_t Str2Time(const std::string& text)
 int DayDiff(const time_t& from, const time_t& to)
 {
     // Required: a day has 86400 seconds, so a calendar day of 23 hours is none.
-    return SaturateToInt32(std::difftime(to, from) / secondsPerDay);
+    return Base::SaturateToInt32(std::difftime(to, from) / secondsPerDay);
 }
 
 bool IsValidDate(const time_t& t)

@@ -10,16 +10,16 @@
 
 #include <benchmark/benchmark.h>
 
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/Stopped.h"
-#include "Tolvex/Util/SharedValue.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using Tolvex::Base::LoadShared;
+using Tolvex::Base::StoreShared;
 using Tolvex::Interfaces::IThread;
 using Tolvex::Interfaces::Stopped;
-using Tolvex::Util::LoadShared;
-using Tolvex::Util::StoreShared;
 using Clock = std::chrono::steady_clock;
 
 double Seconds(Clock::duration duration)

@@ -126,7 +126,6 @@ TEST(CryptoTest, Base64EncodeGivesThePublishedTexts)
     }
 }
 
-// Holds: Crypto/Crypto.cpp: the last character is dropped in both modes
 TEST(CryptoTest, Base64EncodeWithoutNewLinesLosesItsLastCharacterInEveryText)
 {
     EXPECT_EQ(Encode("foo", true), "Zm9");
@@ -135,7 +134,6 @@ TEST(CryptoTest, Base64EncodeWithoutNewLinesLosesItsLastCharacterInEveryText)
     }
 }
 
-// Holds: Crypto/Crypto.cpp: the last character is dropped in both modes
 TEST(CryptoTest, Base64EncodeBreaksLinesAfter64CharactersAndEndsWithoutLineFeed)
 {
     const std::string of48 = Encode(std::string(48, 'x'), false);
@@ -176,7 +174,6 @@ TEST(CryptoTest, Base64EncodeOfNothingIsEmpty)
     }
 }
 
-// Holds: Crypto/Crypto.cpp: only the low 32 bits of the length count
 TEST(CryptoTest, OnlyTheLow32BitsOfTheLengthCountThoughMoreIsAnnounced)
 {
     for (const bool noNewLines : {false, true}) {
@@ -185,7 +182,6 @@ TEST(CryptoTest, OnlyTheLow32BitsOfTheLengthCountThoughMoreIsAnnounced)
     }
 }
 
-// Holds: Crypto/Crypto.cpp: only the low 32 bits of the length count
 TEST(CryptoTest, ALengthWhoseLow32BitsAreZeroOrNegativeEncodesNothing)
 {
     for (const bool noNewLines : {false, true}) {
@@ -449,7 +445,6 @@ INSTANTIATE_TEST_SUITE_P(
                               "e8e99d0f45237d786d6bbaa7965c7808bbff1a91"}),
     [](const auto& row) { return std::string(row.param.name); });
 
-// Holds: Crypto/Crypto.cpp: an empty message, an empty key and one above
 TEST(CryptoTest, AnEmptyMessageOrKeyAndAKeyOf129BytesAreNotSignedThoughTheMethodTakesThem)
 {
     EXPECT_EQ(HMAC_SHA1("", "key"), "");

@@ -37,7 +37,6 @@ TEST(IExceptionTest, TextOf1023CharactersIsKeptWhole)
     EXPECT_EQ(IException(text.c_str()).what(), text);
 }
 
-// Holds: Exception/IException.cpp: a longer text is cut
 TEST(IExceptionTest, TextOf1024CharactersLosesItsLast)
 {
     const std::string text = std::string(1023, 'x') + "y";
@@ -45,7 +44,6 @@ TEST(IExceptionTest, TextOf1024CharactersLosesItsLast)
     EXPECT_EQ(IException(text.c_str()).what(), std::string(1023, 'x'));
 }
 
-// Holds: Exception/IException.cpp: a longer text is cut
 TEST(IExceptionTest, TextOf2000CharactersIsCutTo1023)
 {
     std::string text;

@@ -151,7 +151,6 @@ TEST(IErrorTest, TextLongerThanAnyFixedBufferIsKeptWhole)
     EXPECT_EQ(device.GetErrorText(), "[Namespace: N][Class: C][Method: M]" + message);
 }
 
-// Holds: Interfaces/IError.cpp: the code stays as it is
 TEST(IErrorTest, SetErrorLeavesTheCodeAlone)
 {
     Device device;
@@ -195,7 +194,6 @@ TEST(IErrorTest, LaterNamesReplaceEarlierOnes)
     EXPECT_EQ(device.GetErrorText(), "[Namespace: New][Class: Newer]text");
 }
 
-// Holds: Interfaces/IError.cpp: no blank stands between the mark
 TEST(IErrorTest, ExceptionTextFollowsItsMarkWithoutASpace)
 {
     Device device("N", "C");

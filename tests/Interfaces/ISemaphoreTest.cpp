@@ -103,7 +103,6 @@ TEST(ISemaphoreTest, TwoNotifiesBeforeAnyWaitLetTwoWaitsPass)
     EXPECT_FALSE(semaphore.TryWait());
 }
 
-// Holds: Interfaces/ISemaphore.cpp: exactly 0 blocks
 TEST(ISemaphoreTest, WaitOnANegativeCountReturnsAtOnceAndSinksFurther)
 {
     ISemaphore semaphore(-1);
@@ -117,7 +116,6 @@ TEST(ISemaphoreTest, WaitOnANegativeCountReturnsAtOnceAndSinksFurther)
     EXPECT_TRUE(semaphore.TryWait());
 }
 
-// Holds: Interfaces/ISemaphore.cpp: any count below 1 fails
 TEST(ISemaphoreTest, TryWaitOnANegativeCountFailsAndLeavesIt)
 {
     ISemaphore semaphore(-1);

@@ -23,9 +23,9 @@
 
 #include <gtest/gtest.h>
 
+#include "Tolvex/Base/Private/PosixThread.h"
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/ISemaphore.h"
-#include "Tolvex/Util/PosixThread.h"
-#include "Tolvex/Util/SharedValue.h"
 
 #include "tests/Support/Pace.h"
 #include "tests/Support/RealFunction.h"
@@ -186,7 +186,7 @@ public:
         handler(data);
     }
 
-    bool IsRunning() const { return Util::LoadShared(running); }
+    bool IsRunning() const { return Base::LoadShared(running); }
 
     std::atomic<int> waits = 0;      ///< calls of WaitSignal()
     std::atomic<int> delivered = 0;  ///< events handed to the listener
@@ -248,8 +248,8 @@ ThreadFacts GetOwnFacts()
 /// that nobody gives a stack size has 8 MiB.
 void ExpectWorkerStack(std::size_t bytes)
 {
-    EXPECT_GE(bytes, Util::workerStackBytes - 65536);
-    EXPECT_LE(bytes, 4 * Util::workerStackBytes);
+    EXPECT_GE(bytes, Base::workerStackBytes - 65536);
+    EXPECT_LE(bytes, 4 * Base::workerStackBytes);
 }
 
 void* ToData(std::uintptr_t number)
@@ -363,7 +363,6 @@ TEST(ISignalTest, SecondStartWhileRunningStartsNoSecondListener)
     EXPECT_EQ(*events.listeners, 1);
 }
 
-// Holds: Interfaces/ISignal.cpp: the handle is never cleared
 TEST(ISignalTest, StartAfterStopDoesNothing)
 {
     EventQueue events;
@@ -378,7 +377,6 @@ TEST(ISignalTest, StartAfterStopDoesNothing)
     EXPECT_EQ(*events.listeners, 0);
 }
 
-// Holds: Interfaces/ISignal.cpp: "running" stays set when the thread cannot be created
 TEST(ISignalTest, StartWithoutAThreadLeavesTheObjectRunningAndCanBeTriedAgainAfterStop)
 {
     EventQueue events;
@@ -407,7 +405,6 @@ TEST(ISignalTest, StopMakesTheListenerReturnAfterItsCurrentWait)
     EXPECT_TRUE(Eventually([&events] { return *events.listeners == 0; }));
 }
 
-// Holds: Interfaces/ISignal.cpp: nobody is woken or waited for
 TEST(ISignalTest, StopNeitherWakesNorAwaitsTheListener)
 {
     std::promise<void> waiting;
@@ -456,7 +453,7 @@ TEST(ISignalTest, RunPosixThreadRunsTheLoopAndReturnsNull)
         }
         return false;
     };
-    Util::StoreShared(signal.running, true);
+    Base::StoreShared(signal.running, true);
 
     void* const result = ISignal::RunPosixThread(&signal);
 
@@ -530,7 +527,7 @@ TEST(ISignalTest, EventThatComesTogetherWithStopIsStillHandled)
         return true;
     };
     signal.fire = [&event](void* data) { event.set_value(data); };
-    Util::StoreShared(signal.running, true);
+    Base::StoreShared(signal.running, true);
 
     signal.RunThread();
 
@@ -559,7 +556,6 @@ TEST(ISignalTest, SlowHandlerDelaysNeitherTheListenerNorTheNextHandler)
     EXPECT_TRUE(overlapped);
 }
 
-// Holds: Interfaces/ISignal.cpp: without a thread the event is dropped
 TEST(ISignalTest, EventWithoutAThreadIsDroppedAndTheListenerGoesOn)
 {
     std::mutex mutex;
@@ -599,7 +595,7 @@ TEST(ISignalTest, HandlerThreadsAreCreatedOneAtATime)
         return false;
     };
     signal.fire = [&](void*) { ++handled; };
-    Util::StoreShared(signal.running, true);
+    Base::StoreShared(signal.running, true);
     mostCreations = 0;
     slowCreation = true;
 
@@ -641,7 +637,7 @@ public:
 
     void RunListener()
     {
-        Util::StoreShared(running, true);
+        Base::StoreShared(running, true);
         RunThread();
     }
 
@@ -716,7 +712,7 @@ public:
 
     void RunListener()
     {
-        Util::StoreShared(running, true);
+        Base::StoreShared(running, true);
         RunThread();
     }
 
@@ -733,7 +729,6 @@ private:
     std::function<void()>& handler;
 };
 
-// Holds: Interfaces/ISignal.cpp: neither listener nor handlers are waited for
 TEST(ISignalTest, DestructorDoesNotWaitForAHandlerThatRuns)
 {
     std::promise<void> begun;
@@ -838,7 +833,7 @@ private:
 class ISignalDelegateTest : public testing::Test
 {
 protected:
-    void SetUp() override { Util::StoreShared(signal.running, true); }
+    void SetUp() override { Base::StoreShared(signal.running, true); }
 
     void AddAll()
     {
@@ -886,7 +881,6 @@ TEST_F(ISignalDelegateTest, EmptyListCallsNobody)
     EXPECT_EQ(CallsOfNextWalk(), "");
 }
 
-// Holds: Interfaces/ISignal.cpp: a Stop() during the walk
 TEST_F(ISignalDelegateTest, StopDuringTheWalkDoesNotCutItShort)
 {
     AddAll();
@@ -946,7 +940,6 @@ TEST_F(ISignalDelegateTest, NullEntryIsSkipped)
     EXPECT_EQ(CallsOfNextWalk(), "ab");
 }
 
-// Holds: Interfaces/ISignal.cpp: an observer that removes itself hides the next
 TEST_F(ISignalDelegateTest, ObserverThatRemovesItselfMakesTheWalkSkipTheNext)
 {
     AddAll();
@@ -986,7 +979,6 @@ TEST_F(ISignalDelegateTest, ObserverThatRemovesAllEndsTheWalk)
     EXPECT_EQ(CallsOfNextWalk(), "");
 }
 
-// Holds: Interfaces/ISignal.cpp: an observer that removes itself hides the next
 TEST_F(ISignalDelegateTest, ObserverThatIsAddedDuringTheWalkIsCalledInIt)
 {
     signal.AddCallback(&a);

@@ -12,12 +12,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/ISemaphore.h"
 #include "Tolvex/Interfaces/IThread.h"
 #include "Tolvex/Interfaces/Stopped.h"
 #include "Tolvex/Log/LogLine.h"
 #include "Tolvex/Log/Logger.h"
-#include "Tolvex/Util/SharedValue.h"
 #include "Tolvex/Util/Tick.h"
 #include "Tolvex/Util/TimeMonitor.h"
 
@@ -32,6 +32,8 @@ namespace {
 
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
+using Tolvex::Base::LoadShared;
+using Tolvex::Base::StoreShared;
 using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
@@ -45,8 +47,6 @@ using Tolvex::Support::LogFile;
 using Tolvex::Support::patience;
 using Tolvex::Support::ProbeThread;
 using Tolvex::Support::underThreadSanitizer;
-using Tolvex::Util::LoadShared;
-using Tolvex::Util::StoreShared;
 
 /// Counts its scopes that were left, by whatever way.
 class Scope

@@ -15,8 +15,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/IThread.h"
-#include "Tolvex/Util/SharedValue.h"
 
 #include "tests/Support/CountingNew.h"
 #include "tests/Support/LogFile.h"
@@ -29,6 +29,7 @@ namespace {
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using Tolvex::Base::StoreShared;
 using Tolvex::Interfaces::IThread;
 using Tolvex::Support::AllocationBudget;
 using Tolvex::Support::Eventually;
@@ -36,7 +37,6 @@ using Tolvex::Support::LogFile;
 using Tolvex::Support::patience;
 using Tolvex::Support::ProbeThread;
 using Tolvex::Support::underThreadSanitizer;
-using Tolvex::Util::StoreShared;
 
 /// Notes its calls in a list, and does what the test wants.
 class Observer : public IThread::IThreadDelegate
@@ -236,7 +236,6 @@ TEST_F(IThreadDelegateTest, ListChangesFromManyThreadsAtOnceLoseNothing)
 
 // ---------------------------------------------------------------------------------------- the walk
 
-// Holds: Interfaces/IThread.cpp: a delegate that removes itself hides the next
 TEST_F(IThreadDelegateTest, WalksTakeNoLock)
 {
     AddAll();
@@ -268,7 +267,6 @@ TEST_F(IThreadDelegateTest, AddAndRemoveWaitForTheLock)
     EXPECT_THAT(probe.delegates, IsEmpty());
 }
 
-// Holds: Interfaces/IThread.cpp: a delegate that removes itself hides the next
 TEST_F(IThreadDelegateTest, DelegateAddedDuringTheWalkIsCalledInIt)
 {
     probe.AddCallback(&a);
@@ -280,7 +278,6 @@ TEST_F(IThreadDelegateTest, DelegateAddedDuringTheWalkIsCalledInIt)
     EXPECT_THAT(calls, ElementsAre("a", "b", "c"));
 }
 
-// Holds: Interfaces/IThread.cpp: a delegate that removes itself hides the next
 TEST_F(IThreadDelegateTest, DelegateThatRemovesItselfHidesTheNextOneFromTheWalk)
 {
     AddAll();
@@ -356,7 +353,6 @@ TEST_F(IThreadDelegateTest, WorkerTellsItsDelegatesOfEachPassOnItsOwnThread)
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "a stop"), 1);
 }
 
-// Holds: Interfaces/IThread.cpp: the stop that the destructor makes
 TEST_F(IThreadDelegateTest, DestructorOfARunningObjectTellsNoDelegate)
 {
     // The destructor's own rule: a worker that stops itself first does tell them.
@@ -560,7 +556,6 @@ private:
     std::atomic<bool>& gone;
 };
 
-// Holds: Interfaces/IThread.cpp: deleteOnStop deletes the object also
 TEST_F(IThreadDelegateTest, StopNotificationWithAnEmptyListDeletesTheObject)
 {
     std::atomic<bool> gone = false;

@@ -13,8 +13,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/IThread.h"
-#include "Tolvex/Util/SharedValue.h"
 
 #include "tests/Support/LogFile.h"
 #include "tests/Support/Patience.h"
@@ -79,11 +79,11 @@ using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
+using Tolvex::Base::StoreShared;
 using Tolvex::Support::Eventually;
 using Tolvex::Support::LogFile;
 using Tolvex::Support::patience;
 using Tolvex::Support::ProbeThread;
-using Tolvex::Util::StoreShared;
 
 // ------------------------------------------------------------------------------------ the table
 
@@ -279,7 +279,6 @@ TEST_P(ThreadSleepInterruptionTest, EndsTheSleepAfterTheStepInWhichItCame)
     probe.EndPretence();
 }
 
-// Holds: Interfaces/IThread.cpp: a step of 0 or less never adds up
 TEST_P(ThreadSleepInterruptionTest, EndsTheSpinThatAStepOfZeroIs)
 {
     for (const milliseconds step : {0ms, -1ms, lowest}) {
@@ -322,7 +321,6 @@ TEST(IThreadSleepTest, DestroyedObjectDoesNotSleepAtAll)
     EXPECT_THAT(recorder.requests, IsEmpty());
 }
 
-// Holds: Interfaces/IThread.cpp: this one is slept in one piece
 TEST(IThreadSleepTest, PlainSleepIsNotEndedByAStop)
 {
     ProbeThread probe;
@@ -443,7 +441,6 @@ TEST(IThreadSleepTest, InterruptedSleepOfTheHandOverGoesOnWithTheRemainingTime)
     EXPECT_EQ(recorder.Durations(), (std::vector{20ms, 5ms}));
 }
 
-// Holds: Interfaces/IThread.cpp: a handle that was never handed over
 TEST(IThreadSleepTest, HandOverIsPolled501TimesThenTheHandleIsLeftAndTheBodyEnds)
 {
     LogFile log;

@@ -18,9 +18,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/Stopped.h"
 #include "Tolvex/Log/LogLine.h"
-#include "Tolvex/Util/SharedValue.h"
 
 #include "tests/Support/LogFile.h"
 #include "tests/Support/Pace.h"
@@ -69,6 +69,8 @@ namespace {
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using Tolvex::Base::LoadShared;
+using Tolvex::Base::StoreShared;
 using Tolvex::Interfaces::IThread;
 using Tolvex::Interfaces::Stopped;
 using Tolvex::Support::Eventually;
@@ -77,8 +79,6 @@ using Tolvex::Support::Nap;
 using Tolvex::Support::patience;
 using Tolvex::Support::ProbeThread;
 using Tolvex::Support::underThreadSanitizer;
-using Tolvex::Util::LoadShared;
-using Tolvex::Util::StoreShared;
 
 const std::string startLine = "[#Ithread]Thread (worker) has started the execution";
 const std::string finishLine = "[#Ithread]Thread (worker) has finished the execution";
@@ -408,7 +408,6 @@ private:
     }
 };
 
-// Holds: Interfaces/IThread.cpp: no delegate is called, and the handle stays
 TEST_P(IThreadMatrixTest, OperationInStateLeavesFlagsLinesHooksAndNotifications)
 {
     const Cell& cell = GetParam();
@@ -547,7 +546,6 @@ TEST(IThreadTest, ThreadSeesItsHandleAndThatItRunsBeforeItsFirstHook)
     EXPECT_TRUE(inside.started);
 }
 
-// Holds: Interfaces/IThread.cpp: the field stackSize is not read
 TEST(IThreadTest, StackSizeFieldIsNotReadAndEveryThreadHas524288Bytes)
 {
     if (underThreadSanitizer) {
@@ -556,7 +554,6 @@ TEST(IThreadTest, StackSizeFieldIsNotReadAndEveryThreadHas524288Bytes)
     EXPECT_EQ(InsideOfThreadNamed("worker", 65536).stackBytes, 524288U);
 }
 
-// Holds: Util/PosixThread.cpp: a name of more than 15 characters
 TEST(IThreadTest, NameOfFifteenCharactersIsSetAndOfSixteenLeavesTheThreadUnnamed)
 {
     char own[16] = {};
@@ -595,7 +592,6 @@ TEST(IThreadTest, UnnamedThreadIsLoggedAsNameNotDefined)
                             "[#Ithread]Thread (name not defined) has finished the execution"));
 }
 
-// Holds: Interfaces/IThread.cpp: the doubled "has"
 TEST(IThreadTest, AbortOfAnUnnamedThreadIsLoggedWithTheDoubledHas)
 {
     LogFile log;
@@ -611,8 +607,6 @@ TEST(IThreadTest, AbortOfAnUnnamedThreadIsLoggedWithTheDoubledHas)
                             "[WARNING][#Ithread]Thread (name not defined) has has been aborted"));
 }
 
-// Holds: Interfaces/IThread.cpp: the start is logged also when no thread could be created
-// Holds: Interfaces/IThread.cpp: a failure to create it is silent and "running" stays set
 TEST(IThreadTest, FailureToCreateTheThreadIsSilentAndTheStartIsLoggedAllTheSame)
 {
     LogFile log;
@@ -646,7 +640,6 @@ TEST(IThreadTest, FailureToCreateTheThreadAfterAnAbortLeavesNoHandleOfTheDeadThr
     probe.Stop();
 }
 
-// Holds: Interfaces/IThread.cpp: a failure to cancel is silent
 TEST(IThreadTest, FailureToCancelIsSilentAndTheObjectCountsAsFinished)
 {
     LogFile log;
@@ -753,7 +746,6 @@ TEST(IThreadTest, ObjectCanBeStartedAgainAfterItsEnd)
     EXPECT_EQ(starts, 3);
 }
 
-// Holds: Interfaces/IThread.cpp: the line tells passes per second
 TEST(IThreadTest, BenchmarkedPassOfAQuarterSecondLogsFourPassesPerSecondAsItsRuntime)
 {
     LogFile log;
@@ -778,8 +770,6 @@ TEST(IThreadTest, BenchmarkedPassOfAQuarterSecondLogsFourPassesPerSecondAsItsRun
     EXPECT_GT(passesPerSecond, 0.0);
 }
 
-// Holds: Interfaces/IThread.cpp: the line tells passes per second
-// Holds: Interfaces/IThread.cpp: a pass is timed by the wall clock
 TEST(IThreadTest, BenchmarkReadsTheWallClockAroundThePassAndPrintsTheReciprocal)
 {
     LogFile log;
@@ -837,7 +827,6 @@ TEST(IThreadTest, StopReturnsOnlyWhenTheThreadHasEnded)
     EXPECT_EQ(probe.threadHandle, 0U);
 }
 
-// Holds: Interfaces/IThread.cpp: returns at once after Cancel(), too
 TEST(IThreadTest, StopAfterCancelReturnsAtOnceThoughThePassGoesOn)
 {
     ProbeThread probe;
@@ -889,7 +878,6 @@ protected:
     }
 };
 
-// Holds: Interfaces/IThread.cpp: only a class with its own Stopping()
 TEST(IThreadTest, StopOfAClassWithAStoppingHookLooksOnceBeforeItsFirstSleep)
 {
     // Many times, for a single stop might be slow for other reasons: no sleep of 100 ms in each.
@@ -921,7 +909,6 @@ protected:
     }
 };
 
-// Holds: Interfaces/IThread.cpp: only a class with its own Stopping()
 TEST(IThreadTest, StopOfAClassWithoutStoppingHookSleepsOnceThoughTheThreadHasEnded)
 {
     HooklessThread probe;

@@ -8,9 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/IThread.h"
 #include "Tolvex/Interfaces/Stopped.h"
-#include "Tolvex/Util/SharedValue.h"
 
 #include "tests/Support/LogFile.h"
 #include "tests/Support/Pace.h"
@@ -20,6 +20,8 @@
 namespace {
 
 using namespace std::chrono_literals;
+using Tolvex::Base::LoadShared;
+using Tolvex::Base::StoreShared;
 using Tolvex::Interfaces::IThread;
 using Tolvex::Interfaces::Stopped;
 using Tolvex::Support::Eventually;
@@ -28,8 +30,6 @@ using Tolvex::Support::Nap;
 using Tolvex::Support::patience;
 using Tolvex::Support::ProbeThread;
 using Tolvex::Support::underThreadSanitizer;
-using Tolvex::Util::LoadShared;
-using Tolvex::Util::StoreShared;
 
 constexpr int scale = Tolvex::Support::threadsAreSlow ? 10 : 1;
 constexpr int cycles = 20000 / scale;

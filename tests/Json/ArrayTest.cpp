@@ -187,7 +187,6 @@ TEST(ArrayTest, FindGivesTheFirstEqualElementOrTheEnd)
     EXPECT_FALSE(array.HasValue("2"));
 }
 
-// Holds: Json/Containers.cpp: the elements are the left operands
 TEST(ArrayTest, FindComparesWithTheElementOnTheLeft)
 {
     Array nulls;

@@ -45,7 +45,6 @@ TEST(EqualityTest, NonEmptyValuesDifferFromNumbers)
     }
 }
 
-// Holds: Json/Equality.cpp: a number on the right is judged by the representation
 TEST(EqualityTest, NullOnTheLeftEqualsEveryNumberAndNoNumberEqualsNull)
 {
     EXPECT_TRUE(Value() == Value(3));
@@ -53,7 +52,6 @@ TEST(EqualityTest, NullOnTheLeftEqualsEveryNumberAndNoNumberEqualsNull)
     EXPECT_TRUE(Value() == Value(std::nan("")));
 }
 
-// Holds: Json/Equality.cpp: a number on the right is judged by the representation
 TEST(EqualityTest, LeftOperandComparesWithTheInactiveRepresentationOfANumber)
 {
     const Value number(3);

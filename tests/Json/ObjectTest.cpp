@@ -67,7 +67,6 @@ TEST(ObjectTest, FindGivesTheMemberOrTheEnd)
     EXPECT_EQ(object.find("c"), object.end());
 }
 
-// Holds: Json/Containers.cpp: the index of the first absent key
 TEST(ObjectTest, HasKeysGivesTheIndexOfTheFirstAbsentKey)
 {
     const Object object = MakeObject({"a", "c"});

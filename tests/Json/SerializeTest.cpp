@@ -24,7 +24,6 @@ std::string Print(double number)
     return {text.data(), static_cast<std::size_t>(length)};
 }
 
-// Holds: Json/Serialize.cpp: a bare scalar is no document
 TEST(SerializeTest, ScalarsAreNoDocumentsAndGiveEmptyText)
 {
     for (const Value& value :
@@ -70,7 +69,6 @@ TEST(SerializeTest, ContainersNest)
               R"({"k":[{"z":false}],"l":[[],[1]]})");
 }
 
-// Holds: Json/Serialize.cpp: no byte is escaped
 TEST(SerializeTest, StringsAndKeysAreWrittenWithoutEscapes)
 {
     const std::string bytes("\"\\\n\0\xff", 5);
@@ -81,7 +79,6 @@ TEST(SerializeTest, StringsAndKeysAreWrittenWithoutEscapes)
     EXPECT_EQ(Serialize(object), "{\"" + bytes + "\":\"" + bytes + "\"}");
 }
 
-// Holds: Json/Json.h: nothing else changes
 TEST(SerializeTest, ClearedValueIsNullThoughItHoldsItsContent)
 {
     Value value = Deserialize("[1]");
@@ -99,7 +96,6 @@ TEST(SerializeTest, IntegersReachBothEnds)
     EXPECT_EQ(SerializeValue(Value(0)), "0");
 }
 
-// Holds: Json/Serialize.cpp: a number has six decimals at every magnitude
 TEST(SerializeTest, NumbersAreTheCLibrarysAtEveryMagnitude)
 {
     for (const double number : {0.0,
@@ -127,7 +123,6 @@ TEST(SerializeTest, NumbersAreTheCLibrarysAtEveryMagnitude)
     }
 }
 
-// Holds: Json/Serialize.cpp: a number has six decimals at every magnitude
 TEST(SerializeTest, InfinitiesAndNotANumberAreSpelledAsTheCLibraryDoes)
 {
     EXPECT_EQ(SerializeValue(Value(HUGE_VAL)), "inf");

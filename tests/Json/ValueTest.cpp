@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "Tolvex/Json/Json.h"
-#include "Tolvex/Json/Tree.h"
+#include "Tolvex/Json/Private/Tree.h"
 
 namespace {
 
@@ -262,7 +262,6 @@ TEST(ValueTest, EveryAccessorRefusesEveryOtherTypeWithItsText)
     }
 }
 
-// Holds: Json/Value.cpp: the size of all other types is 1
 TEST(ValueTest, KeyOfAnotherTypeIsNotAddedToAnInactiveObject)
 {
     const Value object(MakeObject("k", 1));
@@ -358,7 +357,6 @@ TEST(ValueTest, AbsentKeyIsInsertedAsNull)
     EXPECT_EQ(std::as_const(value)["new"].GetType(), NullVal);
 }
 
-// Holds: Json/Json.h: nothing else changes
 TEST(ValueTest, ClearChangesTheTypeAndNothingElse)
 {
     Value value(MakeArray(1));
@@ -407,7 +405,6 @@ TEST(ValueTest, CopiedDoubleMakesItsIntegerAndFloatAnew)
     EXPECT_EQ(copy.ToFloat(), 1e10F);
 }
 
-// Holds: Json/Value.cpp: the double is the source's own
 TEST(ValueTest, CopiedFloatKeepsItsDoubleAsItIs)
 {
     Value source(0.1);
@@ -423,7 +420,6 @@ TEST(ValueTest, CopiedFloatKeepsItsDoubleAsItIs)
     EXPECT_EQ(assigned.ToInt(), 0);
 }
 
-// Holds: Json/Value.cpp: what does not belong to the new type stays
 TEST(ValueTest, AssignedValueKeepsItsOtherRepresentationsInactive)
 {
     Value value(MakeObject("old", 1));

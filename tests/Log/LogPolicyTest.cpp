@@ -67,7 +67,6 @@ TEST_F(FileLogPolicyTest, WithoutAnOutputNothingIsWrittenAndNoFileMade)
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-// Holds: Log/LogPolicy.cpp: the file is neither opened nor created
 TEST_F(FileLogPolicyTest, SetOutputNeitherOpensNorCreatesNorChecksTheFile)
 {
     policy.SetOutput(path);
@@ -108,7 +107,6 @@ TEST_F(FileLogPolicyTest, AfterCloseNothingIsWrittenUntilTheNextSetOutput)
     EXPECT_EQ(ReadFile(path), "a\nc\n");
 }
 
-// Holds: Log/LogPolicy.cpp: the file is opened and closed for every line
 TEST_F(FileLogPolicyTest, NoDescriptorIsHeldBetweenLines)
 {
     const std::ptrdiff_t before = CountDescriptors();
@@ -148,7 +146,6 @@ TEST_F(FileLogPolicyTest, DirectoryInPlaceOfTheFileLosesTheLineOnly)
     EXPECT_EQ(ReadFile(path), "kept\n");
 }
 
-// Holds: Log/LogPolicy.cpp: a line for which there is no file is lost
 TEST_F(FileLogPolicyTest, MissingDirectoryLosesTheLinesMeanwhileWithoutAWord)
 {
     const std::string later = directory.Path("later");
@@ -250,7 +247,6 @@ std::string Printed(LogType type, const std::string& line)
         .output;
 }
 
-// Holds: Log/LogPolicy.cpp: the colour is reset after the newline
 TEST(ConsoleLogPolicyTest, ColourSurroundsTheWholeLineWithItsNewline)
 {
     EXPECT_EQ(Printed(LogType::Error, "line\n"), "\x1B[31mline\n\x1B[39m");
@@ -292,7 +288,6 @@ TEST(ConsoleLogPolicyTest, FormatOfStandardOutputDoesNotChangeTheBytes)
     EXPECT_EQ(child.output, std::string("\x1B[31ma\0b\n\x1B[39m", 14));
 }
 
-// Holds: Log/LogPolicy.cpp: standard output is not flushed
 TEST(ConsoleLogPolicyTest, StandardOutputIsNotFlushed)
 {
     const ChildResult child = RunInChild([] {
@@ -306,7 +301,6 @@ TEST(ConsoleLogPolicyTest, StandardOutputIsNotFlushed)
     EXPECT_EQ(child.output, "");
 }
 
-// Holds: Log/LogPolicy.cpp: standard output is not flushed
 TEST(ConsoleLogPolicyTest, FailureOfStandardOutputThatHasPassedCostsNothingLater)
 {
     const ChildResult child = RunInChild([] {

@@ -179,7 +179,6 @@ TEST(LoggerBaseTest, EmptyLineAndHugeLineAreWrittenWhole)
     EXPECT_TRUE(lines == (std::vector<std::string>{"\n", huge + "\n", "after\n"}));
 }
 
-// Holds: Log/LoggerBase.h: the tag is there also for a module without a text
 TEST(LoggerBaseTest, ModuleWithoutTextGivesAnEmptyTag)
 {
     const auto lines = LinesOf(1, [](CapturingLogger& logger) {
@@ -190,7 +189,6 @@ TEST(LoggerBaseTest, ModuleWithoutTextGivesAnEmptyTag)
     EXPECT_THAT(lines, ElementsAre("[#][#]\n"));
 }
 
-// Holds: Log/LineText.cpp: a newline in the middle of the text
 TEST(LoggerBaseTest, NewlineInTheMiddleEndsNothing)
 {
     const auto lines = LinesOf(1, [](CapturingLogger& logger) {
@@ -445,7 +443,6 @@ TEST(LoggerBaseTest, DroppedLineIsNotWrittenAndLeavesNoLockTaken)
     EXPECT_THAT(lines, ElementsAre("whole\n"));
 }
 
-// Holds: Log/LineRegistry.cpp: whatever ends the thread
 TEST(LoggerBaseTest, OpenLineOfAThreadThatEndsIsDropped)
 {
     const auto lines = LinesOf(1, [](CapturingLogger& logger) {
@@ -654,7 +651,6 @@ TEST(LoggerBaseTest, PolicyThatClosesItsLoggerFromCloseDoesNotRecurse)
 
 // --------------------------------------------------------------------------- enabling and closing
 
-// Holds: Log/LoggerBase.h: the name lacks an r
 TEST(LoggerBaseTest, WriterBearsTheNameOfTheLogger)
 {
     CapturingLogger logger;
@@ -699,7 +695,6 @@ TEST(LoggerBaseTest, ClosedLoggerCanBeEnabledAgain)
     }
 }
 
-// Holds: Log/LineState.cpp: what is complete is written
 TEST(LoggerBaseTest, LineThatIsEndedBeforeCloseIsWrittenHoweverSlowTheWriterIs)
 {
     for (int round = 0; round < 8; ++round) {
@@ -888,7 +883,6 @@ struct Victim
     }
 };
 
-// Holds: Log/LineRegistry.cpp: whatever ends the thread
 TEST(LoggerBaseTest, ThreadCancelledBetweenAnyTwoStepsLeavesNoLockAndNoHalfLine)
 {
     CapturingLogger logger;

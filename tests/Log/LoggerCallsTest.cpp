@@ -229,8 +229,6 @@ TEST(LoggerCallsTest, EnableFailsWithoutAThreadAndLeavesTheLoggerDisabled)
     EXPECT_EQ(WithoutDate(lines[0]), "line\n");
 }
 
-// Holds: Log/LoggerBase.h: a policy that hangs in Write()
-// Holds: Log/LineLock.cpp: it is looked 21 times
 TEST(LoggerCallsTest, CloseSleepsTwentyOneTenthsOfASecondForAWriterThatHangsAndClosesThePolicy)
 {
     CapturingLogger logger;

@@ -208,7 +208,6 @@ TEST(LoggerTest, EnabledFileLogGoesOnInAnotherFile)
     EXPECT_THAT(LinesWithoutDate(ReadFile(second)), ElementsAre("two"));
 }
 
-// Holds: Log/LogPolicy.cpp: the file is opened and closed for every line
 TEST(LoggerTest, FileThatIsDeletedMovedOrTruncatedIsGoneOnWith)
 {
     const ScratchDirectory directory;
@@ -363,7 +362,6 @@ INSTANTIATE_TEST_SUITE_P(
                       HeaderRow{"NoZone", nullptr, LogType::Error, "[ERROR]"}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
-// Holds: Log/Logger.cpp: the instance pointer is not cleared
 TEST(LoggerTest, DestroyedLoggerIsClosedAndStaysTheInstance)
 {
     const ScratchDirectory directory;
@@ -383,7 +381,6 @@ TEST(LoggerTest, DestroyedLoggerIsClosedAndStaysTheInstance)
 
 // ---------------------------------------------------------------------------------- ignition off
 
-// Holds: Log/Logger.cpp: no module tag in this line, and the console goes on
 TEST(LoggerTest, IgnitionOffWritesAGreenNoticeWithoutModuleAndClosesTheFileOnly)
 {
     const ScratchDirectory directory;
@@ -422,7 +419,6 @@ TEST(LoggerTest, IgnitionOffWithoutALoggerReturnsAtOnce)
 
 // ------------------------------------------------------------------------------------------ exit
 
-// Holds: Log/LineRegistry.cpp: a line that was ended before exit() is written
 TEST(LoggerTest, LineThatIsEndedBeforeExitIsWritten)
 {
     const ScratchDirectory directory;
@@ -466,7 +462,6 @@ TEST(LoggerTest, ThreadThatHoldsALineOpenDoesNotKeepTheProcessFromExiting)
     EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("whole"));
 }
 
-// Holds: Log/LineRegistry.cpp: a line that was ended before exit() is written
 TEST(LoggerTest, WriterThatHangsDelaysTheExitByTwoSecondsOnly)
 {
     const ScratchDirectory directory;

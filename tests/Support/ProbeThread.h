@@ -8,8 +8,8 @@
 #include <pthread.h>
 #include <thread>
 
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/IThread.h"
-#include "Tolvex/Util/SharedValue.h"
 
 #include "tests/Support/CancellableStack.h"
 #include "tests/Support/Pace.h"
@@ -57,15 +57,15 @@ public:
     /// Makes the object look as if its thread ran, without one.
     void PretendToRun()
     {
-        Util::StoreShared(threadHandle, pthread_self());
-        Util::StoreShared(running, true);
-        Util::StoreShared(finished, false);
+        Base::StoreShared(threadHandle, pthread_self());
+        Base::StoreShared(running, true);
+        Base::StoreShared(finished, false);
     }
 
     void EndPretence()
     {
-        Util::StoreShared(running, false);
-        Util::StoreShared(threadHandle, 0);
+        Base::StoreShared(running, false);
+        Base::StoreShared(threadHandle, 0);
     }
 
 protected:

@@ -1,7 +1,7 @@
 // What the driver does from call to call. Its sleeps and its threads are replaced: a sleep takes no
 // time, and what a new thread would run, the test runs itself. Not for the thread sanitizer, whose
 // own threads would call the functions that stand in here.
-#include "Tolvex/Testing/TestIAsync.h"
+#include "Tolvex/Testing/Private/TestIAsync.h"
 
 #include <bit>
 #include <cerrno>
@@ -168,7 +168,6 @@ TEST_F(TestIAsyncTest, DoCallbackOfNullPrintsItsLineOnly)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "I'm on Async Thread.....\n");
 }
 
-// Holds: Testing/main.cpp: the end is kept although the constructor
 TEST(MainTest, SaysByeByeAndExitsThoughTheDriverNeverLetsItComeThere)
 {
     const auto child = Tolvex::Support::RunInChild([] {

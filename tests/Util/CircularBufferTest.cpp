@@ -46,7 +46,6 @@ TEST(CircularBufferTest, NewRingHoldsNothing)
     EXPECT_FALSE(ring.IsDataAvailable());
 }
 
-// Holds: Util/CircularBuffer.h: the last slot counts as the newest
 TEST(CircularBufferTest, NewRingKnowsItsSizeAndPointsAtItsLastSlot)
 {
     EXPECT_EQ(CircularBuffer<int>(1).GetRingSize(), 1);
@@ -148,7 +147,6 @@ TEST(CircularBufferTest, HoldsElementsThatAreNoPointers)
 
 // ------------------------------------------------------------------------------ release callback
 
-// Holds: Util/CircularBuffer.h: the first lap calls no callback
 TEST(CircularBufferTest, TheFirstLapNeverCallsTheCallback)
 {
     CircularBuffer<Number> ring(3);
@@ -230,7 +228,6 @@ TEST(CircularBufferTest, ACallbackSetOnAFullRingIsUsedFromTheNextElementOn)
     EXPECT_EQ(calls, 1);
 }
 
-// Holds: Util/CircularBuffer.h: the first lap calls no callback
 TEST(CircularBufferTest, AnEmptyCallbackRaisesBadFunctionCallOnceTheRingIsFull)
 {
     CircularBuffer<int> ring(2);
@@ -284,7 +281,6 @@ TEST(CircularBufferTest, WithoutCallbackTheOldestElementIsReleasedAtTheOverwrite
     EXPECT_TRUE(watch.expired());
 }
 
-// Holds: Util/CircularBuffer.h: the release callback is not called
 TEST(CircularBufferTest, TheDestructorReleasesElementsAndCallbackWithoutCallingIt)
 {
     int calls = 0;
@@ -442,7 +438,6 @@ CircularBuffer<int>& Filled(CircularBuffer<int>& ring, int count)
     return ring;
 }
 
-// Holds: Util/CircularBuffer.h: 0 until the ring has wrapped
 TEST(CircularBufferTest, SeekBackKeyframeIsZeroUntilTheRingHasWrappedThoughItHoldsFrames)
 {
     CircularBuffer<int> ring(10);
@@ -456,7 +451,6 @@ TEST(CircularBufferTest, SeekBackKeyframeIsZeroUntilTheRingHasWrappedThoughItHol
     EXPECT_EQ(ring.SeekBackKeyframe(1, 2), 6);
 }
 
-// Holds: Util/CircularBuffer.h: 0 until the ring has wrapped
 TEST(CircularBufferTest, SeekBackKeyframeIsZeroForMoreFramesBackThanSlots)
 {
     CircularBuffer<int> ring(10);
@@ -477,7 +471,6 @@ TEST(CircularBufferTest, SeekBackKeyframeOfIntervalZeroIsZero)
     EXPECT_EQ(ring.SeekBackKeyframe(-2, 0), 0);
 }
 
-// Holds: Util/CircularBuffer.h: counted back from the last multiple
 TEST(CircularBufferTest, SeekBackKeyframeGoesBackFromTheLastKeyFrameBeforeTheNewestSlot)
 {
     CircularBuffer<int> newestNine(10);
@@ -523,7 +516,6 @@ TEST(CircularBufferTest, SeekRelativeCountsBackFromTheGivenSlot)
     EXPECT_EQ(ring.SeekRelative(4, -3), 7);
 }
 
-// Holds: Util/CircularBuffer.h: the ring wraps at size - 1
 TEST(CircularBufferTest, SeekRelativeAcrossSlotZeroLandsOneSlotFurtherBack)
 {
     CircularBuffer<int> ring(10);
@@ -534,7 +526,6 @@ TEST(CircularBufferTest, SeekRelativeAcrossSlotZeroLandsOneSlotFurtherBack)
     EXPECT_EQ(ring.SeekRelative(0, 10), -1);
 }
 
-// Holds: Util/CircularBuffer.h: 0 for more slots back than were written
 TEST(CircularBufferTest, SeekRelativeIsZeroForMoreSlotsBackThanWereWritten)
 {
     CircularBuffer<int> ring(3);

@@ -51,7 +51,6 @@ std::string TextOf(int value)
     return Modules::From(static_cast<LogModule>(value));
 }
 
-// Holds: Types/LogModule.cpp: the mixed case
 TEST(EnumStringTest, ElevenModulesHaveTheirTexts)
 {
     const std::vector<std::string> expected = {"Ithread", "Iaq",   "FaceRec",      "Sdw",
@@ -75,7 +74,6 @@ TEST(EnumStringTest, ValueWithoutATextGivesTheEmptyString)
               &Modules::From(static_cast<LogModule>(99)));
 }
 
-// Holds: Util/EnumString.h: a text that is there already
 TEST(EnumStringTest, TextThatIsThereAlreadyKeepsItsFirstValue)
 {
     const ChildResult child = RunInChild([] {
@@ -87,7 +85,6 @@ TEST(EnumStringTest, TextThatIsThereAlreadyKeepsItsFirstValue)
     EXPECT_TRUE(child.Succeeded()) << child.output;
 }
 
-// Holds: Util/EnumString.h: a value with more than one text
 TEST(EnumStringTest, ValueWithTwoTextsIsAmbiguousAndGivesTheEmptyString)
 {
     const ChildResult child = RunInChild([] {

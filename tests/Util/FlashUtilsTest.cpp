@@ -164,7 +164,6 @@ TEST(ExecCmdPipeTest, CommandThatCannotBeStartedGivesAnEmptyText)
     EXPECT_EQ(openStreams, 0);
 }
 
-// Holds: Util/FlashUtils.cpp: the exit status is ignored
 TEST(ExecCmdPipeTest, ExitStatusIsIgnored)
 {
     EXPECT_EQ(ExecCmd_Pipe("echo kept; exit 3"), "kept\n");
@@ -176,14 +175,12 @@ TEST(ExecCmdPipeTest, StandardErrorIsNotCollected)
     EXPECT_EQ(ExecCmd_Pipe("exec 2>/dev/null; echo wrong >&2; echo right"), "right\n");
 }
 
-// Holds: Util/FlashUtils.cpp: a NUL hides the rest
 TEST(ExecCmdPipeTest, TextBehindANulIsLostUpToTheEndOfTheLine)
 {
     EXPECT_EQ(ExecCmd_Pipe(R"(printf 'ab\000cd\nef\n')"), "abef\n");
     EXPECT_EQ(ExecCmd_Pipe(R"(printf '\000')"), "");
 }
 
-// Holds: Util/FlashUtils.cpp: a NUL hides the rest
 TEST(ExecCmdPipeTest, TextBehindANulIsLostUpToTheEndOfAPieceOf199Characters)
 {
     const std::string lost = Line(197);  // with the letter and the NUL before it: one piece
@@ -235,7 +232,6 @@ TEST(ExecCmdPipeTest, ExhaustedMemoryLeavesNeitherStreamNorProcess)
 
 void DoNothing(int) {}
 
-// Holds: Util/FlashUtils.cpp: a read error, an interruption by a signal included
 TEST(ExecCmdPipeTest, SignalThatInterruptsTheReadingEndsTheText)
 {
     const ChildResult child = RunInChild([] {
@@ -450,7 +446,6 @@ TEST(ExecCmdSystemTest, NullCommandIsAnEmptyOne)
 
 // ------------------------------------------------------------------------------- flash variables
 
-// Holds: Util/FlashUtils.cpp: the runs of blanks
 TEST(FlashUtilsTest, ConfigFileIsWrittenByThisVeryCommand)
 {
     Recording recording;
@@ -462,7 +457,6 @@ TEST(FlashUtilsTest, ConfigFileIsWrittenByThisVeryCommand)
               Calls{"system: echo \"/dev/mtd1   0x00000 0x2000  0x1000  2\" > /etc/fw_env.config"});
 }
 
-// Holds: Util/FlashUtils.cpp: the tool runs twice
 TEST(FlashUtilsTest, ReadRunsTheToolTwice)
 {
     Recording recording;
@@ -491,7 +485,6 @@ TEST(FlashUtilsTest, ReadThatFailsLeavesTheValueUntouchedAndRunsTheToolOnce)
     }
 }
 
-// Holds: Util/FlashUtils.cpp: what is read is added
 TEST(FlashUtilsTest, ReadAppendsToWhatTheValueHolds)
 {
     Recording recording;
@@ -503,7 +496,6 @@ TEST(FlashUtilsTest, ReadAppendsToWhatTheValueHolds)
     EXPECT_EQ(value, "x1");
 }
 
-// Holds: Util/FlashUtils.cpp: line ends go from the whole of value
 TEST(FlashUtilsTest, ReadRemovesLineEndsFromTheWholeOfTheValue)
 {
     Recording recording;
@@ -538,7 +530,6 @@ TEST(FlashUtilsTest, ReadTakesANameThatLiesInTheValue)
     EXPECT_EQ(recording.calls.back(), "popen: /sbin/fw_printenv -n name");
 }
 
-// Holds: Util/FlashUtils.cpp: nothing in name or value is quoted
 TEST(FlashUtilsTest, NameAndValueAreNeitherQuotedNorEscaped)
 {
     Recording recording;

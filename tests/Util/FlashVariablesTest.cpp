@@ -184,7 +184,6 @@ TEST_F(FlashVariablesTest, TestsLeaveTheConfigFileOfTheSystemAlone)
     EXPECT_EQ(ReadWhole(configFile), before);
 }
 
-// Holds: Util/FlashUtils.cpp: the tool runs twice
 TEST_F(FlashVariablesTest, VariableOfTheBootLoaderIsReadAndShownOnStandardOutput)
 {
     const ChildResult child = RunOnDevice([] {

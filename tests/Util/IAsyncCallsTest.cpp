@@ -192,7 +192,6 @@ TEST_F(IAsyncCallsTest, DelayIsSleptInPiecesOnlyWhereTheClockHas32Bits)
 }
 
 // Destroying the attribute object would stand in the record.
-// Holds: Util/PosixThread.cpp: the attribute object is not destroyed
 TEST_F(IAsyncCallsTest,
        ThreadIsCreatedJoinableWithHalfAMegabyteOfStackThenDetachedAndItsAttributesStay)
 {
@@ -213,7 +212,6 @@ TEST_F(IAsyncCallsTest, RunThreadCallsTheCallbackOnceAndReturnsNull)
     delete async;
 }
 
-// Holds: Util/IAsync.cpp: a thread that cannot be created is silent
 TEST_F(IAsyncCallsTest, FailedCreationIsSilentAndTheCallbackNeverRuns)
 {
     creationError = EAGAIN;
@@ -257,7 +255,6 @@ private:
     std::shared_ptr<int> copies;
 };
 
-// Holds: Util/IAsync.cpp: the creator's functor is copied
 TEST_F(IAsyncCallsTest, CallbackIsCopiedIntoPlaceThoughItCouldBeMoved)
 {
     creationError = EAGAIN;

@@ -212,7 +212,6 @@ TEST(IAsyncTest, CallbackMayEndItsThreadAndItsCapturesAreReleased)
     EXPECT_TRUE(watch.expired());
 }
 
-// Holds: Util/IAsync.cpp: an empty callback throws here
 TEST(IAsyncDeathTest, EmptyCallbackEndsTheProcess)
 {
     EXPECT_DEATH(

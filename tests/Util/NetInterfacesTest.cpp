@@ -167,8 +167,6 @@ TEST_F(NetInterfacesTest, AnyOtherStatusSwitchesDown)
     });
 }
 
-// Holds: Util/NetUtils.cpp: a comma stands behind "(2)"
-// Holds: Util/NetUtils.cpp: a failure is logged, not thrown
 TEST_F(NetInterfacesTest, MissingInterfaceIsLoggedWithTheSystemsText)
 {
     RunOnNetwork([] {
@@ -195,7 +193,6 @@ TEST_F(NetInterfacesTest, NullNameIsAnEmptyOneThatNoInterfaceHas)
     });
 }
 
-// Holds: Util/NetUtils.cpp: a comma stands behind "(2)"
 TEST_F(NetInterfacesTest, StatusWithoutRightsIsLoggedWithTheSystemsText)
 {
     RunOnNetwork([] {
@@ -301,7 +298,6 @@ TEST_F(NetInterfacesTest, NetmaskThatIsNoDottedQuadSetsZero)
     });
 }
 
-// Holds: Util/NetUtils.cpp: a failure is thrown, not logged
 TEST_F(NetInterfacesTest, AddressOfAMissingInterfaceIsThrownAndNotLogged)
 {
     RunOnNetwork([] {
@@ -372,7 +368,6 @@ TEST_F(NetInterfacesTest, InterfaceIsPresentByTheBeginningOfItsName)
     });
 }
 
-// Holds: Util/NetUtils.cpp: the message goes to standard output
 TEST_F(NetInterfacesTest, AbsentInterfaceIsReportedOnStandardOutputAndNotInTheLog)
 {
     const ChildResult child = RunInChild([] {

@@ -251,7 +251,6 @@ private:
     std::vector<ifaddrs> entries;
 };
 
-// Holds: Util/NetUtils.cpp: the beginning of a name is enough
 TEST(NetInterfacePresenceTest, BeginningOfANameIsEnough)
 {
     InterfaceEntries entries({"lo", "wlan0", "eth0", "eth0"});
@@ -280,7 +279,6 @@ TEST(NetInterfacePresenceTest, LongerOrOtherNameIsNotPresent)
     }
 }
 
-// Holds: Util/NetUtils.cpp: the beginning of a name is enough
 TEST(NetInterfacePresenceTest, EmptyNameFindsAnyInterface)
 {
     InterfaceEntries entries({"lo"});
@@ -310,7 +308,6 @@ TEST(NetInterfacePresenceTest, SystemWithoutInterfacesHasNotEvenTheEmptyName)
     EXPECT_EQ(recording.listCalls, (Texts{"get", "puts: [NET] is not present"}));
 }
 
-// Holds: Util/NetUtils.cpp: a failure to list is ignored
 TEST(NetInterfacePresenceTest, FailureToListIsIgnoredAndFindsNothing)
 {
     Recording recording;
@@ -357,7 +354,6 @@ TEST(NetInterfaceAddressTest, BytesThatARequestDoesNotUseAreZero)
     EXPECT_EQ(std::bit_cast<Bytes>(recording.requests[1].content), std::bit_cast<Bytes>(expected));
 }
 
-// Holds: Util/NetUtils.cpp: 16 characters leave the name without a terminator
 TEST(NetInterfaceAddressTest, NameOfSixteenCharactersIsLeftWithoutATerminator)
 {
     for (const char* name :
@@ -373,7 +369,6 @@ TEST(NetInterfaceAddressTest, NameOfSixteenCharactersIsLeftWithoutATerminator)
     }
 }
 
-// Holds: Util/NetUtils.cpp: only a negative result is a failure
 TEST(NetInterfaceAddressTest, TextThatIsNoDottedQuadSetsZeroRatherThanFailing)
 {
     for (const char* text : {"abc", "", "10.1.2", "10.1.2.3.4", "10.1.2.256", "::1", " 10.1.2.3"}) {
@@ -464,7 +459,6 @@ TEST(NetInterfaceAddressTest, ErrorNumberOfAnEarlierCallDoesNotGetIntoTheText)
     EXPECT_EQ(TextThrown("eth0", "10.1.2.3", "255.0.0.0"), "Failed to set socket Success");
 }
 
-// Holds: Util/NetUtils.cpp: descriptor 0 stays open on failure
 TEST(NetInterfaceAddressTest, DescriptorZeroStaysOpenOnFailureAndIsClosedOnSuccess)
 {
     Recording recording;
@@ -504,7 +498,6 @@ TEST(NetInterfaceStatusTest, StatusOneAddsTheTwoFlagsToThoseOfTheInterface)
     EXPECT_EQ(recording.closed, std::vector<int>{socketNumber});
 }
 
-// Holds: Util/NetUtils.cpp: 1 alone means up
 TEST(NetInterfaceStatusTest, AnyStatusButOneClearsTheTwoFlags)
 {
     for (const int status : {0, 2, -1, 257, INT_MAX, INT_MIN}) {
@@ -519,7 +512,6 @@ TEST(NetInterfaceStatusTest, AnyStatusButOneClearsTheTwoFlags)
     }
 }
 
-// Holds: Util/NetUtils.cpp: a failure is logged, not thrown
 TEST(NetInterfaceStatusTest, FailureIsAResultAndClosesTheSocket)
 {
     for (const unsigned long code : {0UL + SIOCGIFFLAGS, 0UL + SIOCSIFFLAGS}) {
@@ -568,7 +560,6 @@ TEST(NetInterfaceStatusTest, SocketThatCannotBeOpenedIsLoggedWithTheSystemsText)
     EXPECT_NE(failure, std::string::npos) << child.output;
 }
 
-// Holds: Util/NetUtils.cpp: descriptor 0 stays open on failure
 TEST(NetInterfaceStatusTest, DescriptorZeroStaysOpenOnFailureAndIsClosedOnSuccess)
 {
     Recording recording;
@@ -594,7 +585,6 @@ TEST(NetInterfaceStatusTest, ErrorNumberOfAnEarlierCallIsCleared)
     EXPECT_EQ(recording.errnoAtSocket, 0);
 }
 
-// Holds: Util/NetUtils.cpp: 16 characters leave the name without a terminator
 TEST(NetInterfaceStatusTest, NameOfSixteenCharactersIsLeftWithoutATerminator)
 {
     Recording recording;

@@ -179,7 +179,6 @@ TEST(SunCalculatorTest, FromJulianUndoesToJulianForAMillionTimesOfTheWholeRange)
     }
 }
 
-// Holds: Util/SunCalculator.cpp: truncated, but for what is a whole second
 TEST(SunCalculatorTest, FromJulianTruncatesTowardZero)
 {
     const SunCalculator calculator;
@@ -223,7 +222,6 @@ private:
     std::int64_t secondsTimesTwoTo31;
 };
 
-// Holds: Util/SunCalculator.cpp: truncated, but for what is a whole second
 TEST(SunCalculatorTest, FromJulianIsTheNearestWholeSecondWithinTheRepresentationError)
 {
     const SunCalculator calculator;
@@ -250,7 +248,6 @@ TEST(SunCalculatorTest, FromJulianIsTheNearestWholeSecondWithinTheRepresentation
     EXPECT_GT(truncated, 20000U);
 }
 
-// Holds: Util/SunCalculator.cpp: a 32-bit result
 TEST(SunCalculatorTest, FromJulianSaturatesTo32BitsWhateverTheWidthOfTheTimeType)
 {
     const SunCalculator calculator;
@@ -263,7 +260,6 @@ TEST(SunCalculatorTest, FromJulianSaturatesTo32BitsWhateverTheWidthOfTheTimeType
     EXPECT_EQ(calculator.FromJulian(-infinite), lowest);
 }
 
-// Holds: Util/SunCalculator.cpp: a 32-bit result
 TEST(SunCalculatorTest, FromJulianMakesZeroOfWhatIsNotANumber)
 {
     EXPECT_EQ(SunCalculator().FromJulian(notANumber), 0);
@@ -293,7 +289,6 @@ TEST(SunCalculatorTest, EclipticLongitudeAddsTheEquationOfTheCentreAndThePerihel
     }
 }
 
-// Holds: Util/SunCalculator.cpp: pi and 2 pi in single precision
 TEST(SunCalculatorTest, EclipticLongitudeKeepsTheSinglePrecisionPi)
 {
     const double longitude = SunCalculator().EclipticLongitude(0);
@@ -338,14 +333,12 @@ TEST(SunCalculatorTest, JulianCycleSubtractsTheTransitCorrection)
     EXPECT_EQ(calculator.JulianCycle(10.5010, 0), 11);
 }
 
-// Holds: Util/SunCalculator.cpp: pi and 2 pi in single precision
 TEST(SunCalculatorTest, JulianCycleKeepsTheSinglePrecisionTau)
 {
     // The exact quotient is one half, which leaves 0.499999993 to round; the other is smaller.
     EXPECT_EQ(SunCalculator().JulianCycle(0.0009 + 0.999999993, pi), 1);
 }
 
-// Holds: Util/SunCalculator.cpp: pi and 2 pi in single precision
 TEST(SunCalculatorTest, ApproxTransitKeepsTheSinglePrecisionTau)
 {
     const SunCalculator calculator;
@@ -473,7 +466,6 @@ TEST(SunCalculatorTest, EveryMomentWithinHalfADayOfNoonGivesTheSameDay)
     EXPECT_LT(calculator.GetTimes(noon - 43210, 48.14, longitude).sunset, day.sunrise);
 }
 
-// Holds: Util/SunCalculator.cpp: a 32-bit result
 TEST(SunCalculatorTest, PolarDayAndPolarNightGiveZeroAndZero)
 {
     const SunCalculator calculator;

@@ -72,7 +72,6 @@ TEST_F(TemperatureMonitorTest, DirectoryInPlaceOfTheZoneIsUnavailable)
     EXPECT_EQ(monitor.GetTemperature(), 0);
 }
 
-// Holds: Util/TemperatureMonitor.cpp: the temperature of the last good read
 TEST_F(TemperatureMonitorTest, EmptyZoneIsUnavailableAndLeavesTheTemperature)
 {
     ThermalZone::Write("47250\n");
@@ -85,7 +84,6 @@ TEST_F(TemperatureMonitorTest, EmptyZoneIsUnavailableAndLeavesTheTemperature)
     EXPECT_EQ(monitor.GetTemperature(), 47);
 }
 
-// Holds: Util/TemperatureMonitor.cpp: the temperature of the last good read
 TEST_F(TemperatureMonitorTest, ZoneRemovedBetweenReadsIsUnavailableAndLeavesTheTemperature)
 {
     ThermalZone::Write("63000\n");
@@ -246,7 +244,6 @@ TEST_F(TemperatureMonitorTest, ReadsLeaveNoDescriptorOpen)
     EXPECT_EQ(CountDescriptors(), descriptors);
 }
 
-// Holds: Util/TemperatureMonitor.cpp: a timer that cannot be made is not reported
 TEST_F(TemperatureMonitorTest, WithoutItsTimerTheMonitorKeepsItsFirstValue)
 {
     const ChildResult result = RunInChild([] {
@@ -279,7 +276,6 @@ class ZoneTextTest : public TemperatureMonitorTest, public ::testing::WithParamI
 {
 };
 
-// Holds: Util/TemperatureMonitor.cpp: two characters of a number of thousandths
 TEST_P(ZoneTextTest, GivesTheNumberInItsFirstTwoCharacters)
 {
     ThermalZone::Write(GetParam().text);

@@ -87,7 +87,6 @@ std::ptrdiff_t CountTickThreads()
 
 // The tests run in this order: the first two see the process without the instance.
 
-// Holds: Util/Tick.cpp: the count falls behind
 TEST(TickTest, PassIsOneSleepOfASecondResumedAfterASignalWithTheRemainingTime)
 {
     {

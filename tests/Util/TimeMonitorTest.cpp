@@ -85,7 +85,6 @@ TEST(TimeMonitorTest, ElapsedTimeIsAtLeastTheTimeThatWasSlept)
     EXPECT_GE(monitor.GetElapsedTime(), 0.119);
 }
 
-// Holds: Util/TimeMonitor.cpp: false also on success
 TEST(TimeMonitorTest, StartTimerReturnsFalseThoughTheStartInstantIsStored)
 {
     ClockStandIn clock;
@@ -132,7 +131,6 @@ TEST(TimeMonitorTest, LaterStartBehavesLikeTheStartInTheConstructor)
     EXPECT_DOUBLE_EQ(late.GetElapsedTime(), 5.25);
 }
 
-// Holds: Util/TimeMonitor.cpp: time is told by the wall clock
 TEST(TimeMonitorTest, FailingClockGivesZeroSeconds)
 {
     ClockStandIn clock;
@@ -158,7 +156,6 @@ TEST(TimeMonitorTest, NegativeNanosecondDifferenceAcrossASecondIsRight)
     EXPECT_NEAR(monitor.GetElapsedTime(), 0.2, 1e-12);
 }
 
-// Holds: Util/TimeMonitor.cpp: time is told by the wall clock
 TEST(TimeMonitorTest, ClockThatWasSetBackGivesANegativeTime)
 {
     ClockStandIn clock;
@@ -170,7 +167,6 @@ TEST(TimeMonitorTest, ClockThatWasSetBackGivesANegativeTime)
     EXPECT_EQ(monitor.GetElapsedTime(), -60.0);
 }
 
-// Holds: Util/TimeMonitor.cpp: the difference has 32 bits
 TEST(TimeMonitorTest, SecondsAreSubtractedInThirtyTwoBitsAndWrap)
 {
     ClockStandIn clock;
@@ -197,7 +193,6 @@ TEST(TimeMonitorTest, ReadingDoesNotRestartAndStartTimerDoes)
     EXPECT_EQ(monitor.GetElapsedTime(), 5.0);
 }
 
-// Holds: Util/TimeMonitor.cpp: no module tag in this line
 TEST(TimeMonitorTest, LineHasTheNameAndSixSignificantDigitsAndNoModule)
 {
     LogFile log;
@@ -261,7 +256,6 @@ TEST(TimeMonitorTest, MeasuredTimeIncludesTheWaitForTheLine)
     EXPECT_GE(std::stod(lines[1].substr(head.size())), 0.29);
 }
 
-// Holds: Util/TimeMonitor.cpp: the clock is read only now
 TEST(TimeMonitorTest, ClockIsReadOnlyWhenTheTextBeforeTheTimeWasComposed)
 {
     LogFile log;

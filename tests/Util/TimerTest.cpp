@@ -160,7 +160,6 @@ TEST_F(TimerTest, ExpiriesAreAskedForOnThreadsOfTheGivenStackThatGetTheTimer)
     EXPECT_EQ(calls.created[0].detachState, PTHREAD_CREATE_DETACHED);
 }
 
-// Holds: Util/Timer.cpp: the attribute object is not destroyed
 TEST_F(TimerTest, TheAttributeObjectIsNotDestroyed)
 {
 #if defined(__SANITIZE_THREAD__)
@@ -177,7 +176,6 @@ class RefusedStackTest : public TimerTest, public ::testing::WithParamInterface<
 {
 };
 
-// Holds: Util/Timer.cpp: a stack size that is refused
 TEST_P(RefusedStackTest, LeavesTheDefaultSizeWithoutAWord)
 {
     pthread_attr_t attributes;
@@ -213,7 +211,6 @@ TEST_P(AcceptedStackTest, IsAskedForToTheByte)
 INSTANTIATE_TEST_SUITE_P(Sizes, AcceptedStackTest,
                          ::testing::Values(stackBytes, 20001, 524288, INT_MAX));
 
-// Holds: Util/Timer.cpp: the results are not checked
 TEST_F(TimerTest, FailureToArmInTheConstructorIsLeftInTheText)
 {
     Timer timer(-5, DoNothing, nullptr, stackBytes);
@@ -401,7 +398,6 @@ TEST_F(TimerTest, ForkedChildMayMakeATimerOfTheObjectOfItsParent)
 }
 
 // A child process has the object but not the timer, so the system refuses to delete it.
-// Holds: Util/Timer.cpp: the message goes to standard output
 TEST_F(TimerTest, RemoveThatFailsSaysSoOnStandardOutputAndLeavesTheErrorTextAlone)
 {
     auto* const timer = new Timer(never, DoNothing, nullptr, stackBytes);
@@ -529,7 +525,6 @@ TEST_F(TimerTest, CreateAfterTheConstructorDoesNotUseItsAttributes)
     EXPECT_FALSE(calls.created[1].hasAttributes);
 }
 
-// Holds: Util/Timer.cpp: the value goes with the id
 TEST_F(TimerTest, CreateAfterRemoveMakesATimerWhoseExpiriesDoNothing)
 {
     Timer timer(never, DoNothing, nullptr, stackBytes);
@@ -617,7 +612,6 @@ TEST_F(TimerTest, ExpiryWithoutATimerIsIgnored)
     EXPECT_NO_THROW(Expire(nullptr));
 }
 
-// Holds: Util/Timer.cpp: an empty callback throws here
 TEST_F(TimerTest, ExpiryOfAnEmptyCallbackThrowsBadFunctionCall)
 {
     Timer placeHolder;

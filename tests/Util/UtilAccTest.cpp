@@ -44,7 +44,6 @@ TEST(UtilAccTest, SamplesAreReadAsSignedBytes)
     EXPECT_EQ(AccNativeToFloat(0x40, 4), 2.0F);
 }
 
-// Holds: Util/UtilAcc.cpp: counts per g are a whole number
 TEST(UtilAccTest, CountsPerGAreTheWholeQuotientOf128AndTheRange)
 {
     EXPECT_EQ(AccNativeToFloat(64, 2), 1.0F);
@@ -76,7 +75,6 @@ TEST(UtilAccTest, EverySampleAtEveryRangeIsTheFloatNearestToTheExactQuotient)
     }
 }
 
-// Holds: Util/UtilAcc.cpp: counts per g are a whole number
 TEST(UtilAccTest, ARangeOfZeroOrAbove128GivesTheQuotientByZero)
 {
     for (const int range : {0, 129, 130, 200, 255}) {
@@ -90,7 +88,6 @@ TEST(UtilAccTest, ARangeOfZeroOrAbove128GivesTheQuotientByZero)
 
 // ------------------------------------------------------------------------------ AccFloatToNative
 
-// Holds: Util/UtilAcc.cpp: scaled by the exact factor
 TEST(UtilAccTest, AccelerationsAreScaledByTheExactFactorAndTruncatedTowardZero)
 {
     EXPECT_EQ(AccFloatToNative(1.0F, 2), 64);
@@ -103,7 +100,6 @@ TEST(UtilAccTest, AccelerationsAreScaledByTheExactFactorAndTruncatedTowardZero)
     EXPECT_EQ(AccFloatToNative(-0.0F, 2), 0);
 }
 
-// Holds: Util/UtilAcc.cpp: accelerations beyond the range wrap around
 TEST(UtilAccTest, AccelerationsBeyondTheRangeWrapAroundThoughClampingWouldBeNearer)
 {
     EXPECT_EQ(AccFloatToNative(2.5F, 2), -96);
@@ -191,7 +187,6 @@ TEST(UtilAccTest, ARangeOfZeroSaturatesAndZeroOrNaNGiveZero)
     EXPECT_EQ(AccFloatToNative(notANumber, 0), 0);
 }
 
-// Holds: Util/UtilAcc.cpp: scaled by the exact factor
 TEST(UtilAccTest, TheQuotientIsRoundedToSinglePrecisionBeforeItIsTruncated)
 {
     // 25673930 / 3 = 8557976 2/3, and floats of this size are whole numbers: 8557977

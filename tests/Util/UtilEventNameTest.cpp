@@ -72,7 +72,6 @@ TEST(UtilEventNameTest, FileNameTakesPercentSignsAndExtensionsWithAFullStopAsThe
     });
 }
 
-// Holds: Util/UtilEventName.cpp: the second equals the minute
 TEST(UtilEventNameTest, SecondReadBackEqualsTheMinute)
 {
     Support::InTimeZone(Support::utcZone, [] {
@@ -108,13 +107,11 @@ INSTANTIATE_TEST_SUITE_P(
         NameCase{"Empty", "", "none"},                               //
         NameCase{"PrefixAlone", prefix, "none"},                     //
         NameCase{"NineteenCharacters", prefix + "0403210", "none"},  //
-        // Holds: Util/UtilEventName.cpp: a name that ends right behind the hour
         NameCase{"TwentyCharactersMinuteAndSecondZero", prefix + "04032105", "2021-03-04 05:00:00"},
         NameCase{"OneDigitOfTheMinute", prefix + "040321055", "2021-03-04 05:05:05"},
         NameCase{"WithoutSeconds", prefix + "0403210506", "2021-03-04 05:06:06"},
         NameCase{"SecondsIgnored", prefix + "040321050659", "2021-03-04 05:06:06"},
         NameCase{"LettersForSeconds", prefix + "0403210506xx.mp4", "2021-03-04 05:06:06"},
-        // Holds: Util/UtilEventName.cpp: the prefix has 12 characters
         NameCase{"OtherPrefixOfTwelve", "0123456789ab040321050607", "2021-03-04 05:06:06"},
         NameCase{"FirstYear", prefix + "010100000000", "2000-01-01 00:00:00"},
         NameCase{"LeapDay", prefix + "290220000000", "2020-02-29 00:00:00"},
@@ -124,7 +121,6 @@ INSTANTIATE_TEST_SUITE_P(
         NameCase{"MonthThirteen", prefix + "041321000000", "2022-01-04 00:00:00"},
         NameCase{"HourTwentyFour", prefix + "040321240000", "2021-03-05 00:00:00"},
         NameCase{"MinuteNinetyNine", prefix + "040321059900", "2021-03-04 06:40:39"},
-        // Holds: Util/UtilEventName.cpp: a field that is no number is not refused
         NameCase{"LettersReadAsZero", prefix + "xxxxxxxxxxxx", "1999-11-30 00:00:00"},
         NameCase{"DigitBeforeLetter", prefix + "4x3x1x5x6x", "2001-03-04 05:06:06"},
         NameCase{"LetterBeforeDigit", prefix + "x4032105x6", "2021-02-28 05:00:00"},

@@ -114,12 +114,10 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{"TabIsNoSeparator", "2021-03-04 05:06:07\t8", "2021-03-04 05:06:07"},
         ReadCase{"TabBeforeANumberIsSkipped", "2021 \t3 4 5 6 7", "2021-03-04 05:06:07"},
         ReadCase{"LettersBehindDigitsIgnored", "2021y 3m 4d 5h 6m 7s", "2021-03-04 05:06:07"},
-        // Holds: Util/UtilTime.cpp: nothing is checked
         ReadCase{"LettersReadAsZero", "2021 March 4 5 6 7", "2020-12-04 05:06:07"},
         ReadCase{"DecimalNotOctal", "2021-010-08 09:011:07", "2021-10-08 09:11:07"},
         ReadCase{"HexReadsAsZero", "2021 3 4 0x5 6 7", "2021-03-04 00:06:07"},
         ReadCase{"MonthZero", "2021-00-04 05:06:07", "2020-12-04 05:06:07"},
-        // Holds: Util/UtilTime.cpp: nothing is checked
         ReadCase{"MonthThirteen", "2021-13-04 05:06:07", "2022-01-04 05:06:07"},
         ReadCase{"DayZero", "2021-03-00 05:06:07", "2021-02-28 05:06:07"},
         ReadCase{"DayThirtyTwo", "2021-03-32 05:06:07", "2021-04-01 05:06:07"},
@@ -198,7 +196,6 @@ class Str2TimeSplitTest : public testing::TestWithParam<SplitCase>
 {
 };
 
-// Holds: Util/UtilTime.cpp: the caller's own characters are changed
 TEST_P(Str2TimeSplitTest, CallersTextHasNulsForTheFirstSeparatorBehindEachNumber)
 {
     const std::string text = GetParam().before;
@@ -359,7 +356,6 @@ INSTANTIATE_TEST_SUITE_P(
                     DayDiffCase{"All32Bits", -2147483647 - 1, 2147483647, 49710}),
     [](const testing::TestParamInfo<DayDiffCase>& row) { return std::string(row.param.name); });
 
-// Holds: Util/UtilTime.cpp: a day has 86400 seconds
 TEST(DayDiffTest, DayOfTwentyThreeHoursIsNoDay)
 {
     InTimeZone(berlinZone, [] {
@@ -382,7 +378,6 @@ TEST(DayDiffTest, SpanBeyondIntSaturates)
 
 // ------------------------------------------------------------------------------------ IsValidDate
 
-// Holds: Util/UtilTime.cpp: 2018 to 2025 are valid
 TEST(IsValidDateTest, LocalYears2018To2025AreValidAndNoOthers)
 {
     const auto expectRange = [] {
@@ -487,7 +482,6 @@ TEST(GetDateTimeTest, TimeThatCannotBeBrokenDownGivesMinusOne)
 
 // ------------------------------------------------------------------------------------------- Date
 
-// Holds: Util/UtilTime.cpp: no blank stands behind the comma
 TEST(DateTest, EmptyFormatStandsForTheDefaultWithoutABlankBehindTheComma)
 {
     InTimeZone(utcZone, [] { EXPECT_EQ(Date(march4, ""), "Thu,04 Mar 21 05:06:07+0000"); });

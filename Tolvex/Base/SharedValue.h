@@ -3,11 +3,11 @@
 /// @code
 /// bool running = true;  // shared
 /// std::thread worker([&running] {
-///     while (Util::LoadShared(running)) {
+///     while (Base::LoadShared(running)) {
 ///         std::this_thread::yield();
 ///     }
 /// });
-/// Util::StoreShared(running, false);
+/// Base::StoreShared(running, false);
 /// worker.join();
 /// @endcode
 #pragma once
@@ -15,7 +15,7 @@
 #include <atomic>
 #include <type_traits>
 
-namespace Tolvex::Util {
+namespace Tolvex::Base {
 
 /// Reads a plain member that another thread may be writing at this moment.
 ///
@@ -61,4 +61,4 @@ bool SetSharedOnce(T*& member, std::type_identity_t<T>* value)
     return std::atomic_ref<T*>(member).compare_exchange_strong(unset, value);
 }
 
-}  // namespace Tolvex::Util
+}  // namespace Tolvex::Base

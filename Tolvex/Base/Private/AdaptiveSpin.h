@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <chrono>
 
-namespace Tolvex::Util {
+namespace Tolvex::Base {
 
 /// Tells the processor that the thread is spinning; another hardware thread may run meanwhile.
 inline void RelaxProcessor()
@@ -78,4 +78,4 @@ private:
     int nextWithout = 1;   ///< what waitsWithout becomes after the next spin in vain
 };
 
-}  // namespace Tolvex::Util
+}  // namespace Tolvex::Base

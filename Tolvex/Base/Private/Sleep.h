@@ -7,7 +7,7 @@
 #include <limits>
 #include <thread>
 
-namespace Tolvex::Util {
+namespace Tolvex::Base {
 
 /// The longest duration that one sleep can take, by the seconds that std::time_t can count.
 constexpr std::chrono::milliseconds LongestSleep()
@@ -37,4 +37,4 @@ inline void SleepFor(std::chrono::milliseconds duration)
     std::this_thread::sleep_for(duration);
 }
 
-}  // namespace Tolvex::Util
+}  // namespace Tolvex::Base

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "Tolvex/Base/Private/Saturate.h"
 #include "Tolvex/Json/Json.h"
-#include "Tolvex/Util/Saturate.h"
 
 namespace Tolvex::Json {
 
@@ -82,7 +82,7 @@ struct Access
     static void SetDouble(Value& value, double number)
     {
         value.mValueType = DoubleVal;
-        value.mIntVal = Util::SaturateToInt32(number);
+        value.mIntVal = Base::SaturateToInt32(number);
         value.mFloatVal = static_cast<float>(number);
         value.mDoubleVal = number;
     }

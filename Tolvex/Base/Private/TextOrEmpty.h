@@ -2,7 +2,7 @@
 /// Null pointers where a text is expected. Not installed.
 #pragma once
 
-namespace Tolvex::Util {
+namespace Tolvex::Base {
 
 /// @return the text itself, or an empty one for a null pointer.
 inline const char* TextOrEmpty(const char* text)
@@ -10,4 +10,4 @@ inline const char* TextOrEmpty(const char* text)
     return text == nullptr ? "" : text;
 }
 
-}  // namespace Tolvex::Util
+}  // namespace Tolvex::Base

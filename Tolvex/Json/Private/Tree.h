@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 
-#include "Tolvex/Json/Access.h"
 #include "Tolvex/Json/Json.h"
+#include "Tolvex/Json/Private/Access.h"
 
 namespace Tolvex::Json {
 

@@ -1,14 +1,14 @@
-#include "Tolvex/Log/LineState.h"
+#include "Tolvex/Log/Private/LineState.h"
 
 #include <algorithm>
 #include <memory>
 #include <new>
 #include <system_error>
 
-#include "Tolvex/Log/LineRegistry.h"
-#include "Tolvex/Util/AdaptiveSpin.h"
-#include "Tolvex/Util/NoCancellation.h"
-#include "Tolvex/Util/SharedValue.h"
+#include "Tolvex/Base/Private/AdaptiveSpin.h"
+#include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/SharedValue.h"
+#include "Tolvex/Log/Private/LineRegistry.h"
 
 namespace Tolvex::Ilog {
 
@@ -74,7 +74,7 @@ bool LineState::Begin()
     }
 
     // As with a std::mutex, waiting for the lock is no cancellation point.
-    const Util::NoCancellation scope;
+    const Base::NoCancellation scope;
     WatchCallingThread();
     try {
         return TakeOrQueue();
@@ -110,7 +110,7 @@ bool LineState::TakeOrQueue()
 /// @return whether the line was taken.
 bool LineState::SpinForLine(std::unique_lock<std::mutex>& lock)
 {
-    static constinit thread_local Util::AdaptiveSpin spin;
+    static constinit thread_local Base::AdaptiveSpin spin;
     bool taken = false;
     // More of them would keep processors from those that have the line.
     if (!spinning.exchange(true)) {
@@ -264,7 +264,7 @@ bool LineState::Admit()
         return false;  // GCOV_EXCL_LINE: a writer that was cancelled as soon as it was started
     }
     admitting = true;
-    Util::StoreShared(enabled, true);
+    Base::StoreShared(enabled, true);
     return true;
 }
 
@@ -276,7 +276,7 @@ void LineState::Refuse()
 
 void LineState::RefuseLocked()
 {
-    Util::StoreShared(enabled, false);
+    Base::StoreShared(enabled, false);
     admitting = false;
 
     // A line that is taken after this look is given up by its thread, which then sees admitting.
@@ -293,7 +293,7 @@ void LineState::RefuseLocked()
 
 bool LineState::Stopped() const
 {
-    return Util::LoadShared(stopped);
+    return Base::LoadShared(stopped);
 }
 
 bool LineState::WriterIsBusy() const
@@ -304,7 +304,7 @@ bool LineState::WriterIsBusy() const
 std::uint32_t LineState::AnnounceWriter()
 {
     const std::lock_guard lock(mutex);
-    Util::StoreShared(stopped, false);
+    Base::StoreShared(stopped, false);
     announced = true;
     return ++writer;
 }
@@ -313,7 +313,7 @@ void LineState::CancelWriter()
 {
     const std::lock_guard lock(mutex);
     announced = false;
-    Util::StoreShared(stopped, true);
+    Base::StoreShared(stopped, true);
 }
 
 bool LineState::TextIsStale()
@@ -341,7 +341,7 @@ bool LineState::TryDetach()
 
 bool LineState::TakeSoon(std::uint32_t number, std::string_view lastLine)
 {
-    static constinit thread_local Util::AdaptiveSpin spin;
+    static constinit thread_local Base::AdaptiveSpin spin;
     return spin.Until([&] {
         if (handedOver == finished) {
             return false;
@@ -371,7 +371,7 @@ LineWriter::Step LineState::Next(std::uint32_t number)
     if (!ending) {
         return LineWriter::Step::Wait;
     }
-    Util::StoreShared(stopped, true);
+    Base::StoreShared(stopped, true);
     return LineWriter::Step::End;
 }
 
@@ -418,7 +418,7 @@ void LineState::WriterGone(std::uint32_t number)
         FreeLocked();
         // GCOV_EXCL_STOP
     }
-    Util::StoreShared(stopped, true);
+    Base::StoreShared(stopped, true);
 }
 
 bool LineState::EnterControl()
@@ -464,8 +464,8 @@ void LineState::RenewInChild()
     admitting = false;
     finished = handedOver.load();
     ++writer;
-    Util::StoreShared(enabled, false);
-    Util::StoreShared(stopped, true);
+    Base::StoreShared(enabled, false);
+    Base::StoreShared(stopped, true);
     renewOwner(owner);
 }
 

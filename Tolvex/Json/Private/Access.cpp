@@ -1,4 +1,4 @@
-#include "Tolvex/Json/Access.h"
+#include "Tolvex/Json/Private/Access.h"
 
 #include <atomic>
 

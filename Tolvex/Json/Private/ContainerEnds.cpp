@@ -1,4 +1,4 @@
-#include "Tolvex/Json/ContainerEnds.h"
+#include "Tolvex/Json/Private/ContainerEnds.h"
 
 #include <algorithm>
 #include <bit>

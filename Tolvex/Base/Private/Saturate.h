@@ -1,15 +1,15 @@
 /// @file
 /// Conversion of floating-point numbers to integers that is defined for every input.
 /// @code
-/// static_assert(Util::SaturateToInt32(-2.9) == -2);
-/// static_assert(Util::SaturateToInt32(1e300) == 2147483647);
+/// static_assert(Base::SaturateToInt32(-2.9) == -2);
+/// static_assert(Base::SaturateToInt32(1e300) == 2147483647);
 /// @endcode
 #pragma once
 
 #include <cstdint>
 #include <limits>
 
-namespace Tolvex::Util {
+namespace Tolvex::Base {
 
 /// Truncates toward zero. Never undefined, on any platform.
 /// @param value  Any number, infinities and NaN included.
@@ -29,4 +29,4 @@ constexpr std::int32_t SaturateToInt32(double value)
     return value > highest ? std::numeric_limits<std::int32_t>::max() : 0;
 }
 
-}  // namespace Tolvex::Util
+}  // namespace Tolvex::Base

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "Tolvex/Log/LineState.h"
+#include "Tolvex/Log/Private/LineState.h"
 
 namespace Tolvex::Ilog {
 

@@ -1,4 +1,4 @@
-#include "Tolvex/Util/Saturate.h"
+#include "Tolvex/Base/Private/Saturate.h"
 
 #include <cmath>
 #include <limits>
@@ -7,7 +7,7 @@
 
 namespace {
 
-using Tolvex::Util::SaturateToInt32;
+using Tolvex::Base::SaturateToInt32;
 
 constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t highest = std::numeric_limits<std::int32_t>::max();

@@ -1,9 +1,9 @@
-#include "Tolvex/Interfaces/ThreadRoll.h"
+#include "Tolvex/Interfaces/Private/ThreadRoll.h"
 
 #include <algorithm>
 
-#include "Tolvex/Util/NoCancellation.h"
-#include "Tolvex/Util/Sleep.h"
+#include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/Private/Sleep.h"
 
 namespace Tolvex::Interfaces {
 namespace {
@@ -19,8 +19,8 @@ void AwaitEndOf(Condition condition, std::chrono::milliseconds limit)
         {
             // Cancelled between the sleeps: a sanitizer loses sight of a thread that is cancelled
             // inside one.
-            const Util::NoCancellation scope;
-            Util::SleepFor(pollPeriod);
+            const Base::NoCancellation scope;
+            Base::SleepFor(pollPeriod);
         }
         pthread_testcancel();
     }
@@ -39,7 +39,7 @@ ThreadRoll::Number ThreadRoll::NextNumber()
     threads.reserve(threads.size() + 1);
 
     const Number next = newest + 1 == noNumber ? 1 : newest + 1;
-    Util::StoreShared(newest, next);
+    Base::StoreShared(newest, next);
     return next;
 }
 
@@ -108,7 +108,7 @@ void ThreadRoll::AwaitOlder(Number number, std::chrono::milliseconds limit)
 void ThreadRoll::AwaitOthersNotAborted()
 {
     while (HasOthers(Others::NotAborted)) {
-        Util::SleepFor(pollPeriod);
+        Base::SleepFor(pollPeriod);
     }
 }
 

@@ -1,4 +1,4 @@
-#include "Tolvex/Log/LineFacts.h"
+#include "Tolvex/Log/Private/LineFacts.h"
 
 #include <algorithm>
 #include <ctime>

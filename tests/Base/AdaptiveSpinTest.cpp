@@ -1,4 +1,4 @@
-#include "Tolvex/Util/AdaptiveSpin.h"
+#include "Tolvex/Base/Private/AdaptiveSpin.h"
 
 #include <atomic>
 #include <chrono>
@@ -8,7 +8,7 @@
 
 namespace {
 
-using Tolvex::Util::AdaptiveSpin;
+using Tolvex::Base::AdaptiveSpin;
 
 /// Lets a spin wait for what never comes. @return how often it looked.
 int LooksInVain(AdaptiveSpin& spin)

@@ -8,7 +8,7 @@
 #include <pthread.h>
 #include <vector>
 
-#include "Tolvex/Util/SharedValue.h"
+#include "Tolvex/Base/SharedValue.h"
 
 namespace Tolvex::Interfaces {
 
@@ -50,7 +50,7 @@ public:
     /// @return false for a thread after which another was created. Takes no lock.
     bool IsNewest(Number number) const
     {
-        return number == noNumber || number == Util::LoadShared(newest);
+        return number == noNumber || number == Base::LoadShared(newest);
     }
 
     enum class Others

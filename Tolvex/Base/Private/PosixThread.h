@@ -6,7 +6,7 @@
 ///     std::cout << '\a';
 ///     return nullptr;
 /// };
-/// if (Util::StartDetachedThread(handle, "beep", beep, nullptr) != 0) {
+/// if (Base::StartDetachedThread(handle, "beep", beep, nullptr) != 0) {
 ///     std::cout << "no thread to be had\n";
 /// }
 /// @endcode
@@ -17,23 +17,33 @@
 
 #include "Tolvex/Types/Export.h"
 
-namespace Tolvex::Util {
+namespace Tolvex::Base {
 
 /// Stack of every thread that the library creates, in bytes.
 constexpr std::size_t workerStackBytes = 524288;
 
+/// Whether the signal handlers of the process may run on a new thread.
+enum class SignalHandlers
+{
+    Allowed,  ///< the thread inherits the signal mask of its creator
+    Blocked,  ///< the thread blocks every signal, except those that the kernel raises for a fault
+};
+
 /// Starts a detached thread with a stack of workerStackBytes that runs entry(argument).
 ///
 /// @param handle    Receives the handle; untouched on failure. It is valid only while the thread
-///                  runs, which may be over before this function returns.
+///                  runs. The thread may have ended before this function returns.
 /// @param name      OS name of the thread; null or empty for none. A name of more than 15
 ///                  characters leaves the thread unnamed.
 /// @param entry     Runs on the new thread. It may let exceptions and cancellation out.
 /// @param argument  Handed to entry as it is; not owned.
+/// @param handlers  Blocked for threads that do the library's own work: a handler that interrupts
+///                  such a thread could wait for that very thread.
 /// @return 0, or the error number of pthread_create(); then no thread exists.
 /// @par Thread safety
 /// Thread-safe. Does not block.
 TOLVEX_EXPORT int StartDetachedThread(pthread_t& handle, const char* name, void* (*entry)(void*),
-                                      void* argument);
+                                      void* argument,
+                                      SignalHandlers handlers = SignalHandlers::Allowed);
 
-}  // namespace Tolvex::Util
+}  // namespace Tolvex::Base

@@ -1,10 +1,10 @@
-#include "Tolvex/Util/LiveTimers.h"
+#include "Tolvex/Util/Private/LiveTimers.h"
 
 #include <memory>
 #include <new>
 #include <pthread.h>
 
-#include "Tolvex/Util/SharedValue.h"
+#include "Tolvex/Base/SharedValue.h"
 
 namespace Tolvex::Util {
 
@@ -19,7 +19,7 @@ constinit LiveTimers* listOfProcess = nullptr;  // shared; null until it is need
 
 LiveTimers& LiveTimers::Get()
 {
-    LiveTimers* const made = LoadShared(listOfProcess);
+    LiveTimers* const made = Base::LoadShared(listOfProcess);
     return made != nullptr ? *made : *Make();
 }
 
@@ -29,10 +29,10 @@ LiveTimers* LiveTimers::Make()
     // First: no thread comes to lock it before. Best effort: without memory a child that is forked
     // in the wrong moment finds the lock taken. To be prepared twice does no harm.
     pthread_atfork(nullptr, nullptr, MakeInChild);
-    if (SetSharedOnce(listOfProcess, made.get())) {
+    if (Base::SetSharedOnce(listOfProcess, made.get())) {
         static_cast<void>(made.release());  // never deleted, see the header
     }
-    return LoadShared(listOfProcess);
+    return Base::LoadShared(listOfProcess);
 }
 
 /// The child has none of the timers. Its copies of the lock and of the entries may be in any state.

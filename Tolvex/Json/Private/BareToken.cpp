@@ -1,4 +1,4 @@
-#include "Tolvex/Json/BareToken.h"
+#include "Tolvex/Json/Private/BareToken.h"
 
 #include <array>
 #include <cerrno>
@@ -11,8 +11,8 @@
 #include <string>
 #include <string_view>
 
-#include "Tolvex/Json/Access.h"
-#include "Tolvex/Json/Characters.h"
+#include "Tolvex/Json/Private/Access.h"
+#include "Tolvex/Json/Private/Characters.h"
 
 namespace Tolvex::Json {
 

@@ -1,4 +1,4 @@
-#include "Tolvex/Log/LineRegistry.h"
+#include "Tolvex/Log/Private/LineRegistry.h"
 
 #include <atomic>
 #include <chrono>
@@ -6,9 +6,9 @@
 #include <mutex>
 #include <pthread.h>
 
-#include "Tolvex/Log/LineFacts.h"
+#include "Tolvex/Base/Private/Sleep.h"
+#include "Tolvex/Log/Private/LineFacts.h"
 #include "Tolvex/Util/EnumString.h"
-#include "Tolvex/Util/Sleep.h"
 
 namespace Tolvex::Ilog {
 
@@ -99,7 +99,7 @@ void DrainAtExit()
     // By the clock: on a busy machine each of the short sleeps takes many times its length.
     const auto deadline = std::chrono::steady_clock::now() + longestDrain;
     while (!AllDrained() && std::chrono::steady_clock::now() < deadline) {
-        Util::SleepFor(std::chrono::milliseconds(1));
+        Base::SleepFor(std::chrono::milliseconds(1));
     }
 }
 

@@ -4,7 +4,7 @@
 
 #include <pthread.h>
 
-namespace Tolvex::Util {
+namespace Tolvex::Base {
 
 /// While it exists the calling thread is not cancelled; a request waits for the end of the scope.
 ///
@@ -25,4 +25,4 @@ private:
     int stateBefore = PTHREAD_CANCEL_ENABLE;
 };
 
-}  // namespace Tolvex::Util
+}  // namespace Tolvex::Base

@@ -1,4 +1,4 @@
-#include "Tolvex/Json/Tree.h"
+#include "Tolvex/Json/Private/Tree.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 #include <map>
 #include <vector>
 
-#include "Tolvex/Json/Access.h"
+#include "Tolvex/Json/Private/Access.h"
 
 namespace Tolvex::Json {
 

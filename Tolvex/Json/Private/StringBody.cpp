@@ -1,11 +1,11 @@
-#include "Tolvex/Json/StringBody.h"
+#include "Tolvex/Json/Private/StringBody.h"
 
 #include <array>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
-#include "Tolvex/Json/Characters.h"
+#include "Tolvex/Json/Private/Characters.h"
 
 namespace Tolvex::Json {
 
