@@ -22,8 +22,6 @@
 /// @namespace Tolvex::UtilAcc
 /// Scaling of accelerometer samples.
 
-#include "Tolvex/Base/Private/PosixThread.h"
-#include "Tolvex/Base/Private/Saturate.h"
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Crypto/Crypto.h"
 #include "Tolvex/Exception/IException.h"
@@ -34,13 +32,12 @@
 #include "Tolvex/Interfaces/IgnitionOffMode.h"
 #include "Tolvex/Interfaces/Stopped.h"
 #include "Tolvex/Json/Json.h"
-#include "Tolvex/Log/LineLock.h"
-#include "Tolvex/Log/LineText.h"
 #include "Tolvex/Log/LogLine.h"
 #include "Tolvex/Log/LogPolicy.h"
 #include "Tolvex/Log/LogType.h"
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Log/LoggerBase.h"
+#include "Tolvex/Log/LoggerCore.h"
 #include "Tolvex/Pipeline/IPipelineElement.h"
 #include "Tolvex/Types/Buffer.h"
 #include "Tolvex/Types/Export.h"

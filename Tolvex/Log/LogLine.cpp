@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <locale>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Log/Logger.h"
@@ -36,9 +37,13 @@ LogLine::Text::int_type LogLine::Text::overflow(int_type character)
 LogLine::LogLine(LogType type, std::optional<LogModule> module)
     : lineType(type), lineModule(module), stream(&text)
 {
-    const Logger& logger = *Logger::GetInstance();
-    if (!logger.IsFileEnabled() && !logger.IsConsoleEnabled()) {
-        stream.rdbuf(nullptr);  // leaves the stream bad, so that nothing is even formatted
+    std::optional<std::locale> locale;
+    Logger::GetInstance()->ForEachEnabled(
+        [&locale](const LoggerCore& core) { locale = core.Locale(); });
+    if (!locale) {
+        stream.rdbuf(nullptr);  // The stream is bad now, so nothing is formatted.
+    } else if (stream.getloc() != *locale) {
+        stream.imbue(*locale);  // as a line that is written in four steps
     }
 }
 

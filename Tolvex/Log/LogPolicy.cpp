@@ -7,6 +7,7 @@
 #include <iostream>
 #include <optional>
 #include <string_view>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -46,9 +47,15 @@ private:
     int descriptor;
 };
 
-/// @return whether the file is there and ends in something else than a newline.
+/// @return whether the file is a regular one and its last byte is not a newline.
 bool EndsInTheMiddleOfALine(const char* name)
 {
+    struct stat64 status
+    {
+    };
+    if (stat64(name, &status) != 0 || !S_ISREG(status.st_mode)) {
+        return false;  // To open a FIFO would block.
+    }
     const OpenFile file(name, O_RDONLY);
     char last = '\n';
     return file.IsOpen() && lseek64(file.Get(), -1, SEEK_END) >= 0 &&
@@ -125,8 +132,16 @@ FileLogPolicy::~FileLogPolicy() = default;
 void FileLogPolicy::SetOutput(const std::string& name)
 {
     // Required: the file is neither opened nor created nor checked here.
-    fileName = name;
+    if (name != fileName) {
+        tornLine = std::make_shared<bool>(false);  // A line was torn in the file before only.
+        fileName = name;
+    }
     Base::StoreShared(outputSet, true);
+}
+
+void FileLogPolicy::RepairEnd()
+{
+    *tornLine = true;
 }
 
 void FileLogPolicy::Close()

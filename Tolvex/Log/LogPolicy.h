@@ -3,7 +3,6 @@
 /// examples/LogLines.cpp.
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -19,7 +18,7 @@ namespace Tolvex::Ilog {
 /// that it belongs to: WriteHeader() of that logger throws std::system_error
 /// (resource_deadlock_would_occur) when Write() calls it.
 /// @par Errors
-/// What Write() throws, if it is derived from std::exception, costs that line and nothing else.
+/// An exception out of Write(), if it is derived from std::exception, loses that line only.
 /// @par Thread safety
 /// Caller serialises; the logger that owns the policy does so.
 class TOLVEX_EXPORT ILogPolicy
@@ -47,9 +46,9 @@ public:
 /// Appends each line to a file, which is opened and closed for every line.
 ///
 /// Nothing is held in between: others may move, delete or truncate the file at any time, and the
-/// next line creates it anew or appends to what is left. A line is one append, so lines of several
-/// processes do not mix. What the disk has no room for is lost; when only a part of a line found
-/// room, the next one starts on a line of its own.
+/// next line creates the file again or appends to it. A line is one append, so lines of several
+/// processes do not mix. If the disk is full, the line is lost. After a partial write the next line
+/// for the same file starts on a new line.
 /// @par Errors
 /// A file that cannot be opened or written loses the line. Nothing is reported.
 /// @par Thread safety
@@ -62,7 +61,7 @@ public:
     /// Closes nothing: the file is open only while a line is written.
     ~FileLogPolicy() override;
 
-    /// Stores the name of the file. It is neither opened nor created nor checked.
+    /// Stores the name of the file. The file is neither opened nor created nor checked.
     /// @param name  Path, relative to the working directory of each Write(); empty writes nothing.
     void SetOutput(const std::string& name) override;
 
@@ -71,8 +70,12 @@ public:
     /// @param line  The whole line, its newline included.
     void Write(const std::string& line) override;
 
-    /// Ends the output. The name is kept, but it takes a new SetOutput() to write again.
+    /// Ends the output. The name is kept, but only a new SetOutput() lets lines be written again.
     void Close() override;
+
+    /// Lets the next Write() look at the end of the file: if the file does not end in a newline, as
+    /// after a power cut, a newline is written before the line.
+    void RepairEnd();
 
 private:
     std::string fileName;
@@ -83,7 +86,8 @@ private:
 /// Prints each line on standard output, in the colour of its type.
 ///
 /// Warnings are yellow, errors red, notices green; any other type has no colour. The line and its
-/// escape sequences leave in one piece. Standard output is not flushed.
+/// escape sequences leave in one piece. Standard output is not flushed. A failed state of std::cout
+/// is cleared before each line, also one that the application has set: the failure may have passed.
 /// @par Thread safety
 /// Caller serialises. Other threads may use standard output meanwhile.
 class TOLVEX_EXPORT ConsoleLogPolicy : public ILogPolicy
@@ -127,7 +131,7 @@ class TOLVEX_EXPORT ColoredLog
 {
 public:
     /// @param colorCode  Number of the colour; any number is written as it is.
-    explicit ColoredLog(ColorCode colorCode) : code(colorCode) {}
+    ColoredLog(ColorCode colorCode) : code(colorCode) {}
 
     /// Writes the escape sequence, whatever number format and width are set in the stream.
     /// @param stream  Where to.

@@ -1,10 +1,17 @@
 #include "Tolvex/Log/Logger.h"
 
+#include <chrono>
+#include <exception>
 #include <memory>
+
+#include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/SharedValue.h"
 
 namespace Tolvex::Ilog {
 
 namespace {
+
+constexpr std::chrono::milliseconds longestWaitForNotice(2100);
 
 /// Leaves no line open when a call ends by an exception or a cancellation.
 class LineGuard
@@ -60,7 +67,7 @@ Logger::~Logger()
 
 bool Logger::EnableFile(const std::string& fileName)
 {
-    return !fileName.empty() && fileLogger->ChangeOutput(fileName) && fileLogger->Enable();
+    return !fileName.empty() && fileLogger->core.Enable(&fileName);
 }
 
 bool Logger::EnableConsole()
@@ -82,71 +89,40 @@ void Logger::BeginLines(LogType type)
 {
     // Both, before a lock is waited for: a line left open on the console would otherwise be held
     // while waiting for the file, against the order of the locks.
-    fileLogger->FinishLine();
-    consoleLogger->FinishLine();
+    ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });
 
     LineGuard guard(*this);
-    fileLogger->WriteHeader(type);
-    consoleLogger->WriteHeader(type);
+    ForEachEnabled([type](LoggerCore& core) { core.WriteHeader(type); });
     guard.Dismiss();
 }
 
-template <typename T>
-Logger& Logger::PassToEach(T value)
-{
-    if (fileLogger->IsEnabled()) {
-        *fileLogger << value;
-    }
-    if (consoleLogger->IsEnabled()) {
-        *consoleLogger << value;
-    }
-    return *this;
-}
-
-Logger& Logger::Pass(LogModule module)
-{
-    return PassToEach(module);
-}
-
-Logger& Logger::Pass(const char* value)
-{
-    return PassToEach(value);
-}
-
-Logger& Logger::Pass(int value)
-{
-    return PassToEach(value);
-}
-
-Logger& Logger::Pass(double value)
-{
-    return PassToEach(value);
-}
-
-Logger& Logger::Pass(std::string_view value)
-{
-    return PassToEach(value);
-}
-
-Logger& Logger::Pass(std::ostream& (*manipulator)(std::ostream&))
+Logger& Logger::Append(const LogArgument& argument)
 {
     LineGuard guard(*this);
-    PassToEach(manipulator);
+    ForEachEnabled([&argument](LoggerCore& core) { core.Append(argument); });
     guard.Dismiss();
     return *this;
 }
 
 void Logger::DropLine()
 {
-    fileLogger->DropLine();
-    consoleLogger->DropLine();
+    ForEachEnabled([](LoggerCore& core) { core.DropLine(); });
 }
 
 void Logger::RunIgnitionOff()
 {
-    WriteHeader(LogType::Notice);
     // Required: no module tag in this line, and the console goes on.
-    *this << "All triggers have been stopped" << std::endl;
+    constexpr std::string_view notice = "All triggers have been stopped";
+    const Base::NoCancellation scope;
+    const auto deadline = std::chrono::steady_clock::now() + longestWaitForNotice;
+    ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });
+    ForEachEnabled([&](LoggerCore& core) {
+        try {
+            core.WriteNotice(notice, &core == &fileLogger->core, deadline);
+        } catch (const std::exception&) {
+            // Without the notice: the file has to be closed all the same.
+        }
+    });
     fileLogger->Close();
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <concepts>
 #include <ostream>
 #include <string>
@@ -18,7 +17,7 @@ namespace Tolvex::Ilog {
 /// The log of the process: passes every line on to a file and to the console, if they are enabled.
 ///
 /// Nothing is written until EnableFile() or EnableConsole() has been called. LogLine is the way to
-/// write a line; where its parts come from several places, the four steps are
+/// write a line. Where its parts come from several places, the four steps are
 /// @code
 /// Logger::GetInstance()->WriteHeader(LogType::Warning);
 /// *Logger::GetInstance() << LogModule::CELL << "signal " << -113 << " dBm" << std::endl;
@@ -49,14 +48,16 @@ public:
 
     /// Logs to a file from now on; on an enabled file log, to another file.
     ///
-    /// The file is not opened before the first line. Waits up to 2.1 s for a line that is being
-    /// written.
+    /// The file is not opened before the first line. A file that ends in the middle of a line, or
+    /// in NUL bytes after a power cut, gets a newline before the first line. Waits up to 2.1 s for
+    /// a line that is being written.
     /// @param fileName  Path, relative to the working directory of each line.
-    /// @return false when the name is empty, there is no thread to be had, or the wait was not
-    /// enough; then nothing has changed.
+    /// @return false when the name is empty, the writer thread cannot be created, or the wait was
+    /// not enough; then nothing has changed.
     bool EnableFile(const std::string& fileName);
 
-    /// Logs to standard output from now on. @return false when there is no thread to be had.
+    /// Logs to standard output from now on.
+    /// @return false when the writer thread cannot be created; then nothing has changed.
     bool EnableConsole();
 
     /// Stops logging to the file; see LoggerBase::Close(). Blocks as that does.
@@ -83,7 +84,7 @@ public:
     /// Appends "[#", the text of the module, and "]".
     /// @param module  Where the line comes from.
     /// @return this logger.
-    Logger& operator<<(LogModule module) { return AnyEnabled() ? Pass(module) : *this; }
+    Logger& operator<<(LogModule module) { return AnyEnabled() ? Append(module) : *this; }
 
     /// Appends a value as a stream does.
     /// @tparam T     One of the types of LogValue.
@@ -92,7 +93,7 @@ public:
     template <LogValue T>
     Logger& operator<<(T value)
     {
-        return AnyEnabled() ? Pass(value) : *this;
+        return AnyEnabled() ? Append(value) : *this;
     }
 
     /// Appends a text, without a copy of it.
@@ -102,15 +103,16 @@ public:
     template <std::same_as<std::string> T>
     Logger& operator<<(const T& value)
     {
-        return AnyEnabled() ? Pass(std::string_view(value)) : *this;
+        return AnyEnabled() ? Append(std::string_view(value)) : *this;
     }
 
-    /// Applies a manipulator to each enabled logger; std::endl ends the line. Does not wait for it.
+    /// Applies a manipulator to each enabled logger; std::endl ends the line. Does not wait for the
+    /// writers.
     /// @param manipulator  Applied to the text of the line.
     /// @return this logger.
-    Logger& operator<<(std::ostream& (*manipulator)(std::ostream&))
+    Logger& operator<<(LogManipulator manipulator)
     {
-        return AnyEnabled() ? Pass(manipulator) : *this;
+        return AnyEnabled() ? Append(manipulator) : *this;
     }
 
     /// Drops the lines that the calling thread has left open, if there are any.
@@ -118,23 +120,39 @@ public:
 
     /// Logs "All triggers have been stopped" as a notice, and stops logging to the file.
     ///
-    /// The console goes on. Blocks as WriteHeader() and then as CloseFile().
+    /// The notice is the last line of the file. The console goes on. Blocks up to 2.1 s until the
+    /// lines before have been written, and then as CloseFile(). When 2.1 s are not enough, the
+    /// notice is missing.
     void RunIgnitionOff() override;
 
 private:
+    friend class LogLine;
+
     Logger();
     static Logger* Create();
 
-    bool AnyEnabled() const { return fileLogger->IsEnabled() || consoleLogger->IsEnabled(); }
+    /// Calls the action with the core of each enabled logger: the file's first, which is the order
+    /// of the line locks.
+    template <typename Action>
+    void ForEachEnabled(const Action& action) const
+    {
+        if (fileLogger->IsEnabled()) {
+            action(fileLogger->core);
+        }
+        if (consoleLogger->IsEnabled()) {
+            action(consoleLogger->core);
+        }
+    }
+
+    bool AnyEnabled() const
+    {
+        bool any = false;
+        ForEachEnabled([&any](const LoggerCore&) { any = true; });
+        return any;
+    }
+
     void BeginLines(LogType type);
-    Logger& Pass(LogModule module);
-    Logger& Pass(std::ostream& (*manipulator)(std::ostream&));
-    Logger& Pass(const char* value);
-    Logger& Pass(int value);
-    Logger& Pass(double value);
-    Logger& Pass(std::string_view value);
-    template <typename T>
-    Logger& PassToEach(T value);
+    Logger& Append(const LogArgument& argument);
 
     static Logger* instance;  ///< shared: set once
 

@@ -313,40 +313,6 @@ TEST(LoggerCallsTest, WallClockThatIsSetShowsInTheNextLineForwardsAndBack)
     }
 }
 
-/// Counts headers without a lock of its own.
-class HeaderCountingPolicy : public CapturingPolicy
-{
-public:
-    void WriteHeader(LogType /*type*/) override { ++headers; }
-
-    std::atomic<int> headers = 0;
-};
-
-TEST(LoggerCallsTest, HeaderThatFindsNoLockThrowsAndTheNextOneDoesNot)
-{
-    LoggerBase<HeaderCountingPolicy> logger;
-    ASSERT_TRUE(logger.Enable());
-    std::promise<void> failed;
-    std::promise<void> begun;
-    std::thread other([&] {
-        logger.WriteHeader(LogType::Info);
-        begun.set_value();
-        failed.get_future().wait();
-    });
-    begun.get_future().wait();
-
-    locksBeforeFailure = 1;  // that of the clock; the next is that of the line
-    EXPECT_THROW(logger.WriteHeader(LogType::Info), std::system_error);
-    EXPECT_EQ(locksBeforeFailure, -1);
-    EXPECT_EQ(logger.GetPolicy().headers, 1);  // that of the other thread
-
-    failed.set_value();
-    other.join();
-    logger.WriteHeader(LogType::Info);
-    EXPECT_EQ(logger.GetPolicy().headers, 2);
-    logger.DropLine();
-}
-
 TEST(LoggerCallsTest, LineThatTheWriterCannotBeToldOfIsLostWithAnErrorUnlessItHasSeenIt)
 {
     CapturingLogger logger;

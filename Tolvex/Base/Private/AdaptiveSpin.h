@@ -1,9 +1,10 @@
 /// @file
-/// Waiting for another thread without sleeping, where that pays. Not installed.
+/// Waiting for another thread without sleeping, where that pays.
 #pragma once
 
 #include <algorithm>
 #include <chrono>
+#include <sched.h>
 
 namespace Tolvex::Base {
 
@@ -17,23 +18,32 @@ inline void RelaxProcessor()
 #endif
 }
 
-/// Spins before a sleep that is likely to be short, and less often the less that has paid.
+/// @return whether the calling thread may run on one processor only.
+inline bool HasOneProcessor()
+{
+    cpu_set_t processors;
+    CPU_ZERO(&processors);
+    return sched_getaffinity(0, sizeof(processors), &processors) == 0 &&
+           CPU_COUNT(&processors) == 1;
+}
+
+/// Spins before sleeping; backs off when spinning fails.
 ///
 /// Putting a thread to sleep and waking it takes tens of microseconds where the processor idles in
-/// between, so what comes within that time is better waited for awake. It never yields the
-/// processor: on a busy system the thread would be run again only milliseconds later, while one
-/// that sleeps is run soon after it has been woken. After a spin in vain the next waits go without,
-/// twice as many each time (exponential backoff): a thread that waits long and often does not spin.
-/// Made one per thread and place, not per object waited for: so it needs no synchronisation.
+/// between. An event that comes within that time is better waited for by spinning. The spin never
+/// yields the processor: on a busy system a thread that yields runs again only milliseconds later,
+/// while a thread that sleeps runs soon after it has been woken. After a spin that fails the next
+/// waits do not spin, twice as many each time (exponential backoff). With one processor no wait
+/// spins: the awaited thread could not run meanwhile.
 /// @par Thread safety
-/// Belongs to one thread.
+/// Caller serialises.
 class AdaptiveSpin
 {
 public:
     /// Spins until the condition holds, for about 50 microseconds at most.
     ///
     /// No cancellation point.
-    /// @param condition  Cheap; what it reads is shared.
+    /// @param condition  Cheap; reads what another thread changes.
     /// @return whether the condition held; if not, sleep.
     template <typename Condition>
     bool Until(const Condition& condition)
@@ -41,23 +51,27 @@ public:
         if (condition()) {
             return true;
         }
-        if (waitsWithout > 0) {
-            --waitsWithout;
+        if (waitsWithoutSpin > 0) {
+            --waitsWithoutSpin;
             return false;
         }
-        if (Spin(condition)) {
-            nextWithout = 1;
+        if (!severalProcessors) {
+            severalProcessors = !HasOneProcessor();
+        }
+        if (severalProcessors && Spin(condition)) {
+            backoff = 1;
             return true;
         }
-        waitsWithout = nextWithout;
-        nextWithout = std::min(2 * nextWithout, mostWithout);
+        waitsWithoutSpin = backoff;
+        backoff = std::min(2 * backoff, longestBackoff);
+        severalProcessors = false;  // Asked again before the next spin: cpusets change.
         return false;
     }
 
 private:
     static constexpr std::chrono::microseconds longest{50};
     static constexpr int roundsPerLookAtTheClock = 16;
-    static constexpr int mostWithout = 64;
+    static constexpr int longestBackoff = 64;
 
     template <typename Condition>
     static bool Spin(const Condition& condition)
@@ -74,8 +88,9 @@ private:
         return false;
     }
 
-    int waitsWithout = 0;  ///< so many waits do not spin
-    int nextWithout = 1;   ///< what waitsWithout becomes after the next spin in vain
+    int waitsWithoutSpin = 0;        ///< so many waits do not spin
+    int backoff = 1;                 ///< value of waitsWithoutSpin after the next spin that fails
+    bool severalProcessors = false;  ///< known since the last spin that failed
 };
 
 }  // namespace Tolvex::Base

@@ -15,8 +15,6 @@
 #include <cstddef>
 #include <pthread.h>
 
-#include "Tolvex/Types/Export.h"
-
 namespace Tolvex::Base {
 
 /// Stack of every thread that the library creates, in bytes.
@@ -42,8 +40,7 @@ enum class SignalHandlers
 /// @return 0, or the error number of pthread_create(); then no thread exists.
 /// @par Thread safety
 /// Thread-safe. Does not block.
-TOLVEX_EXPORT int StartDetachedThread(pthread_t& handle, const char* name, void* (*entry)(void*),
-                                      void* argument,
-                                      SignalHandlers handlers = SignalHandlers::Allowed);
+int StartDetachedThread(pthread_t& handle, const char* name, void* (*entry)(void*), void* argument,
+                        SignalHandlers handlers = SignalHandlers::Allowed);
 
 }  // namespace Tolvex::Base

@@ -4,38 +4,47 @@
 #include <chrono>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 #include <pthread.h>
 
 #include "Tolvex/Base/Private/Sleep.h"
-#include "Tolvex/Log/Private/LineFacts.h"
+#include "Tolvex/Log/Private/LoggerState.h"
 #include "Tolvex/Util/EnumString.h"
 
 namespace Tolvex::Ilog {
 
+using Base::CallingThread;
+using Base::ThreadId;
+
 namespace {
 
 constexpr std::chrono::milliseconds longestDrain(2100);
+constexpr std::chrono::milliseconds pollInterval(1);
 
-alignas(8) thread_local char threadMark;  // only its address is used
+constinit std::mutex registryMutex;  // guards the list; taken before the locks of its members
+LoggerState* firstLogger = nullptr;  // the loggers of the process
 
-constinit std::mutex registryMutex;  // guards the list; taken before the mutexes of its members
-LineState* firstState = nullptr;     // the loggers of the process
-
-std::atomic<std::uintptr_t> forkingThread = 0;  // the thread that holds the locks for a fork
+std::atomic<ThreadId> forkingThread = 0;  // the thread that holds the locks for a fork
 
 bool keyCreated = false;  // set before the first logger can be enabled, constant afterwards
 pthread_key_t threadEndKey;
 
-/// Required: whatever ends the thread, no line of it stays open.
-void DropLinesOfThread(void* mark)
+template <typename Action>
+void ForEachLogger(const Action& action)
 {
-    const std::lock_guard lock(registryMutex);
-    for (LineState* state = firstState; state != nullptr; state = state->next) {
-        state->ThreadEnds(reinterpret_cast<std::uintptr_t>(mark));
+    for (LoggerState* state = firstLogger; state != nullptr; state = state->next) {
+        action(*state);
     }
 }
 
-/// Does nothing where this has been done for the fork already, see RegisterLine().
+/// Required: whatever ends the thread, no line of it stays open.
+void DropLinesOfThread(void* /*value*/)
+{
+    const std::lock_guard guard(registryMutex);
+    ForEachLogger([](LoggerState& state) { state.lock.Release(CallingThread()); });
+}
+
+/// Called twice for one fork where two registrations were made; see RegisterLogger().
 void LockBeforeFork()
 {
     if (forkingThread == CallingThread()) {
@@ -43,25 +52,37 @@ void LockBeforeFork()
     }
     registryMutex.lock();
     forkingThread = CallingThread();
-    for (LineState* state = firstState; state != nullptr; state = state->next) {
-        state->LockForFork();
-    }
-    LockLineFacts();
+    ForEachLogger([](LoggerState& state) { state.lock.LockForFork(); });
+    LineHeader::LockForFork();
 }
 
-/// Gives what LockBeforeFork() has locked back; a second time there is nothing left.
+void RenewInChild(LoggerState& state)
+{
+    // In these phases the buffer is in use, perhaps by a thread that does not exist here.
+    const LineLock::Phase phase = state.lock.CurrentPhase();
+    state.bufferStale = state.bufferStale || phase == LineLock::Inserting ||
+                        phase == LineLock::Dropped || phase == LineLock::Taken ||
+                        phase == LineLock::Writing;
+    state.lock.RenewInChild();
+    state.writers.RenewInChild();
+    // Not destroyed: a thread of the parent may have held the one or waited for the other.
+    new (&state.control) std::mutex;
+    new (&state.lineReady) Interfaces::ISemaphore(0);
+    state.controlling = 0;
+}
+
 void UnlockAfterFork(bool inChild)
 {
     if (forkingThread != CallingThread()) {
         return;
     }
-    UnlockLineFacts();
-    for (LineState* state = firstState; state != nullptr; state = state->next) {
+    LineHeader::UnlockAfterFork();
+    ForEachLogger([inChild](LoggerState& state) {
         if (inChild) {
-            state->RenewInChild();
+            RenewInChild(state);
         }
-        state->UnlockAfterFork();
-    }
+        state.lock.UnlockAfterFork();
+    });
     forkingThread = 0;
     registryMutex.unlock();
 }
@@ -76,61 +97,68 @@ void UnlockInChild()
     UnlockAfterFork(true);
 }
 
+/// @return whether an ended line of the logger is with its writer, which is another thread.
+bool IsBusy(const LoggerState& state)
+{
+    const LineLock::Phase phase = state.lock.CurrentPhase();
+    const bool withWriter =
+        phase == LineLock::Complete || phase == LineLock::Taken || phase == LineLock::Writing;
+    return withWriter && state.lock.Owner() != CallingThread();
+}
+
 bool AllDrained()
 {
-    const std::lock_guard lock(registryMutex);
-    for (LineState* state = firstState; state != nullptr; state = state->next) {
-        if (!state->Drained()) {
-            return false;
-        }
-    }
-    return true;
+    const std::lock_guard guard(registryMutex);
+    bool drained = true;
+    ForEachLogger([&drained](const LoggerState& state) {
+        drained = drained && (state.written != state.writtenAtExit || !IsBusy(state));
+    });
+    return drained;
 }
 
 /// Required: a line that was ended before exit() is written; a writer that hangs costs 2.1 s.
 void DrainAtExit()
 {
     {
-        const std::lock_guard lock(registryMutex);
-        for (LineState* state = firstState; state != nullptr; state = state->next) {
-            state->NoteDrainTarget();
-        }
+        const std::lock_guard guard(registryMutex);
+        ForEachLogger([](LoggerState& state) { state.writtenAtExit = state.written; });
     }
     // By the clock: on a busy machine each of the short sleeps takes many times its length.
     const auto deadline = std::chrono::steady_clock::now() + longestDrain;
     while (!AllDrained() && std::chrono::steady_clock::now() < deadline) {
-        Base::SleepFor(std::chrono::milliseconds(1));
+        Base::SleepFor(pollInterval);
     }
 }
 
-/// Best effort: what the system has no room for does not keep the logger from working.
+/// Best effort: a registration that fails for lack of memory does not keep the logger from working.
 void PrepareProcess()
 {
     keyCreated = pthread_key_create(&threadEndKey, DropLinesOfThread) == 0;
-    // For its preparation only, and before ours: a lock that is prepared while a fork goes on may
-    // stay taken in the child.
+    // Its fork handlers have to be registered before these: handlers run in reverse order, and the
+    // lock of the texts is taken while a line is composed.
     Util::EnumStringMutex();
     pthread_atfork(LockBeforeFork, UnlockInParent, UnlockInChild);
     std::atexit(DrainAtExit);
+    std::at_quick_exit(DrainAtExit);
 }
 
 }  // namespace
 
-void RegisterLine(LineState& state)
+void RegisterLogger(LoggerState& state)
 {
-    // Unlike a static's initialisation, one that a fork interrupts begins anew in the child.
+    // If a fork interrupts the registration, the child registers again: pthread_once() notices.
     static pthread_once_t prepared = PTHREAD_ONCE_INIT;
     pthread_once(&prepared, PrepareProcess);
 
-    const std::lock_guard lock(registryMutex);
-    state.next = firstState;
-    firstState = &state;
+    const std::lock_guard guard(registryMutex);
+    state.next = firstLogger;
+    firstLogger = &state;
 }
 
-void UnregisterLine(LineState& state)
+void UnregisterLogger(LoggerState& state)
 {
-    const std::lock_guard lock(registryMutex);
-    for (LineState** link = &firstState; *link != nullptr; link = &(*link)->next) {
+    const std::lock_guard guard(registryMutex);
+    for (LoggerState** link = &firstLogger; *link != nullptr; link = &(*link)->next) {
         if (*link == &state) {
             *link = state.next;
             return;
@@ -141,13 +169,8 @@ void UnregisterLine(LineState& state)
 void WatchCallingThread()
 {
     if (keyCreated) {
-        pthread_setspecific(threadEndKey, &threadMark);
+        pthread_setspecific(threadEndKey, &Base::threadMark);
     }
-}
-
-std::uintptr_t CallingThread()
-{
-    return reinterpret_cast<std::uintptr_t>(&threadMark);
 }
 
 }  // namespace Tolvex::Ilog

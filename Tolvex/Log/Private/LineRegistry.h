@@ -1,23 +1,21 @@
 /// @file
-/// What happens to whole threads and to the process, passed on to the loggers. Not installed.
+/// What happens to the loggers at the end of a thread, at a fork and at the exit of the process.
 #pragma once
-
-#include <cstdint>
-
-#include "Tolvex/Log/Private/LineState.h"
 
 namespace Tolvex::Ilog {
 
-/// Adds a logger. The first call prepares for the end of threads, forks and exit().
-void RegisterLine(LineState& state);
+struct LoggerState;
+
+/// Adds a logger. The first call registers the handlers for thread end, fork and exit.
+/// @par Thread safety
+/// Thread-safe; so are the other functions.
+void RegisterLogger(LoggerState& state);
 
 /// Removes a logger, if it is there.
-void UnregisterLine(LineState& state);
+void UnregisterLogger(LoggerState& state);
 
-/// Sees to it that lines of the calling thread, which has begun one, do not survive it.
+/// Call before the calling thread begins a line: a line that is open when the thread ends is then
+/// dropped.
 void WatchCallingThread();
-
-/// @return what tells the calling thread from all others that are alive; its low 3 bits are 0.
-std::uintptr_t CallingThread();
 
 }  // namespace Tolvex::Ilog

@@ -1,0 +1,27 @@
+/// @file
+/// What tells one thread from all others.
+#pragma once
+
+#include <cstdint>
+
+namespace Tolvex::Base {
+
+/// Identifies a thread while it is alive; 0 is no thread. The low bits of threadIdSpareBits are 0.
+using ThreadId = std::uintptr_t;
+
+/// Bits of a ThreadId that are always 0, for users that keep flags there.
+constexpr ThreadId threadIdSpareBits = 63;
+
+/// Only its address is used. Found without a call: the linker reserves its place in every thread.
+alignas(threadIdSpareBits + 1)
+    [[gnu::tls_model("initial-exec")]] inline constinit thread_local char threadMark = 0;
+
+/// @return the identifier of the calling thread.
+/// @par Thread safety
+/// Thread-safe.
+inline ThreadId CallingThread()
+{
+    return reinterpret_cast<ThreadId>(&threadMark);
+}
+
+}  // namespace Tolvex::Base

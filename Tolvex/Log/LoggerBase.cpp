@@ -1,8 +1,0 @@
-#include "Tolvex/Log/LoggerBase.h"
-
-namespace Tolvex::Ilog {
-
-template class LoggerBase<FileLogPolicy>;
-template class LoggerBase<ConsoleLogPolicy>;
-
-}  // namespace Tolvex::Ilog

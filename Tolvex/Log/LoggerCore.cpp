@@ -1,0 +1,445 @@
+#include "Tolvex/Log/LoggerCore.h"
+
+#include <exception>
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/Private/PosixThread.h"
+#include "Tolvex/Log/Private/LineRegistry.h"
+#include "Tolvex/Log/Private/LoggerState.h"
+#include "Tolvex/Util/EnumString.h"
+
+namespace Tolvex::Ilog {
+
+using Base::CallingThread;
+using Step = WriterLife::Step;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr std::chrono::milliseconds longestWaitForPolicy(2100);
+
+/// One Enable() or Close() at a time. Disables cancellation while it exists.
+class Control
+{
+public:
+    /// Blocks while another thread is in Enable() or Close(). Does not enter a second time on the
+    /// same thread.
+    explicit Control(LoggerState& loggerState)
+        : state(loggerState), entered(loggerState.controlling != CallingThread())
+    {
+        if (entered) {
+            state.control.lock();
+            state.controlling = CallingThread();
+        }
+    }
+    ~Control()
+    {
+        if (entered) {
+            state.controlling = 0;
+            state.control.unlock();
+        }
+    }
+
+    Control(const Control&) = delete;
+    Control& operator=(const Control&) = delete;
+
+    /// @return false when the calling thread is in the middle of another call: the policy calls.
+    explicit operator bool() const { return entered; }
+
+private:
+    const Base::NoCancellation scope;
+    LoggerState& state;
+    bool entered;
+};
+
+/// The calling thread's right to use the buffer and the policy. Whatever ends the scope early, an
+/// exception or a cancellation, gives the line up.
+class LineStep
+{
+public:
+    explicit LineStep(LineLock& lineLock, bool haveLine) : lock(haveLine ? &lineLock : nullptr) {}
+    ~LineStep()
+    {
+        if (lock != nullptr) {
+            lock->Release(CallingThread());
+        }
+    }
+
+    LineStep(const LineStep&) = delete;
+    LineStep& operator=(const LineStep&) = delete;
+
+    explicit operator bool() const { return lock != nullptr; }
+
+    /// Ends the step as intended: the line stays open, or is complete.
+    /// @return false when the logger was closed meanwhile; the line is given up then.
+    bool End(LineLock::Phase phase)
+    {
+        if (!lock->Advance(LineLock::Inserting, phase)) {
+            return false;
+        }
+        lock = nullptr;
+        return true;
+    }
+
+private:
+    LineLock* lock;
+};
+
+/// Makes the buffer empty, good and formatting as a new stream does. Keeps its memory.
+void Reset(std::stringstream& buffer, const std::locale& locale)
+{
+    if (buffer.getloc() != locale) {
+        buffer.imbue(locale);
+    }
+    buffer.exceptions(std::ios_base::goodbit);
+    buffer.clear();
+    buffer.flags(std::ios_base::skipws | std::ios_base::dec);
+    buffer.precision(6);
+    buffer.width(0);
+    buffer.fill(' ');
+    if (!buffer.view().empty()) {
+        buffer.str(std::string());
+    }
+}
+
+bool EndsWithNewline(const std::stringstream& buffer)
+{
+    // Required: a newline in the middle of the text ends nothing.
+    return buffer.view().ends_with('\n');
+}
+
+/// Ends the text with a newline, also when insertions have failed. @return false without memory.
+bool Terminate(std::stringstream& buffer)
+{
+    // A failed insertion, such as of a null pointer, must not keep the line from ending.
+    buffer.clear();
+    if (buffer.put('\n').good()) {
+        return true;
+    }
+    // No memory for one more character: the newline takes the place of the last one.
+    buffer.clear();
+    return buffer.seekp(-1, std::ios_base::end).put('\n').good();
+}
+
+bool IsEndl(LogManipulator manipulator)
+{
+    return manipulator == static_cast<LogManipulator>(std::endl);
+}
+
+/// What a writer's thread starts from.
+struct WriterStart
+{
+    std::shared_ptr<LoggerState> state;
+    std::uint32_t number;
+};
+
+/// Tells the logger, if there still is one, that a writer's thread ends.
+struct WriterScope
+{
+    explicit WriterScope(const WriterStart& writer) : start(writer)
+    {
+        start.state->writers.Begin(start.number);
+    }
+    ~WriterScope() { start.state->writers.Gone(start.number); }
+    WriterScope(const WriterScope&) = delete;
+    WriterScope& operator=(const WriterScope&) = delete;
+
+    const WriterStart& start;
+};
+
+/// Writes the line that the writer has taken. @return false when the logger does not exist any
+/// more.
+bool WriteLine(LoggerState& state, std::string& text)
+{
+    try {
+        text.assign(state.buffer.view());
+        // From here on the logger may be destroyed: only the policy and the text are used.
+        state.lock.Advance(LineLock::Taken, LineLock::Writing);
+        state.calls.write(state.policy, text);
+    } catch (const std::exception&) {
+        // The line is lost; the next one is not.
+    }
+    ++state.written;
+    return state.lock.Release(CallingThread()) != LineLock::Abandoned;
+}
+
+void* RunWriter(void* argument)
+{
+    const std::unique_ptr<WriterStart> start(static_cast<WriterStart*>(argument));
+    const WriterScope scope(*start);
+    LoggerState& state = *start->state;
+    std::string text;
+    for (;;) {
+        state.lineReady.Wait();
+        Step step = Step::Write;
+        while ((step = state.writers.Next(start->number)) == Step::Write) {
+            if (!WriteLine(state, text)) {
+                return nullptr;
+            }
+        }
+        if (step == Step::End) {
+            return nullptr;
+        }
+    }
+}
+
+/// Starts the writer that was announced with this number. @return false when that is impossible.
+bool StartWriter(const std::shared_ptr<LoggerState>& state, std::uint32_t number,
+                 const std::string& name, pthread_t& handle)
+{
+    std::unique_ptr<WriterStart> start(new (std::nothrow) WriterStart{state, number});
+    if (start == nullptr || Base::StartDetachedThread(handle, name.c_str(), RunWriter, start.get(),
+                                                      Base::SignalHandlers::Blocked) != 0) {
+        return false;
+    }
+    static_cast<void>(start.release());  // owned by the thread
+    return true;
+}
+
+/// Begins the text of a line.
+void Begin(LoggerState& state, LogType type)
+{
+    Reset(state.buffer, state.locale);
+    state.calls.writeHeader(state.policy, type);
+    state.header.InsertInto(state.buffer, type);
+}
+
+/// Inserts a module or a value.
+void Insert(std::stringstream& buffer, const LogArgument& argument)
+{
+    std::visit(
+        [&buffer](auto value) {
+            if constexpr (std::is_same_v<decltype(value), LogModule>) {
+                // Required: the tag is there also for a module without a text, then empty.
+                buffer << "[#" << Util::EnumString<LogModule>::From(value) << ']';
+            } else {
+                buffer << value;
+            }
+        },
+        argument);
+}
+
+/// Hands the complete line over to the writer.
+void HandOver(LoggerState& state, LineStep& step)
+{
+    if (!step.End(LineLock::Complete)) {
+        return;
+    }
+    try {
+        state.lineReady.Notify();
+    } catch (const std::system_error&) {
+        // The writer was not told. Unless it has seen the line all the same, the line is lost.
+        if (state.lock.Advance(LineLock::Complete, LineLock::Inserting)) {
+            state.lock.Release(CallingThread());
+            throw;
+        }
+    }
+}
+
+/// Hands the line over if it is complete, or leaves it open.
+void EndStep(LoggerState& state, LineStep& step)
+{
+    if (EndsWithNewline(state.buffer)) {
+        HandOver(state, step);
+    } else {
+        step.End(LineLock::Open);
+    }
+}
+
+/// Uses the policy outside of a line. @return false when the line could not be had in time.
+template <typename Call>
+bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
+{
+    if (state.lock.Owner() == CallingThread()) {
+        call();
+        return true;
+    }
+    const LineStep step(state.lock,
+                        state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
+    if (step) {
+        call();
+    }
+    return static_cast<bool>(step);
+}
+
+/// In a forked child the buffer may have been in use by a thread that does not exist there.
+void RenewStaleBuffer(LoggerState& state)
+{
+    if (std::exchange(state.bufferStale, false)) {
+        new (&state.buffer) std::stringstream;  // The old one cannot even be destroyed.
+    }
+}
+
+}  // namespace
+
+LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy)
+    : state(std::make_shared<LoggerState>(buffer, lineReady, calls, policy, enabled, stopped)),
+      lineReady(0)
+{
+    RegisterLogger(*state);
+}
+
+LoggerCore::~LoggerCore()
+{
+    try {
+        Close();
+    } catch (const std::exception&) {
+        // A destructor reports nothing.
+    }
+    UnregisterLogger(*state);
+    state->writers.Detach();
+    RenewStaleBuffer(*state);
+}
+
+std::locale LoggerCore::Locale() const
+{
+    return state->locale;
+}
+
+bool LoggerCore::Enable(const std::string* output)
+{
+    const Control control(*state);
+    if (!control) {
+        return false;
+    }
+    const auto openOutput = [&] {
+        return output == nullptr || CallPolicy(*state, longestWaitForPolicy, [&] {
+                   state->calls.openOutput(state->policy, *output);
+               });
+    };
+    if (IsEnabled()) {
+        return openOutput();
+    }
+
+    RenewStaleBuffer(*state);
+    state->writers.AwaitOldWriter();
+    while (lineReady.TryWait()) {
+        // Tokens that the writer before has not taken.
+    }
+    const std::uint32_t number = state->writers.Announce();
+    if (!StartWriter(state, number, threadName, writerHandle)) {
+        state->writers.Withdraw();
+        return false;
+    }
+    if (!openOutput()) {
+        state->writers.TellToEnd();
+        lineReady.Notify();
+        state->writers.AwaitStopped();
+        return false;
+    }
+    return state->writers.Admit();
+}
+
+bool LoggerCore::ChangeOutput(const std::string& name)
+{
+    return CallPolicy(*state, longestWaitForPolicy,
+                      [&] { state->calls.setOutput(state->policy, name); });
+}
+
+void LoggerCore::WriteHeader(LogType type)
+{
+    if (!IsEnabled()) {
+        return;
+    }
+    EndOpenLine();
+    WatchCallingThread();
+    LineStep step(state->lock, state->lock.Take(LineLock::Entry::Line));
+    if (step) {
+        Begin(*state, type);
+        // Held on return. Released by the writer, once it has written the line.
+        step.End(LineLock::Open);
+    }
+}
+
+void LoggerCore::Append(const LogArgument& argument)
+{
+    LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
+    if (!step) {
+        return;
+    }
+    const LogManipulator* const manipulator = std::get_if<LogManipulator>(&argument);
+    if (manipulator == nullptr) {
+        Insert(buffer, argument);
+        step.End(LineLock::Open);
+        return;
+    }
+
+    if (IsEndl(*manipulator)) {
+        if (!Terminate(buffer)) {
+            return;  // drops the line
+        }
+    } else if (*manipulator != nullptr) {
+        (*manipulator)(buffer);
+    }
+    EndStep(*state, step);
+}
+
+void LoggerCore::CheckEndOfStream()
+{
+    LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
+    if (step) {
+        EndStep(*state, step);
+    }
+}
+
+void LoggerCore::EndOpenLine()
+{
+    LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
+    if (step && (EndsWithNewline(buffer) || Terminate(buffer))) {
+        HandOver(*state, step);
+    }
+}
+
+void LoggerCore::DropLine()
+{
+    const LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
+}
+
+void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point deadline)
+{
+    if (!IsEnabled()) {
+        return;
+    }
+    EndOpenLine();
+    WatchCallingThread();
+    LineStep step(state->lock, state->lock.Take(LineLock::Entry::Line, deadline));
+    if (!step) {
+        return;
+    }
+    if (last) {
+        state->writers.Refuse();
+    }
+    Begin(*state, LogType::Notice);
+    buffer << text;
+    if (Terminate(buffer)) {
+        HandOver(*state, step);
+    }
+    if (last) {
+        state->writers.TellToEnd();
+        lineReady.Notify();
+    }
+}
+
+void LoggerCore::Close()
+{
+    const Control control(*state);
+    if (!control) {
+        return;  // The policy calls this from its own Close() or SetOutput().
+    }
+    state->writers.Refuse();
+    state->lock.Drop();
+    state->writers.TellToEnd();
+    lineReady.Notify();
+    // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
+    const Clock::duration longest =
+        state->writers.AwaitStopped() ? Clock::duration(longestWaitForPolicy) : Clock::duration(0);
+    const auto close = [this] { state->calls.close(state->policy); };
+    if (!CallPolicy(*state, longest, close)) {
+        close();
+    }
+}
+
+}  // namespace Tolvex::Ilog

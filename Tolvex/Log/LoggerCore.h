@@ -1,0 +1,119 @@
+/// @file
+/// The part of a logger that does not depend on its policy. Applications use LoggerBase; see
+/// examples/LogLines.cpp.
+#pragma once
+
+#include <chrono>
+#include <locale>
+#include <memory>
+#include <ostream>
+#include <pthread.h>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "Tolvex/Base/SharedValue.h"
+#include "Tolvex/Interfaces/ISemaphore.h"
+#include "Tolvex/Log/LogType.h"
+#include "Tolvex/Types/Export.h"
+#include "Tolvex/Types/LogModule.h"
+
+namespace Tolvex::Ilog {
+
+struct LoggerState;
+
+/// A manipulator such as std::endl.
+using LogManipulator = std::ostream& (*)(std::ostream&);
+
+/// What can be appended to a line: one of the types of LogValue, a module or a manipulator.
+using LogArgument =
+    std::variant<LogModule, const char*, int, double, std::string_view, LogManipulator>;
+
+/// The operations of a policy, whatever its class is. Each takes the address of the policy.
+struct PolicyCalls
+{
+    void (*writeHeader)(void* policy, LogType type);
+    void (*write)(void* policy, const std::string& line);
+    void (*setOutput)(void* policy, const std::string& name);
+    /// As setOutput, at the start of a log: the first line then begins on a line of its own.
+    void (*openOutput)(void* policy, const std::string& name);
+    void (*close)(void* policy);
+};
+
+/// The operations of one class of policies. A policy may have RepairEnd(), as FileLogPolicy does.
+template <typename Policy>
+inline constexpr PolicyCalls policyCallsOf = {
+    [](void* policy, LogType type) { static_cast<Policy*>(policy)->WriteHeader(type); },
+    [](void* policy, const std::string& line) { static_cast<Policy*>(policy)->Write(line); },
+    [](void* policy, const std::string& name) { static_cast<Policy*>(policy)->SetOutput(name); },
+    [](void* policy, const std::string& name) {
+        Policy& opened = *static_cast<Policy*>(policy);
+        opened.SetOutput(name);
+        if constexpr (requires { opened.RepairEnd(); }) {
+            opened.RepairEnd();
+        }
+    },
+    [](void* policy) { static_cast<Policy*>(policy)->Close(); },
+};
+
+/// Composes the lines of a logger and has a writer thread hand them to the policy.
+///
+/// LoggerBase documents the operations: those of the same name do what it says there.
+/// @par Thread safety
+/// As LoggerBase.
+class TOLVEX_EXPORT LoggerCore
+{
+public:
+    /// Makes a disabled logger. Starts no thread.
+    /// @param calls   How to call the policy; must outlive this object.
+    /// @param policy  Not owned; must outlive this object.
+    LoggerCore(const PolicyCalls& calls, void* policy);
+
+    /// Closes the logger; see ~LoggerBase().
+    ~LoggerCore();
+
+    LoggerCore(const LoggerCore&) = delete;
+    LoggerCore& operator=(const LoggerCore&) = delete;
+
+    void SetThreadName(const std::string& name) { threadName = name; }
+    bool IsEnabled() const { return Base::LoadShared(enabled); }
+
+    /// @return the locale that lines are formatted in: the global one when the logger was made.
+    std::locale Locale() const;
+
+    /// Enables the logger.
+    /// @param output  Where the lines go from now on; null for where they went before. Not owned.
+    /// @return false when nothing has changed.
+    bool Enable(const std::string* output);
+    bool ChangeOutput(const std::string& name);
+    void WriteHeader(LogType type);
+
+    /// Appends to the line that the calling thread has begun. std::endl ends the line.
+    /// @param argument  A null text makes the values after it fail; a null manipulator does
+    /// nothing.
+    void Append(const LogArgument& argument);
+    void CheckEndOfStream();
+    void EndOpenLine();
+    void DropLine();
+
+    /// Writes a whole notice, unless the logger is disabled or the line lock cannot be had in time.
+    /// @param text      Without the newline.
+    /// @param last      No other line begins once this one has begun; the caller then calls
+    /// Close().
+    /// @param deadline  When to give up.
+    void WriteNotice(std::string_view text, bool last,
+                     std::chrono::steady_clock::time_point deadline);
+    void Close();
+
+private:
+    std::stringstream buffer;            ///< the line; belongs to the thread that has the lock
+    std::shared_ptr<LoggerState> state;  ///< the line lock and more; shared with the writers
+    Interfaces::ISemaphore lineReady;    ///< one token per complete line, and one per Close()
+    std::string threadName;
+    pthread_t writerHandle = 0;  ///< of the writer that was started last
+    bool enabled = false;        ///< shared: lines are accepted
+    bool stopped = true;         ///< shared: there is no writer
+};
+
+}  // namespace Tolvex::Ilog

@@ -1,0 +1,46 @@
+/// @file
+/// The beginning of a log line: time, temperature and tag.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <ctime>
+#include <ostream>
+
+#include "Tolvex/Log/LogType.h"
+
+namespace Tolvex::Util {
+class TemperatureMonitor;
+}
+
+namespace Tolvex::Ilog {
+
+/// Makes "[2024-05-01 12:00:07][47C][ERROR]". Keeps the text of the time for one second.
+///
+/// A changed wall clock shows in the next line. A changed time zone does, too, if its offset
+/// differs from UTC by another amount; otherwise in the next second.
+/// @par Thread safety
+/// Caller serialises; different objects at the same time.
+class LineHeader
+{
+public:
+    /// Inserts the header of a line that begins now. The first one makes the temperature monitor.
+    /// @throws std::system_error when a lock cannot be taken; std::bad_alloc.
+    void InsertInto(std::ostream& stream, LogType type);
+
+    /// Keep all threads out of the C library's functions for the time zone and for timers while the
+    /// process forks: the locks of those functions would stay taken in the child.
+    static void LockForFork();
+    static void UnlockAfterFork();
+
+private:
+    void Refresh(std::time_t now);
+
+    std::array<char, 96> text{};  ///< begins with the time in brackets; longer than any header
+    std::size_t timeLength = 0;   ///< 0: no time yet
+    std::time_t second = 0;       ///< that the time shows
+    long zone = 0;                ///< offset from UTC that the time shows, in seconds
+    Util::TemperatureMonitor* monitor = nullptr;
+};
+
+}  // namespace Tolvex::Ilog

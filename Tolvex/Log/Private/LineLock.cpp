@@ -1,0 +1,207 @@
+#include "Tolvex/Log/Private/LineLock.h"
+
+#include <system_error>
+
+#include "Tolvex/Base/Private/NoCancellation.h"
+
+namespace Tolvex::Ilog {
+
+using Base::CallingThread;
+using Base::ThreadId;
+
+bool LineLock::Take(Entry entry, Deadline deadline)
+{
+    const std::uintptr_t ignoredFlags = entry == Entry::Policy ? refusing : 0;
+    if (TryTake(waiting | ignoredFlags)) {
+        return true;
+    }
+    if (Owner() == CallingThread()) {
+        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+    }
+    return Await(ignoredFlags, deadline);
+}
+
+/// Takes the line if it is free and no flag is set except those allowed.
+bool LineLock::TryTake(std::uintptr_t allowedFlags)
+{
+    std::uintptr_t seen = word.load(std::memory_order_relaxed);
+    while ((seen & ~allowedFlags) == Free) {
+        if (word.compare_exchange_weak(seen, CallingThread() | Inserting | (seen & ~reserved))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// The slow part of Take(): spins, then sleeps in the queue.
+bool LineLock::Await(std::uintptr_t ignoredFlags, Deadline deadline)
+{
+    // As with a std::mutex, waiting for the lock is no cancellation point.
+    const Base::NoCancellation scope;
+    SpinUntilFree(waiting | ignoredFlags);
+    if (TryTake(waiting | ignoredFlags)) {
+        return true;
+    }
+
+    LineQueue::Place place;
+    std::unique_lock lock(mutex);
+    queue.Append(place);
+    bool taken = false;
+    for (;;) {
+        // The flag first: a thread that frees the line after this thread has tried sees the flag.
+        UpdateWaiting();
+        taken = queue.IsFirst(place) && TryTake(waiting | reserved | ignoredFlags);
+        if (taken || (word & refusing & ~ignoredFlags) != 0) {
+            break;
+        }
+
+        lock.unlock();
+        const bool woken = place.Sleep(deadline);
+        lock.lock();
+        if (!woken) {
+            if (queue.Contains(place)) {
+                break;
+            }
+            place.Sleep(noDeadline);  // The signal of the thread that has taken the place out.
+        }
+
+        // The first line that becomes free from now on is this thread's.
+        word |= reserved;
+        lock.unlock();
+        SpinUntilFree(waiting | reserved | ignoredFlags);
+        lock.lock();
+        wakePending = false;
+        queue.Prepend(place);
+    }
+
+    if (queue.IsFirst(place) && !taken) {
+        word &= ~reserved;
+    }
+    queue.Remove(place);
+    UpdateWaiting();
+    lock.unlock();
+    if (!taken && CurrentPhase() == Free) {
+        WakeFirst();  // This thread may have been woken for a line that it does not take.
+    }
+    return taken;
+}
+
+/// Spins, unless another thread does so already: more would keep processors from the threads that
+/// have the line.
+void LineLock::SpinUntilFree(std::uintptr_t allowedFlags)
+{
+    if (spinning.exchange(true, std::memory_order_acquire)) {
+        return;
+    }
+    spin.Until([this, allowedFlags] {
+        const std::uintptr_t seen = word.load(std::memory_order_relaxed);
+        return (seen & ~allowedFlags) == Free || (seen & refusing & ~allowedFlags) != 0;
+    });
+    spinning.store(false, std::memory_order_release);
+}
+
+/// Sets the flag when the next thread that frees the line has to wake a thread. Under the mutex.
+void LineLock::UpdateWaiting()
+{
+    if (queue.Empty() || wakePending) {
+        word &= ~waiting;
+    } else {
+        word |= waiting;
+    }
+}
+
+void LineLock::WakeFirst()
+{
+    std::unique_lock lock(mutex);
+    LineQueue::Place* const place = queue.TakeFirst();
+    if (place == nullptr) {
+        return;
+    }
+    wakePending = true;
+    UpdateWaiting();
+    lock.unlock();
+    place->Wake();
+}
+
+bool LineLock::Advance(Phase from, Phase to)
+{
+    const std::uintptr_t before = from | (from == Complete ? 0 : CallingThread());
+    const std::uintptr_t after = to | (to == Complete ? 0 : CallingThread());
+    std::uintptr_t seen = word.load(std::memory_order_relaxed);
+    while ((seen & ~flags) == before) {
+        if (word.compare_exchange_weak(seen, after | (seen & flags))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+LineLock::Phase LineLock::Release(ThreadId owner)
+{
+    std::uintptr_t seen = word.load(std::memory_order_relaxed);
+    do {
+        if ((seen & ~Base::threadIdSpareBits) != owner) {
+            return Free;
+        }
+    } while (!word.compare_exchange_weak(seen, seen & flags));
+    if ((seen & waiting) != 0) {
+        WakeFirst();
+    }
+    return PhaseOf(seen);
+}
+
+void LineLock::Admit()
+{
+    word &= ~refusing;
+}
+
+void LineLock::Refuse()
+{
+    word |= refusing;
+    for (;;) {
+        std::unique_lock lock(mutex);
+        LineQueue::Place* const place = queue.TakeFirst();
+        UpdateWaiting();
+        lock.unlock();
+        if (place == nullptr) {
+            return;
+        }
+        place->Wake();
+    }
+}
+
+void LineLock::Drop()
+{
+    std::uintptr_t seen = word;
+    while (PhaseOf(seen) == Open || PhaseOf(seen) == Inserting) {
+        const std::uintptr_t dropped =
+            PhaseOf(seen) == Open ? seen & flags : (seen & ~phaseMask) | Dropped;
+        if (word.compare_exchange_weak(seen, dropped)) {
+            if (PhaseOf(seen) == Open && (seen & waiting) != 0) {
+                WakeFirst();
+            }
+            return;
+        }
+    }
+}
+
+bool LineLock::Abandon()
+{
+    std::uintptr_t seen = word;
+    while (PhaseOf(seen) == Writing) {
+        if (word.compare_exchange_weak(seen, (seen & ~phaseMask) | Abandoned)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void LineLock::RenewInChild()
+{
+    word = refusing;
+    spinning = false;
+    queue.Clear();
+    wakePending = false;
+}
+
+}  // namespace Tolvex::Ilog

@@ -1,0 +1,129 @@
+/// @file
+/// Who may compose the line of a logger, and who may write it.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+
+#include "Tolvex/Base/Private/AdaptiveSpin.h"
+#include "Tolvex/Base/Private/CallingThread.h"
+#include "Tolvex/Log/Private/LineQueue.h"
+
+namespace Tolvex::Ilog {
+
+/// Mutual exclusion of the lines of one logger.
+///
+/// A thread takes the lock to compose a line and hands the complete line over; the writer takes the
+/// complete line and frees the lock once the line is written. One word holds the owner, the phase
+/// of the line and three flags, so that they change together or not at all:
+///
+///     Free -> Inserting <-> Open          a thread composes
+///             Inserting  -> Complete      the line is handed over; nobody owns it
+///             Complete   -> Taken         the writer copies the text
+///             Taken      -> Writing       the writer is in the policy
+///     any phase with an owner -> Free     Release()
+/// @par Errors
+/// std::system_error when the mutex of the queue cannot be locked.
+/// @par Thread safety
+/// Thread-safe.
+class LineLock
+{
+public:
+    using Deadline = LineQueue::Deadline;
+    static constexpr Deadline noDeadline = Deadline::max();
+
+    enum Phase : std::uintptr_t
+    {
+        Free,
+        Open,       ///< a thread has the line, between two insertions
+        Inserting,  ///< a thread has the line and changes the text
+        Dropped,    ///< as Inserting, but the logger was closed: the line is to be given up
+        Complete,   ///< handed over; owned by no thread
+        Taken,      ///< the writer has the line and still uses the logger
+        Writing,    ///< the writer has the line and uses the policy only
+        Abandoned,  ///< as Writing, but the logger does not exist any more
+    };
+
+    /// Who is let in by Take().
+    enum class Entry
+    {
+        Line,    ///< a thread with a line to compose; not while lines are refused
+        Policy,  ///< a thread that changes the policy; always
+    };
+
+    LineLock() = default;
+    LineLock(const LineLock&) = delete;
+    LineLock& operator=(const LineLock&) = delete;
+
+    /// Waits until the line is free and takes it in phase Inserting. No cancellation point.
+    ///
+    /// Threads that sleep get the line in the order in which they came. A thread that does not
+    /// sleep may overtake them until the first of them has been woken and has found the line taken.
+    /// @param entry     Who asks.
+    /// @param deadline  When to give up; one in the past tries once.
+    /// @return false when lines are refused or the deadline has passed.
+    /// @throws std::system_error resource_deadlock_would_occur when the calling thread has the
+    /// line.
+    bool Take(Entry entry, Deadline deadline = noDeadline);
+
+    /// Changes the phase of a line that is the calling thread's, or Complete, before or after.
+    /// @return false when the line is not the caller's or not in that phase.
+    bool Advance(Phase from, Phase to);
+
+    /// Frees the line that the thread has, if it has one, and wakes the first waiting thread.
+    /// @return the phase in which the line was; Free when the thread had none.
+    Phase Release(Base::ThreadId owner);
+
+    /// Lets lines begin.
+    void Admit();
+
+    /// Refuses lines from now on; waiting threads return from Take(). Leaves the line that is being
+    /// composed to its owner.
+    void Refuse();
+
+    /// Drops the line that is being composed, if there is one.
+    void Drop();
+
+    /// Leaves the line that a writer is writing to that writer: the logger is about to be
+    /// destroyed.
+    /// @return false when no line is being written.
+    bool Abandon();
+
+    Phase CurrentPhase() const { return PhaseOf(word); }
+
+    /// @return the thread that has the line; 0 when it is free or complete.
+    Base::ThreadId Owner() const { return word & ~Base::threadIdSpareBits; }
+
+    /// Keep all other threads out of the queue while the process forks.
+    void LockForFork() { mutex.lock(); }
+    void UnlockAfterFork() { mutex.unlock(); }
+
+    /// In a forked child: free, refusing, without waiting threads. The mutex stays locked.
+    void RenewInChild();
+
+private:
+    static constexpr std::uintptr_t phaseMask = 7;
+    static constexpr std::uintptr_t refusing = 8;   ///< lines do not begin
+    static constexpr std::uintptr_t waiting = 16;   ///< who frees the line wakes the first waiter
+    static constexpr std::uintptr_t reserved = 32;  ///< the line is the first waiter's
+    static constexpr std::uintptr_t flags = refusing | waiting | reserved;
+    static_assert((phaseMask | flags) == Base::threadIdSpareBits);
+
+    static Phase PhaseOf(std::uintptr_t value) { return static_cast<Phase>(value & phaseMask); }
+    bool TryTake(std::uintptr_t allowedFlags);
+    bool Await(std::uintptr_t ignoredFlags, Deadline deadline);
+    void SpinUntilFree(std::uintptr_t allowedFlags);
+    void UpdateWaiting();
+    void WakeFirst();
+
+    std::atomic<std::uintptr_t> word = refusing;  ///< owner, Phase and flags
+    std::atomic<bool> spinning = false;           ///< a thread spins for the line
+    Base::AdaptiveSpin spin;                      ///< used by the thread that has set spinning
+
+    std::mutex mutex;          ///< guards what follows; held for one change of it
+    LineQueue queue;           ///< the threads that sleep in Take()
+    bool wakePending = false;  ///< a thread was woken and has not looked at the line yet
+};
+
+}  // namespace Tolvex::Ilog
