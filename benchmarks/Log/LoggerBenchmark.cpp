@@ -4,16 +4,12 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
-#include <cstring>
-#include <fcntl.h>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <semaphore>
 #include <string>
-#include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -24,20 +20,23 @@
 
 #include "Tolvex/Log/LogLine.h"
 
+#include "benchmarks/Log/Lines.h"
+
 namespace {
 
 using Tolvex::LogModule;
+using Tolvex::Benchmarks::AppendToFile;
+using Tolvex::Benchmarks::composedLine;
+using Tolvex::Benchmarks::HandOver;
+using Tolvex::Benchmarks::payload;
+using Tolvex::Benchmarks::ScratchPath;
+using Tolvex::Benchmarks::StartProducers;
+using Tolvex::Benchmarks::TolvexFourSteps;
 using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 
 constexpr int linesPerThread = 2000;
-const std::string payload = "the text of a line that is about as long as such lines are, number ";
-
-std::string ScratchPath()
-{
-    return (std::filesystem::temp_directory_path() / "tolvex-benchmark.log").string();
-}
 
 /// Has producers write lines at once and reports the time of a line and the callers' latencies.
 template <typename WriteLine, typename Finish>
@@ -48,7 +47,8 @@ void Measure(benchmark::State& state, WriteLine writeLine, Finish finish)
     std::vector<double> latencies;
     for ([[maybe_unused]] auto round : state) {
         std::vector<std::vector<double>> own(producers);
-        const auto produce = [&](std::vector<double>& times) {
+        const auto produce = [&](std::size_t number) {
+            std::vector<double>& times = own[number];
             times.reserve(linesPerThread);
             for (int line = 0; line < linesPerThread; ++line) {
                 const auto start = Clock::now();
@@ -57,13 +57,7 @@ void Measure(benchmark::State& state, WriteLine writeLine, Finish finish)
             }
         };
         const auto start = Clock::now();
-        std::vector<std::thread> threads;
-        for (std::vector<double>& times : own) {
-            threads.emplace_back(produce, std::ref(times));
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        StartProducers(producers, produce).clear();  // joins them
         finish();
         state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
         for (const std::vector<double>& times : own) {
@@ -85,18 +79,6 @@ void Measure(benchmark::State& state, WriteLine writeLine, Finish finish)
     std::filesystem::remove(ScratchPath());
 }
 
-const std::string composedLine = "[2024-05-01 12:00:07][ERROR][#WNET]" + payload + "1234\n";
-
-/// What a line needs of the system.
-void AppendToFile(const char* path, std::string_view text)
-{
-    const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-    if (write(file, text.data(), text.size()) < 0) {
-        std::abort();
-    }
-    close(file);
-}
-
 void BM_SystemCalls(benchmark::State& state)
 {
     const std::string path = ScratchPath();
@@ -104,85 +86,19 @@ void BM_SystemCalls(benchmark::State& state)
         state, [&](int) { AppendToFile(path.c_str(), composedLine); }, [] {});
 }
 
-/// A second thread that opens, appends, closes; each line waits for the one before.
-class Floor
+/// Subject: the file logger, one line by LogLine.
+class TolvexLogLine : public TolvexFourSteps
 {
 public:
-    explicit Floor(std::string file) : path(std::move(file)), writer([this] { Run(); }) {}
-
-    ~Floor()
-    {
-        idle.acquire();
-        line.clear();
-        ready.release();
-        writer.join();
-    }
-
-    void Write(std::string_view text)
-    {
-        idle.acquire();
-        line.assign(text);
-        ready.release();
-    }
-
-    void Finish()
-    {
-        idle.acquire();
-        idle.release();
-    }
-
-private:
-    void Run()
-    {
-        for (ready.acquire(); !line.empty(); ready.acquire()) {
-            AppendToFile(path.c_str(), line);
-            idle.release();
-        }
-    }
-
-    std::string path;
-    std::string line;
-    std::binary_semaphore idle{1};
-    std::binary_semaphore ready{0};
-    std::thread writer;
+    void Write(int number) { LogLine(LogType::Error, LogModule::WNET) << payload << number; }
 };
 
-void BM_Floor(benchmark::State& state)
+template <typename Subject>
+void MeasureSubject(benchmark::State& state)
 {
-    Floor floor(ScratchPath());
+    Subject subject;
     Measure(
-        state, [&](int) { floor.Write(composedLine); }, [&] { floor.Finish(); });
-}
-
-void BM_Logger(benchmark::State& state)
-{
-    Logger& logger = *Logger::GetInstance();
-    logger.EnableFile(ScratchPath());
-    Measure(
-        state,
-        [&](int line) {
-            logger.WriteHeader(LogType::Error);
-            logger << LogModule::WNET << payload << line << std::endl;
-        },
-        [&] {
-            // The next header comes through when the last line has been written.
-            logger.WriteHeader(LogType::Error);
-            logger.DropLine();
-        });
-    logger.CloseFile();
-}
-
-void BM_LogLine(benchmark::State& state)
-{
-    Logger& logger = *Logger::GetInstance();
-    logger.EnableFile(ScratchPath());
-    Measure(
-        state, [&](int line) { LogLine(LogType::Error, LogModule::WNET) << payload << line; },
-        [&] {
-            logger.WriteHeader(LogType::Error);
-            logger.DropLine();
-        });
-    logger.CloseFile();
+        state, [&](int line) { subject.Write(line); }, [&] { subject.Finish(); });
 }
 
 /// What spdlog needs to open and close the file for every line.
@@ -234,9 +150,13 @@ void BM_GlogFlushed(benchmark::State& state)
 }
 
 BENCHMARK(BM_SystemCalls)->Arg(1)->Arg(4)->UseManualTime();
-BENCHMARK(BM_Floor)->Arg(1)->Arg(4)->UseManualTime();
-BENCHMARK(BM_Logger)->Arg(1)->Arg(4)->UseManualTime();
-BENCHMARK(BM_LogLine)->Arg(1)->Arg(4)->UseManualTime();
+BENCHMARK(MeasureSubject<HandOver<std::binary_semaphore>>)
+    ->Name("BM_Floor")
+    ->Arg(1)
+    ->Arg(4)
+    ->UseManualTime();
+BENCHMARK(MeasureSubject<TolvexFourSteps>)->Name("BM_Logger")->Arg(1)->Arg(4)->UseManualTime();
+BENCHMARK(MeasureSubject<TolvexLogLine>)->Name("BM_LogLine")->Arg(1)->Arg(4)->UseManualTime();
 BENCHMARK(BM_SpdlogReopening)->Arg(1)->Arg(4)->UseManualTime();
 BENCHMARK(BM_SpdlogFlushed)->Arg(1)->Arg(4)->UseManualTime();
 BENCHMARK(BM_GlogFlushed)->Arg(1)->Arg(4)->UseManualTime();
