@@ -311,6 +311,34 @@ def log_lines(goals):
     return contest
 
 
+def log_hand_over(goals):
+    program = Program("Log.HandOverBenchmark")
+    names = {"Tolvex": "Tolvex", "condition variable": "condition_variable", "bare futex": "futex",
+             "std::binary_semaphore": "binary_semaphore"}
+    loads = {"1 producer": "1_producer", "4 producers": "4_producers",
+             "1 producer, beside two busy loops": "1_producer_busy",
+             "4 producers, beside two busy loops": "4_producers_busy",
+             "1 producer, one core": "1_producer_one_core",
+             "4 producers, one core": "4_producers_one_core",
+             "4 producers, 100 lines a second each": "4_producers_sparse"}
+    limits = {"1_producer_one_core": 1, "4_producers_one_core": 1, "4_producers_sparse": 1.15}
+    rows = []
+    for what, load in loads.items():
+        cost, wall = ({name: 1e9 * program.counter(f"{case}/{load}/iterations:1", counter)
+                       for name, case in names.items()}
+                      for counter in ("cpu_per_line", "wall_per_line"))
+        rows.append([what, *(f"{show(cost[name], 'ns')} ({show(wall[name], 'ns')})"
+                             for name in names)])
+        if load in limits:
+            goals.at_most(f"Log: processor time of a line, {what}, by the condition variable's",
+                          limits[load], cost["Tolvex"] / cost["condition variable"])
+    return ("### Handing a line over\n\nProcessor time of a line, of all threads together, and in "
+            "parentheses wall time. Tolvex composes the line too; the others pass a ready-made line "
+            "to a second thread, which opens, appends and closes. A line waits until the line before "
+            "has been written. One core: the process may use no other.\n\n"
+            + table(["", *names], rows))
+
+
 def threads(goals):
     asynchronous = Program("Util.IAsyncBenchmark")
     semaphore = Program("Interfaces.ISemaphoreBenchmark")
@@ -458,7 +486,7 @@ def machine():
 def main():
     CHARTS.mkdir(parents=True, exist_ok=True)
     goals = Goals()
-    log = log_lines(goals)
+    log, hand_over = log_lines(goals), log_hand_over(goals)
     thread_contest, thread_table = threads(goals)
     reading = json_contest(
         "read", "JSON: text to tree to destroyed", "json-read",
@@ -481,7 +509,8 @@ def main():
         table(["What", "Goal", "Measured", "Met"], goals.rows),
         "## Against others\n",
         contest_section(reading), contest_section(writing), growth, memory,
-        contest_section(log), contest_section(thread_contest), thread_table, timers(),
+        contest_section(log), hand_over, contest_section(thread_contest), thread_table,
+        timers(),
         contest_section(ring_contest), contest_section(replace_contest),
         contest_section(crypto_contest),
         f"### Sun\n\nSunrise and sunset of a place and a day: {show(sun, 'ns')}.\n",
