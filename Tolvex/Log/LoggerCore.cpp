@@ -1,8 +1,11 @@
 #include "Tolvex/Log/LoggerCore.h"
 
+#include <algorithm>
+#include <array>
 #include <exception>
 #include <new>
 #include <system_error>
+#include <type_traits>
 #include <utility>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
@@ -207,14 +210,29 @@ void Begin(LoggerState& state, LogType type)
     state.header.InsertInto(state.buffer, type);
 }
 
+/// Inserts "[#", the text of the module, and "]".
+void Insert(std::stringstream& buffer, LogModule module)
+{
+    const std::string& text = Util::EnumString<LogModule>::From(module);
+    // In one piece: each insertion into a stream takes some hundred instructions.
+    std::array<char, 64> tag{'[', '#'};
+    if (text.size() > tag.size() - 3) {
+        buffer << "[#" << text << ']';
+        return;
+    }
+    // Required: the tag is there also for a module without a text, then empty.
+    char* const end = std::copy(text.begin(), text.end(), tag.data() + 2);
+    *end = ']';
+    buffer.write(tag.data(), end + 1 - tag.data());
+}
+
 /// Inserts a module or a value.
 void Insert(std::stringstream& buffer, const LogArgument& argument)
 {
     std::visit(
         [&buffer](auto value) {
             if constexpr (std::is_same_v<decltype(value), LogModule>) {
-                // Required: the tag is there also for a module without a text, then empty.
-                buffer << "[#" << Util::EnumString<LogModule>::From(value) << ']';
+                Insert(buffer, value);
             } else {
                 buffer << value;
             }
