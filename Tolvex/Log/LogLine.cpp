@@ -1,6 +1,5 @@
 #include "Tolvex/Log/LogLine.h"
 
-#include <algorithm>
 #include <exception>
 #include <locale>
 
@@ -15,22 +14,12 @@ LogLine::Text::int_type LogLine::Text::overflow(int_type character)
         return traits_type::not_eof(character);  // GCOV_EXCL_LINE: no std::ostream asks for this
     }
 
-    const std::string_view collected = View();
-    std::string larger;
-    larger.reserve(2 * collected.size());
-    larger.assign(collected);
-    larger.push_back(traits_type::to_char_type(character));
-    const std::size_t used = larger.size();
-    larger.resize(larger.capacity());
-
+    std::string larger(2 * View().size(), '\0');
+    char* const end = larger.data() + View().copy(larger.data(), View().size());
+    *end = traits_type::to_char_type(character);
     grown = std::move(larger);
-    setp(grown.data(), grown.data() + grown.size());
-    // In steps of the int that pbump() takes.
-    for (std::size_t left = used; left != 0;) {
-        const int step = static_cast<int>(std::min<std::size_t>(left, 1U << 30U));
-        pbump(step);
-        left -= static_cast<std::size_t>(step);
-    }
+    begin = grown.data();
+    setp(end + 1, begin + grown.size());
     return character;
 }
 

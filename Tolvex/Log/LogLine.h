@@ -91,10 +91,7 @@ private:
     public:
         Text() { setp(inPlace.data(), inPlace.data() + inPlace.size()); }
 
-        std::string_view View() const
-        {
-            return {pbase(), static_cast<std::size_t>(pptr() - pbase())};
-        }
+        std::string_view View() const { return {begin, static_cast<std::size_t>(pptr() - begin)}; }
 
     protected:
         int_type overflow(int_type character) override;
@@ -102,6 +99,7 @@ private:
     private:
         std::array<char, 256> inPlace;
         std::string grown;
+        char* begin = inPlace.data();  ///< of the text; pbase() is where the last growth ended
     };
 
     LogLine(LogType type, std::optional<LogModule> module);

@@ -1,8 +1,6 @@
 #include "Tolvex/Log/LogPolicy.h"
 
-#include <array>
 #include <cerrno>
-#include <charconv>
 #include <fcntl.h>
 #include <iostream>
 #include <optional>
@@ -95,25 +93,11 @@ std::optional<ColorCode> ColorOf(LogType type)
     return std::nullopt;
 }
 
-/// The escape sequence that switches to a colour.
-class Escape
+/// @return the escape sequence that switches to a colour.
+std::string Escape(ColorCode code)
 {
-public:
-    explicit Escape(ColorCode code)
-        : end(std::to_chars(text.data() + 2, &text.back(), static_cast<int>(code)).ptr)
-    {
-        *end++ = 'm';
-    }
-
-    std::string_view Text() const
-    {
-        return {text.data(), static_cast<std::size_t>(end - text.data())};
-    }
-
-private:
-    std::array<char, 16> text{'\x1B', '['};
-    char* end;
-};
+    return "\x1B[" + std::to_string(static_cast<int>(code)) + 'm';
+}
 
 }  // namespace
 
@@ -194,17 +178,16 @@ void ConsoleLogPolicy::Write(const std::string& line)
     }
     // One piece, so that nothing that another thread prints takes the colour. No member: a write
     // that hangs may outlast the policy.
-    std::string colored(Escape(*color).Text());
+    std::string colored = Escape(*color);
     // Required: the colour is reset after the newline that ends the line.
-    colored.append(line).append(Escape(ColorCode::Default).Text());
+    colored.append(line).append(Escape(ColorCode::Default));
     std::cout.write(colored.data(), static_cast<std::streamsize>(colored.size()));
 }
 
 std::ostream& operator<<(std::ostream& stream, const ColoredLog& color)
 {
-    const Escape escape(color.code);
-    const std::string_view text = escape.Text();
-    return stream.write(text.data(), static_cast<std::streamsize>(text.size()));
+    const std::string escape = Escape(color.code);
+    return stream.write(escape.data(), static_cast<std::streamsize>(escape.size()));
 }
 
 }  // namespace Tolvex::Ilog

@@ -13,27 +13,6 @@ namespace {
 
 constexpr std::chrono::milliseconds longestWaitForNotice(2100);
 
-/// Leaves no line open when a call ends by an exception or a cancellation.
-class LineGuard
-{
-public:
-    explicit LineGuard(Logger& guarded) : logger(&guarded) {}
-    ~LineGuard()
-    {
-        if (logger != nullptr) {
-            logger->DropLine();
-        }
-    }
-
-    LineGuard(const LineGuard&) = delete;
-    LineGuard& operator=(const LineGuard&) = delete;
-
-    void Dismiss() { logger = nullptr; }
-
-private:
-    Logger* logger;
-};
-
 }  // namespace
 
 Logger* Logger::instance = nullptr;
@@ -70,19 +49,16 @@ bool Logger::EnableFile(const std::string& fileName)
     return !fileName.empty() && fileLogger->core.Enable(&fileName);
 }
 
-bool Logger::EnableConsole()
+/// Leaves no line open in one logger when an exception or a cancellation ends the call for another.
+template <typename Action>
+void Logger::Compose(const Action& action)
 {
-    return consoleLogger->Enable();
-}
-
-void Logger::CloseFile()
-{
-    fileLogger->Close();
-}
-
-void Logger::CloseConsole()
-{
-    consoleLogger->Close();
+    try {
+        ForEachEnabled(action);
+    } catch (...) {
+        DropLine();
+        throw;
+    }
 }
 
 void Logger::BeginLines(LogType type)
@@ -91,22 +67,13 @@ void Logger::BeginLines(LogType type)
     // while waiting for the file, against the order of the locks.
     ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });
 
-    LineGuard guard(*this);
-    ForEachEnabled([type](LoggerCore& core) { core.WriteHeader(type); });
-    guard.Dismiss();
+    Compose([type](LoggerCore& core) { core.WriteHeader(type); });
 }
 
 Logger& Logger::Append(const LogArgument& argument)
 {
-    LineGuard guard(*this);
-    ForEachEnabled([&argument](LoggerCore& core) { core.Append(argument); });
-    guard.Dismiss();
+    Compose([&argument](LoggerCore& core) { core.Append(argument); });
     return *this;
-}
-
-void Logger::DropLine()
-{
-    ForEachEnabled([](LoggerCore& core) { core.DropLine(); });
 }
 
 void Logger::RunIgnitionOff()

@@ -58,13 +58,13 @@ public:
 
     /// Logs to standard output from now on.
     /// @return false when the writer thread cannot be created; then nothing has changed.
-    bool EnableConsole();
+    bool EnableConsole() { return consoleLogger->Enable(); }
 
     /// Stops logging to the file; see LoggerBase::Close(). Blocks as that does.
-    void CloseFile();
+    void CloseFile() { fileLogger->Close(); }
 
     /// Stops logging to standard output; see LoggerBase::Close(). Blocks as that does.
-    void CloseConsole();
+    void CloseConsole() { consoleLogger->Close(); }
 
     /// @return whether lines go to the file.
     bool IsFileEnabled() const { return fileLogger->IsEnabled(); }
@@ -116,7 +116,10 @@ public:
     }
 
     /// Drops the lines that the calling thread has left open, if there are any.
-    void DropLine();
+    void DropLine()
+    {
+        ForEachEnabled([](LoggerCore& core) { core.DropLine(); });
+    }
 
     /// Logs "All triggers have been stopped" as a notice, and stops logging to the file.
     ///
@@ -151,6 +154,8 @@ private:
         return any;
     }
 
+    template <typename Action>
+    void Compose(const Action& action);
     void BeginLines(LogType type);
     Logger& Append(const LogArgument& argument);
 

@@ -24,38 +24,33 @@ namespace {
 
 constexpr std::chrono::milliseconds longestWaitForPolicy(2100);
 
-/// One Enable() or Close() at a time. Disables cancellation while it exists.
+/// One Enable() or Close() at a time; a second one on the same thread, out of the policy, does not
+/// enter. Disables cancellation while it exists.
 class Control
 {
 public:
-    /// Blocks while another thread is in Enable() or Close(). Does not enter a second time on the
-    /// same thread.
-    explicit Control(LoggerState& loggerState)
-        : state(loggerState), entered(loggerState.controlling != CallingThread())
+    explicit Control(LoggerState& state) : controlling(state.controlling)
     {
-        if (entered) {
-            state.control.lock();
-            state.controlling = CallingThread();
+        if (controlling != CallingThread()) {
+            lock = std::unique_lock(state.control);
+            controlling = CallingThread();
         }
     }
     ~Control()
     {
-        if (entered) {
-            state.controlling = 0;
-            state.control.unlock();
+        if (lock) {
+            controlling = 0;
         }
     }
-
     Control(const Control&) = delete;
     Control& operator=(const Control&) = delete;
 
-    /// @return false when the calling thread is in the middle of another call: the policy calls.
-    explicit operator bool() const { return entered; }
+    explicit operator bool() const { return lock.owns_lock(); }
 
 private:
     const Base::NoCancellation scope;
-    LoggerState& state;
-    bool entered;
+    std::unique_lock<std::mutex> lock;
+    std::atomic<Base::ThreadId>& controlling;
 };
 
 /// The calling thread's right to use the buffer and the policy. Whatever ends the scope early, an
@@ -63,32 +58,30 @@ private:
 class LineStep
 {
 public:
-    explicit LineStep(LineLock& lineLock, bool haveLine) : lock(haveLine ? &lineLock : nullptr) {}
+    LineStep(LineLock& lineLock, bool lineTaken) : lock(lineLock), taken(lineTaken) {}
     ~LineStep()
     {
-        if (lock != nullptr) {
-            lock->Release(CallingThread());
+        if (taken) {
+            lock.Release(CallingThread());
         }
     }
-
     LineStep(const LineStep&) = delete;
     LineStep& operator=(const LineStep&) = delete;
 
-    explicit operator bool() const { return lock != nullptr; }
+    explicit operator bool() const { return taken; }
 
     /// Ends the step as intended: the line stays open, or is complete.
     /// @return false when the logger was closed meanwhile; the line is given up then.
     bool End(LineLock::Phase phase)
     {
-        if (!lock->Advance(LineLock::Inserting, phase)) {
-            return false;
-        }
-        lock = nullptr;
-        return true;
+        const bool ended = lock.Advance(LineLock::Inserting, phase);
+        taken = !ended;
+        return ended;
     }
 
 private:
-    LineLock* lock;
+    LineLock& lock;
+    bool taken;
 };
 
 /// Makes the buffer empty, good and formatting as a new stream does. Keeps its memory.
@@ -132,75 +125,62 @@ bool IsEndl(LogManipulator manipulator)
     return manipulator == static_cast<LogManipulator>(std::endl);
 }
 
-/// What a writer's thread starts from.
-struct WriterStart
+/// A writer of a logger. Made by the logger, then owned by the writer's thread.
+class Writer
 {
-    std::shared_ptr<LoggerState> state;
-    std::uint32_t number;
-};
-
-/// Tells the logger, if there still is one, that a writer's thread ends.
-struct WriterScope
-{
-    explicit WriterScope(const WriterStart& writer) : start(writer)
+public:
+    explicit Writer(std::shared_ptr<LoggerState> loggerState)
+        : state(std::move(loggerState)), number(state->writers.Announce())
     {
-        start.state->writers.Begin(start.number);
     }
-    ~WriterScope() { start.state->writers.Gone(start.number); }
-    WriterScope(const WriterScope&) = delete;
-    WriterScope& operator=(const WriterScope&) = delete;
+    /// Also when the thread could not be created or was cancelled.
+    ~Writer() { state->writers.Gone(number); }
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
 
-    const WriterStart& start;
-};
-
-/// Writes the line that the writer has taken. @return false when the logger does not exist any
-/// more.
-bool WriteLine(LoggerState& state, std::string& text)
-{
-    try {
-        text.assign(state.buffer.view());
-        // From here on the logger may be destroyed: only the policy and the text are used.
-        state.lock.Advance(LineLock::Taken, LineLock::Writing);
-        state.calls.write(state.policy, text);
-    } catch (const std::exception&) {
-        // The line is lost; the next one is not.
+    static void* Run(void* writer)
+    {
+        const std::unique_ptr<Writer> self(static_cast<Writer*>(writer));
+        self->state->writers.Begin(self->number);
+        while (self->WriteLines()) {
+        }
+        return nullptr;
     }
-    ++state.written;
-    return state.lock.Release(CallingThread()) != LineLock::Abandoned;
-}
 
-void* RunWriter(void* argument)
-{
-    const std::unique_ptr<WriterStart> start(static_cast<WriterStart*>(argument));
-    const WriterScope scope(*start);
-    LoggerState& state = *start->state;
-    std::string text;
-    for (;;) {
-        state.lineReady.Wait();
-        Step step = Step::Write;
-        while ((step = state.writers.Next(start->number)) == Step::Write) {
-            if (!WriteLine(state, text)) {
-                return nullptr;
+private:
+    /// Waits for a token and writes what is complete. @return false when the writer has to end.
+    bool WriteLines()
+    {
+        state->lineReady.Wait();
+        for (;;) {
+            const Step step = state->writers.Next(number);
+            if (step != Step::Write) {
+                return step == Step::Wait;
+            }
+            WriteLine();
+            if (state->lock.Release(CallingThread()) == LineLock::Abandoned) {
+                return false;
             }
         }
-        if (step == Step::End) {
-            return nullptr;
-        }
     }
-}
 
-/// Starts the writer that was announced with this number. @return false when that is impossible.
-bool StartWriter(const std::shared_ptr<LoggerState>& state, std::uint32_t number,
-                 const std::string& name, pthread_t& handle)
-{
-    std::unique_ptr<WriterStart> start(new (std::nothrow) WriterStart{state, number});
-    if (start == nullptr || Base::StartDetachedThread(handle, name.c_str(), RunWriter, start.get(),
-                                                      Base::SignalHandlers::Blocked) != 0) {
-        return false;
+    void WriteLine()
+    {
+        try {
+            text.assign(state->buffer.view());
+            // From here on the logger may be destroyed: only the policy and the text are used.
+            state->lock.Advance(LineLock::Taken, LineLock::Writing);
+            state->calls.write(state->policy, text);
+        } catch (const std::exception&) {
+            // The line is lost; the next one is not.
+        }
+        ++state->written;
     }
-    static_cast<void>(start.release());  // owned by the thread
-    return true;
-}
+
+    std::shared_ptr<LoggerState> state;
+    std::uint32_t number;
+    std::string text;  ///< the line in hand; keeps its memory
+};
 
 /// Begins the text of a line.
 void Begin(LoggerState& state, LogType type)
@@ -337,11 +317,13 @@ bool LoggerCore::Enable(const std::string* output)
     while (lineReady.TryWait()) {
         // Tokens that the writer before has not taken.
     }
-    const std::uint32_t number = state->writers.Announce();
-    if (!StartWriter(state, number, threadName, writerHandle)) {
-        state->writers.Withdraw();
+    std::unique_ptr<Writer> writer(new (std::nothrow) Writer(state));
+    if (writer == nullptr ||
+        Base::StartDetachedThread(writerHandle, threadName.c_str(), Writer::Run, writer.get(),
+                                  Base::SignalHandlers::Blocked) != 0) {
         return false;
     }
+    static_cast<void>(writer.release());  // owned by its thread
     if (!openOutput()) {
         state->writers.TellToEnd();
         lineReady.Notify();

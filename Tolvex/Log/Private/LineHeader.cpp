@@ -1,5 +1,6 @@
 #include "Tolvex/Log/Private/LineHeader.h"
 
+#include <algorithm>
 #include <charconv>
 #include <mutex>
 #include <string>
@@ -15,26 +16,6 @@ namespace {
 
 constinit std::mutex refreshMutex;  // held while a time is broken down, and during a fork
 
-/// @return the end of the text after the piece was added.
-char* Append(char* end, std::string_view piece)
-{
-    return end + piece.copy(end, piece.size());
-}
-
-std::string_view TagOf(LogType type)
-{
-    switch (type) {
-        case LogType::Error:
-            return "[ERROR]";
-        case LogType::Warning:
-            return "[WARNING]";
-        case LogType::Info:
-        case LogType::Notice:
-            break;
-    }
-    return {};
-}
-
 }  // namespace
 
 void LineHeader::InsertInto(std::ostream& stream, LogType type)
@@ -49,9 +30,13 @@ void LineHeader::InsertInto(std::ostream& stream, LogType type)
     if (monitor->GetTemperatureAvailable()) {
         *end++ = '[';
         end = std::to_chars(end, text.end(), monitor->GetTemperature()).ptr;
-        end = Append(end, "C]");
+        *end++ = 'C';
+        *end++ = ']';
     }
-    end = Append(end, TagOf(type));
+    const std::string_view tag = type == LogType::Error     ? "[ERROR]"
+                                 : type == LogType::Warning ? "[WARNING]"
+                                                            : "";
+    end = std::copy(tag.begin(), tag.end(), end);
     stream.write(text.data(), end - text.data());
 }
 

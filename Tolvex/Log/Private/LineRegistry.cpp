@@ -87,16 +87,6 @@ void UnlockAfterFork(bool inChild)
     registryMutex.unlock();
 }
 
-void UnlockInParent()
-{
-    UnlockAfterFork(false);
-}
-
-void UnlockInChild()
-{
-    UnlockAfterFork(true);
-}
-
 /// @return whether an ended line of the logger is with its writer, which is another thread.
 bool IsBusy(const LoggerState& state)
 {
@@ -106,28 +96,19 @@ bool IsBusy(const LoggerState& state)
     return withWriter && state.lock.Owner() != CallingThread();
 }
 
-bool AllDrained()
-{
-    const std::lock_guard guard(registryMutex);
-    bool drained = true;
-    ForEachLogger([&drained](const LoggerState& state) {
-        drained = drained && (state.written != state.writtenAtExit || !IsBusy(state));
-    });
-    return drained;
-}
-
 /// Required: a line that was ended before exit() is written; a writer that hangs costs 2.1 s.
 void DrainAtExit()
 {
-    {
-        const std::lock_guard guard(registryMutex);
-        ForEachLogger([](LoggerState& state) { state.writtenAtExit = state.written; });
-    }
     // By the clock: on a busy machine each of the short sleeps takes many times its length.
     const auto deadline = std::chrono::steady_clock::now() + longestDrain;
-    while (!AllDrained() && std::chrono::steady_clock::now() < deadline) {
-        Base::SleepFor(pollInterval);
-    }
+    const std::lock_guard guard(registryMutex);
+    ForEachLogger([deadline](const LoggerState& state) {
+        const std::uint32_t written = state.written;
+        while (IsBusy(state) && state.written == written &&
+               std::chrono::steady_clock::now() < deadline) {
+            Base::SleepFor(pollInterval);
+        }
+    });
 }
 
 /// Best effort: a registration that fails for lack of memory does not keep the logger from working.
@@ -137,7 +118,8 @@ void PrepareProcess()
     // Its fork handlers have to be registered before these: handlers run in reverse order, and the
     // lock of the texts is taken while a line is composed.
     Util::EnumStringMutex();
-    pthread_atfork(LockBeforeFork, UnlockInParent, UnlockInChild);
+    pthread_atfork(
+        LockBeforeFork, [] { UnlockAfterFork(false); }, [] { UnlockAfterFork(true); });
     std::atexit(DrainAtExit);
     std::at_quick_exit(DrainAtExit);
 }

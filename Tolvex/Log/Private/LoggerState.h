@@ -45,7 +45,6 @@ struct LoggerState
     std::mutex control;                           ///< held during one Enable() or Close()
     std::atomic<Base::ThreadId> controlling = 0;  ///< the thread that holds control
     std::atomic<std::uint32_t> written = 0;       ///< lines that the writers have finished
-    std::uint32_t writtenAtExit = 0;              ///< when exit() began; see LineRegistry
     bool bufferStale = false;                     ///< a fork left the buffer in an unknown state
     LoggerState* next = nullptr;                  ///< in the registry; under its lock
 };

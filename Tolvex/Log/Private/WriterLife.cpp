@@ -45,13 +45,6 @@ std::uint32_t WriterLife::Announce()
     return ++current;
 }
 
-void WriterLife::Withdraw()
-{
-    const std::lock_guard guard(mutex);
-    toldToEnd = current.load();
-    Base::StoreShared(stoppedFlag, true);
-}
-
 bool WriterLife::Admit()
 {
     const std::lock_guard guard(mutex);
@@ -145,7 +138,7 @@ void WriterLife::Gone(std::uint32_t number)
     if (loggerGone || number != current || Stopped()) {
         return;
     }
-    // The writer was cancelled. No thread is left that could take a line.
+    // Its thread could not be created or was cancelled. No thread is left that could take a line.
     Refuse();
     lock.Drop();
     TellToEnd();

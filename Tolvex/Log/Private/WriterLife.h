@@ -32,8 +32,6 @@ public:
     /// Clears stopped. @return the number of the writer to be created, which is the current one
     /// now.
     std::uint32_t Announce();
-    /// Sets stopped again: the writer could not be created.
-    void Withdraw();
     /// Lets lines begin and sets enabled.
     /// @return false when the writer has ended already; then nothing has changed.
     bool Admit();
@@ -60,7 +58,7 @@ public:
 
     void Begin(std::uint32_t number);
     Step Next(std::uint32_t number);
-    /// The thread ends, perhaps because it was cancelled.
+    /// The thread ends, perhaps because it was cancelled, or could not be created.
     void Gone(std::uint32_t number);
 
     /// In a forked child: there is no writer.
