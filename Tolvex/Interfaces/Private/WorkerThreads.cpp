@@ -1,6 +1,7 @@
-#include "Tolvex/Interfaces/Private/ThreadRoll.h"
+#include "Tolvex/Interfaces/Private/WorkerThreads.h"
 
 #include <algorithm>
+#include <unistd.h>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/Private/Sleep.h"
@@ -8,7 +9,7 @@
 namespace Tolvex::Interfaces {
 namespace {
 
-constexpr std::size_t usualThreads = 4;  ///< room that is there before the first thread
+constexpr std::size_t usualThreads = 4;  ///< reserved before the first thread
 constexpr std::chrono::milliseconds pollPeriod(1);
 
 template <typename Condition>
@@ -17,8 +18,8 @@ void AwaitEndOf(Condition condition, std::chrono::milliseconds limit)
     const auto begin = std::chrono::steady_clock::now();
     while (condition() && std::chrono::steady_clock::now() - begin < limit) {
         {
-            // Cancelled between the sleeps: a sanitizer loses sight of a thread that is cancelled
-            // inside one.
+            // Cancelled between the sleeps: the thread sanitizer cannot follow a thread that is
+            // cancelled inside one.
             const Base::NoCancellation scope;
             Base::SleepFor(pollPeriod);
         }
@@ -28,32 +29,36 @@ void AwaitEndOf(Condition condition, std::chrono::milliseconds limit)
 
 }  // namespace
 
-ThreadRoll::ThreadRoll()
+WorkerThreads::WorkerThreads() : process(getpid())
 {
     threads.reserve(usualThreads);
 }
 
-ThreadRoll::Number ThreadRoll::NextNumber()
+WorkerThreads::RunNumber WorkerThreads::NextRun()
 {
-    // The room is made here, so that nothing can fail once the thread exists.
+    if (!AreOfThisProcess()) {
+        threads.clear();
+        Base::StoreShared(process, getpid());
+    }
+    // Reserved here, so that nothing can fail once the thread exists.
     threads.reserve(threads.size() + 1);
 
-    const Number next = newest + 1 == noNumber ? 1 : newest + 1;
+    const RunNumber next = newest + 1 == noRun ? 1 : newest + 1;
     Base::StoreShared(newest, next);
     return next;
 }
 
-void ThreadRoll::Enter(pthread_t handle, Number number)
+void WorkerThreads::Add(pthread_t handle, RunNumber run)
 {
-    threads.push_back({handle, number, false});
+    threads.push_back({handle, run, false});
 }
 
-void ThreadRoll::Leave(Number number)
+void WorkerThreads::Remove(RunNumber run)
 {
-    std::erase_if(threads, [number](const Entry& entry) { return entry.number == number; });
+    std::erase_if(threads, [run](const Entry& entry) { return entry.run == run; });
 }
 
-void ThreadRoll::MarkAborted(pthread_t handle)
+void WorkerThreads::MarkAborted(pthread_t handle)
 {
     for (Entry& entry : threads) {
         if (pthread_equal(entry.handle, handle) != 0) {
@@ -62,26 +67,33 @@ void ThreadRoll::MarkAborted(pthread_t handle)
     }
 }
 
-bool ThreadRoll::IsAborted(Number number) const
+bool WorkerThreads::IsAborted(RunNumber run) const
 {
-    return std::any_of(threads.begin(), threads.end(), [number](const Entry& entry) {
-        return entry.number == number && entry.aborted;
-    });
+    return std::any_of(threads.begin(), threads.end(),
+                       [run](const Entry& entry) { return entry.run == run && entry.aborted; });
 }
 
-ThreadRoll::Number ThreadRoll::OwnNumber()
+WorkerThreads::RunNumber WorkerThreads::OwnRun()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     for (const Entry& entry : threads) {
         if (pthread_equal(entry.handle, pthread_self()) != 0) {
-            return entry.number;
+            return entry.run;
         }
     }
-    return noNumber;
+    return noRun;
 }
 
-bool ThreadRoll::HasOthers(Others which)
+bool WorkerThreads::AreOfThisProcess() const
 {
+    return Base::LoadShared(process) == getpid();
+}
+
+bool WorkerThreads::HasOthers(Others which)
+{
+    if (!AreOfThisProcess()) {
+        return false;
+    }
     const std::lock_guard<std::mutex> lock(mutex);
     return std::any_of(threads.begin(), threads.end(), [which](const Entry& entry) {
         return pthread_equal(entry.handle, pthread_self()) == 0 &&
@@ -89,23 +101,23 @@ bool ThreadRoll::HasOthers(Others which)
     });
 }
 
-bool ThreadRoll::HasOlder(Number number)
+bool WorkerThreads::HasOlder(RunNumber run)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    return number != noNumber && !threads.empty() && threads.front().number != number;
+    return run != noRun && !threads.empty() && threads.front().run != run;
 }
 
-void ThreadRoll::AwaitOthers(std::chrono::milliseconds limit)
+void WorkerThreads::AwaitOthers(std::chrono::milliseconds limit)
 {
     AwaitEndOf([this] { return HasOthers(Others::All); }, limit);
 }
 
-void ThreadRoll::AwaitOlder(Number number, std::chrono::milliseconds limit)
+void WorkerThreads::AwaitOlder(RunNumber run, std::chrono::milliseconds limit)
 {
-    AwaitEndOf([this, number] { return HasOlder(number); }, limit);
+    AwaitEndOf([this, run] { return HasOlder(run); }, limit);
 }
 
-void ThreadRoll::AwaitOthersNotAborted()
+void WorkerThreads::AwaitOthersNotAborted()
 {
     while (HasOthers(Others::NotAborted)) {
         Base::SleepFor(pollPeriod);
