@@ -6,6 +6,7 @@
 #include <mutex>
 #include <unistd.h>
 
+#include "Tolvex/Base/Private/BlockedSignals.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
 
 namespace Tolvex::Util {
@@ -87,6 +88,10 @@ TemperatureMonitor::TemperatureMonitor() : gate(std::make_shared<Gate>())
 
     gate->monitor = this;
     const auto refresh = [shared = gate](Timer* source) {
+        // glibc 2.36 starts this thread with every signal blocked, also those that report a fault;
+        // the mask of the thread that creates the timer has no influence. Here the faults are
+        // unblocked again, and with any other C library the other signals are blocked.
+        const Base::BlockedSignals noHandlers;
         const std::lock_guard lock(shared->mutex);
         if (shared->monitor != nullptr) {
             shared->monitor->Tick(source);

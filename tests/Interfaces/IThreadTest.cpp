@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <ctime>
 #include <future>
@@ -535,6 +536,29 @@ TEST(IThreadTest, ThreadIsDetachedWithAStackOf524288BytesAndTheNameGiven)
     EXPECT_EQ(inside.stackBytes, 524288U);
     EXPECT_EQ(inside.detachState, PTHREAD_CREATE_DETACHED);
     EXPECT_EQ(inside.name, "worker");
+}
+
+TEST(IThreadTest, ThreadInheritsTheSignalMaskOfItsCreator)
+{
+    sigset_t blocked;
+    sigset_t before;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    ProbeThread probe;
+    std::promise<sigset_t> seen;
+    probe.onRunBefore = [&seen] {
+        sigset_t mask;
+        pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+        seen.set_value(mask);
+    };
+
+    probe.Start();
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+
+    const sigset_t mask = seen.get_future().get();
+    EXPECT_EQ(sigismember(&mask, SIGUSR1), 1);
+    EXPECT_EQ(sigismember(&mask, SIGUSR2), 0);
 }
 
 TEST(IThreadTest, ThreadSeesItsHandleAndThatItRunsBeforeItsFirstHook)

@@ -3,19 +3,51 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "Tolvex/Util/TemperatureMonitor.h"
 
+#include "tests/Support/RealFunction.h"
 #include "tests/Support/ThermalZone.h"
 #include "tests/Support/TimerCalls.h"
+
+namespace {
+
+/// Signal masks, as seen by a read() on another thread than the first one.
+struct MaskOfRefresh
+{
+    std::atomic<bool> seen = false;
+    std::atomic<bool> blocksOrdinary = false;  ///< SIGTERM and SIGUSR1
+    std::atomic<bool> blocksFaults = true;     ///< SIGSEGV or SIGBUS
+};
+
+MaskOfRefresh maskOfRefresh;
+
+}  // namespace
+
+extern "C" ssize_t read(int descriptor, void* buffer, size_t size)
+{
+    static auto* const real = Tolvex::Support::RealFunction<ssize_t(int, void*, size_t)>("read");
+    if (gettid() != getpid()) {
+        sigset_t mask;
+        pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+        maskOfRefresh.blocksOrdinary =
+            sigismember(&mask, SIGTERM) == 1 && sigismember(&mask, SIGUSR1) == 1;
+        maskOfRefresh.blocksFaults =
+            sigismember(&mask, SIGSEGV) == 1 || sigismember(&mask, SIGBUS) == 1;
+        maskOfRefresh.seen = true;
+    }
+    return real(descriptor, buffer, size);
+}
 
 namespace Tolvex::Util {
 namespace {
@@ -64,6 +96,17 @@ TEST_F(TemperatureRefreshTest, ComesEverySixtySecondsOnThreadsWith16384BytesOfSt
     EXPECT_EQ(calls.set[0].times.it_interval.tv_nsec, 0);
     EXPECT_EQ(calls.set[0].times.it_value.tv_sec, 60);
     EXPECT_EQ(calls.set[0].times.it_value.tv_nsec, 0);
+}
+
+TEST_F(TemperatureRefreshTest, RunsNoSignalHandlersButThoseOfFaults)
+{
+    ThermalZone::Write("47250\n");
+
+    const TemperatureMonitor monitor;
+
+    ASSERT_TRUE(Eventually([] { return maskOfRefresh.seen.load(); }));
+    EXPECT_TRUE(maskOfRefresh.blocksOrdinary);
+    EXPECT_FALSE(maskOfRefresh.blocksFaults);
 }
 
 TEST_F(TemperatureRefreshTest, TimerGoesWithTheMonitor)
