@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Holds the include graph: no circle, no include up the layers, no private header in public ones.
+"""Holds the include graph: no circle, no include up the layers, no private header where it is not
+allowed.
 
 A header and its source count as one node. docs/architecture.md says which layer a node is in; a
 source without a header has the layer of the first header that it includes.
@@ -22,7 +23,8 @@ layer = None
 for line in (root / "docs/architecture.md").read_text().split("\n## ")[0].splitlines():
     number = re.match(r"[ |]*(\d)\b", line)
     layer = int(number[1]) if number else layer
-    layers.update((name, layer) for name in re.findall(r"\b[A-Z]\w*/\w+", line) if layer)
+    names = re.findall(r"\b(?!Tolvex/)[A-Z]\w*/(?:Private/)?\w+", line) if layer else []
+    layers.update((name.replace("/Private/", "/"), layer) for name in names)
 
 files = {path.relative_to(root).as_posix(): path.read_text()
          for path in sorted(root.glob("Tolvex/*/**/*")) if path.suffix in (".h", ".cpp")}
@@ -41,6 +43,8 @@ for file, included in includes.items():
             problems.append(f"{file} includes {header}, which is in a layer above")
         if "/Private/" in header and file.endswith(".h") and "/Private/" not in file:
             problems.append(f"{file}, a public header, includes {header}")
+        if "/Private/" in header and header.split("/")[1] not in ("Base", file.split("/")[1]):
+            problems.append(f"{file} includes {header}, which is private to another folder")
 
 cmake = (root / "CMakeLists.txt").read_text()
 installed = re.findall(r"FILE_SET HEADERS(.*?)PRIVATE", cmake, re.S)[0].split()

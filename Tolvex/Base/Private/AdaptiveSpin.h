@@ -1,5 +1,5 @@
 /// @file
-/// A short wait for another thread without sleeping.
+/// Waiting for another thread without sleeping, where that pays. Not installed.
 #pragma once
 
 #include <algorithm>
@@ -17,17 +17,14 @@ inline void RelaxProcessor()
 #endif
 }
 
-/// Spins before sleeping; backs off when spinning fails.
+/// Spins before a sleep that is likely to be short, and less often the less that has paid.
 ///
-/// Putting a thread to sleep and waking it takes tens of microseconds if the processor idles in
-/// between. A wait that is shorter than that is better spent awake. The spin does not yield the
-/// processor: on a busy system the thread would run again only milliseconds later, while a thread
-/// that sleeps runs soon after it is woken.
-///
-/// After a spin that failed the next waits do not spin, and their number doubles with every failure
-/// (exponential backoff). So a thread whose waits are often long rarely spins.
-///
-/// Make one per thread and place of waiting, not one per object that is waited for.
+/// Putting a thread to sleep and waking it takes tens of microseconds where the processor idles in
+/// between, so what comes within that time is better waited for awake. It never yields the
+/// processor: on a busy system the thread would be run again only milliseconds later, while one
+/// that sleeps is run soon after it has been woken. After a spin in vain the next waits go without,
+/// twice as many each time (exponential backoff): a thread that waits long and often does not spin.
+/// Made one per thread and place, not per object waited for: so it needs no synchronisation.
 /// @par Thread safety
 /// Belongs to one thread.
 class AdaptiveSpin
@@ -36,8 +33,8 @@ public:
     /// Spins until the condition holds, for about 50 microseconds at most.
     ///
     /// No cancellation point.
-    /// @param condition  Cheap; reads shared members.
-    /// @return true if the condition held; if not, the caller should sleep.
+    /// @param condition  Cheap; what it reads is shared.
+    /// @return whether the condition held; if not, sleep.
     template <typename Condition>
     bool Until(const Condition& condition)
     {
@@ -77,8 +74,8 @@ private:
         return false;
     }
 
-    int waitsWithout = 0;  ///< number of waits left that do not spin
-    int nextWithout = 1;   ///< value of waitsWithout after the next spin that fails
+    int waitsWithout = 0;  ///< so many waits do not spin
+    int nextWithout = 1;   ///< what waitsWithout becomes after the next spin in vain
 };
 
 }  // namespace Tolvex::Base
