@@ -134,9 +134,8 @@ void CircularBuffer<T>::SetUnallocCallback(std::function<void(T&)> callback)
 template <typename T>
 inline void CircularBuffer<T>::AddNext(const T& element)
 {
-    // Required: the first lap calls no callback; from the second on an empty one throws.
-    // Required: the element is copied after the call, so the callback finds no reference of the
-    // ring's own to it.
+    // Required: the first lap does not call the callback; later an empty callback throws.
+    // Called before the element is copied, so that it sees no reference of the ring to the element.
     if (m_unallocSet && m_full) {
         m_unallocCallback(SlotAt(m_pos));
     }

@@ -90,7 +90,7 @@ template <typename Derived, typename Enum>
 void EnumStringBase<Derived, Enum>::RegisterEnumerator(Enum value, const std::string& text)
 {
     const Lock lock(Mutex());
-    // Required: a text that is already in the table keeps its first value.
+    // Does not replace the value of a text that is already in the table.
     GetMapLocked().emplace(text, value);
 }
 

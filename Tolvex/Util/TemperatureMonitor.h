@@ -13,7 +13,7 @@ namespace Tolvex::Util {
 ///
 /// The process has one monitor. The first GetInstance() or Start() creates it, and it is never
 /// destroyed. Log lines show its value. The refresh runs on a short-lived thread of the C library
-/// with a stack of 16384 bytes, of which it uses about one half. That thread runs no signal
+/// with a stack of 16384 bytes. It uses about one half of the stack. That thread runs no signal
 /// handlers, except those of faults. A child of fork() has no refresh and keeps the last value.
 /// @code
 /// Util::TemperatureMonitor* const monitor = Util::TemperatureMonitor::GetInstance();

@@ -24,9 +24,9 @@ namespace Tolvex::Util {
 /// **Stale expiries.** An expiry may be delivered late, when the timer has been changed in the
 /// meantime:
 /// - After the timer was destroyed it is dropped.
-/// - After Remove(), SetTime() or Create() it still calls the callback, once.
+/// - After Remove(), SetTime() or Create() it still calls the callback.
 /// - If a new timer was built at the address of a destroyed one, it calls the callback of the new
-///   timer, once and early.
+///   timer, early.
 ///
 /// A program that such a call would harm has two ways to avoid it. It can let the callback compare
 /// the clock with the time at which the first call is due. For the last case it can also build the

@@ -18,7 +18,7 @@ int StartDetachedThread(pthread_t& handle, const char* name, void* (*entry)(void
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, workerStackBytes);
 
-    // Required: the attribute object is not destroyed. It holds no memory of its own.
+    // Required: the attribute object is not destroyed. It owns no memory.
     pthread_t created = 0;
     if (const int error = pthread_create(&created, &attributes, entry, argument); error != 0) {
         return error;
