@@ -1,4 +1,4 @@
-// The monitor's refreshes on the threads of its timer, with the 60 seconds between them cut short.
+// The monitor's refreshes on the threads of its timer, with a period far below 60 seconds.
 
 #include <algorithm>
 #include <atomic>
@@ -58,7 +58,7 @@ using Support::TimerCalls;
 
 constexpr std::size_t refreshStackBytes = 16384;
 
-/// Waits until condition holds. @return whether it did, within a long while.
+/// Waits until condition holds. @return false if it does not within 30 seconds.
 template <typename Condition>
 bool Eventually(Condition condition)
 {

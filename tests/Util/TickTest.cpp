@@ -49,7 +49,7 @@ bool IsTickThread()
     return std::string(name) == "Tick";
 }
 
-/// Notes a sleep. @return whether a signal interrupts it: only the first one.
+/// Records a sleep. @return true if a signal interrupts it, which happens to the first one only.
 bool NoteInterruption(const timespec& request)
 {
     const std::lock_guard<std::mutex> lock(tickSleeps.mutex);
@@ -136,7 +136,7 @@ TEST(TickTest, FirstCallsFromSeveralThreadsAtOnceCreateOneObjectWithOneThread)
         });
     }
 
-    // An open line keeps the start from being logged, and the call beside it from nothing.
+    // An open line delays the log line of the start, but not the other call.
     Logger& logger = *Logger::GetInstance();
     logger.WriteHeader(Tolvex::Ilog::LogType::Info);
     go = true;
