@@ -1,7 +1,5 @@
 #include "Tolvex/Util/IAsync.h"
 
-#include <utility>
-
 #include "Tolvex/Base/Private/PosixThread.h"
 #include "Tolvex/Base/Private/Sleep.h"
 
@@ -11,11 +9,11 @@ IAsync::IAsync(const std::chrono::milliseconds& waitingTime, std::function<void(
                void* context)
     : delay(waitingTime), userData(context)
 {
-    // Required: the creator's functor is copied into place, never moved from.
+    // Required: the callback is copied, not moved.
     callback = work;  // NOLINT(performance-unnecessary-value-param)
 
     pthread_t thread = 0;
-    // Required: a thread that cannot be created is silent; the object stays alive without it.
+    // Required: if the thread cannot be created, this is not reported and the object stays alive.
     Base::StartDetachedThread(thread, nullptr, RunThread, this);
 }
 
@@ -23,12 +21,11 @@ void* IAsync::RunThread(void* self)
 {
     auto* async = static_cast<IAsync*>(self);
     Base::SleepFor(async->delay);
-    // The callback usually deletes the object; called from here, it outlives that, captures and
-    // all.
-    const std::function<void(IAsync*)> work = std::move(async->callback);
+    // A copy: the callback usually deletes the object, and its captures must outlive that.
+    const std::function<void(IAsync*)> work = async->callback;
     // Required: an empty callback throws here, which ends the process.
     work(async);
-    // Nothing may touch the object from here on.
+    // The object may not be touched here: the callback may have deleted it.
     return nullptr;
 }
 

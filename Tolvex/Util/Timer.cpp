@@ -1,6 +1,5 @@
 #include "Tolvex/Util/Timer.h"
 
-#include <chrono>
 #include <cstddef>
 #include <iostream>
 #include <pthread.h>
@@ -18,7 +17,7 @@ void PrepareAttributes(pthread_attr_t& attributes, int stackSize)
 {
     pthread_attr_init(&attributes);
     if (stackSize > 0) {
-        // Required: a stack size that is refused is silent and leaves the default.
+        // Required: if the size is refused, this is not reported and the default stays.
         pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(stackSize));
     }
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
@@ -36,7 +35,7 @@ timespec ToTimespec(int milliseconds)
 
 Timer::Timer() : Timer(std::function<void(Timer*)>()) {}
 
-// Whole before it is listed: an expiry of an earlier timer at this address may come at any moment.
+// Listed last: from then on a late expiry of an earlier timer at this address may call it.
 Timer::Timer(std::function<void(Timer*)> work)
     : callback(std::make_shared<std::function<void(Timer*)>>(std::move(work)))
 {
@@ -45,11 +44,11 @@ Timer::Timer(std::function<void(Timer*)> work)
     LiveTimers::Get().Add(this);
 }
 
-// On another constructor, so that the destructor runs if anything below throws.
+// Delegates to another constructor, so that the destructor runs if anything below throws.
 Timer::Timer(int milliseconds, std::function<void(Timer*)> work, void* context, int stackSize)
     : Timer(std::move(work))
 {
-    // Required: the attribute object is not destroyed. It holds no memory of its own.
+    // Required: the attribute object is not destroyed. It owns no memory.
     pthread_attr_t attributes;
     PrepareAttributes(attributes, stackSize);
 
@@ -61,13 +60,13 @@ Timer::Timer(int milliseconds, std::function<void(Timer*)> work, void* context, 
 
     // Required: the results are not checked; a failure stays in the error text.
     Create();
-    notification.sigev_notify_attributes = nullptr;  // The attributes end with this constructor.
+    notification.sigev_notify_attributes = nullptr;  // They are gone after this constructor.
     SetTime(milliseconds);
 }
 
 Timer::~Timer()
 {
-    const Base::NoCancellation scope;  // Remove() writes a message when it fails.
+    const Base::NoCancellation scope;  // The message of Remove() is a cancellation point.
     Base::StoreShared(stopping, true);
     Remove();
     LiveTimers::Get().Remove(this);
@@ -85,7 +84,6 @@ bool Timer::Create()
     const timer_t replaced = std::exchange(timerId, created);
     if (replaced != nullptr) {
         timer_delete(replaced);
-        LiveTimers::Get().Disarm(this);
     }
     return true;
 }
@@ -100,12 +98,11 @@ bool Timer::SetTime(int milliseconds)
 
     times.it_interval = ToTimespec(milliseconds);
     times.it_value = times.it_interval;
-    const auto set = [this] { return timer_settime(timerId, 0, &times, nullptr) == 0; };
-    // From here on the callback may destroy this timer, so success touches nothing of it.
-    if (!LiveTimers::Get().Arm(this, std::chrono::milliseconds(milliseconds), set)) {
+    if (timer_settime(timerId, 0, &times, nullptr) != 0) {
         SetError("Set timer error", "SetTime", true, true);
         return false;
     }
+    // No member may be touched here: the callback may have destroyed this timer.
     return true;
 }
 
@@ -116,15 +113,14 @@ bool Timer::Remove()
     }
 
     if (timer_delete(timerId) != 0) {
-        // Required: the message goes to standard output, past the logger, and the error text stays.
+        // Required: the message goes to standard output, not to the log; the error text stays.
         std::cout << "Unable to delete timer .... !!!!!" << std::endl;
         return false;
     }
     timerId = nullptr;
-    // Required: the value goes with the id, so a timer created anew expires without effect.
+    // Required: the value is cleared too, so the expiries after another Create() do nothing.
     // Instead: a new Timer.
     notification.sigev_value.sival_ptr = nullptr;
-    LiveTimers::Get().Disarm(this);
     return true;
 }
 
@@ -135,14 +131,15 @@ void Timer::CB(sigval value)
         return;
     }
 
-    std::shared_ptr<std::function<void(Timer*)>> share;
-    if (const auto admitted = LiveTimers::Get().Admit(timer);
-        admitted && !Base::LoadShared(timer->stopping)) {
-        share = timer->callback;
+    // Shared with the timer, which may be destroyed while the callback runs.
+    std::shared_ptr<std::function<void(Timer*)>> work;
+    if (const auto lock = LiveTimers::Get().Lock(timer);
+        lock && !Base::LoadShared(timer->stopping)) {
+        work = timer->callback;
     }
-    if (share != nullptr) {
+    if (work != nullptr) {
         // Required: an empty callback throws here, which ends the process.
-        (*share)(timer);
+        (*work)(timer);
     }
 }
 

@@ -24,7 +24,6 @@ constexpr int highest = std::numeric_limits<int>::max();
 static_assert(std::has_virtual_destructor_v<CircularBuffer<int>>);
 static_assert(!std::is_copy_constructible_v<CircularBuffer<int>>);
 static_assert(!std::is_copy_assignable_v<CircularBuffer<int>>);
-static_assert(!std::is_convertible_v<int, CircularBuffer<int>>);
 
 /// Adds first, first + 1, ...
 void AddNumbers(CircularBuffer<int>& ring, int first, int count)
@@ -44,6 +43,13 @@ TEST(CircularBufferTest, NewRingHoldsNothing)
     EXPECT_EQ(ring.GetElementAt(4000000000U), nullptr);
     EXPECT_EQ(ring.GetNewestSlot(), nullptr);
     EXPECT_FALSE(ring.IsDataAvailable());
+}
+
+TEST(CircularBufferTest, RingCanBeInitialisedFromItsSizeWithAnEqualsSign)
+{
+    const CircularBuffer<int> ring = 3;
+
+    EXPECT_EQ(ring.GetRingSize(), 3);
 }
 
 TEST(CircularBufferTest, NewRingKnowsItsSizeAndPointsAtItsLastSlot)
@@ -189,6 +195,20 @@ TEST(CircularBufferTest, TheCallbackRunsBeforeTheNewElementIsStored)
     EXPECT_EQ(ring.GetElementAt(0), 12);
 }
 
+TEST(CircularBufferTest, TheCallbackRunsBeforeTheRingTakesAReferenceToTheNewElement)
+{
+    CircularBuffer<Number> ring(1);
+    ring.AddNext(std::make_shared<int>(1));
+    const Number second = std::make_shared<int>(2);
+    long referencesDuringTheCall = 0;
+    ring.SetUnallocCallback([&](Number&) { referencesDuringTheCall = second.use_count(); });
+
+    ring.AddNext(second);
+
+    EXPECT_EQ(referencesDuringTheCall, 1);
+    EXPECT_EQ(second.use_count(), 2);
+}
+
 TEST(CircularBufferTest, WhatTheCallbackWritesIntoTheSlotIsOverwritten)
 {
     CircularBuffer<int> ring(2);
@@ -299,7 +319,7 @@ TEST(CircularBufferTest, TheDestructorReleasesElementsAndCallbackWithoutCallingI
     EXPECT_EQ(captured.use_count(), 1);
 }
 
-TEST(CircularBufferTest, AnElementInsideTheSlotThatIsReleasedIsStored)
+TEST(CircularBufferTest, AnElementInsideTheSlotIsStoredAsTheCallbackLeavesIt)
 {
     CircularBuffer<Number> ring(2);
     Number* oldestSlot = nullptr;
@@ -313,10 +333,9 @@ TEST(CircularBufferTest, AnElementInsideTheSlotThatIsReleasedIsStored)
     Number* const slotOfTwo = oldestSlot;
     ring.AddNext(std::make_shared<int>(3));
 
-    ring.AddNext(*slotOfTwo);  // stands in the slot that is overwritten now
+    ring.AddNext(*slotOfTwo);  // is in the slot that is overwritten now
 
-    ASSERT_NE(ring.RetrieveCurrent(), nullptr);
-    EXPECT_EQ(*ring.RetrieveCurrent(), 2);
+    EXPECT_EQ(ring.RetrieveCurrent(), nullptr);
     EXPECT_EQ(ring.GetRingPos(), 0);
 }
 
@@ -326,9 +345,9 @@ struct Node
     int value = 0;
 };
 
-/// Ring of one element that owns another; the latter is handed in by a reference into the former.
-void AddWhatTheOldestOwns(CircularBuffer<std::shared_ptr<Node>>& ring)
+TEST(CircularBufferTest, AnElementOwnedByTheOneThatIsOverwrittenIsStored)
 {
+    CircularBuffer<std::shared_ptr<Node>> ring(1);
     auto oldest = std::make_shared<Node>();
     oldest->next = std::make_shared<Node>();
     oldest->next->value = 7;
@@ -340,16 +359,6 @@ void AddWhatTheOldestOwns(CircularBuffer<std::shared_ptr<Node>>& ring)
 
     ASSERT_NE(ring.RetrieveCurrent(), nullptr);
     EXPECT_EQ(ring.RetrieveCurrent()->value, 7);
-}
-
-TEST(CircularBufferTest, AnElementOwnedByTheOneThatIsReleasedIsStored)
-{
-    CircularBuffer<std::shared_ptr<Node>> plain(1);
-    AddWhatTheOldestOwns(plain);
-
-    CircularBuffer<std::shared_ptr<Node>> releasing(1);
-    releasing.SetUnallocCallback([](std::shared_ptr<Node>& slot) { slot.reset(); });
-    AddWhatTheOldestOwns(releasing);
 }
 
 TEST(CircularBufferTest, AnElementMayReadTheRingWhileItIsReleased)
@@ -431,7 +440,7 @@ TEST(CircularBufferTest, MoreSlotsThanMemoryHoldsRaiseBadAlloc)
 
 // --------------------------------------------------------------------------------------- seeking
 
-/// Ring of a size after a number of elements.
+/// A ring of the given size after the given number of elements.
 CircularBuffer<int>& Filled(CircularBuffer<int>& ring, int count)
 {
     AddNumbers(ring, 0, count);
@@ -501,7 +510,7 @@ TEST(CircularBufferTest, SeekBackKeyframeWrapsAroundForExtremeArguments)
     EXPECT_EQ(newestNine.SeekBackKeyframe(lowest, 4), -2147483640);  // 9 - 1 + 2^31
     EXPECT_EQ(newestNine.SeekBackKeyframe(2, highest), 0);
     EXPECT_EQ(newestNine.SeekBackKeyframe(2, lowest), 0);
-    EXPECT_EQ(newestZero.SeekBackKeyframe(lowest, -1), lowest);  // the quotient that no int holds
+    EXPECT_EQ(newestZero.SeekBackKeyframe(lowest, -1), lowest);  // the quotient overflows an int
     EXPECT_EQ(newestZero.SeekBackKeyframe(lowest, lowest), lowest);
 }
 
@@ -552,7 +561,7 @@ TEST(CircularBufferTest, SeekRelativeWrapsAroundForExtremeArguments)
     EXPECT_EQ(ring.SeekRelative(0, highest), -2147483638);
 }
 
-/// What the ring is to answer, written down a second time over plain ints.
+/// The expected answers of the ring, computed in another way.
 struct Reference
 {
     int size = 0;

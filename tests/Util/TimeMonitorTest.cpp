@@ -20,7 +20,7 @@ namespace {
 
 using Tolvex::Support::RealFunction;
 
-/// Stands in for the wall clock of one thread while it exists.
+/// Replaces the wall clock of one thread while it exists.
 class ClockStandIn
 {
 public:
@@ -115,6 +115,16 @@ TEST(TimeMonitorTest, ConstructionReadsTheClockOnceWhenAskedToStartAndElseNotAtA
     EXPECT_EQ(clock.calls, 1);
     TimeMonitor idle(false);
     EXPECT_EQ(clock.calls, 1);
+}
+
+TEST(TimeMonitorTest, CanBeInitialisedFromABoolWithAnEqualsSign)
+{
+    ClockStandIn clock;
+
+    TimeMonitor monitor = true;
+
+    EXPECT_EQ(clock.calls, 1);
+    EXPECT_DOUBLE_EQ(monitor.GetElapsedTime(), 0.0);
 }
 
 TEST(TimeMonitorTest, LaterStartBehavesLikeTheStartInTheConstructor)

@@ -9,6 +9,7 @@
 
 #include "Tolvex/Base/Private/Sleep.h"
 #include "Tolvex/Log/Private/LoggerState.h"
+#include "Tolvex/Types/LogModule.h"
 #include "Tolvex/Util/EnumString.h"
 
 namespace Tolvex::Ilog {
@@ -117,7 +118,7 @@ void PrepareProcess()
     keyCreated = pthread_key_create(&threadEndKey, DropLinesOfThread) == 0;
     // Its fork handlers have to be registered before these: handlers run in reverse order, and the
     // lock of the texts is taken while a line is composed.
-    Util::EnumStringMutex();
+    Util::EnumString<LogModule>::GetMap();
     pthread_atfork(
         LockBeforeFork, [] { UnlockAfterFork(false); }, [] { UnlockAfterFork(true); });
     std::atexit(DrainAtExit);
