@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <string>
 #include <sys/wait.h>
@@ -47,33 +48,54 @@ struct ChildResult
 #endif
 }
 
-/// Runs work, an int(), in a forked child and waits for it. The child ends by _exit() with what
-/// work returns, or with 1 if an expectation failed in it; the output then says which. For
-/// singletons that a test needs fresh, limits, users, namespaces and environments.
+/// Runs work, an int(), in a forked child. The child ends by _exit() with what work returns, or
+/// with 1 if an expectation failed in it or an exception left it; its output then says which.
 ///
 /// The child has none of the threads of its parent, and their locks as they were at that moment.
+/// @return the child's process, for waitpid(); negative if there is none.
+template <typename Work>
+pid_t StartChild(Work work)
+{
+    std::cout.flush();
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child != 0) {
+        return child;
+    }
+
+    // An exception must not reach the test runner: the child would run all other tests once more.
+    int code = 1;
+    try {
+        code = work();
+    } catch (const std::exception& exception) {
+        std::cout << "exception in a child process: " << exception.what() << '\n';
+    } catch (...) {
+        std::cout << "exception in a child process\n" << std::flush;
+        EndChild(1);  // inside the handler, because it may be the end of a cancelled thread
+    }
+    std::cout.flush();
+    std::fflush(nullptr);
+    EndChild(code == 0 && ::testing::Test::HasFailure() ? 1 : code);
+}
+
+/// Runs work as StartChild() does and waits for its end. For singletons that a test needs fresh,
+/// limits, users, namespaces and environments.
 template <typename Work>
 ChildResult RunInChild(Work work)
 {
     ChildResult result;
     int ends[2];
-    std::cout.flush();
-    std::fflush(nullptr);
     if (pipe(ends) != 0) {
         return result;
     }
 
-    const pid_t child = fork();
-    if (child == 0) {
+    const pid_t child = StartChild([&] {
         dup2(ends[1], STDOUT_FILENO);
         dup2(ends[1], STDERR_FILENO);
         close(ends[0]);
         close(ends[1]);
-        const int code = work();
-        std::cout.flush();
-        std::fflush(nullptr);
-        EndChild(code == 0 && ::testing::Test::HasFailure() ? 1 : code);
-    }
+        return work();
+    });
 
     close(ends[1]);
     char text[4096];

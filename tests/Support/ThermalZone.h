@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/Support/ChildProcess.h"
 #include "tests/Support/Namespaces.h"
 
 namespace Tolvex::Support {
@@ -19,7 +20,7 @@ namespace Tolvex::Support {
 class ThermalZone
 {
 public:
-    static constexpr char whyNot[] = "needs root: mounts over /sys/devices/virtual";
+    static constexpr char whyNot[] = "needs the right to mount: mounts over /sys/devices/virtual";
 
     /// Mounts an empty file system over /sys/devices/virtual in a private mount namespace; once a
     /// process. See EnterPrivateMountNamespace().
@@ -31,6 +32,13 @@ public:
             Remove();
         }
         return entered;
+    }
+
+    /// @return whether Enter() works here, as a child process has found out. A container's root may
+    /// have no right to mount.
+    static bool MayEnter()
+    {
+        return RunInChild([] { return Enter() ? 0 : 1; }).Succeeded();
     }
 
     /// Makes the zone's file hold text.
