@@ -47,7 +47,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 if(CMAKE_CROSSCOMPILING)
-    # dpkg-shlibdeps knows the packages of this machine only. scripts/install-check compares.
+    # dpkg-shlibdeps knows the packages of this machine only. Package/DebianPackages checks them.
     set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS
         "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libssl3 (>= 3.0.0), libstdc++6 (>= 12), libuuid1 (>= 2.16)")
 else()

@@ -1,5 +1,5 @@
 // What the library takes at run time, as lines "figure NAME VALUE": the memory of an idle process,
-// and the allocations of log lines and of JSON text. Run by scripts/footprint.
+// and the allocations of log lines and of JSON text. Run by scripts/bench.
 #include <algorithm>
 #include <chrono>
 #include <cstddef>

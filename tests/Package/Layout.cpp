@@ -1,6 +1,6 @@
 // The layout that SOVERSION 1 promises: compiles, or it has changed. Each struct repeats the
 // members of a class in their order; a class has them and no byte more. What sizes cannot show,
-// such as two members of one type in the other order, is seen by scripts/abi.
+// such as two members of one type in the other order, is seen by Package/BinaryInterface.
 #include <array>
 #include <chrono>
 #include <condition_variable>

@@ -45,4 +45,4 @@ echo "- the snippets compile"
 taken=$(grep -c '^#line' "$scratch/snippets.cpp")
 there=$(grep -hE '@code|```cpp' Tolvex/Tolvex.h $headers $documents | wc -l)
 [ "$taken" -eq "$there" ] || fail "$taken of $there snippets found"
-"$compiler" -std=c++20 -Wall -Wextra -Werror -Wno-unused -I . -fsyntax-only "$scratch/snippets.cpp"
+"${compile[@]}" -Wno-unused -I . -fsyntax-only "$scratch/snippets.cpp"
