@@ -223,7 +223,7 @@ def contest_section(contest):
 
 
 class Goals:
-    """What the library is to reach, and whether it does."""
+    """The goals of the library, and whether it reaches them."""
 
     def __init__(self):
         self.rows = []
@@ -307,8 +307,8 @@ def json_growth(goals):
                        f"the same values or bytes alone {growth[floor]:.3g} ×" if floor else "")
             goals.at_most(f"JSON: time of 64 MB by time of 1 MB, {what}", 80, growth[case],
                           because=because)
-    return ("### Growth with the length\n\nThe last two rows are the machine's part: as many values "
-            "made and destroyed as there are numbers, and one copy of the text.\n\n"
+    return ("### Growth with the length\n\nThe last two rows show the limits of the machine: the time to "
+            "create and destroy as many values as there are numbers, and to copy the text once.\n\n"
             + table(["", "1 MB", "8 MB", "64 MB", "from 1 to 64 MB", "from 8 to 64 MB"], rows))
 
 
@@ -321,8 +321,8 @@ def json_memory(goals):
         ratios.append(peak / tree)
         rows.append([corpus, f"{tree / 1e6:.1f} MB", f"{peak / 1e6:.1f} MB", f"{peak / tree:.2f}"])
     goals.at_most("JSON: peak while reading, by values, key nodes and strings", 1.15, max(ratios))
-    return ("### Memory of a tree\n\nWhat the process grows by at most while a document is read, and "
-            "what the tree cannot do without: its values, the nodes of its keys, long strings.\n\n"
+    return ("### Memory of a tree\n\nThe peak is the growth of the process while it reads a document. The "
+            "tree is the minimum that it has to keep: its values, the nodes of its keys, long strings.\n\n"
             + table(["", "tree", "peak", "ratio"], rows))
 
 
@@ -371,8 +371,8 @@ def threads(goals):
     thread = Program("Interfaces.IThreadBenchmark")
     dates = Program("Util.UtilTimeBenchmark")
     contest = Contest("Threads, semaphore, dates", "threads", "ns",
-                      "To and fro between two threads that do nothing else, ISemaphore spins before it "
-                      "sleeps; most of the others' time is the scheduler's.")
+                      "To and fro: two threads pass a token back and forth. ISemaphore spins before it "
+                      "sleeps; the others spend most of their time in the scheduler.")
     contest.add("delayed callback, first instruction",
                 Tolvex=asynchronous.time("IAsyncDelayZero/manual_time"),
                 **{"std::thread": asynchronous.time("StdThreadDetach/manual_time"),
@@ -409,8 +409,8 @@ def timers():
                         + [f"{program.counter(full, field):,.0f} µs"
                            for field in ("late_p50_us", "late_p99_us", "late_max_us")]
                         + [f"{program.counter(full, 'lost'):.0f}"])
-    return ("### Timer\n\nHow late the calls of a periodic timer come over five seconds, and how many "
-            "expiries got none.\n\n"
+    return ("### Timer\n\nLateness of the calls of a periodic timer over five seconds, and the number "
+            "of expiries without a call.\n\n"
             + table(["period", "", "p50", "p99", "latest", "lost"], rows))
 
 
@@ -510,7 +510,7 @@ def main():
     thread_contest, thread_table = threads(goals)
     reading = json_contest(
         "read", "JSON: text to tree to destroyed", "json-read",
-        "simdjson's tree is read-only and holds no strings of its own.", goals)
+        "simdjson's tree is read-only and does not copy strings.", goals)
     writing = json_contest("write", "JSON: tree to text", "json-write",
                            "Speeds count the bytes of the document that was read.", goals)
     growth, memory = json_growth(goals), json_memory(goals)

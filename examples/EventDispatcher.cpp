@@ -1,4 +1,4 @@
-// Rings a bell three times. Each ring is handled on a thread of its own, which tells an observer.
+// Rings a bell three times. Each ring is handled on its own thread, which notifies an observer.
 #include <iostream>
 
 #include "Tolvex/Interfaces/ISemaphore.h"

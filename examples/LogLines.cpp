@@ -1,4 +1,4 @@
-// Writes two lines through a policy of its own that prints them without their headers.
+// Writes two log lines through its own policy, which prints them without their headers.
 #include <iostream>
 
 #include "Tolvex/Log/LogLine.h"

@@ -1,4 +1,4 @@
-// Shows that a paused worker makes no pass, and goes on when it is resumed.
+// Shows that a paused worker makes no pass, and continues when it is resumed.
 #include <atomic>
 #include <chrono>
 #include <iostream>

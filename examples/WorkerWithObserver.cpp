@@ -1,4 +1,4 @@
-// Counts to three on a thread of its own, tells an observer of each number, and is stopped.
+// A worker counts to three on its own thread, notifies an observer of each number, and is stopped.
 #include <chrono>
 #include <future>
 #include <iostream>

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the two Debian packages and looks at what is in them.
+# Makes the two Debian packages and checks their contents.
 source "$(dirname "$0")/common.sh"
 
 (cd "$build" && cpack -G DEB -B "$scratch" >"$scratch/cpack.log" 2>&1) || fail "$(cat "$scratch/cpack.log")"
@@ -35,7 +35,7 @@ dpkg --compare-versions "$asked" ge "${newest#GLIBC_}" || fail "depends on libc6
 [ "$(dpkg-deb -f "$runtime" Architecture)" = "$architecture" ] || fail "the architecture"
 [ "$(dpkg-deb -f "$dev" Depends)" = "libtolvex1 (= $version)" ] || fail "what dev depends on"
 
-# What dpkg-shlibdeps gives to a program that is packaged against the library.
+# The dependency that dpkg-shlibdeps gives to a program that uses the library.
 [ "$(dpkg-deb -I "$runtime" shlibs)" = "libtolvex 1 libtolvex1 (>= $version)" ] || fail "no shlibs"
 
 dpkg-deb -x "$runtime" "$scratch/unpacked"

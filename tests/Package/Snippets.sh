@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# The code in the headers' comments and in the documents compiles, and every public header has some
-# or names an example.
+# Checks that the code in comments of headers and in documents compiles, and that every public header
+# has a snippet or names an example.
 source "$(dirname "$0")/common.sh"
 cd "$source"
 
-# Prints the @code of headers and the ```cpp of documents as one source file. What cannot stand in a
-# function stands outside; #line makes the compiler name the place in the document.
+# Prints the @code of headers and the ```cpp of documents as one source file. Code that cannot be in a
+# function is put outside; #line makes the compiler name the place in the document.
 snippets() {
     awk '
         function flush() {

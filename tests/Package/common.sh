@@ -1,6 +1,5 @@
-# What the package tests share. Called with the build folder, the C++ compiler and, for a cross
-# build, the emulator with its arguments, of which the last one is the sysroot. Last of all there may
-# be a --mode.
+# Shared by the package tests. Their arguments are the build folder, the C++ compiler and, for a cross
+# build, the emulator with its arguments; the last of these is the sysroot. A --mode may follow.
 
 set -euo pipefail
 source=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)

@@ -1,9 +1,8 @@
 /// @file
-/// Running a piece of a test in a process of its own.
+/// Runs a piece of a test in its own process.
 #pragma once
 
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -16,11 +15,10 @@ namespace Tolvex::Support {
 
 /// How many of count threads a test may keep busy while it forks.
 ///
-/// None under the address sanitizer, whose allocator may be locked in the child for ever, and none
-/// when coverage is counted: the child ends by exit() then, which takes locks, too.
+/// None under the address sanitizer: its allocator may stay locked in the child.
 constexpr int ThreadsBusyAtFork(int count)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(TOLVEX_COVERAGE)
+#ifdef __SANITIZE_ADDRESS__
     return 0 * count;
 #else
     return count;
@@ -38,20 +36,11 @@ struct ChildResult
     int Signal() const { return WIFSIGNALED(status) ? WTERMSIG(status) : 0; }
 };
 
-/// Ends a forked child at once; when coverage is counted, only after its counts are written.
-[[noreturn]] inline void EndChild(int code)
-{
-#ifdef TOLVEX_COVERAGE
-    std::exit(code);
-#else
-    _exit(code);
-#endif
-}
-
 /// Runs work, an int(), in a forked child. The child ends by _exit() with what work returns, or
 /// with 1 if an expectation failed in it or an exception left it; its output then says which.
 ///
-/// The child has none of the threads of its parent, and their locks as they were at that moment.
+/// The child has none of its parent's threads, and inherits their locks in the state of that
+/// moment.
 /// @return the child's process, for waitpid(); negative if there is none.
 template <typename Work>
 pid_t StartChild(Work work)
@@ -71,15 +60,15 @@ pid_t StartChild(Work work)
         std::cout << "exception in a child process: " << exception.what() << '\n';
     } catch (...) {
         std::cout << "exception in a child process\n" << std::flush;
-        EndChild(1);  // inside the handler, because it may be the end of a cancelled thread
+        _exit(1);  // inside the handler, because it may be the end of a cancelled thread
     }
     std::cout.flush();
     std::fflush(nullptr);
-    EndChild(code == 0 && ::testing::Test::HasFailure() ? 1 : code);
+    _exit(code == 0 && ::testing::Test::HasFailure() ? 1 : code);
 }
 
-/// Runs work as StartChild() does and waits for its end. For singletons that a test needs fresh,
-/// limits, users, namespaces and environments.
+/// Runs work as StartChild() does and waits for its end. Use it where a test needs new singletons,
+/// or changes limits, users, namespaces or the environment.
 template <typename Work>
 ChildResult RunInChild(Work work)
 {
