@@ -40,7 +40,7 @@ public:
 
 int main()
 {
-    // Neither is ever destroyed: the listener thread uses them until the process ends.
+    // Neither object is destroyed: the listener thread uses both until the process ends.
     static Bell& bell = *new Bell;
     static Porter& porter = *new Porter;
     bell.AddCallback(&porter);

@@ -40,7 +40,7 @@ int main()
     worker.AwaitPasses(3);
     std::cout << "resumed: passes again" << std::endl;
 
-    // The pass in which the pause begins is still finished.
+    // The worker finishes the pass during which the pause begins.
     worker.Pause();
     std::cout << "paused: " << (worker.IsRunning() ? "runs, but sleeps" : "ended") << std::endl;
 
