@@ -1,5 +1,5 @@
 # Install rules, the CMake package, tolvex.pc and the two Debian packages (cpack -G DEB).
-# Everything is relative to where it lies, so a moved installation still works.
+# All paths are relative, so a moved installation still works.
 
 include(CMakePackageConfigHelpers)
 
@@ -42,12 +42,12 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libtolvex${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-# What dpkg-shlibdeps makes of a program that uses the library; docs/abi.md promises ">=". There is no
-# such variable for one component.
+# dpkg-shlibdeps gives this dependency to a program that uses the library; docs/abi.md promises ">=".
+# CPack has no such variable for a single component.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 if(CMAKE_CROSSCOMPILING)
-    # dpkg-shlibdeps knows the packages of this machine only. scripts/install-check compares.
+    # dpkg-shlibdeps knows only the packages of this machine. Package/DebianPackages checks the list.
     set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS
         "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libssl3 (>= 3.0.0), libstdc++6 (>= 12), libuuid1 (>= 2.16)")
 else()

@@ -1,5 +1,5 @@
-# Options of this project, and tolvex_options: what all of its own targets compile and link with.
-# Nothing here reaches a user of the library.
+# Options of this project, and tolvex_options, which all targets of the project compile and link with.
+# Users of the library do not get any of these.
 
 option(TOLVEX_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(TOLVEX_BUILD_EXAMPLES "Build the examples" ${PROJECT_IS_TOP_LEVEL})

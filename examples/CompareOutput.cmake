@@ -1,5 +1,5 @@
-# Runs PROGRAM (a list: emulator and program, or the program alone) and fails when it does not exit
-# with 0 or prints anything else than the bytes of EXPECTED.
+# Runs PROGRAM (a list: emulator and program, or the program alone). Fails unless it exits with 0 and
+# prints exactly the bytes of EXPECTED.
 
 # The separator comes escaped, so that it passes through add_test() as part of one argument.
 string(REPLACE "\\;" ";" PROGRAM "${PROGRAM}")

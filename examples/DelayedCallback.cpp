@@ -1,4 +1,4 @@
-// Starts two delayed callbacks; each prints its user data, deletes its object, and the later one
+// Starts two delayed callbacks. Each prints its user data and deletes its object; the later one
 // ends the program.
 #include <chrono>
 #include <iostream>

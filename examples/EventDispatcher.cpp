@@ -1,4 +1,4 @@
-// Rings a bell three times. Each ring is handled on a thread of its own, which tells an observer.
+// Rings a bell three times. Each ring is handled on its own thread, which notifies an observer.
 #include <iostream>
 
 #include "Tolvex/Interfaces/ISemaphore.h"
@@ -40,7 +40,7 @@ public:
 
 int main()
 {
-    // Neither is ever destroyed: the listener thread uses them until the process ends.
+    // Neither object is destroyed: the listener thread uses both until the process ends.
     static Bell& bell = *new Bell;
     static Porter& porter = *new Porter;
     bell.AddCallback(&porter);

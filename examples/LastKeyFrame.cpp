@@ -12,7 +12,7 @@ namespace {
 constexpr int keyInterval = 6;
 constexpr int framesPerSecond = 10;
 constexpr int ringSize =
-    5 * keyInterval;  // a multiple: key frames keep to their slots on every lap
+    5 * keyInterval;  // a multiple, so key frames have the same slots on every lap
 
 /// Keeps the frames that pass through it.
 class Recorder : public Tolvex::Pipeline::IPipelineElement

@@ -1,4 +1,4 @@
-// Writes two lines through a policy of its own that prints them without their headers.
+// Writes two log lines through its own policy, which prints them without their headers.
 #include <iostream>
 
 #include "Tolvex/Log/LogLine.h"
@@ -9,7 +9,7 @@ using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 
-/// Prints a line from its first "[#" on: date, temperature and tag are different each time.
+/// Prints a line from its first "[#" on, because date, temperature and tag change from run to run.
 class WithoutHeader : public Tolvex::Ilog::ILogPolicy
 {
 public:
@@ -18,7 +18,7 @@ public:
 
 int main()
 {
-    // A line for which no logger is enabled costs next to nothing and goes nowhere.
+    // Without an enabled logger a line is dropped at almost no cost.
     LogLine(LogType::Error, LogModule::WNET) << "dropped";
 
     Tolvex::Ilog::LoggerBase<WithoutHeader> logger;

@@ -1,4 +1,4 @@
-// Shows that a paused worker makes no pass, and goes on when it is resumed.
+// Shows that a paused worker makes no pass, and continues when it is resumed.
 #include <atomic>
 #include <chrono>
 #include <iostream>
@@ -40,7 +40,7 @@ int main()
     worker.AwaitPasses(3);
     std::cout << "resumed: passes again" << std::endl;
 
-    // The pass in which the pause begins is still finished.
+    // The worker finishes the pass during which the pause begins.
     worker.Pause();
     std::cout << "paused: " << (worker.IsRunning() ? "runs, but sleeps" : "ended") << std::endl;
 

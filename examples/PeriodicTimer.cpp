@@ -10,7 +10,7 @@ using Tolvex::Util::Timer;
 
 int main()
 {
-    // Shared with the callback: a call that is running when the timer goes keeps its own share.
+    // Shared with the callback: a call may still run after the timer is destroyed.
     const auto beats = std::make_shared<std::counting_semaphore<>>(0);
     Timer timer(
         200, [beats](Timer*) { beats->release(); }, nullptr, 16384);

@@ -1,5 +1,5 @@
-// A device signs a request; the server checks the signature, and refuses the request once a byte of
-// it has changed.
+// A device signs a request. The server checks the signature and refuses the request after one of
+// its bytes has changed.
 #include <iostream>
 #include <string>
 
@@ -9,7 +9,7 @@ namespace {
 
 const std::string key = "key that device and server share";
 
-/// What the server does with a request.
+/// The answer of the server to a request.
 void Receive(const std::string& request, const std::string& signature)
 {
     const bool genuine = Tolvex::Crypto::VerifyHmacSha1(request, key, signature);

@@ -18,11 +18,11 @@ int main()
     const double both = stopwatch.GetElapsedTime();
     std::cout << "a reading does not restart it: " << (both > first + 0.199) << std::endl;
 
-    const bool result = stopwatch.StartTimer();  // restarts it; the result says nothing
+    const bool result = stopwatch.StartTimer();  // restarts it; the result does not show success
     std::cout << "result of StartTimer: " << result << std::endl;
     std::cout << "restarted: " << (stopwatch.GetElapsedTime() < both) << std::endl;
 
-    // Goes to the loggers that are enabled: "[...]Time elapsed [pause] => 0.2001".
+    // The enabled loggers get the line "[...]Time elapsed [pause] => 0.2001".
     std::this_thread::sleep_for(200ms);
     stopwatch.ShowElapsedTime("pause");
 }

@@ -10,7 +10,8 @@ int main()
 {
     using Tolvex::Util::Date;
 
-    // Central European time with its summer time, written out: needs no time zone files.
+    // Central European time with daylight saving time, spelled out so that no time zone files are
+    // needed.
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);  // NOLINT(concurrency-mt-unsafe): one thread
     tzset();
 

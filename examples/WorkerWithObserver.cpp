@@ -1,4 +1,4 @@
-// Counts to three on a thread of its own, tells an observer of each number, and is stopped.
+// A worker counts to three on its own thread, notifies an observer of each number, and is stopped.
 #include <chrono>
 #include <future>
 #include <iostream>
@@ -26,7 +26,7 @@ protected:
                 done.set_value();
             }
         }
-        ThreadSleep(100ms, 10ms);  // wakes within 10 ms when it is stopped
+        ThreadSleep(100ms, 10ms);  // returns within 10 ms after a stop
     }
 
     void RunAfter() override { std::cout << "after the last pass" << std::endl; }
@@ -49,7 +49,7 @@ public:
 int main()
 {
     Printer printer;
-    Stopped<Counter> counter;  // its thread has ended before any part of it is destroyed
+    Stopped<Counter> counter;  // its thread ends before any part of it is destroyed
     counter.SetThreadName("counter");
     counter.AddCallback(&printer);
 

@@ -41,6 +41,7 @@ using Tolvex::Support::RunInChild;
 using Tolvex::Support::Scaled;
 using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::SplitLines;
+using Tolvex::Support::StartChild;
 using Tolvex::Support::WithoutDate;
 
 /// While not 0: the library's sleeps end as soon as the process has so many threads only, so that
@@ -163,13 +164,12 @@ TEST(LoggerSoakTest, FileThatIsDeletedAndTruncatedAllTheTimeNeverHoldsATornLine)
     const ScratchDirectory directory;
     const std::string path = directory.Path("log");
 
-    const pid_t logging = fork();
-    if (logging == 0) {
+    const pid_t logging = StartChild([&] {
         Log().EnableFile(path);
         WriteFromAllThreads(count);
         Log().CloseFile();
-        _exit(0);
-    }
+        return 0;
+    });
     std::size_t seen = 0;
     int status = 0;
     for (int round = 0; waitpid(logging, &status, WNOHANG) == 0; ++round) {
@@ -200,13 +200,12 @@ TEST(LoggerSoakTest, TwoProcessesThatLogToOneFileDoNotMixTheirLines)
 
     std::vector<pid_t> processes;
     for (int process = 0; process < 2; ++process) {
-        processes.push_back(fork());
-        if (processes.back() == 0) {
+        processes.push_back(StartChild([&, process] {
             Log().EnableFile(path);
             WriteNumberedLines(process, count);
             Log().CloseFile();
-            _exit(0);
-        }
+            return 0;
+        }));
     }
     for (const pid_t process : processes) {
         int status = -1;
@@ -245,11 +244,10 @@ TEST(LoggerSoakTest, KilledProcessLeavesWholeLinesAndLosesAtMostOneAcknowledged)
         const std::string path = directory.Path(std::to_string(round));
         int ends[2];
         ASSERT_EQ(pipe(ends), 0);
-        const pid_t child = fork();
-        if (child == 0) {
+        const pid_t child = StartChild([&]() -> int {
             close(ends[0]);
             LogAndAcknowledge(path, ends[1]);
-        }
+        });
         close(ends[1]);
 
         const auto killed =

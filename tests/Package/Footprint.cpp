@@ -1,5 +1,5 @@
-// What the library takes at run time, as lines "figure NAME VALUE": the memory of an idle process,
-// and the allocations of log lines and of JSON text. Run by scripts/footprint.
+// Prints lines "figure NAME VALUE": the memory of an idle process, and the allocations of log lines
+// and of JSON text. Run by scripts/bench.
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
@@ -27,7 +27,7 @@ void Report(const std::string& name, Number number)
     std::cout << "figure " << name << ' ' << number << '\n';
 }
 
-/// @return the number behind a word in a file of /proc/self; -1 when it is not there.
+/// @return the number that follows a word in a file of /proc/self, or -1 if the word is missing.
 long NumberIn(const std::string& file, const std::string& word)
 {
     std::ifstream words("/proc/self/" + file);
@@ -40,7 +40,7 @@ long NumberIn(const std::string& file, const std::string& word)
     return -1;
 }
 
-/// Resident pages, and those that no other process can share: heap, stacks, relocated tables.
+/// Resident pages, and the ones that no other process can share: heap, stacks, relocated tables.
 void ReportMemory(const std::string& state)
 {
     Report(state + "_resident_kib", NumberIn("smaps_rollup", "Rss:"));
@@ -56,7 +56,7 @@ void WriteLine()
            << " " << 1.5 << std::endl;
 }
 
-/// Both loggers, each with one line behind it, and the tick; then nothing.
+/// Starts both loggers and the tick, logs one line, and then idles.
 int MeasureIdle(const std::string& logFile)
 {
     ReportMemory("loaded");
@@ -70,7 +70,7 @@ int MeasureIdle(const std::string& logFile)
     return 0;
 }
 
-/// @return what the calling thread allocates for a hundred lines.
+/// @return the number of allocations of the calling thread for a hundred lines.
 std::size_t AllocationsOfLines()
 {
     const std::size_t before = ownAllocationCount;
@@ -80,7 +80,8 @@ std::size_t AllocationsOfLines()
     return ownAllocationCount - before;
 }
 
-/// Once a second one line makes the text of the time stamp anew: hence the least and the most.
+/// Once a second a line formats a new time stamp. Therefore this reports the minimum and the
+/// maximum.
 int MeasureLines(const std::string& logFile)
 {
     if (!Logger::GetInstance()->EnableFile(logFile)) {

@@ -1,6 +1,6 @@
-// The layout that SOVERSION 1 promises: compiles, or it has changed. Each struct repeats the
-// members of a class in their order; a class has them and no byte more. What sizes cannot show,
-// such as two members of one type in the other order, is seen by scripts/abi.
+// The layout that SOVERSION 1 promises. If a layout has changed, this file does not compile. Each
+// struct repeats the members of a class in their order, and must have the size of the class. Sizes
+// do not show two swapped members of one type; Package/BinaryInterface does.
 #include <array>
 #include <chrono>
 #include <condition_variable>
@@ -28,7 +28,7 @@ namespace {
 
 using namespace Tolvex;
 
-/// What the layout of an object is known by.
+/// The properties by which layouts are compared.
 struct Shape
 {
     std::size_t size;

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# The code in the headers' comments and in the documents compiles, and every public header has some
-# or names an example.
+# Checks that the code in comments of headers and in documents compiles, and that every public header
+# has a snippet or names an example.
 source "$(dirname "$0")/common.sh"
 cd "$source"
 
-# Prints the @code of headers and the ```cpp of documents as one source file. What cannot stand in a
-# function stands outside; #line makes the compiler name the place in the document.
+# Prints the @code of headers and the ```cpp of documents as one source file. Code that cannot be in a
+# function is put outside; #line makes the compiler name the place in the document.
 snippets() {
     awk '
         function flush() {
@@ -45,4 +45,4 @@ echo "- the snippets compile"
 taken=$(grep -c '^#line' "$scratch/snippets.cpp")
 there=$(grep -hE '@code|```cpp' Tolvex/Tolvex.h $headers $documents | wc -l)
 [ "$taken" -eq "$there" ] || fail "$taken of $there snippets found"
-"$compiler" -std=c++20 -Wall -Wextra -Werror -Wno-unused -I . -fsyntax-only "$scratch/snippets.cpp"
+"${compile[@]}" -Wno-unused -I . -fsyntax-only "$scratch/snippets.cpp"

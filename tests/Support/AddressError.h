@@ -1,5 +1,5 @@
 /// @file
-/// What setting an address has to say about its failure.
+/// The error text of a failed attempt to set an address.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 /// @file
-/// Letting the address sanitizer live with cancelled threads.
+/// Keeps the address sanitizer from reporting errors in cancelled threads.
 #pragma once
 
 #include <cstddef>
@@ -11,9 +11,11 @@
 
 namespace Tolvex::Support {
 
-/// First local object of a thread's function that may be cancelled while deeper functions hold
-/// local objects: the address sanitizer does not notice that a cancellation leaves those functions,
-/// and takes the thread's last steps on their stack for errors. Without it, does nothing.
+/// Make it the first local object of a thread function that may be cancelled in a deeper function.
+///
+/// The address sanitizer does not notice that a cancellation leaves the deeper functions. It then
+/// reports the thread's last steps on their part of the stack as errors. Does nothing in other
+/// builds.
 class CancellableStack
 {
 public:

@@ -1,5 +1,5 @@
 /// @file
-/// A log policy that keeps what it is given, and the taking apart of log lines.
+/// A log policy that keeps its lines, and functions that take log lines apart.
 #pragma once
 
 #include <algorithm>
@@ -19,9 +19,9 @@
 
 namespace Tolvex::Support {
 
-/// Keeps all that a logger does with its policy.
+/// Records every call of a logger to its policy.
 /// @par Thread safety
-/// Thread-safe, but for onWrite, which is set while the logger is disabled.
+/// Thread-safe, except onWrite: set it while the logger is disabled.
 class CapturingPolicy : public Ilog::ILogPolicy
 {
 public:
@@ -88,7 +88,7 @@ private:
 
 using CapturingLogger = Ilog::LoggerBase<CapturingPolicy>;
 
-/// Writes one whole line; nothing while the logger is disabled.
+/// Writes one complete line, or nothing while the logger is disabled.
 inline void WriteLine(CapturingLogger& logger, const std::string& text,
                       Ilog::LogType type = Ilog::LogType::Info)
 {
@@ -96,7 +96,7 @@ inline void WriteLine(CapturingLogger& logger, const std::string& text,
     logger << text << std::endl;
 }
 
-/// Waits until count lines have been written. @return all that were.
+/// Waits until count lines have been written. @return all lines written so far.
 inline std::vector<std::string> AwaitLines(CapturingLogger& logger, std::size_t count)
 {
     CapturingPolicy& policy = logger.GetPolicy();
@@ -119,9 +119,9 @@ inline bool BeginsLike(std::string_view line, std::string_view pattern)
     return true;
 }
 
-/// @return a log line without its date and temperature; "?" and the line when it has no date.
+/// @return a log line without its date and temperature, or "?" and the line if it has no date.
 ///
-/// By hand: regular expressions took most of the time of the tests with many lines.
+/// Uses no regular expressions: they took most of the time of tests with many lines.
 inline std::string WithoutDate(const std::string& line)
 {
     constexpr std::string_view date = "[9999-99-99 99:99:99]";
@@ -137,8 +137,9 @@ inline std::string WithoutDate(const std::string& line)
     return std::string(rest);
 }
 
-/// @return the lines that a new logger writes for what work, a void(CapturingLogger&), does, once
-/// there are count; without dates.
+/// Runs work, a void(CapturingLogger&), with a new logger and waits until it has written count
+/// lines.
+/// @return those lines without dates.
 template <typename Work>
 std::vector<std::string> LinesOf(std::size_t count, Work work)
 {

@@ -1,9 +1,9 @@
 /// @file
-/// Running a piece of a test in a process of its own.
+/// Runs a piece of a test in its own process.
 #pragma once
 
 #include <cstdio>
-#include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <string>
 #include <sys/wait.h>
@@ -15,11 +15,10 @@ namespace Tolvex::Support {
 
 /// How many of count threads a test may keep busy while it forks.
 ///
-/// None under the address sanitizer, whose allocator may be locked in the child for ever, and none
-/// when coverage is counted: the child ends by exit() then, which takes locks, too.
+/// None under the address sanitizer: its allocator may stay locked in the child.
 constexpr int ThreadsBusyAtFork(int count)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(TOLVEX_COVERAGE)
+#ifdef __SANITIZE_ADDRESS__
     return 0 * count;
 #else
     return count;
@@ -37,43 +36,55 @@ struct ChildResult
     int Signal() const { return WIFSIGNALED(status) ? WTERMSIG(status) : 0; }
 };
 
-/// Ends a forked child at once; when coverage is counted, only after its counts are written.
-[[noreturn]] inline void EndChild(int code)
+/// Runs work, an int(), in a forked child. The child ends by _exit() with what work returns, or
+/// with 1 if an expectation failed in it or an exception left it; its output then says which.
+///
+/// The child has none of its parent's threads, and inherits their locks in the state of that
+/// moment.
+/// @return the child's process, for waitpid(); negative if there is none.
+template <typename Work>
+pid_t StartChild(Work work)
 {
-#ifdef TOLVEX_COVERAGE
-    std::exit(code);
-#else
-    _exit(code);
-#endif
+    std::cout.flush();
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child != 0) {
+        return child;
+    }
+
+    // An exception must not reach the test runner: the child would run all other tests once more.
+    int code = 1;
+    try {
+        code = work();
+    } catch (const std::exception& exception) {
+        std::cout << "exception in a child process: " << exception.what() << '\n';
+    } catch (...) {
+        std::cout << "exception in a child process\n" << std::flush;
+        _exit(1);  // inside the handler, because it may be the end of a cancelled thread
+    }
+    std::cout.flush();
+    std::fflush(nullptr);
+    _exit(code == 0 && ::testing::Test::HasFailure() ? 1 : code);
 }
 
-/// Runs work, an int(), in a forked child and waits for it. The child ends by _exit() with what
-/// work returns, or with 1 if an expectation failed in it; the output then says which. For
-/// singletons that a test needs fresh, limits, users, namespaces and environments.
-///
-/// The child has none of the threads of its parent, and their locks as they were at that moment.
+/// Runs work as StartChild() does and waits for its end. Use it where a test needs new singletons,
+/// or changes limits, users, namespaces or the environment.
 template <typename Work>
 ChildResult RunInChild(Work work)
 {
     ChildResult result;
     int ends[2];
-    std::cout.flush();
-    std::fflush(nullptr);
     if (pipe(ends) != 0) {
         return result;
     }
 
-    const pid_t child = fork();
-    if (child == 0) {
+    const pid_t child = StartChild([&] {
         dup2(ends[1], STDOUT_FILENO);
         dup2(ends[1], STDERR_FILENO);
         close(ends[0]);
         close(ends[1]);
-        const int code = work();
-        std::cout.flush();
-        std::fflush(nullptr);
-        EndChild(code == 0 && ::testing::Test::HasFailure() ? 1 : code);
-    }
+        return work();
+    });
 
     close(ends[1]);
     char text[4096];

@@ -13,14 +13,14 @@
 
 namespace Tolvex::Support {
 
-inline std::atomic<std::size_t> allocationCount{0};           ///< calls of operator new so far
-inline thread_local std::size_t ownAllocationCount = 0;       ///< those of the calling thread
-inline std::atomic<std::size_t> releaseCount{0};              ///< of allocated memory, so far
-inline std::atomic<std::size_t> allocatedBytes{0};            ///< asked for so far
-inline std::atomic<std::size_t> largestAllocation{SIZE_MAX};  ///< bytes; whatever is larger fails
-inline std::atomic<std::size_t> failingAllocation{SIZE_MAX};  ///< from that call on, by count
+inline std::atomic<std::size_t> allocationCount{0};      ///< calls of operator new so far
+inline thread_local std::size_t ownAllocationCount = 0;  ///< calls of the calling thread
+inline std::atomic<std::size_t> releaseCount{0};         ///< releases of allocated memory so far
+inline std::atomic<std::size_t> allocatedBytes{0};       ///< requested so far
+inline std::atomic<std::size_t> largestAllocation{SIZE_MAX};  ///< bytes; larger requests fail
+inline std::atomic<std::size_t> failingAllocation{SIZE_MAX};  ///< requests fail from this call on
 
-/// Makes allocations of more than a number of bytes fail for as long as it lives.
+/// While it exists, allocations of more than a number of bytes fail.
 class AllocationLimit
 {
 public:
@@ -30,7 +30,7 @@ public:
     AllocationLimit& operator=(const AllocationLimit&) = delete;
 };
 
-/// Makes all allocations fail after so many more, for as long as it lives.
+/// While it exists, all allocations after a number of successful ones fail.
 class AllocationBudget
 {
 public:
@@ -47,7 +47,7 @@ inline void* CountedAllocation(std::size_t bytes)
     allocatedBytes += bytes;
     void* memory = fails ? nullptr : std::malloc(bytes == 0 ? 1 : bytes);
     if (memory == nullptr) {
-        ++releaseCount;  // nothing is held for it
+        ++releaseCount;
         throw std::bad_alloc();
     }
     return memory;

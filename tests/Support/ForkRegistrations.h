@@ -1,8 +1,9 @@
 /// @file
-/// Forks at the very moment in which another thread first uses the library. Include it in one file
-/// of a test program: it defines what pthread_atfork() calls, to halt that thread there.
+/// Forks while another thread uses the library for the first time. Include it in one file of a test
+/// program: it replaces the function that pthread_atfork() calls, to stop that thread there.
 ///
-/// Not for the thread sanitizer, whose pthread_once() leaves the child waiting for that thread.
+/// Do not use it under the thread sanitizer: in a child its pthread_once() waits for that thread
+/// for ever.
 #pragma once
 
 #include <atomic>
@@ -16,21 +17,21 @@
 
 namespace Tolvex::Support {
 
-/// Where the thread that first uses the library is held up.
+/// The point at which the thread that first uses the library stops.
 struct Halt
 {
     int registration;  ///< which call to pthread_atfork(), counted from 1
-    bool afterwards;   ///< when it is done, and not before
+    bool afterwards;   ///< stop after the registration, not before it
 };
 
-/// A halt with the name of its test.
+/// A stopping point with the name of its test.
 struct HaltRow
 {
     const char* name;
     Halt halt;
 };
 
-/// Its bytes, which GoogleTest would print, are not all set.
+/// Without this GoogleTest prints all bytes, and some of them are not initialised.
 inline void PrintTo(const HaltRow& row, std::ostream* stream)
 {
     *stream << row.name;
@@ -40,8 +41,8 @@ inline Halt halt = {0, false};
 inline std::atomic<int> registrations = 0;  ///< calls so far in this process
 inline std::atomic<bool> halted = false;
 
-/// Has a thread begin with firstUse, halts it, and calls work meanwhile; each in a process that has
-/// not used the library before.
+/// Starts a thread that calls firstUse, stops it at the given point, and calls work while it is
+/// stopped. Both happen in a process that has not used the library before.
 template <typename FirstUse, typename Work>
 ChildResult RunWhileHalted(Halt where, FirstUse firstUse, Work work)
 {
@@ -57,7 +58,7 @@ ChildResult RunWhileHalted(Halt where, FirstUse firstUse, Work work)
     });
 }
 
-/// Runs expectation in a child and in a child of that; both have to find all locks free.
+/// Runs expectation in a child and in a grandchild. All locks must be free in both.
 inline void ExpectInChildren(void (*expectation)())
 {
     const ChildResult child = RunInChild([expectation] {

@@ -8,12 +8,12 @@
 
 namespace Tolvex::Support {
 
-/// An event that one thread waits for and another brings about. Opened once.
+/// An event that one thread waits for and another one triggers. It is opened once.
 class Gate
 {
 public:
     void Open() { opened.set_value(); }
-    /// @return false when the patience is over.
+    /// @return false if the time limit has passed.
     bool Pass() { return future.wait_for(patience) == std::future_status::ready; }
 
 private:

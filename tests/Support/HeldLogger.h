@@ -11,7 +11,7 @@
 
 namespace Tolvex::Support {
 
-/// A logger whose writer stays in the policy, with the first line, until it is let go.
+/// A logger whose writer stays in the policy with the first line until the test releases it.
 class HeldLogger
 {
     Gate writing;

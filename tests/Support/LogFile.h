@@ -18,7 +18,7 @@
 
 namespace Tolvex::Support {
 
-/// Sends the log to a file of its own while it exists.
+/// Sends the log to a temporary file while it exists.
 class LogFile
 {
 public:
@@ -41,10 +41,10 @@ public:
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
 
-    /// @return the lines that were ended since the last call, as WithoutDate() makes them.
+    /// @return the lines that were ended since the last call, without their dates.
     std::vector<std::string> TakeLines()
     {
-        // Lines reach the file in the order in which they were ended: wait for one of our own.
+        // Lines reach the file in the order in which they were ended, so wait for a marker line.
         const std::string marker = "end of capture " + std::to_string(++markers);
         Ilog::Logger& logger = *Ilog::Logger::GetInstance();
         logger.WriteHeader(Ilog::LogType::Info);
@@ -74,7 +74,7 @@ private:
     }
 
     std::string name;
-    std::streamoff taken = 0;  ///< bytes of the file that were handed out
+    std::streamoff taken = 0;  ///< bytes of the file that earlier calls returned
     int markers = 0;
 };
 

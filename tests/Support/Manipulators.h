@@ -1,5 +1,5 @@
 /// @file
-/// Manipulators that do to the stream of a logger, or to the logger, what none should.
+/// Manipulators that misuse the stream of a logger or the logger itself.
 #pragma once
 
 #include <ostream>
@@ -9,7 +9,7 @@
 
 namespace Tolvex::Support {
 
-/// The logger that manipulators mean, which get nothing but the stream. Set by each test.
+/// The logger that the manipulators use: they get only the stream. Each test sets it.
 inline CapturingLogger* loggerOfManipulator = nullptr;
 
 inline std::streambuf* takenBuffer = nullptr;  ///< between TakingTheBuffer() and GivingItBack()

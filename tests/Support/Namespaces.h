@@ -1,5 +1,6 @@
 /// @file
-/// Parts of the system that a test program gets for itself, to change as it likes. Need root.
+/// Private parts of the system that a test program can change. They need root with the right to
+/// make namespaces, which the root of a container may not have.
 #pragma once
 
 #include <sched.h>
@@ -7,28 +8,28 @@
 
 namespace Tolvex::Support {
 
-/// Gives the calling thread, and those that it starts, a mount table of their own, of which nothing
-/// reaches the system.
+/// Gives the calling thread, and the threads that it starts, a private mount table. The system does
+/// not see its changes.
 ///
-/// Call it before the test program starts a thread, those of timers included.
-/// @return whether that worked.
+/// Call it before the test program starts another thread, including threads of timers.
+/// @return false if there is no right to do so.
 inline bool EnterPrivateMountNamespace()
 {
-    // The kernel ignores source and type here; valgrind takes a null for a mistake.
+    // The kernel ignores source and type here. Valgrind reports null pointers.
     return unshare(CLONE_NEWNS) == 0 &&
            mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
-/// Gives the calling thread, and those that it starts, a network of their own: at first a loopback
-/// interface that is down, and no way out.
-/// @return whether that worked.
+/// Gives the calling thread, and the threads that it starts, a private network. It has a loopback
+/// interface, which is down, and no connection to other networks.
+/// @return false if there is no right to do so.
 inline bool EnterPrivateNetworkNamespace()
 {
     return unshare(CLONE_NEWNET) == 0;
 }
 
 /// Hides a directory behind an empty one. Needs a private mount namespace.
-/// @return whether that worked.
+/// @return false if the mount failed.
 inline bool MountEmptyDirectory(const char* path)
 {
     return mount("none", path, "tmpfs", 0, "mode=755") == 0;

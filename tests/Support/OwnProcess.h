@@ -1,5 +1,5 @@
 /// @file
-/// What the kernel knows of the test's own process.
+/// What the kernel reports about the process of the test.
 #pragma once
 
 #include <algorithm>
@@ -57,7 +57,7 @@ inline bool HasSignal(std::uint64_t signals, int signal)
     return (signals >> (signal - 1) & 1) != 0;
 }
 
-/// @return whether a thread, by its number in the kernel, sleeps at this moment.
+/// @return whether the thread with this kernel number sleeps at this moment.
 inline bool Sleeps(pid_t thread)
 {
     const std::string stat = ReadFile("/proc/self/task/" + std::to_string(thread) + "/stat");
@@ -65,7 +65,7 @@ inline bool Sleeps(pid_t thread)
     return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") S") == 0;
 }
 
-/// @return how many descriptors are open, among them the one that the counting takes.
+/// @return the number of open descriptors, including the one that counts them.
 inline std::ptrdiff_t CountDescriptors()
 {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");

@@ -1,5 +1,5 @@
 /// @file
-/// How much of a long test to run, by how slow this run is.
+/// How much of a long test to run, depending on how slow this run is.
 #pragma once
 
 #include <algorithm>
@@ -19,8 +19,8 @@
 
 namespace Tolvex::Support {
 
-/// Whether the thread sanitizer runs. It cannot follow a thread that is cancelled in a sleep: from
-/// there on it sees none of the thread's locks and atomics, and reports races that are none.
+/// Whether the thread sanitizer runs. After a thread is cancelled in a sleep, the sanitizer misses
+/// the thread's locks and atomics and reports false races.
 #if defined(__SANITIZE_THREAD__)
 constexpr bool underThreadSanitizer = true;
 #else
@@ -37,7 +37,7 @@ constexpr bool isEmulated = false;
 /// Whether threads are slow to create.
 constexpr bool threadsAreSlow = isEmulated || underThreadSanitizer;
 
-/// About how many times slower than an optimised program this one runs.
+/// Roughly how many times slower this program runs than an optimised one.
 inline std::size_t Slowness()
 {
 #ifdef RUNNING_ON_VALGRIND

@@ -7,10 +7,10 @@
 
 namespace Tolvex::Support {
 
-/// The longest wait of a test for something that has to come; bounds a hang, no speed.
+/// The longest time that a test waits for an event. It bounds a hang and asserts no speed.
 constexpr std::chrono::seconds patience(30);
 
-/// Polls until the condition holds. @return false when the patience is over.
+/// Polls until the condition holds. @return false if the time limit has passed.
 template <typename Condition>
 bool Eventually(Condition condition)
 {

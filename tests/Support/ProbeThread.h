@@ -1,5 +1,5 @@
 /// @file
-/// A worker whose hooks are given by the test, and whose protected state the test can see.
+/// A worker whose hooks come from the test and whose protected state the test can see.
 #pragma once
 
 #include <atomic>
@@ -16,7 +16,7 @@
 
 namespace Tolvex::Support {
 
-/// Sleeps, and is cancelled only behind the sleep, where the thread sanitizer can follow.
+/// Sleeps. A cancellation takes effect only after the sleep, where the thread sanitizer can follow.
 inline void Nap(std::chrono::milliseconds duration)
 {
     int before = 0;
@@ -26,7 +26,7 @@ inline void Nap(std::chrono::milliseconds duration)
     pthread_testcancel();
 }
 
-/// Ends by itself only through Stop() and its kin. Set the hooks before Start().
+/// Runs until Stop(), Cancel() or Abort(). Set the hooks before Start().
 class ProbeThread : public Interfaces::IThread
 {
 public:
@@ -52,9 +52,9 @@ public:
     std::function<void()> onRun = [] {};
     std::function<void()> onRunAfter = [] {};
 
-    std::atomic<int> passes = 0;  ///< for the hooks to count; not touched here
+    std::atomic<int> passes = 0;  ///< counted by the hooks of the test, not here
 
-    /// Makes the object look as if its thread ran, without one.
+    /// Sets the state of a running worker without a thread.
     void PretendToRun()
     {
         Base::StoreShared(threadHandle, pthread_self());

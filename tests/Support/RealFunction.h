@@ -1,5 +1,5 @@
 /// @file
-/// The C library's own functions behind those that a test program replaces.
+/// The C library's own functions behind the ones that a test program replaces.
 #pragma once
 
 #include <dlfcn.h>

@@ -14,7 +14,7 @@
 
 namespace Tolvex::Support {
 
-/// An empty directory that goes away with the object, and all that is in it.
+/// An empty directory. The destructor removes it with everything in it.
 class ScratchDirectory
 {
 public:
@@ -34,14 +34,14 @@ public:
     ScratchDirectory(const ScratchDirectory&) = delete;
     ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
-    /// @return the path of a name in the directory.
+    /// @return the path of a file with this name in the directory.
     std::string Path(const std::string& name) const { return (directory / name).string(); }
 
 private:
     std::filesystem::path directory;
 };
 
-/// @return all bytes of a file; empty when there is none.
+/// @return all bytes of a file, or an empty text if there is no file.
 inline std::string ReadFile(const std::string& path)
 {
     std::ostringstream bytes;
@@ -49,7 +49,7 @@ inline std::string ReadFile(const std::string& path)
     return bytes.str();
 }
 
-/// @return the lines of a text without their newlines. What follows the last newline is one, too.
+/// @return the lines of a text without their newlines. Text after the last newline is a line too.
 inline std::vector<std::string> SplitLines(const std::string& text)
 {
     std::vector<std::string> lines;

@@ -1,5 +1,5 @@
 /// @file
-/// Threads that have come to where they wait for something.
+/// Threads that have reached the point where they wait.
 #pragma once
 
 #include <future>
@@ -14,7 +14,7 @@
 
 namespace Tolvex::Support {
 
-/// Starts a thread for work, a void(), in which it has to wait. @return it, once it sleeps.
+/// Starts a thread for work, a void() that has to wait. @return the thread, once it sleeps.
 template <typename Work>
 std::thread SleepingThread(Work work)
 {

@@ -1,5 +1,5 @@
 /// @file
-/// The kernel's thermal zone as tests need it, at its real path.
+/// A replacement for the kernel's thermal zone, at its real path.
 #pragma once
 
 #include <filesystem>
@@ -8,20 +8,21 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/Support/ChildProcess.h"
 #include "tests/Support/Namespaces.h"
 
 namespace Tolvex::Support {
 
-/// The thermal zone that the library reads, under the control of this test program alone.
+/// The thermal zone that the library reads, private to this test program.
 ///
-/// At first there is none. A test begins with `if (!ThermalZone::Enter()) { GTEST_SKIP() <<
+/// At first there is no zone. Begin a test with `if (!ThermalZone::Enter()) { GTEST_SKIP() <<
 /// ThermalZone::whyNot; }`.
 class ThermalZone
 {
 public:
-    static constexpr char whyNot[] = "needs root: mounts over /sys/devices/virtual";
+    static constexpr char whyNot[] = "needs the right to mount: mounts over /sys/devices/virtual";
 
-    /// Mounts an empty file system over /sys/devices/virtual in a private mount namespace; once a
+    /// Mounts an empty file system over /sys/devices/virtual in a private mount namespace, once per
     /// process. See EnterPrivateMountNamespace().
     static bool Enter()
     {
@@ -33,7 +34,14 @@ public:
         return entered;
     }
 
-    /// Makes the zone's file hold text.
+    /// @return whether Enter() works here. A child process tries it: the root of a container may
+    /// have no right to mount.
+    static bool MayEnter()
+    {
+        return RunInChild([] { return Enter() ? 0 : 1; }).Succeeded();
+    }
+
+    /// Writes text to the zone's file.
     static void Write(const std::string& text)
     {
         Remove();
@@ -49,7 +57,7 @@ public:
         ASSERT_TRUE(std::filesystem::create_directories(path));
     }
 
-    /// Takes the zone away.
+    /// Removes the zone.
     static void Remove() { std::filesystem::remove_all("/sys/devices/virtual/thermal"); }
 
     static constexpr char path[] = "/sys/devices/virtual/thermal/thermal_zone0/temp";

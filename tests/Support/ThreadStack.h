@@ -7,10 +7,10 @@
 
 namespace Tolvex::Support {
 
-/// The calling thread's stack, painted below the caller so that what is used from then on shows.
+/// The stack of the calling thread. Painting it below the caller shows what is used later.
 ///
-/// Paint first of all on the thread, measure last. What lies above the caller counts as used, and
-/// with it what the C library keeps there for the thread.
+/// Call Paint() first on the thread and measure last. Everything above the caller counts as used,
+/// including the data that the C library keeps there for the thread.
 class ThreadStack
 {
 public:
@@ -28,7 +28,7 @@ public:
     /// @return the whole stack in bytes, without its guard.
     std::size_t Size() const { return size; }
 
-    /// Fills what lies below the caller.
+    /// Fills the stack below the caller.
     __attribute__((noinline, no_sanitize("address", "undefined", "thread"))) void Paint() const
     {
         const volatile unsigned char* const here = Here();
@@ -37,7 +37,7 @@ public:
         }
     }
 
-    /// @return bytes from the top of the stack to the lowest that was written since Paint().
+    /// @return bytes from the top of the stack down to the lowest one written since Paint().
     __attribute__((noinline, no_sanitize("address", "undefined", "thread"))) std::size_t Used()
         const
     {

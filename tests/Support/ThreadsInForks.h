@@ -1,6 +1,6 @@
 /// @file
-/// For tests that start threads in a child that a process with threads has forked: the thread
-/// sanitizer refuses that unless told otherwise. Included by one file of the program.
+/// Lets tests start threads in the forked child of a process with threads, which the thread
+/// sanitizer refuses by default. Include it in one file of the program.
 #pragma once
 
 // NOLINTNEXTLINE(bugprone-reserved-identifier,misc-definitions-in-headers)

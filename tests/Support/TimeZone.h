@@ -11,14 +11,14 @@
 
 namespace Tolvex::Support {
 
-// Written out, so that no time zone files are needed.
+// Spelled out, so that no time zone files are needed.
 constexpr const char* utcZone = "UTC0";
 constexpr const char* berlinZone = "CET-1CEST,M3.5.0,M10.5.0/3";
 constexpr const char* kolkataZone = "IST-5:30";
 constexpr const char* losAngelesZone = "PST8PDT,M3.2.0,M11.1.0";
 
-/// Runs body, a void(), in a child process whose time zone is the one given; what fails in it fails
-/// the calling test. A child, because the C library may keep the zone that it has used first.
+/// Runs body, a void(), in a child process with the given time zone. A failure in the child fails
+/// the calling test. A child is needed because the C library may keep the zone that it used first.
 template <typename Body>
 void InTimeZone(const char* zone, Body body)
 {

@@ -1,6 +1,7 @@
 /// @file
-/// What the library asks of the system's timers. Include it in one file of a test program: it
-/// defines timer_create(), timer_settime() and timer_delete(), which note the call and pass it on.
+/// The library's calls to the system's timers. Include it in one file of a test program: it
+/// replaces timer_create(), timer_settime() and timer_delete() by functions that record the call
+/// and pass it on.
 #pragma once
 
 #include <csignal>
@@ -21,7 +22,7 @@ struct CreateCall
     int notify = -1;                           ///< SIGEV_...
     void* value = nullptr;                     ///< the value pointer
     void (*function)(union sigval) = nullptr;  ///< the notify function
-    bool hasAttributes = false;                ///< the rest is set if so
+    bool hasAttributes = false;                ///< if so, the next members are set
     std::size_t stackSize = 0;                 ///< bytes
     int detachState = -1;
     int result = -1;
@@ -37,23 +38,24 @@ struct SetTimeCall
     int result = -1;
 };
 
-/// The calls so far in this process, and what is done to them on their way.
+/// The calls so far in this process, and the changes to make to the next ones.
 struct TimerCalls
 {
     std::vector<CreateCall> created;
     std::vector<SetTimeCall> set;
     std::vector<timer_t> deleted;
-    void (*expiry)(union sigval) = nullptr;  ///< gets the expiries instead; null: the library does
-    long periodNanoseconds = 0;  ///< armed instead of any other period; 0: the one asked
-    std::mutex mutex;            ///< guards all of the above
+    void (*expiry)(union sigval) = nullptr;  ///< gets the expiries; null: the library gets them
+    long periodNanoseconds = 0;              ///< replaces every period; 0: no change
+    std::mutex mutex;                        ///< guards all of the above
 
     static TimerCalls& Get()
     {
-        static auto* const calls = new TimerCalls;  // never deleted: expiries may come to the end
+        static auto* const calls =
+            new TimerCalls;  // never deleted: expiries may come until the end
         return *calls;
     }
 
-    /// Forgets the calls and passes the next ones on as they are.
+    /// Forgets the calls and passes the next ones on unchanged.
     static void Reset()
     {
         TimerCalls& calls = Get();

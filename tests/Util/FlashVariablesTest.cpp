@@ -136,7 +136,7 @@ protected:
     void SetUp() override
     {
         if (!RunInChild([] { return EnterPrivateMountNamespace() ? 0 : 1; }).Succeeded()) {
-            GTEST_SKIP() << "needs root: mounts over /sbin, /dev and /etc";
+            GTEST_SKIP() << "needs the right to mount: mounts over /sbin, /dev and /etc";
         }
         if (FindTool("fw_printenv").empty() || FindTool("fw_setenv").empty()) {
             FAIL() << "fw_printenv or fw_setenv is missing: install libubootenv-tool";

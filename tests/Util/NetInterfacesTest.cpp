@@ -38,6 +38,7 @@ using Tolvex::Support::EnterPrivateNetworkNamespace;
 using Tolvex::Support::LogFile;
 using Tolvex::Support::MountEmptyDirectory;
 using Tolvex::Support::RunInChild;
+using Tolvex::Support::StartChild;
 using Tolvex::Support::TextThrown;
 using Tolvex::Util::CheckIfNetInterfaceIsPresent;
 using Tolvex::Util::connectivityHost;
@@ -102,7 +103,7 @@ protected:
         const ChildResult child = RunInChild(
             [] { return EnterPrivateMountNamespace() && EnterPrivateNetworkNamespace() ? 0 : 1; });
         if (!child.Succeeded()) {
-            GTEST_SKIP() << "needs root: makes network interfaces in a namespace of its own";
+            GTEST_SKIP() << "needs the right to make namespaces: network interfaces of its own";
         }
         if (!HasProgram("ip") || !HasProgram("ping")) {
             FAIL() << "ip or ping is missing: install iproute2 and iputils-ping";
@@ -448,10 +449,7 @@ int CheckConnectivityOfTwoEnds()
 {
     Turns turns;
     EXPECT_TRUE(turns.IsOpen());
-    const pid_t farEnd = fork();
-    if (farEnd == 0) {
-        RunFarEnd(turns);
-    }
+    const pid_t farEnd = StartChild([&turns]() -> int { RunFarEnd(turns); });
 
     EXPECT_TRUE(EnterEnd("10.77.0.2"));
     EXPECT_TRUE(turns.Await());
