@@ -27,7 +27,7 @@ ROUNDS = 3  # of an operation with several threads, whose counts differ a little
 
 def build():
     steps = (
-        'usage=; source scripts/common.sh; scripts/setup build arm count; use_sysroot armhf; '
+        'usage=; source scripts/setup; install_for build arm count; use_sysroot; '
         'configure arm -DTOLVEX_BUILD_BENCHMARKS=ON; '
         'cmake --build build/arm --parallel "$jobs" --target Instructions >build/count.log || '
         '{ cat build/count.log; exit 1; }; '

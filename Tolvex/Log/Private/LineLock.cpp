@@ -67,9 +67,6 @@ bool LineLock::Await(std::uintptr_t ignoredFlags, Deadline deadline)
 
         // The first line that becomes free from now on is this thread's.
         word |= reserved;
-        lock.unlock();
-        SpinUntilFree(waiting | reserved | ignoredFlags);
-        lock.lock();
         wakePending = false;
         queue.Prepend(place);
     }
