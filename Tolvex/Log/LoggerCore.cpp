@@ -263,6 +263,15 @@ bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
     return static_cast<bool>(step);
 }
 
+/// Refuses lines, drops the one that is being composed, and tells the writer to end. Under Control.
+void StopWriter(LoggerState& state)
+{
+    state.writers.Refuse();
+    state.lock.Drop();
+    state.writers.TellToEnd();
+    state.lineReady.Notify();
+}
+
 /// In a forked child the buffer may have been in use by a thread that does not exist there.
 void RenewStaleBuffer(LoggerState& state)
 {
@@ -313,6 +322,7 @@ bool LoggerCore::Enable(const std::string* output)
     }
 
     RenewStaleBuffer(*state);
+    StopWriter(*state);  // A notice that is the last line leaves its writer to Close().
     state->writers.AwaitOldWriter();
     while (lineReady.TryWait()) {
         // Tokens that the writer before has not taken.
@@ -325,8 +335,7 @@ bool LoggerCore::Enable(const std::string* output)
     }
     static_cast<void>(writer.release());  // owned by its thread
     if (!openOutput()) {
-        state->writers.TellToEnd();
-        lineReady.Notify();
+        StopWriter(*state);
         state->writers.AwaitStopped();
         return false;
     }
@@ -417,10 +426,6 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
     if (Terminate(buffer)) {
         HandOver(*state, step);
     }
-    if (last) {
-        state->writers.TellToEnd();
-        lineReady.Notify();
-    }
 }
 
 void LoggerCore::Close()
@@ -429,10 +434,7 @@ void LoggerCore::Close()
     if (!control) {
         return;  // The policy calls this from its own Close() or SetOutput().
     }
-    state->writers.Refuse();
-    state->lock.Drop();
-    state->writers.TellToEnd();
-    lineReady.Notify();
+    StopWriter(*state);
     // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
     const Clock::duration longest =
         state->writers.AwaitStopped() ? Clock::duration(longestWaitForPolicy) : Clock::duration(0);

@@ -1,6 +1,7 @@
 #include "Tolvex/Log/Private/WriterLife.h"
 
 #include <chrono>
+#include <new>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/Private/Sleep.h"
@@ -141,7 +142,6 @@ void WriterLife::Gone(std::uint32_t number)
     // Its thread could not be created or was cancelled. No thread is left that could take a line.
     Refuse();
     lock.Drop();
-    TellToEnd();
     if (lock.Advance(LineLock::Complete, LineLock::Taken)) {
         lock.Release(CallingThread());
     }
@@ -150,6 +150,7 @@ void WriterLife::Gone(std::uint32_t number)
 
 void WriterLife::RenewInChild()
 {
+    new (&mutex) std::mutex;  // Not destroyed: a thread of the parent may have held it.
     ++current;
     toldToEnd = current.load();
     currentThread = 0;

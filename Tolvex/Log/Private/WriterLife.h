@@ -38,7 +38,8 @@ public:
     /// Clears enabled and refuses lines. The line that is being composed stays its owner's.
     void Refuse();
     /// Tells the current writer to end; after Refuse(), and when no line can become complete any
-    /// more. The caller then wakes the writer, which writes a complete line first.
+    /// more. The caller then wakes the writer, which writes a complete line first. Not while
+    /// another thread is in Announce().
     void TellToEnd();
     /// Polls stopped up to 21 times, every 100 ms. @return whether it became true.
     bool AwaitStopped() const;
