@@ -38,13 +38,11 @@ Array& Array::operator=(Array&& other) noexcept
 void Array::push_back(const Value& value)
 {
     elements.push_back(value);
-    Access::PlaceInContainer(elements.back());
 }
 
 void Array::push_back(Value&& value)
 {
     elements.push_back(std::move(value));
-    Access::PlaceInContainer(elements.back());
 }
 
 void Array::insert(unsigned int index, const Value& value)
@@ -161,12 +159,12 @@ int Object::HasKeys(const char** keys, int count) const
 
 Value& Object::operator[](const std::string& key)
 {
-    return Access::Place(members[key], CurrentEmbeddings());
+    return members[key];
 }
 
 Value& Object::operator[](const char* key)
 {
-    return Access::Place(members[key], CurrentEmbeddings());
+    return members[key];
 }
 
 const Value& Object::operator[](const std::string& key) const

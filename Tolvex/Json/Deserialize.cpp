@@ -335,9 +335,8 @@ Value& Reader::AddElement()
     std::vector<Value>& elements = Access::Elements(Access::ArrayOf(*frame.value));
     if (elements.size() == elements.capacity()) {
         GrowFor(elements, frame.announced);
-        PrefetchNode(elements.data(), nodesAhead);
     }
-    return Access::PlaceInContainer(elements.emplace_back());
+    return elements.emplace_back();
 }
 
 /// @return the next comma or bracket other than "}", at the latest the one that closes the array.
@@ -420,9 +419,7 @@ Value& Reader::AddMember(const Frame& frame, std::string_view key)
     if (members.size() == sizeBefore) {
         Access::Reset(member->second);  // a repeated key: nothing of the old value stays
     } else {
-        Access::PlaceInContainer(member->second);
         memberOrder.Add(member, frame.firstInOrder);
-        PrefetchNode(&*member, nodesAhead);  // where the allocator goes on, most likely
     }
     return member->second;
 }

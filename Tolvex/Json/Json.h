@@ -304,15 +304,15 @@ public:
     /// @param other  May be inside this value, or this value inside it.
     /// @return this value.
     Value& operator=(const Value& other);
-    /// The same, taking the representation over. Allocates only when this value is inside the
-    /// source: then the source is copied and keeps what it holds.
+    /// Takes the source's type and takes over its active representation, in constant time but for
+    /// the destruction of what is replaced.
     ///
-    /// Takes constant time, except into an element or member: for one of these the source is
-    /// searched first, in time linear in the number of values in it. That, again, is spared for a
-    /// member which `object["key"]` has just added to an Object.
-    /// @param other  Left as a move leaves it: see Value(Value&&).
+    /// @param other  May be inside this value: `v = std::move(v["k"])`. Left as a move leaves it:
+    ///               see Value(Value&&).
     /// @return this value.
-    Value& operator=(Value&& other);  // NOLINT(performance-noexcept-move-constructor): may copy
+    /// @warning Do not move a value into something that it contains: `v["k"] = std::move(v)`. The
+    /// value is lost, and its memory may leak. Copy instead: `v["k"] = Json::Value(v)`.
+    Value& operator=(Value&& other) noexcept;
 
     /// @return which representation is meaningful.
     ValueType GetType() const noexcept { return mValueType; }
@@ -443,7 +443,6 @@ private:
     ValueType mValueType = NullVal;
     std::int32_t mIntVal = 0;
     float mFloatVal = 0.0F;
-    std::uint32_t place = 0;  ///< what is known about where this value stands; see Access
     double mDoubleVal = 0.0;
     std::string mStringVal;
     Object mObjectVal;

@@ -355,7 +355,6 @@ inline char* Writer::WriteNext(char* at, OpenText& container)
         *at++ = ':';
     }
     const Value& value = container.rest.Current();
-    container.rest.Prefetch();
     container.rest.Advance();
     return Begin(at, value);  // container may be gone afterwards
 }
