@@ -64,7 +64,7 @@ TEST(ConcurrencyTest, DocumentsAreBuiltAtTheSameTime)
         Object object;
         object["part"] = Value(part);
         Value value(std::move(object));
-        value["part"]["a"][4]["b"] = std::move(value);
+        value["part"]["a"][4]["b"] = Value(value);
         EXPECT_TRUE(value["part"]["a"][4]["b"]["part"] == part);
     });
 }

@@ -6,12 +6,6 @@
 
 namespace Tolvex::Json {
 
-/// Reads a plain decimal number into a value. A byte that no number has must stand behind it.
-///
-/// @return the byte after the number; null, with the value untouched, when the text is none, or one
-///         that ReadBareToken() must judge.
-const char* ReadPlainNumber(const char* begin, Value& value);
-
 /// Reads a token by all its rules, up to a comma or the end.
 ///
 /// Blanks in the token are skipped. An empty token is the integer 0.

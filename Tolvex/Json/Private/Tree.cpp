@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Tolvex/Json/Private/Access.h"
+#include "Tolvex/Json/Private/Prefetch.h"
 
 namespace Tolvex::Json {
 
@@ -112,7 +113,7 @@ void ReleaseMembersOf(Value& value, ReleaseStack& stack)
     if (!stacked) {
         stacked = true;
         for (auto& member : members) {
-            if (Access::HoldsValues(member.second)) {
+            if (Access::HoldsValues(PrefetchAhead(member, -1).second)) {
                 stack.Push(member.second);
             }
         }

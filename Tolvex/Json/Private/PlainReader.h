@@ -1,0 +1,64 @@
+/// @file
+/// Reading ordinary JSON text fast. See docs/json-speed.md. Not installed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "Tolvex/Json/Json.h"
+#include "Tolvex/Json/Private/Characters.h"
+#include "Tolvex/Json/Private/MemberOrder.h"
+
+namespace Tolvex::Json {
+
+/// Reads a text that is written as nearly every program writes JSON. Such a text has the meaning
+/// that it has for any JSON reader, but for the rules of the dialect that are marked in the source.
+///
+/// Gives up at everything else, malformed text included. The caller then reads the text again by
+/// all rules.
+class PlainReader
+{
+public:
+    /// @param document  Without white space at its ends.
+    explicit PlainReader(std::string_view document)
+        : at(document.data()), end(document.data() + document.size())
+    {
+    }
+
+    /// @param root  A fresh value. Holds anything when the text is not plain.
+    /// @return whether the text is plain.
+    /// @throws std::out_of_range as Deserialize() does.
+    bool Read(Value& root);
+
+private:
+    /// A container that is being read.
+    struct Frame
+    {
+        Value* value;
+        std::size_t firstInOrder;  ///< where its members begin in the order
+    };
+
+    bool CountElements();
+    void Open(Value& container);
+    bool Close();
+    bool ReadElements(std::vector<Value>& elements);
+    bool ReadMembers(Value& object);
+    Value* ReadKey(Value& object);
+    bool ReadScalar(Value& value, bool isElement);
+    bool ReadString(Value& value, bool isElement);
+    bool ReadLiteral(std::string_view literal);
+
+    void SkipSpace() { at = SkipSpaces(at, end); }
+
+    const char* at;
+    const char* end;
+    std::vector<Frame> open;  ///< innermost last
+    MemberOrder order;
+    bool opened = false;                       ///< nothing of the innermost one has been read
+    std::vector<std::uint32_t> elementCounts;  ///< of the arrays, in the order of the text
+    std::size_t arraysOpened = 0;
+};
+
+}  // namespace Tolvex::Json
