@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -40,9 +41,10 @@ inline bool IsDigit(char byte)
     return byte >= '0' && byte <= '9';
 }
 
-/// Reads eight bytes as one number.
+/// Reads eight bytes as one number, the first byte lowest.
 inline std::uint64_t LoadEight(const char* at)
 {
+    static_assert(std::endian::native == std::endian::little);
     std::uint64_t bytes = 0;
     std::memcpy(&bytes, at, sizeof bytes);
     return bytes;
@@ -75,14 +77,14 @@ inline const char* FindQuoteOrBackslash(const char* at, const char* end)
 {
     constexpr std::uint64_t ones = 0x0101010101010101;
     constexpr std::uint64_t highBits = 0x8080808080808080;
-    // The lowest byte that becomes 0 sets its high bit; bytes above it may, too.
-    const auto marksZero = [](std::uint64_t bytes) { return (bytes - ones) & ~bytes & highBits; };
-    while (end - at >= 8) {
+    // Sets the high bit of the lowest byte that is 0, and of none below it.
+    const auto markZero = [](std::uint64_t bytes) { return (bytes - ones) & ~bytes & highBits; };
+    for (; end - at >= 8; at += 8) {
         const std::uint64_t bytes = LoadEight(at);
-        if ((marksZero(bytes ^ ones * '"') | marksZero(bytes ^ ones * '\\')) != 0) {
-            break;
+        const std::uint64_t marks = markZero(bytes ^ ones * '"') | markZero(bytes ^ ones * '\\');
+        if (marks != 0) {
+            return at + std::countr_zero(marks) / 8;
         }
-        at += 8;
     }
     while (at != end && *at != '"' && *at != '\\') {
         ++at;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Tolvex/Json/Json.h"
+#include "Tolvex/Json/Private/Characters.h"
 
 namespace Tolvex::Json {
 
@@ -24,11 +25,13 @@ public:
     std::size_t Size() const { return entries.size(); }
     void ShrinkTo(std::size_t size) { entries.resize(size); }
 
-    /// @param first  Where the members of the object begin.
+    /// @param first    Where the members of the object begin.
+    /// @param textEnd  The end of the text in which the key stands.
     /// @return a hint for the map: the member before which the key belongs, or which has it.
-    Members::iterator FindNext(Members& members, std::size_t first, std::string_view key)
+    Members::iterator FindNext(Members& members, std::size_t first, std::string_view key,
+                               const char* textEnd)
     {
-        prefix = MakePrefix(key);
+        prefix = MakePrefix(key, textEnd);
         place = entries.size();
         if (members.size() != place - first) {
             place = SIZE_MAX;
@@ -62,15 +65,17 @@ private:
         Members::iterator member;
     };
 
-    /// Numbers compare as the keys do, as far as their bytes go.
-    static std::uint64_t MakePrefix(std::string_view key)
+    /// Makes a number of the first bytes. Numbers compare as the keys do, as far as the bytes go.
+    static std::uint64_t MakePrefix(std::string_view key, const char* textEnd)
     {
-        std::uint64_t prefix = 0;
-        for (std::size_t i = 0; i < sizeof prefix; ++i) {
-            const char byte = i < key.size() ? key[i] : '\0';
-            prefix = prefix << 8U | static_cast<unsigned char>(byte);
+        std::uint64_t bytes = 0;
+        if (textEnd - key.data() >= 8) {
+            bytes = LoadEight(key.data());
+        } else {
+            key.copy(reinterpret_cast<char*>(&bytes), sizeof bytes);
         }
-        return prefix;
+        const std::uint64_t prefix = __builtin_bswap64(bytes);
+        return key.size() >= 8 ? prefix : prefix & ~(UINT64_MAX >> 8 * key.size());
     }
 
     std::vector<Entry> entries;

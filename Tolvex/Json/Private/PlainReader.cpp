@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "Tolvex/Json/Private/Access.h"
@@ -228,8 +229,9 @@ Value* PlainReader::ReadKey(Value& object)
     std::map<std::string, Value>& members = Access::Members(Access::ObjectOf(object));
     const std::size_t sizeBefore = members.size();
     const std::size_t firstInOrder = open.back().firstInOrder;
-    const auto member =
-        members.try_emplace(order.FindNext(members, firstInOrder, key), std::string(key));
+    const auto next = order.FindNext(members, firstInOrder, key, end);
+    const auto member = members.emplace_hint(next, std::piecewise_construct,
+                                             std::forward_as_tuple(key), std::forward_as_tuple());
     if (members.size() == sizeBefore) {
         return nullptr;  // a repeated key
     }
