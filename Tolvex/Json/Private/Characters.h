@@ -54,6 +54,9 @@ inline std::uint64_t LoadEight(const char* at)
 inline const char* SkipSpaces(const char* at, const char* end)
 {
     constexpr std::uint64_t eightBlanks = 0x2020202020202020;
+    if (at == end || !IsSpace(*at)) {
+        return at;  // nearly always
+    }
     while (end - at >= 8 && LoadEight(at) == eightBlanks) {
         at += 8;
     }
