@@ -17,10 +17,10 @@ namespace Tolvex::Json {
 
 namespace {
 
-/// Reads one text by all rules of the dialect, one after the other.
+/// Reads a text by the rules of the dialect, step by step.
 ///
-/// A container that turns out malformed becomes null, and reading continues behind it. Only the
-/// container around a malformed scalar is lost.
+/// A malformed scalar makes the container around it null. A malformed container becomes null
+/// itself; reading continues after it.
 class RulesReader
 {
 public:
@@ -30,7 +30,7 @@ public:
     Value Read();
 
 private:
-    /// A container that is being read.
+    /// A container being read.
     struct Frame
     {
         Value* value;
@@ -67,7 +67,7 @@ private:
     BracketPairs pairs;
     std::vector<Frame> frames;
     const char* position = nullptr;
-    const char* delimiter = nullptr;  ///< the last one found; holds while position is not past it
+    const char* delimiter = nullptr;  ///< the last one found; valid until position passes it
 };
 
 Value RulesReader::Read()
@@ -75,7 +75,7 @@ Value RulesReader::Read()
     Value root;
     if (text.size() < 2 || !((text.front() == '{' && text.back() == '}') ||
                              (text.front() == '[' && text.back() == ']'))) {
-        return root;  // Required: a bare scalar is no document.
+        return root;  // a bare scalar is no document
     }
 
     position = text.data();
@@ -90,7 +90,7 @@ Value RulesReader::Read()
     return root;
 }
 
-/// Begins the container that stands at the position.
+/// Starts the container at the position.
 void RulesReader::Open(Value& value, const char* closing)
 {
     Access::Type(value) = *position == '[' ? ArrayVal : ObjectVal;
@@ -98,20 +98,20 @@ void RulesReader::Open(Value& value, const char* closing)
     ++position;
 }
 
-/// Ends the innermost container. Reading continues behind it.
+/// Ends the innermost container. Reading continues after it.
 void RulesReader::CloseFrame()
 {
     position = frames.back().end + 1;
     frames.pop_back();
 }
 
-/// Makes the innermost container null. Reading continues behind it.
+/// Makes the innermost container null. Reading continues after it.
 void RulesReader::Fail()
 {
     Value& failed = *frames.back().value;
     CloseFrame();
-    // Required: the container around a malformed one does not fail. An array gets no element for
-    // it, an object keeps the member as null.
+    // Required: a malformed container does not make the container around it fail. An array drops
+    // the element, an object keeps the member as null.
     if (!frames.empty() && frames.back().value->GetType() == ArrayVal) {
         Elements().pop_back();
     } else {
@@ -119,18 +119,19 @@ void RulesReader::Fail()
     }
 }
 
-/// @throws std::out_of_range when the container at the position does not end in the one around it.
+/// @throws std::out_of_range if the container at the position does not end in the one around it.
 BracketPairs::End RulesReader::FindEnd()
 {
     const BracketPairs::End end = pairs.FindEnd(position, frames.back().end);
-    // Required: std::out_of_range, though whatever else is malformed reads as null.
+    // Required: throws, although all other malformed text reads as null.
     if (end.outcome == BracketScan::Outcome::Open) {
         throw std::out_of_range("json container is not closed");
     }
     return end;
 }
 
-/// Reads a string, whose closing quote must come before the stop.
+/// Reads a string.
+/// @return false if there is no closing quote before the stop.
 bool RulesReader::ReadString(const char* stop, Value& value)
 {
     const char* const quote = FindQuote(position + 1, stop);
@@ -151,7 +152,7 @@ std::vector<Value>& RulesReader::Elements()
     return Access::Elements(Access::ArrayOf(*frames.back().value));
 }
 
-/// Reads on in the innermost container, an array, until it ends or another one opens.
+/// Continues in an array, the innermost container, until it ends or another container opens.
 void RulesReader::ReadElements()
 {
     Step step = Step::Done;
@@ -173,7 +174,7 @@ RulesReader::Step RulesReader::ReadElement()
     switch (*position) {
         case ',':
         case ']':
-            ++position;  // Required: nothing before a delimiter is no element.
+            ++position;  // nothing before a delimiter: no element
             return Step::Done;
         case '[':
         case '{':
@@ -196,8 +197,8 @@ RulesReader::Step RulesReader::ReadContainerElement()
 RulesReader::Step RulesReader::ReadScalarElement()
 {
     const char* const next = FindDelimiter();
-    // Required: an element ends at the next comma or closing bracket, in a string as well; but when
-    // a bracket opens before that, the whole rest of the array is what the element is read from.
+    // Required: an element ends at the next comma or closing bracket, even within a string. But if
+    // a bracket opens before that, the element is read from the whole rest of the array.
     const bool restOfArray = *next == '[' || *next == '{';
     const char* const closing = frames.back().end;
     const char* const stop = restOfArray ? closing : next;
@@ -208,21 +209,21 @@ RulesReader::Step RulesReader::ReadScalarElement()
             return Step::Failed;
         }
     } else if (restOfArray || ReadBareToken(position, stop, element) == nullptr) {
-        return Step::Failed;  // no bare token may have a bracket behind it
+        return Step::Failed;  // a bare token never has an opening bracket in it
     }
-    // Required: what stands between a string and the delimiter is dropped; but before an opening
-    // bracket it is the next element.
+    // Required: text between a string and the delimiter is dropped. But before an opening bracket
+    // that text is the next element.
     if (!restOfArray) {
         position = next == closing ? closing : next + 1;
     }
-    // Required: null is no element.
+    // Required: an array drops null.
     if (element.GetType() != NullVal) {
         Elements().push_back(std::move(element));
     }
     return Step::Done;
 }
 
-/// @return the next comma or bracket other than "}", at the latest the one that closes the array.
+/// @return the next comma, "[", "]" or "{"; at the latest the bracket that closes the array.
 const char* RulesReader::FindDelimiter()
 {
     if (delimiter == nullptr || delimiter < position) {
@@ -233,7 +234,7 @@ const char* RulesReader::FindDelimiter()
 
 // ----------------------------------------------------------------------------------------- objects
 
-/// Reads on in the innermost container, an object, until it ends or another one opens.
+/// Continues in an object, the innermost container, until it ends or another container opens.
 void RulesReader::ReadMembers()
 {
     Step step = Step::Done;
@@ -244,7 +245,7 @@ void RulesReader::ReadMembers()
             Value* const member = ReadKey();
             step = member == nullptr ? Step::Failed : ReadMemberValue(*member);
         } else if (position != behindMember && frames.back().value->size() == 0) {
-            step = Step::Failed;  // Required: blanks alone between the braces are malformed.
+            step = Step::Failed;  // Required: braces with nothing but blanks are malformed.
         } else {
             CloseFrame();
             return;
@@ -255,15 +256,15 @@ void RulesReader::ReadMembers()
     }
 }
 
-/// Reads up to the colon.
-/// @return the member, null still; a null pointer when there is no key.
+/// Reads a key and its colon.
+/// @return the member, still null; a null pointer if there is no key.
 Value* RulesReader::ReadKey()
 {
     const Frame& frame = frames.back();
-    // Required: whatever stands before the key, or between the key and the colon, is skipped.
+    // Required: skips any text before the key, and between the key and the colon.
     const char* const opening = FindQuote(position, frame.end);
     const char* const closing = opening == nullptr ? nullptr : FindQuote(opening + 1, frame.end);
-    // Required: an empty key is malformed, and so is a comma without a member behind it.
+    // An empty key is malformed, and so is a comma without a member after it.
     if (closing == nullptr || closing == opening + 1) {
         return nullptr;
     }
@@ -272,11 +273,11 @@ Value* RulesReader::ReadKey()
         return nullptr;
     }
     position = colon + 1;
-    // Required: escapes in a key are not decoded.
+    // Required: keeps escapes in a key as they are.
     const auto [member, isNew] = Access::Members(Access::ObjectOf(*frame.value))
                                      .try_emplace(std::string(opening + 1, closing));
     if (!isNew) {
-        Access::Reset(member->second);  // nothing of the earlier value stays
+        Access::Reset(member->second);  // a repeated key: drop the earlier value
     }
     return &member->second;
 }
@@ -286,7 +287,7 @@ RulesReader::Step RulesReader::ReadMemberValue(Value& member)
     SkipSpace();
     const char* const end = frames.back().end;
     if (position == end) {
-        return Step::Done;  // Required: nothing after the last colon is null.
+        return Step::Done;  // Required: a member without a value, at the end, is null.
     }
     if (*position == '[' || *position == '{') {
         const BracketPairs::End nested = FindEnd();
@@ -312,7 +313,7 @@ Value Deserialize(const std::string& text)
     if (PlainReader(document).Read(root)) {
         return root;
     }
-    Access::Reset(root);  // frees what was read in vain
+    Access::Reset(root);  // frees what was read so far
     return RulesReader(document).Read();
 }
 

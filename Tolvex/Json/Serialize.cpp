@@ -19,18 +19,19 @@ namespace Tolvex::Json {
 
 namespace {
 
-/// A container whose bracket is written, and what of it is still to be written.
+/// A container whose opening bracket has been written.
 struct OpenContainer
 {
-    Cursor rest;
-    std::size_t size;       ///< values in all
-    std::size_t begun = 0;  ///< values whose text has been begun
+    Cursor rest;            ///< the values that are still to be written
+    std::size_t size;       ///< number of all values
+    std::size_t begun = 0;  ///< number of values that have been started
 };
 
-/// @return the factor from the text so far to the whole document's, taken by the number of values.
+/// Estimates the length of the whole document from the number of values written so far.
+/// @return the factor between that length and the length so far.
 double EstimateGrowth(const std::vector<OpenContainer>& open)
 {
-    constexpr std::size_t levels = 8;  // what is further inside makes no difference
+    constexpr std::size_t levels = 8;  // deeper levels hardly change the result
     constexpr double margin = 1.0625;
     constexpr double highest = 4;  // the first values can be the longest
     double complete = 0;
@@ -44,8 +45,8 @@ double EstimateGrowth(const std::vector<OpenContainer>& open)
     return std::min(margin / complete, highest);
 }
 
-/// Copies bytes; up to 16 without a call, as two halves that may overlap.
-/// @return the byte behind the copy.
+/// Copies bytes. Up to 16 are copied without a call, as two halves that may overlap.
+/// @return the end of the copy.
 inline char* PutBytes(char* at, std::string_view bytes)
 {
     const std::size_t count = bytes.size();
@@ -65,10 +66,10 @@ inline char* PutBytes(char* at, std::string_view bytes)
     return at + count;
 }
 
-/// Writes the text of a tree, with a stack of its own.
+/// Writes the text of a tree without recursion.
 ///
-/// The functions take where to write, and return where the next byte goes. They write into a buffer
-/// that stays in the cache; when it is nearly full, its bytes go to the string.
+/// Its functions take the position to write at and return the position after what they wrote. They
+/// write into a small buffer that stays in the cache. A full buffer is appended to the string.
 class Writer
 {
 public:
@@ -98,11 +99,11 @@ private:
     }
 
     std::array<char, bufferBytes> buffer;
-    std::string text;  ///< what was in the buffer before
+    std::string text;  ///< what the buffer held earlier
     std::vector<OpenContainer> open;
 };
 
-/// Writes a value, but of a container the opening bracket only.
+/// Writes a scalar, or the opening bracket of a container.
 char* Writer::Begin(char* at, const Value& value)
 {
     switch (value.GetType()) {
@@ -142,7 +143,7 @@ std::string Writer::WriteOpen(char* at)
     }
     Flush(at);
     if (text.capacity() / 2 > text.size()) {
-        text.shrink_to_fit();  // the estimate was far off
+        text.shrink_to_fit();  // the estimate was far too high
     }
     return std::move(text);
 }
@@ -159,13 +160,13 @@ char* Writer::WriteNext(char* at, OpenContainer& container)
     }
     const Value& value = container.rest.Current();
     container.rest.Advance();
-    return Begin(at, value);  // container may be gone afterwards
+    return Begin(at, value);  // may invalidate container
 }
 
 char* Writer::PutString(char* at, const std::string& bytes)
 {
-    // Required: no byte is escaped, whatever it is.
-    // Instead: a member with the Base64EncodeLine() of such bytes.
+    // Required: writes every byte as it is, without escapes.
+    // Instead: store such bytes as Base64, see Base64EncodeLine().
     *at++ = '"';
     if (bytes.size() <= shortString) {
         at = PutBytes(at, bytes);
@@ -178,7 +179,8 @@ char* Writer::PutString(char* at, const std::string& bytes)
     return at;
 }
 
-/// Moves what is in the buffer to the string. @return the begin of the buffer.
+/// Appends the buffer to the string.
+/// @return the start of the buffer.
 char* Writer::Flush(const char* at)
 {
     const auto length = static_cast<std::size_t>(at - buffer.data());
@@ -187,15 +189,15 @@ char* Writer::Flush(const char* at)
     return buffer.data();
 }
 
-/// Makes room for more bytes. Takes what the whole document will probably need: a string that
-/// doubles time and again touches twice as much memory.
+/// Makes room for more bytes, at once for the estimated rest of the document. A string that only
+/// doubles would copy its bytes and touch new memory again and again.
 void Writer::Reserve(std::size_t count)
 {
     const std::size_t needed = text.size() + count;
     if (needed <= text.capacity()) {
         return;
     }
-    std::string larger;  // an empty one reserves exactly what it is asked for
+    std::string larger;  // an empty string reserves exactly what it is asked for
     try {
         larger.reserve(
             static_cast<std::size_t>(static_cast<double>(needed) * EstimateGrowth(open)));
@@ -210,7 +212,7 @@ void Writer::Reserve(std::size_t count)
 
 std::string Serialize(const Value& value)
 {
-    // Required: a bare scalar is no document.
+    // A bare scalar is no document.
     if (value.GetType() != ObjectVal && value.GetType() != ArrayVal) {
         return {};
     }

@@ -60,7 +60,7 @@ void Value::CopyNumbers(const Value& other) noexcept
         mValueType = FloatVal;
         mFloatVal = other.mFloatVal;
         mIntVal = Base::SaturateToInt32(static_cast<double>(mFloatVal));
-        // Required: the double is the source's own, not this float's widening.
+        // Required: the double is the source's double, not this float widened.
         mDoubleVal = other.mDoubleVal;
     }
 }
@@ -75,14 +75,14 @@ Value::Value(Value&& other) noexcept
     *this = std::move(other);
 }
 
-// Required: what does not belong to the new type stays in this value, inactive.
+// Required: the representations of other types keep what they held, inactive.
 Value& Value::operator=(const Value& other)
 {
     if (this == &other) {
         return *this;
     }
 
-    // other may be inside what is replaced here: nothing reads it once that has begun.
+    // other may be nested in what is replaced here, so it must not be read after that.
     const ValueType type = other.mValueType;
     switch (type) {
         case NullVal:
@@ -114,7 +114,7 @@ Value& Value::operator=(Value&& other) noexcept
     if (this == &other) {
         return *this;
     }
-    // other may be inside the container that is replaced: nothing reads it after that.
+    // other may be nested in what is replaced here, so it must not be read after that.
     const ValueType type = other.mValueType;
     switch (type) {
         case NullVal:
@@ -332,8 +332,8 @@ int Value::size() const noexcept
     if (mValueType == ArrayVal) {
         return static_cast<int>(mArrayVal.size());
     }
-    // Required: the size of all other types is 1, that of null included.
-    // Instead: GetType() before.
+    // Required: the size of all other types is 1, also of null.
+    // Instead: ask GetType() first.
     return 1;
 }
 

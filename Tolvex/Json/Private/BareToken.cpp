@@ -15,7 +15,7 @@ namespace Tolvex::Json {
 
 namespace {
 
-/// A token without its blanks, and what its characters have shown.
+/// A token without its blanks, and which kinds of characters it has.
 struct Token
 {
     std::string text;
@@ -24,10 +24,10 @@ struct Token
     bool exponent = false;
 };
 
-/// @return false when the character is an error where it stands.
+/// @return false if the character is an error at this place.
 bool AddExponentMark(Token& token, char mark)
 {
-    // Required: the last letter of true and false passes here, whatever follows.
+    // Required: accepts the last letter of true and false, whatever follows.
     if (token.text != "tru" && token.text != "fals") {
         if (!token.digit || token.exponent) {
             return false;
@@ -38,7 +38,7 @@ bool AddExponentMark(Token& token, char mark)
     return true;
 }
 
-/// @return false when the character is an error where it stands.
+/// @return false if the character is an error at this place.
 bool AddCharacter(Token& token, char character)
 {
     switch (character) {
@@ -46,23 +46,21 @@ bool AddCharacter(Token& token, char character)
         case ']':
         case '{':
         case '}':
-            // Closing brackets, too: one that matches an open container would still be part of the
-            // token, and no token with a bracket in it converts.
+            // A closing bracket, too: it would become part of the token, which then cannot convert.
         case '\0':
-            // Required: a NUL converts to nothing, wherever it stands.
+            // A token with a NUL in it cannot convert.
             return false;
         case 'e':
         case 'E':
             return AddExponentMark(token, character);
         case '.':
-            // Required: a point needs a digit before it.
             if (!token.digit) {
                 return false;
             }
             token.point = true;
             break;
         default:
-            // Required: blanks vanish, so that "1 2" is 12.
+            // Required: drops blanks, so that "1 2" is 12.
             if (IsSpace(character)) {
                 return true;
             }
@@ -73,16 +71,16 @@ bool AddCharacter(Token& token, char character)
     return true;
 }
 
-/// strtod() in the C locale, whatever the process's; the whole text must convert without any error.
+/// Calls strtod() in the C locale. The whole text must convert without any error.
 bool ConvertToDouble(const std::string& text, Value& value)
 {
-    // No allocation and no lock: the C library keeps this one.
+    // The C library keeps this locale: no allocation, no lock.
     const locale_t cLocale = newlocale(LC_ALL_MASK, "C", locale_t{});
     char* end = nullptr;
     errno = 0;
-    // Required: all that strtod() takes is a number here, hexadecimal ones and nan(...) included.
+    // Required: accepts all that strtod() accepts, for instance hexadecimal numbers.
     const double number = strtod_l(text.c_str(), &end, cLocale);
-    // Required: any error of strtod() refuses the number, underflow as well.
+    // Required: refuses the number after any error of strtod(), underflow included.
     if (errno != 0 || end != text.c_str() + text.size()) {
         return false;
     }
@@ -90,7 +88,7 @@ bool ConvertToDouble(const std::string& text, Value& value)
     return true;
 }
 
-/// Reads an integer as a 32-bit strtol() does; what it reports as out of range becomes a double.
+/// Reads an integer as a 32-bit strtol() does. An integer out of its range becomes a double.
 bool ConvertToInt(const std::string& text, Value& value)
 {
     char* end = nullptr;

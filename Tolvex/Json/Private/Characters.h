@@ -30,7 +30,7 @@ inline bool IsIn(const ByteSet& set, char byte)
     return set[static_cast<unsigned char>(byte)];
 }
 
-/// isspace() of the C locale, whatever the process's.
+/// isspace() of the C locale.
 inline bool IsSpace(char byte)
 {
     return IsIn(spaces, byte);
@@ -50,7 +50,7 @@ inline std::uint64_t LoadEight(const char* at)
     return bytes;
 }
 
-/// @return the first byte that is no white space, or the end.
+/// @return the first byte that is not white space, or the end.
 inline const char* SkipSpaces(const char* at, const char* end)
 {
     constexpr std::uint64_t eightBlanks = 0x2020202020202020;

@@ -1,5 +1,5 @@
 /// @file
-/// Where the members of a JSON object that is being read belong. Not installed.
+/// Finds the place of a new member in a JSON object. Not installed.
 #pragma once
 
 #include <cstddef>
@@ -14,9 +14,9 @@
 
 namespace Tolvex::Json {
 
-/// Keeps the members of the objects that are being read in the order of their keys, with the first
-/// bytes of these: in most objects the place of a new member is found among them at once, while the
-/// map would compare it with one string after the other. Members of long objects are not all kept.
+/// Keeps the members of the open objects in the order of their keys, with the first eight bytes of
+/// each key. So the place of a new member is found by comparing numbers; the map would compare
+/// strings. Only the first members of a long object are kept. See docs/json-speed.md.
 class MemberOrder
 {
 public:

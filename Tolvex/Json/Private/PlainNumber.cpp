@@ -21,9 +21,9 @@ constexpr int exactPower = 22;  // 10^22 is the highest power of ten that a doub
 constexpr std::array<double, exactPower + 1> powersOfTen = {
     1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
     1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-constexpr int longExponent = 4;  // digits; more of them are left to the C library
+constexpr int longExponent = 4;  // digits; a longer exponent is left to ReadBareToken()
 
-/// A decimal number as it is written: mantissa * 10^exponent.
+/// A decimal number as written: mantissa * 10^exponent.
 struct Decimal
 {
     std::uint64_t mantissa = 0;
@@ -43,7 +43,7 @@ const char* ReadDigits(const char* at, Decimal& decimal)
     return at;
 }
 
-/// @return the byte after the exponent, or null.
+/// @return the position after the exponent, or null.
 const char* ReadExponent(const char* at, Decimal& decimal)
 {
     const bool negative = *at == '-';
@@ -59,7 +59,7 @@ const char* ReadExponent(const char* at, Decimal& decimal)
     return at == begin || IsDigit(*at) ? nullptr : at;
 }
 
-/// @return the byte after the number, or null.
+/// @return the position after the number, or null.
 const char* ReadDecimal(const char* at, Decimal& decimal)
 {
     decimal.negative = *at == '-';
@@ -83,8 +83,8 @@ const char* ReadDecimal(const char* at, Decimal& decimal)
     return at;
 }
 
-/// Computes the number where one rounding does.
-/// @return false when it takes more.
+/// Computes the number with a single rounding.
+/// @return false if a single rounding is not enough.
 bool ComputeExactly(const Decimal& decimal, double& number)
 {
     if (decimal.digits > mantissaDigits) {
@@ -104,8 +104,8 @@ bool ComputeExactly(const Decimal& decimal, double& number)
     return true;
 }
 
-/// Reads what takes more than one rounding. Leaves numbers near the ends of the range to strtod(),
-/// which alone knows when it reports them.
+/// Reads a number that needs more than one rounding.
+/// @return false near the ends of the range: only strtod() knows which numbers it reports there.
 bool ComputeFromText(const char* begin, const char* end, double& number)
 {
     const auto [last, error] = std::from_chars(begin, end, number);
@@ -127,7 +127,7 @@ const char* ReadPlainNumber(const char* begin, Value& value)
     Decimal decimal;
     const char* const end = ReadDecimal(begin, decimal);
     if (end == nullptr || (decimal.isInteger && decimal.digits > mantissaDigits)) {
-        return nullptr;  // long integers may be small ones behind many zeros
+        return nullptr;  // a long integer may be a small one after many zeros
     }
     if (FitsInt(decimal)) {
         const auto magnitude = static_cast<std::int64_t>(decimal.mantissa);

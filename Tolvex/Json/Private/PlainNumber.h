@@ -6,9 +6,10 @@
 
 namespace Tolvex::Json {
 
-/// Reads a decimal number into a value. A byte that no number has must stand behind it.
+/// Reads a decimal number into a value.
 ///
-/// @return the byte behind the number; null, with the value untouched, for a text that only
+/// @param begin  Some byte after the number must be one that no number contains.
+/// @return the position after the number; null, with the value unchanged, for a number that only
 ///         ReadBareToken() can judge.
 const char* ReadPlainNumber(const char* begin, Value& value);
 

@@ -15,9 +15,9 @@ namespace Tolvex::Json {
 
 namespace {
 
-/// Finds the quote that ends a string for the rules that pair brackets: these look only at the byte
-/// before a quote.
-/// @param begin  The byte behind the opening quote.
+/// Finds the quote that ends a string in the eyes of the rules that pair brackets. These rules look
+/// only at the one byte before a quote.
+/// @param begin  The byte after the opening quote.
 const char* FindEndOfString(const char* begin, const char* end)
 {
     const char* at = FindQuoteOrBackslash(begin, end);
@@ -27,7 +27,8 @@ const char* FindEndOfString(const char* begin, const char* end)
     return at;
 }
 
-/// Whether the rules, which cut an element at the next delimiter, cut it in its string.
+/// The rules end an element at the next comma or closing bracket, even within a string.
+/// @return whether that happens in this string.
 bool CutsElement(std::string_view body)
 {
     const char* const end = body.data() + body.size();
@@ -58,10 +59,10 @@ bool PlainReader::Read(Value& root)
 }
 
 /// Counts the elements of all arrays, so that each array is allocated once and exactly.
-/// @return false when the brackets do not pair up, or enclose only a part of the text.
+/// @return false if the brackets do not pair up, or enclose only a part of the text.
 bool PlainReader::CountElements()
 {
-    constexpr std::size_t object = 0;  // the first count is for all objects, and not used
+    constexpr std::size_t object = 0;  // the first count is for all objects and is not used
     elementCounts.push_back(0);
     std::vector<std::size_t> enclosing;
     for (const char* scan = at; scan != end; ++scan) {
@@ -99,7 +100,7 @@ bool PlainReader::CountElements()
                 }
                 ++elementCounts[enclosing.back()];
                 break;
-            case 'n':  // a null, which is no element
+            case 'n':  // null, which an array drops
                 if (elementCounts[enclosing.back()] != 0) {
                     --elementCounts[enclosing.back()];
                 }
@@ -111,7 +112,7 @@ bool PlainReader::CountElements()
     return false;
 }
 
-/// Begins the container that stands here.
+/// Starts the container at the position.
 void PlainReader::Open(Value& container)
 {
     if (*at == '[') {
@@ -126,6 +127,7 @@ void PlainReader::Open(Value& container)
 }
 
 /// Ends the innermost container.
+/// @return true: the text is plain so far.
 bool PlainReader::Close()
 {
     order.ShrinkTo(open.back().firstInOrder);
@@ -135,7 +137,8 @@ bool PlainReader::Close()
     return true;
 }
 
-/// Reads on in the innermost container, an array, until it ends or another one opens.
+/// Continues in an array, the innermost container, until it ends or another container opens.
+/// @return whether the text is plain so far.
 bool PlainReader::ReadElements(std::vector<Value>& elements)
 {
     for (;;) {
@@ -154,7 +157,7 @@ bool PlainReader::ReadElements(std::vector<Value>& elements)
         }
 
         if (*at == 'n') {
-            // Required: null is no element.
+            // Required: an array drops null.
             if (!ReadLiteral("null")) {
                 return false;
             }
@@ -171,7 +174,8 @@ bool PlainReader::ReadElements(std::vector<Value>& elements)
     }
 }
 
-/// Reads on in the innermost container, an object, until it ends or another one opens.
+/// Continues in an object, the innermost container, until it ends or another container opens.
+/// @return whether the text is plain so far.
 bool PlainReader::ReadMembers(Value& object)
 {
     for (;;) {
@@ -180,7 +184,7 @@ bool PlainReader::ReadMembers(Value& object)
         }
         SkipSpace();
         if (opened) {
-            opened = false;  // Required: blanks alone between the braces are malformed.
+            opened = false;  // Required: braces with nothing but blanks are malformed.
         } else if (*at == '}') {
             return Close();
         } else if (*at == ',') {
@@ -204,8 +208,8 @@ bool PlainReader::ReadMembers(Value& object)
     }
 }
 
-/// Reads up to the value behind a key.
-/// @return the new member, or null.
+/// Reads a key and its colon.
+/// @return the new member, still null; a null pointer if the text is not plain.
 Value* PlainReader::ReadKey(Value& object)
 {
     if (*at != '"') {
@@ -224,7 +228,7 @@ Value* PlainReader::ReadKey(Value& object)
     ++at;
     SkipSpace();
 
-    // Required: escapes in a key are not decoded.
+    // Escapes in a key stay as they are, see RulesReader.
     const std::string_view key(begin, static_cast<std::size_t>(quote - begin));
     std::map<std::string, Value>& members = Access::Members(Access::ObjectOf(object));
     const std::size_t sizeBefore = members.size();
@@ -233,10 +237,10 @@ Value* PlainReader::ReadKey(Value& object)
     const auto member = members.emplace_hint(next, std::piecewise_construct,
                                              std::forward_as_tuple(key), std::forward_as_tuple());
     if (members.size() == sizeBefore) {
-        return nullptr;  // a repeated key
+        return nullptr;  // a repeated key: leave it to the rules
     }
     order.Add(member, firstInOrder);
-    return &PrefetchAhead(*member).second;  // where the allocator probably takes the next ones
+    return &PrefetchAhead(*member).second;  // the next members are probably allocated there
 }
 
 bool PlainReader::ReadScalar(Value& value, bool isElement)
@@ -251,9 +255,8 @@ bool PlainReader::ReadScalar(Value& value, bool isElement)
             Access::SetBool(value, false);
             return ReadLiteral("false");
         default: {
-            const char* const behind = ReadPlainNumber(at, value);
-            at = behind == nullptr ? at : behind;
-            return behind != nullptr;
+            at = ReadPlainNumber(at, value);
+            return at != nullptr;
         }
     }
 }
@@ -266,7 +269,7 @@ bool PlainReader::ReadString(Value& value, bool isElement)
     if (hasEscapes) {
         quote = FindQuote(quote, end);
     }
-    // After an escaped backslash the rules see no end of the string where they pair brackets.
+    // A closing quote after an escaped backslash: the rules that pair brackets do not see it.
     if (quote == nullptr || quote == end || quote[-1] == '\\') {
         return false;
     }

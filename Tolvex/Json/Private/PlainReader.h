@@ -13,31 +13,31 @@
 
 namespace Tolvex::Json {
 
-/// Reads a text that is written as nearly every program writes JSON. Such a text has the meaning
-/// that it has for any JSON reader, but for the rules of the dialect that are marked in the source.
+/// Reads plain text: JSON as nearly every program writes it. The rules of the dialect give the same
+/// tree for it.
 ///
-/// Gives up at everything else, malformed text included. The caller then reads the text again by
-/// all rules.
+/// Gives up at everything else, malformed text included. The caller then reads the text again, by
+/// the rules.
 class PlainReader
 {
 public:
-    /// @param document  Without white space at its ends.
+    /// @param document  Without white space at its ends; part of a NUL-terminated string.
     explicit PlainReader(std::string_view document)
         : at(document.data()), end(document.data() + document.size())
     {
     }
 
-    /// @param root  A fresh value. Holds anything when the text is not plain.
+    /// @param root  A fresh value. Its content is unspecified if the text is not plain.
     /// @return whether the text is plain.
     /// @throws std::out_of_range as Deserialize() does.
     bool Read(Value& root);
 
 private:
-    /// A container that is being read.
+    /// A container being read.
     struct Frame
     {
         Value* value;
-        std::size_t firstInOrder;  ///< where its members begin in the order
+        std::size_t firstInOrder;  ///< where its members start in the order
     };
 
     bool CountElements();

@@ -6,13 +6,13 @@
 
 namespace Tolvex::Json {
 
-/// Fetches the memory some objects ahead of a member or element, in the direction of the walk.
+/// Fetches the memory a few objects ahead of a member, in the direction of the walk.
 ///
-/// A tree that was read from text lies in memory nearly in the order of the text. But an object is
-/// walked in the order of its keys, which no processor foresees. The address is only a hint: one
-/// outside the tree costs little and cannot fail.
+/// A tree that was read from text lies in memory nearly in the order of the text. But a walk visits
+/// the members of an object in the order of their keys, which the processor cannot predict. The
+/// address is only a hint: a wrong one costs little and cannot fail.
 /// @param direction  1: a walk to higher addresses; -1: to lower ones.
-/// @return the value itself: g++ would drop the call of a function that only prefetches.
+/// @return the argument: g++ drops calls of a function that only prefetches.
 template <typename Place>
 Place& PrefetchAhead(Place& place, std::ptrdiff_t direction = 1)
 {

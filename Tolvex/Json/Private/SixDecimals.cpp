@@ -22,9 +22,9 @@ constexpr double integerLimit = 0x1p62;    ///< 64 bits hold what is below
 constexpr double fractionUnits = 0x1p63;   ///< one, as a fraction in 63 bits
 constexpr double wholeFraction = 0x1p-11;  ///< from here on 63 bits hold every fraction exactly
 
-/// Rounds a magnitude below integerLimit. Computes in integers, so that nothing is rounded twice,
-/// in any rounding mode.
-/// @return false when bits that 63 bits cannot hold could decide.
+/// Rounds a magnitude below integerLimit. Computes in integers, so nothing is rounded twice, and
+/// the rounding mode makes no difference.
+/// @return false if bits beyond these 63 could decide the rounding.
 bool RoundDecimals(double magnitude, Rounded& rounded)
 {
     constexpr std::uint64_t half = std::uint64_t{1} << 62U;
@@ -69,7 +69,7 @@ char* PutSixDecimals(char* at, double number)
     at = rounded.integer <= UINT32_MAX
              ? std::to_chars(at, end, static_cast<std::uint32_t>(rounded.integer)).ptr
              : std::to_chars(at, end, rounded.integer).ptr;
-    // Seven digits with a leading one keep the zeros; the point then replaces the one.
+    // A leading one keeps the zeros after it. Then the point replaces the one.
     std::to_chars(at, end, scale + rounded.fraction);
     *at = '.';
     return at + 1 + decimals;

@@ -12,7 +12,7 @@ constexpr std::size_t longestSixDecimals = 317;
 /// Writes the text that "%f" gives in the C locale: six decimals at every magnitude; nan, inf.
 ///
 /// @param at  Room for longestSixDecimals bytes.
-/// @return the byte behind the text.
+/// @return the position after the text.
 char* PutSixDecimals(char* at, double number);
 
 }  // namespace Tolvex::Json

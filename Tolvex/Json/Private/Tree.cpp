@@ -11,7 +11,7 @@ namespace Tolvex::Json {
 
 namespace {
 
-/// A container that is being filled with copies, and what of its source is still to be copied.
+/// A container being filled with copies, and how far its source has been copied.
 struct CopyFrame
 {
     CopyFrame(const Array& source, Array& target)
@@ -25,7 +25,7 @@ struct CopyFrame
     {
     }
 
-    /// Adds the value for the current one of the source, still null.
+    /// Adds a null value, to become the copy of the source's current one.
     Value& Add()
     {
         if (elements != nullptr) {
@@ -71,8 +71,8 @@ void CopyAll(CopyFrame current)
 
 constexpr std::size_t linkBytes = sizeof(void*);
 
-/// Values that hold others and are being taken apart, the innermost on top. The links stand in the
-/// values themselves, in the place of their doubles, so that nothing is allocated.
+/// Values that hold others and are being destroyed, the innermost on top. The links are stored in
+/// the values themselves, in place of their doubles, so nothing is allocated.
 class ReleaseStack
 {
 public:
@@ -93,7 +93,7 @@ private:
 };
 
 /// Destroys elements from the back, up to one that holds values itself.
-/// @return that one, or null when the array is empty now.
+/// @return that one, or null if the array is empty now.
 Value* PopFlatElements(std::vector<Value>& elements)
 {
     while (!elements.empty()) {
@@ -105,7 +105,7 @@ Value* PopFlatElements(std::vector<Value>& elements)
     return nullptr;
 }
 
-/// Destroys the members once none of them holds values; before that, stacks those that do.
+/// Pushes the members that hold values. Once these are done, destroys all members.
 void ReleaseMembersOf(Value& value, ReleaseStack& stack)
 {
     std::map<std::string, Value>& members = Access::Members(Access::ObjectOf(value));

@@ -1,6 +1,5 @@
 /// @file
-/// Walking, copying, comparing and taking apart JSON trees of any depth, without recursion. Not
-/// installed.
+/// Walking, copying and destroying JSON trees of any depth, without recursion. Not installed.
 #pragma once
 
 #include <string>
@@ -27,7 +26,7 @@ public:
     bool AtEnd() const { return overMembers ? member == pastMembers : element == pastElements; }
     bool OverMembers() const { return overMembers; }
     const Value& Current() const { return overMembers ? member->second : *element; }
-    /// Of the current member; not for the elements of an array.
+    /// The key of the current member; not for elements of an array.
     const std::string& Key() const { return member->first; }
 
     void Advance()
@@ -52,8 +51,8 @@ void CopyInto(const Array& source, Array& target);
 /// Fills an empty object with deep copies.
 void CopyInto(const Object& source, Object& target);
 
-/// Destroys everything inside a value, active or not. The value's own numbers and flag are lost.
-/// Allocates nothing.
+/// Destroys all values inside a value, active or not, without an allocation. Overwrites the value's
+/// own numbers and flag.
 void ReleaseInside(Value& value) noexcept;
 
 }  // namespace Tolvex::Json
