@@ -1,4 +1,4 @@
-// Different documents, and one that nobody changes, may be used by several threads at once.
+// Several threads may use different documents at once, and share one that no thread changes.
 
 #include <string>
 #include <thread>

@@ -76,7 +76,7 @@ Cost CostOfReading(const std::string& text)
     });
 }
 
-/// Texts that cost the square where anything is looked at again for every element or level.
+/// Texts that would take quadratic time if the reader scanned anything again per element or level.
 class GrowthTest : public testing::TestWithParam<Document>
 {
 };
@@ -141,7 +141,7 @@ INSTANTIATE_TEST_SUITE_P(
                  [](std::size_t count) { return "[" + Repeat("[[}]],", count) + "1]"; }}),
     [](const auto& test) { return std::string(test.param.name); });
 
-/// A document of so many containers in a row and one in the other.
+/// A document with so many containers side by side, in as many nested arrays.
 Value MakeDocument(std::size_t count)
 {
     return Deserialize(Repeat("[", count) + Repeat(R"({"a":1},)", count) + Repeat("]", count));

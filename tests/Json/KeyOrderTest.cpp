@@ -1,5 +1,5 @@
-// Members end in byte order whatever the order in which an object's text has them, in short objects
-// and in long ones, which the reader does not keep in order in the same way.
+// Members end up in byte order, whatever their order in the text. The reader orders short and long
+// objects in different ways.
 
 #include <algorithm>
 #include <cstddef>

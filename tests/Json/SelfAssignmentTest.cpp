@@ -1,5 +1,6 @@
-// A value assigned to a place inside itself, or from one. A copy, and a move from the inside out,
-// act as if the source had been copied first. A move into the inside is misuse: it loses the value.
+// Assignments between a value and a place inside it. Copies, and moves from the place to the value,
+// act as if the source had been copied first. Moving the value into the place is misuse: the value
+// is lost.
 
 #include <algorithm>
 #include <functional>
