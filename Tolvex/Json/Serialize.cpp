@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstddef>
@@ -22,48 +21,15 @@ namespace {
 /// A container whose opening bracket has been written.
 struct OpenContainer
 {
-    Cursor rest;            ///< the values that are still to be written
-    std::size_t size;       ///< number of all values
-    std::size_t begun = 0;  ///< number of values that have been started
+    Cursor rest;              ///< the values that are still to be written
+    bool hasStarted = false;  ///< a value of it has been started
 };
 
-/// Estimates the length of the whole document from the number of values written so far.
-/// @return the factor between that length and the length so far.
-double EstimateGrowth(const std::vector<OpenContainer>& open)
+/// @return the position after the copied bytes.
+char* PutBytes(char* at, std::string_view bytes)
 {
-    constexpr std::size_t levels = 8;  // deeper levels hardly change the result
-    constexpr double margin = 1.0625;
-    constexpr double highest = 4;  // the first values can be the longest
-    double complete = 0;
-    double whole = 1;
-    for (std::size_t level = 0; level < std::min(open.size(), levels); ++level) {
-        const auto size = static_cast<double>(open[level].size);
-        const auto begun = static_cast<double>(open[level].begun);
-        complete += whole * std::max(begun - 1, 0.0) / size;
-        whole /= size;
-    }
-    return std::min(margin / complete, highest);
-}
-
-/// Copies bytes. Up to 16 are copied without a call, as two halves that may overlap.
-/// @return the end of the copy.
-inline char* PutBytes(char* at, std::string_view bytes)
-{
-    const std::size_t count = bytes.size();
-    const auto copyHalves = [&](std::size_t half) {
-        std::memcpy(at, bytes.data(), half);
-        std::memcpy(at + count - half, bytes.data() + count - half, half);
-    };
-    if (count > 16) {
-        std::memcpy(at, bytes.data(), count);
-    } else if (count > 8) {
-        copyHalves(8);
-    } else if (count >= 4) {
-        copyHalves(4);
-    } else {
-        std::copy_n(bytes.data(), count, at);
-    }
-    return at + count;
+    std::memcpy(at, bytes.data(), bytes.size());
+    return at + bytes.size();
 }
 
 /// Writes the text of a tree without recursion.
@@ -93,7 +59,7 @@ private:
     template <typename Container>
     char* Open(char* at, char bracket, const Container& container)
     {
-        open.push_back({Cursor(container), container.size()});
+        open.push_back({Cursor(container)});
         *at = bracket;
         return at + 1;
     }
@@ -142,18 +108,15 @@ std::string Writer::WriteOpen(char* at)
         }
     }
     Flush(at);
-    if (text.capacity() / 2 > text.size()) {
-        text.shrink_to_fit();  // the estimate was far too high
-    }
     return std::move(text);
 }
 
 char* Writer::WriteNext(char* at, OpenContainer& container)
 {
-    if (container.begun != 0) {
+    if (container.hasStarted) {
         *at++ = ',';
     }
-    ++container.begun;
+    container.hasStarted = true;
     if (container.rest.OverMembers()) {
         at = PutString(at, PrefetchAhead(container.rest.Key()));
         *at++ = ':';
@@ -189,8 +152,7 @@ char* Writer::Flush(const char* at)
     return buffer.data();
 }
 
-/// Makes room for more bytes, at once for the estimated rest of the document. A string that only
-/// doubles would copy its bytes and touch new memory again and again.
+/// Makes room for more bytes. A string that grows is doubled, unless memory is short.
 void Writer::Reserve(std::size_t count)
 {
     const std::size_t needed = text.size() + count;
@@ -199,8 +161,7 @@ void Writer::Reserve(std::size_t count)
     }
     std::string larger;  // an empty string reserves exactly what it is asked for
     try {
-        larger.reserve(
-            static_cast<std::size_t>(static_cast<double>(needed) * EstimateGrowth(open)));
+        larger.reserve(text.empty() ? needed : 2 * needed);
     } catch (const std::bad_alloc&) {
         larger.reserve(needed);
     }

@@ -175,7 +175,7 @@ TEST(SerializeTest, KeysAndStringsOfEveryLengthAreWholeWhereverTheyStand)
     EXPECT_EQ(SerializeArray(document), expected);
 }
 
-// The writer estimates the length of a text from the part that it has written.
+// The text outgrows the memory of its string.
 TEST(SerializeTest, TextTakesAtMostTwiceItsLengthHoweverUnevenTheDocumentIs)
 {
     const Value large(std::string(300000, 'x'));

@@ -1,8 +1,6 @@
 #include "Tolvex/Json/Private/PlainReader.h"
 
-#include <map>
 #include <string>
-#include <tuple>
 #include <utility>
 
 #include "Tolvex/Json/Private/Access.h"
@@ -47,7 +45,7 @@ bool PlainReader::Read(Value& root)
     }
     Open(root);
     while (!open.empty()) {
-        Value& container = *open.back().value;
+        Value& container = *open.back();
         const bool isPlain = container.GetType() == ArrayVal
                                  ? ReadElements(Access::Elements(Access::ArrayOf(container)))
                                  : ReadMembers(container);
@@ -121,7 +119,7 @@ void PlainReader::Open(Value& container)
     } else {
         Access::Type(container) = ObjectVal;
     }
-    open.push_back({&container, order.Size()});
+    open.push_back(&container);
     opened = true;
     ++at;
 }
@@ -130,7 +128,6 @@ void PlainReader::Open(Value& container)
 /// @return true: the text is plain so far.
 bool PlainReader::Close()
 {
-    order.ShrinkTo(open.back().firstInOrder);
     open.pop_back();
     opened = false;
     ++at;
@@ -229,17 +226,11 @@ Value* PlainReader::ReadKey(Value& object)
     SkipSpace();
 
     // Escapes in a key stay as they are, see RulesReader.
-    const std::string_view key(begin, static_cast<std::size_t>(quote - begin));
-    std::map<std::string, Value>& members = Access::Members(Access::ObjectOf(object));
-    const std::size_t sizeBefore = members.size();
-    const std::size_t firstInOrder = open.back().firstInOrder;
-    const auto next = order.FindNext(members, firstInOrder, key, end);
-    const auto member = members.emplace_hint(next, std::piecewise_construct,
-                                             std::forward_as_tuple(key), std::forward_as_tuple());
-    if (members.size() == sizeBefore) {
+    const auto [member, isNew] =
+        Access::Members(Access::ObjectOf(object)).try_emplace(std::string(begin, quote));
+    if (!isNew) {
         return nullptr;  // a repeated key: leave it to the rules
     }
-    order.Add(member, firstInOrder);
     return &PrefetchAhead(*member).second;  // the next members are probably allocated there
 }
 

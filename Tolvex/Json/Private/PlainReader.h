@@ -9,7 +9,6 @@
 
 #include "Tolvex/Json/Json.h"
 #include "Tolvex/Json/Private/Characters.h"
-#include "Tolvex/Json/Private/MemberOrder.h"
 
 namespace Tolvex::Json {
 
@@ -33,13 +32,6 @@ public:
     bool Read(Value& root);
 
 private:
-    /// A container being read.
-    struct Frame
-    {
-        Value* value;
-        std::size_t firstInOrder;  ///< where its members start in the order
-    };
-
     bool CountElements();
     void Open(Value& container);
     bool Close();
@@ -54,8 +46,7 @@ private:
 
     const char* at;
     const char* end;
-    std::vector<Frame> open;  ///< innermost last
-    MemberOrder order;
+    std::vector<Value*> open;                  ///< the containers being read, innermost last
     bool opened = false;                       ///< nothing of the innermost one has been read
     std::vector<std::uint32_t> elementCounts;  ///< of the arrays, in the order of the text
     std::size_t arraysOpened = 0;
