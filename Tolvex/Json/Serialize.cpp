@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstddef>
@@ -10,6 +11,7 @@
 
 #include "Tolvex/Json/Json.h"
 #include "Tolvex/Json/Private/Access.h"
+#include "Tolvex/Json/Private/GrowthEstimate.h"
 #include "Tolvex/Json/Private/Prefetch.h"
 #include "Tolvex/Json/Private/SixDecimals.h"
 #include "Tolvex/Json/Private/Tree.h"
@@ -21,8 +23,9 @@ namespace {
 /// A container whose opening bracket has been written.
 struct OpenContainer
 {
-    Cursor rest;              ///< the values that are still to be written
-    bool hasStarted = false;  ///< a value of it has been started
+    Cursor rest;            ///< the values that are still to be written
+    std::size_t size;       ///< number of all values
+    std::size_t begun = 0;  ///< number of values that have been begun
 };
 
 /// @return the position after the copied bytes.
@@ -59,7 +62,7 @@ private:
     template <typename Container>
     char* Open(char* at, char bracket, const Container& container)
     {
-        open.push_back({Cursor(container)});
+        open.push_back({Cursor(container), container.size()});
         *at = bracket;
         return at + 1;
     }
@@ -108,15 +111,18 @@ std::string Writer::WriteOpen(char* at)
         }
     }
     Flush(at);
+    if (text.capacity() / 2 > text.size()) {
+        text.shrink_to_fit();  // the estimate was far too high
+    }
     return std::move(text);
 }
 
 char* Writer::WriteNext(char* at, OpenContainer& container)
 {
-    if (container.hasStarted) {
+    if (container.begun != 0) {
         *at++ = ',';
     }
-    container.hasStarted = true;
+    ++container.begun;
     if (container.rest.OverMembers()) {
         at = PutString(at, PrefetchAhead(container.rest.Key()));
         *at++ = ':';
@@ -152,7 +158,7 @@ char* Writer::Flush(const char* at)
     return buffer.data();
 }
 
-/// Makes room for more bytes. A string that grows is doubled, unless memory is short.
+/// Makes room for more bytes, and for the estimated rest of the document unless memory is short.
 void Writer::Reserve(std::size_t count)
 {
     const std::size_t needed = text.size() + count;
@@ -161,7 +167,8 @@ void Writer::Reserve(std::size_t count)
     }
     std::string larger;  // an empty string reserves exactly what it is asked for
     try {
-        larger.reserve(text.empty() ? needed : 2 * needed);
+        const double estimate = static_cast<double>(needed) * EstimateGrowth(open);
+        larger.reserve(std::max(static_cast<std::size_t>(estimate), needed));
     } catch (const std::bad_alloc&) {
         larger.reserve(needed);
     }
