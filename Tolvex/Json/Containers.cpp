@@ -20,7 +20,7 @@ Array::Array(Array&& other) noexcept : elements(std::move(other.elements)) {}
 Array& Array::operator=(const Array& other)
 {
     if (this != &other) {
-        Array copy(other);  // whole before anything goes: other may be inside this array
+        Array copy(other);  // first, because other may be nested in this array
         elements.swap(copy.elements);
     }
     return *this;
@@ -29,7 +29,7 @@ Array& Array::operator=(const Array& other)
 Array& Array::operator=(Array&& other) noexcept
 {
     if (this != &other) {
-        Array taken(std::move(other));  // out of other first: it may be inside this array
+        Array taken(std::move(other));  // first, because other may be nested in this array
         elements.swap(taken.elements);
     }
     return *this;
@@ -38,13 +38,11 @@ Array& Array::operator=(Array&& other) noexcept
 void Array::push_back(const Value& value)
 {
     elements.push_back(value);
-    Access::PlaceInContainer(elements.back());
 }
 
 void Array::push_back(Value&& value)
 {
     elements.push_back(std::move(value));
-    Access::PlaceInContainer(elements.back());
 }
 
 void Array::insert(unsigned int index, const Value& value)
@@ -54,7 +52,7 @@ void Array::insert(unsigned int index, const Value& value)
         return;
     }
 
-    // By construction, not assignment: an element assigned to would keep inactive representations.
+    // Construct instead of assigning: an assignment would leave inactive representations behind.
     Value inserted(std::move(elements.back()));
     for (std::size_t to = elements.size() - 1; to > index; --to) {
         std::destroy_at(&elements[to]);
@@ -71,7 +69,7 @@ void Array::Clear() noexcept
 
 Array::iterator Array::find(const Value& value)
 {
-    // Required: the elements are the left operands of a comparison that is asymmetric.
+    // Compares `element == value`; equality is asymmetric.
     return std::find(begin(), end(), value);
 }
 
@@ -107,7 +105,7 @@ Object::Object(Object&& other) noexcept : members(std::move(other.members)) {}
 Object& Object::operator=(const Object& other)
 {
     if (this != &other) {
-        Object copy(other);  // whole before anything goes: other may be inside this object
+        Object copy(other);  // first, because other may be nested in this object
         members.swap(copy.members);
     }
     return *this;
@@ -116,7 +114,7 @@ Object& Object::operator=(const Object& other)
 Object& Object::operator=(Object&& other) noexcept
 {
     if (this != &other) {
-        Object taken(std::move(other));  // out of other first: it may be inside this object
+        Object taken(std::move(other));  // first, because other may be nested in this object
         members.swap(taken.members);
     }
     return *this;
@@ -139,8 +137,6 @@ bool Object::HasKey(const std::string& key) const
 
 int Object::HasKeys(const std::vector<std::string>& keys) const
 {
-    // Required: the index of the first absent key, 0 too, and -1 when none is: no yes or no.
-    // Instead: HasKey() of each.
     for (std::size_t i = 0; i < keys.size(); ++i) {
         if (!HasKey(keys[i])) {
             return static_cast<int>(i);
@@ -161,12 +157,12 @@ int Object::HasKeys(const char** keys, int count) const
 
 Value& Object::operator[](const std::string& key)
 {
-    return Access::Place(members[key], CurrentEmbeddings());
+    return members[key];
 }
 
 Value& Object::operator[](const char* key)
 {
-    return Access::Place(members[key], CurrentEmbeddings());
+    return members[key];
 }
 
 const Value& Object::operator[](const std::string& key) const

@@ -1,65 +1,40 @@
 #include <algorithm>
-#include <cstring>
-#include <map>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "Tolvex/Json/Json.h"
 #include "Tolvex/Json/Private/Access.h"
 #include "Tolvex/Json/Private/BareToken.h"
+#include "Tolvex/Json/Private/BracketPairs.h"
 #include "Tolvex/Json/Private/Characters.h"
-#include "Tolvex/Json/Private/ContainerEnds.h"
-#include "Tolvex/Json/Private/MemberOrder.h"
+#include "Tolvex/Json/Private/PlainReader.h"
 #include "Tolvex/Json/Private/StringBody.h"
-#include "Tolvex/Json/Private/Tree.h"
 
 namespace Tolvex::Json {
 
 namespace {
 
-/// Elements for which room is made at once, if their commas announce them; and how many times its
-/// size a longer array may grow at once. Announced elements can turn out to be nothing.
-constexpr std::size_t trustedElements = 1024;
-constexpr std::size_t highestGrowth = 16;
-
-/// Makes room for the next element: exactly as many as are announced, if that is not out of
-/// proportion to those that have come, so that an array never stands in memory twice.
-void GrowFor(std::vector<Value>& elements, std::size_t announced)
-{
-    const std::size_t size = elements.size();
-    if (announced <= size) {
-        return;  // more than announced: the vector knows how to grow
-    }
-    const std::size_t trusted = std::max(trustedElements, size * highestGrowth);
-    elements.reserve(announced <= trusted
-                         ? announced
-                         : std::clamp(announced / highestGrowth, size + 1, trusted));
-}
-
-/// Reads one text. A container that turns out malformed becomes null and the text after it is read
-/// on; only the container around a malformed scalar is lost.
-class Reader
+/// Reads a text by the rules of the dialect, step by step.
+///
+/// A malformed scalar makes the container around it null. A malformed container becomes null
+/// itself; reading continues after it.
+class RulesReader
 {
 public:
-    explicit Reader(std::string_view document)
-        : text(Trim(document)), ends(text.data(), text.data() + text.size())
-    {
-    }
+    /// @param document  Without white space at its ends.
+    explicit RulesReader(std::string_view document) : text(document), pairs(document.data()) {}
 
     Value Read();
 
 private:
-    /// A container that is being read.
+    /// A container being read.
     struct Frame
     {
         Value* value;
-        const char* end;           ///< its closing bracket
-        std::size_t announced;     ///< elements, by the number of commas; a hint
-        std::size_t firstInOrder;  ///< where its members begin in memberOrder
+        const char* end;  ///< its closing bracket
     };
 
     enum class Step
@@ -69,56 +44,44 @@ private:
         Failed
     };
 
-    void Open(Value& value, const char* closing, std::size_t announced);
+    void Open(Value& value, const char* closing);
     void CloseFrame();
     void Fail();
+    BracketPairs::End FindEnd();
 
     void ReadElements();
     Step ReadElement();
     Step ReadContainerElement();
-    Step ReadStringElement();
-    Step ReadBareElement();
-    Step ReadElementByRules();
-    bool TakeElementEnd();
-    Value& AddElement();
+    Step ReadScalarElement();
     const char* FindDelimiter();
+    std::vector<Value>& Elements();
 
     void ReadMembers();
-    Step ReadMember();
     Value* ReadKey();
-    Value& AddMember(const Frame& frame, std::string_view key);
     Step ReadMemberValue(Value& member);
-    Step ReadBareMember(Value& member);
-
-    const char* ReadPlain(const char* begin, Value& value) const;
-
-    ContainerEnds::End FindEnd();
+    bool ReadString(const char* stop, Value& value);
 
     void SkipSpace() { position = SkipSpaces(position, text.data() + text.size()); }
 
     std::string_view text;
-    ContainerEnds ends;
+    BracketPairs pairs;
     std::vector<Frame> frames;
-    MemberOrder memberOrder;
     const char* position = nullptr;
-    const char* delimiter = nullptr;  ///< the last one found; holds while position is not past it
+    const char* delimiter = nullptr;  ///< the last one found; valid until position passes it
 };
 
-Value Reader::Read()
+Value RulesReader::Read()
 {
     Value root;
     if (text.size() < 2 || !((text.front() == '{' && text.back() == '}') ||
                              (text.front() == '[' && text.back() == ']'))) {
-        return root;  // Required: a bare scalar is no document.
+        return root;  // a bare scalar is no document
     }
 
     position = text.data();
-    const char* const closing = text.data() + text.size() - 1;
-    const std::size_t announced =
-        *position == '[' ? ends.Find(position, closing + 1).commas + 1U : 0;
-    Open(root, closing, announced);
+    Open(root, text.data() + text.size() - 1);
     while (!frames.empty()) {
-        if (Access::Type(*frames.back().value) == ArrayVal) {
+        if (frames.back().value->GetType() == ArrayVal) {
             ReadElements();
         } else {
             ReadMembers();
@@ -127,80 +90,70 @@ Value Reader::Read()
     return root;
 }
 
-/// Begins the container that stands at the position.
-void Reader::Open(Value& value, const char* closing, std::size_t announced)
+/// Starts the container at the position.
+void RulesReader::Open(Value& value, const char* closing)
 {
     Access::Type(value) = *position == '[' ? ArrayVal : ObjectVal;
-    frames.push_back({&value, closing, announced, memberOrder.Size()});
+    frames.push_back({&value, closing});
     ++position;
 }
 
-/// Ends the innermost container and goes on behind it.
-void Reader::CloseFrame()
+/// Ends the innermost container. Reading continues after it.
+void RulesReader::CloseFrame()
 {
-    const Frame frame = frames.back();
+    position = frames.back().end + 1;
     frames.pop_back();
-    memberOrder.ShrinkTo(frame.firstInOrder);
-    position = frame.end + 1;
-    std::vector<Value>& elements = Access::Elements(Access::ArrayOf(*frame.value));
-    if (elements.capacity() - elements.size() > elements.size() / 8) {
-        elements.shrink_to_fit();
-    }
 }
 
-/// Makes the innermost container null and goes on behind it.
-void Reader::Fail()
+/// Makes the innermost container null. Reading continues after it.
+void RulesReader::Fail()
 {
-    const Frame frame = frames.back();
-    frames.pop_back();
-    memberOrder.ShrinkTo(frame.firstInOrder);
-    position = frame.end + 1;
-    // Required: the container around a malformed one does not fail. An array gets no element for
-    // it, an object keeps the member as null.
-    if (!frames.empty() && Access::Type(*frames.back().value) == ArrayVal) {
-        Access::Elements(Access::ArrayOf(*frames.back().value)).pop_back();
+    Value& failed = *frames.back().value;
+    CloseFrame();
+    // Required: a malformed container does not make the container around it fail. An array drops
+    // the element, an object keeps the member as null.
+    if (!frames.empty() && frames.back().value->GetType() == ArrayVal) {
+        Elements().pop_back();
     } else {
-        Access::Reset(*frame.value);
+        Access::Reset(failed);
     }
 }
 
-/// @throws std::out_of_range when the container at the position does not end in the one around it.
-ContainerEnds::End Reader::FindEnd()
+/// @throws std::out_of_range if the container at the position does not end in the one around it.
+BracketPairs::End RulesReader::FindEnd()
 {
-    const ContainerEnds::End end = ends.Find(position, frames.back().end);
-    // Required: std::out_of_range, though whatever else is malformed reads as null.
+    const BracketPairs::End end = pairs.FindEnd(position, frames.back().end);
+    // Required: throws, although all other malformed text reads as null.
     if (end.outcome == BracketScan::Outcome::Open) {
         throw std::out_of_range("json container is not closed");
     }
     return end;
 }
 
-/// Reads a number or literal in its usual form.
-/// @return the byte after it; null, with the value untouched, when there is none.
-const char* Reader::ReadPlain(const char* begin, Value& value) const
+/// Reads a string.
+/// @return false if there is no closing quote before the stop.
+bool RulesReader::ReadString(const char* stop, Value& value)
 {
-    const auto left = static_cast<std::size_t>(text.data() + text.size() - begin);
-    const auto startsWith = [begin, left](std::string_view literal) {
-        return left > literal.size() && std::memcmp(begin, literal.data(), literal.size()) == 0;
-    };
-    if (*begin != 't' && *begin != 'f' && *begin != 'n') {
-        return ReadPlainNumber(begin, value);
+    const char* const quote = FindQuote(position + 1, stop);
+    if (quote == nullptr) {
+        return false;
     }
-    if (startsWith("true")) {
-        Access::SetBool(value, true);
-        return begin + 4;
-    }
-    if (startsWith("false")) {
-        Access::SetBool(value, false);
-        return begin + 5;
-    }
-    return startsWith("null") ? begin + 4 : nullptr;
+    Access::Type(value) = StringVal;
+    DecodeString({position + 1, quote}, Access::String(value));
+    position = quote + 1;
+    return true;
 }
 
 // ------------------------------------------------------------------------------------------ arrays
 
-/// Reads on in the innermost container, an array, until it ends or another one opens.
-void Reader::ReadElements()
+/// The elements of the innermost container, an array.
+std::vector<Value>& RulesReader::Elements()
+{
+    return Access::Elements(Access::ArrayOf(*frames.back().value));
+}
+
+/// Continues in an array, the innermost container, until it ends or another container opens.
+void RulesReader::ReadElements()
 {
     Step step = Step::Done;
     while (step == Step::Done) {
@@ -216,155 +169,83 @@ void Reader::ReadElements()
     }
 }
 
-Reader::Step Reader::ReadElement()
+RulesReader::Step RulesReader::ReadElement()
 {
     switch (*position) {
         case ',':
         case ']':
-            ++position;  // Required: nothing before a delimiter is no element.
+            ++position;  // nothing before a delimiter: no element
             return Step::Done;
         case '[':
         case '{':
             return ReadContainerElement();
-        case '"':
-            return ReadStringElement();
         default:
-            return ReadBareElement();
+            return ReadScalarElement();
     }
 }
 
-Reader::Step Reader::ReadContainerElement()
+RulesReader::Step RulesReader::ReadContainerElement()
 {
-    const ContainerEnds::End end = FindEnd();
+    const BracketPairs::End end = FindEnd();
     if (end.outcome == BracketScan::Outcome::Mismatched) {
         return Step::Failed;
     }
-    Open(AddElement(), end.at, end.commas + 1U);
+    Open(Elements().emplace_back(), end.at);
     return Step::Opened;
 }
 
-Reader::Step Reader::ReadStringElement()
+RulesReader::Step RulesReader::ReadScalarElement()
 {
-    const char* const begin = position + 1;
-    // The closing bracket is the last stop.
-    const char* const stop = FindPlainStringStop(begin, frames.back().end);
-    if (*stop != '"') {
-        return ReadElementByRules();
-    }
-    Value& element = AddElement();
-    Access::Type(element) = StringVal;
-    Access::String(element) = Trim({begin, stop});  // no escape in it
-    position = stop + 1;
-    if (!TakeElementEnd()) {
-        const char* const next = FindDelimiter();
-        // Required: what stands between a string and the next delimiter is dropped; but before an
-        // opening bracket it is the next element.
-        if (*next == ',' || *next == ']') {
-            position = next;
-        }
-    }
-    return Step::Done;
-}
-
-/// A number or literal in its usual form.
-Reader::Step Reader::ReadBareElement()
-{
-    Value& element = AddElement();
-    const char* const begin = position;
-    const char* const end = ReadPlain(position, element);
-    if (end != nullptr && element.GetType() != NullVal) {
-        position = end;
-        if (TakeElementEnd()) {
-            return Step::Done;
-        }
-        position = begin;
-    }
-    Access::Elements(Access::ArrayOf(*frames.back().value)).pop_back();
-    return ReadElementByRules();
-}
-
-/// Any scalar, by all the rules.
-Reader::Step Reader::ReadElementByRules()
-{
-    const char* next = FindDelimiter();
-    // Required: an element ends at the next comma or closing bracket, in a string as well; but when
-    // a bracket opens before that, the whole rest of the array is what the element is read from.
+    const char* const next = FindDelimiter();
+    // Required: an element ends at the next comma or closing bracket, even within a string. But if
+    // a bracket opens before that, the element is read from the whole rest of the array.
     const bool restOfArray = *next == '[' || *next == '{';
-    const char* const end = restOfArray ? frames.back().end : next;
+    const char* const closing = frames.back().end;
+    const char* const stop = restOfArray ? closing : next;
 
     Value element;
     if (*position == '"') {
-        const char* const quote = FindQuote(position + 1, end);
-        if (quote == nullptr) {
+        if (!ReadString(stop, element)) {
             return Step::Failed;
         }
-        Access::Type(element) = StringVal;
-        DecodeString({position + 1, quote}, Access::String(element));
-        position = quote + 1;
-    } else if (restOfArray || ReadBareToken(position, end, element) == nullptr) {
-        return Step::Failed;  // no bare token may have a bracket behind it
+    } else if (restOfArray || ReadBareToken(position, stop, element) == nullptr) {
+        return Step::Failed;  // a bare token never has an opening bracket in it
     }
+    // Required: text between a string and the delimiter is dropped. But before an opening bracket
+    // that text is the next element.
     if (!restOfArray) {
-        position = next;
-        TakeElementEnd();
+        position = next == closing ? closing : next + 1;
     }
-    // Required: null is no element.
+    // Required: an array drops null.
     if (element.GetType() != NullVal) {
-        AddElement() = std::move(element);
+        Elements().push_back(std::move(element));
     }
     return Step::Done;
 }
 
-/// Steps over the delimiter that ends an element, and the blanks before it.
-/// @return false when there is something else.
-bool Reader::TakeElementEnd()
-{
-    SkipSpace();
-    if (*position != ',' && *position != ']') {
-        return false;
-    }
-    if (position != frames.back().end) {
-        ++position;
-    }
-    return true;
-}
-
-Value& Reader::AddElement()
-{
-    const Frame& frame = frames.back();
-    std::vector<Value>& elements = Access::Elements(Access::ArrayOf(*frame.value));
-    if (elements.size() == elements.capacity()) {
-        GrowFor(elements, frame.announced);
-        PrefetchNode(elements.data(), nodesAhead);
-    }
-    return Access::PlaceInContainer(elements.emplace_back());
-}
-
-/// @return the next comma or bracket other than "}", at the latest the one that closes the array.
-const char* Reader::FindDelimiter()
+/// @return the next comma, "[", "]" or "{"; at the latest the bracket that closes the array.
+const char* RulesReader::FindDelimiter()
 {
     if (delimiter == nullptr || delimiter < position) {
-        delimiter = position;
-        while (!IsIn(elementDelimiters, *delimiter)) {
-            ++delimiter;
-        }
+        delimiter = FindFirstIn(elementDelimiters, position, text.data() + text.size());
     }
     return delimiter;
 }
 
 // ----------------------------------------------------------------------------------------- objects
 
-/// Reads on in the innermost container, an object, until it ends or another one opens.
-void Reader::ReadMembers()
+/// Continues in an object, the innermost container, until it ends or another container opens.
+void RulesReader::ReadMembers()
 {
     Step step = Step::Done;
     while (step == Step::Done) {
         const char* const behindMember = position;
         SkipSpace();
         if (position != frames.back().end) {
-            step = ReadMember();
+            Value* const member = ReadKey();
+            step = member == nullptr ? Step::Failed : ReadMemberValue(*member);
         } else if (position != behindMember && frames.back().value->size() == 0) {
-            step = Step::Failed;  // Required: blanks alone between the braces are malformed.
+            step = Step::Failed;  // Required: braces with nothing but blanks are malformed.
         } else {
             CloseFrame();
             return;
@@ -375,99 +256,51 @@ void Reader::ReadMembers()
     }
 }
 
-Reader::Step Reader::ReadMember()
-{
-    Value* const member = ReadKey();
-    return member == nullptr ? Step::Failed : ReadMemberValue(*member);
-}
-
-/// Reads up to the colon.
-/// @return the new member, null still; a null pointer when there is no key.
-Value* Reader::ReadKey()
+/// Reads a key and its colon.
+/// @return the member, still null; a null pointer if there is no key.
+Value* RulesReader::ReadKey()
 {
     const Frame& frame = frames.back();
-    if (*position == ',') {
-        ++position;
-        SkipSpace();  // as the search for the quote would, but fast
-    }
-    // Required: whatever stands before the key, or between the key and the colon, is skipped.
+    // Required: skips any text before the key, and between the key and the colon.
     const char* const opening = FindQuote(position, frame.end);
     const char* const closing = opening == nullptr ? nullptr : FindQuote(opening + 1, frame.end);
-    // Required: an empty key is malformed, and so is a comma without a member behind it.
+    // An empty key is malformed, and so is a comma without a member after it.
     if (closing == nullptr || closing == opening + 1) {
         return nullptr;
     }
-    const void* const colon =
-        closing[1] == ':'  // at the closing brace at the latest
-            ? closing + 1
-            : std::memchr(closing, ':', static_cast<std::size_t>(frame.end - closing));
-    if (colon == nullptr) {
+    const char* const colon = std::find(closing, frame.end, ':');
+    if (colon == frame.end) {
         return nullptr;
     }
-    position = static_cast<const char*>(colon) + 1;
-    // Required: escapes in a key are not decoded.
-    return &AddMember(frame, {opening + 1, closing});
-}
-
-/// @return the new member, null still.
-Value& Reader::AddMember(const Frame& frame, std::string_view key)
-{
-    std::map<std::string, Value>& members = Access::Members(Access::ObjectOf(*frame.value));
-    const auto next = memberOrder.FindNext(members, frame.firstInOrder, key);
-    const std::size_t sizeBefore = members.size();
-    const auto member = members.emplace_hint(next, std::piecewise_construct,
-                                             std::forward_as_tuple(key), std::forward_as_tuple());
-    if (members.size() == sizeBefore) {
-        Access::Reset(member->second);  // a repeated key: nothing of the old value stays
-    } else {
-        Access::PlaceInContainer(member->second);
-        memberOrder.Add(member, frame.firstInOrder);
-        PrefetchNode(&*member, nodesAhead);  // where the allocator goes on, most likely
+    position = colon + 1;
+    // Required: keeps escapes in a key as they are.
+    const auto [member, isNew] = Access::Members(Access::ObjectOf(*frame.value))
+                                     .try_emplace(std::string(opening + 1, closing));
+    if (!isNew) {
+        Access::Reset(member->second);  // a repeated key: drop the earlier value
     }
-    return member->second;
+    return &member->second;
 }
 
-Reader::Step Reader::ReadMemberValue(Value& member)
+RulesReader::Step RulesReader::ReadMemberValue(Value& member)
 {
     SkipSpace();
     const char* const end = frames.back().end;
     if (position == end) {
-        return Step::Done;  // Required: nothing after the last colon is null.
+        return Step::Done;  // Required: a member without a value, at the end, is null.
     }
     if (*position == '[' || *position == '{') {
-        const ContainerEnds::End nested = FindEnd();
+        const BracketPairs::End nested = FindEnd();
         if (nested.outcome == BracketScan::Outcome::Mismatched) {
             return Step::Failed;
         }
-        Open(member, nested.at, nested.commas + 1U);
+        Open(member, nested.at);
         return Step::Opened;
     }
-    if (*position != '"') {
-        return ReadBareMember(member);
+    if (*position == '"') {
+        return ReadString(end, member) ? Step::Done : Step::Failed;
     }
-    const char* const quote = FindQuote(position + 1, end);
-    if (quote == nullptr) {
-        return Step::Failed;
-    }
-    Access::Type(member) = StringVal;
-    DecodeString({position + 1, quote}, Access::String(member));
-    position = quote + 1;
-    return Step::Done;
-}
-
-Reader::Step Reader::ReadBareMember(Value& member)
-{
-    const char* const end = frames.back().end;
-    const char* const begin = position;
-    if (const char* const plainEnd = ReadPlain(begin, member)) {
-        position = plainEnd;
-        SkipSpace();
-        if (position == end || *position == ',') {
-            return Step::Done;
-        }
-        Access::Reset(member);
-    }
-    position = ReadBareToken(begin, end, member);
+    position = ReadBareToken(position, end, member);
     return position == nullptr ? Step::Failed : Step::Done;
 }
 
@@ -475,7 +308,13 @@ Reader::Step Reader::ReadBareMember(Value& member)
 
 Value Deserialize(const std::string& text)
 {
-    return Reader(text).Read();
+    const std::string_view document = Trim(text);
+    Value root;
+    if (PlainReader(document).Read(root)) {
+        return root;
+    }
+    Access::Reset(root);  // frees what was read so far
+    return RulesReader(document).Read();
 }
 
 }  // namespace Tolvex::Json

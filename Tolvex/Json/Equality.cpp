@@ -9,7 +9,7 @@ namespace Tolvex::Json {
 
 namespace {
 
-/// Two containers of the same kind and size, and what of them is still to be compared.
+/// Two containers of the same kind and size, and how far they have been compared.
 struct Pair
 {
     Cursor left;
@@ -70,7 +70,7 @@ Verdict CompareByLeftType(const Value& left, const Value& right)
     return Verdict::Equal;
 }
 
-/// Decides about two values, but for what their containers hold.
+/// Compares two values, without the content of their containers.
 Verdict Compare(const Value& left, const Value& right)
 {
     if (left.GetType() != right.GetType()) {
@@ -80,17 +80,18 @@ Verdict Compare(const Value& left, const Value& right)
         if (!right.IsNumeric()) {
             return Verdict::Different;
         }
-        // Required: a number on the right is judged by the representation that the left has.
-        // Instead: GetType() of both before.
+        // Required: compares a number on the right by the left operand's type, even if that is
+        // null, a string, a container or a bool. Instead: compare GetType() of both first.
     }
     return CompareByLeftType(left, right);
 }
 
-/// Compares trees with a stack of its own.
+/// Compares trees without recursion.
 class Comparison
 {
 public:
-    /// @return false when the values differ; what they hold may still have to be compared.
+    /// Compares two values; Finish() compares the content of containers.
+    /// @return false if the values differ.
     bool Add(const Value& left, const Value& right)
     {
         const Verdict verdict = Compare(left, right);
@@ -115,7 +116,7 @@ public:
         return true;
     }
 
-    /// Compares what the added containers hold.
+    /// Compares the content of the added containers.
     bool Finish()
     {
         while (!open.empty()) {
@@ -139,7 +140,7 @@ private:
         const Value& right = pair.right.Current();
         pair.left.Advance();
         pair.right.Advance();
-        return Add(left, right);  // pair may be gone afterwards
+        return Add(left, right);  // may invalidate pair
     }
 
     std::vector<Pair> open;

@@ -1,9 +1,9 @@
 /// @file
-/// JSON documents in memory, their text, and the way back.
+/// JSON documents: the tree in memory, writing it as text, reading it from text.
 ///
-/// Value holds one value of any kind, Array a sequence of them, Object a map from key to value that
-/// iterates in ascending byte order of its keys. Serialize() and Deserialize() speak a dialect of
-/// JSON that differs from the standard in many places; docs/json-dialect.md lists them.
+/// A Value is one value of any kind. An Array is a sequence of values. An Object maps keys to
+/// values and iterates in ascending byte order of its keys. Serialize() and Deserialize() use a
+/// dialect of JSON that differs from the standard in many places; docs/json-dialect.md lists them.
 /// @code
 /// Json::Value settings = Json::Deserialize(R"({"camera":{"fps":25},"zones":["north"]})");
 /// const int fps = settings["camera"].HasKey("fps") ? settings["camera"]["fps"].ToInt() : 30;
@@ -42,54 +42,55 @@ class Value;
 
 /// An ordered sequence of values. Copies are deep.
 ///
-/// No depth of nesting overflows the stack, whatever is done; destroying, clearing and moving
-/// allocate nothing.
+/// No operation overflows the stack, however deep the nesting. Destroying, clearing and moving
+/// allocate no memory.
 /// @par Errors
-/// Indices are not tested: one out of range is undefined.
+/// Indices are not checked. An index out of range is undefined behaviour.
 /// @par Thread safety
 /// Reentrant.
 class TOLVEX_EXPORT Array
 {
 public:
-    /// Goes through the elements; good until one is added or all are replaced or destroyed.
+    /// Valid until an element is added, or all elements are replaced or destroyed.
     using iterator = std::vector<Value>::iterator;
-    /// The same for elements that are only read.
+    /// The same for read access.
     using const_iterator = std::vector<Value>::const_iterator;
 
     /// Makes an empty array.
     Array() noexcept;
     /// @param other  Copied deeply.
     Array(const Array& other);
-    /// @param other  Its elements are taken over in constant time; left empty.
+    /// Takes constant time.
+    /// @param other  Gives its elements away and is empty afterwards.
     Array(Array&& other) noexcept;
-    /// Destroys all elements, at any depth; allocates nothing.
+    /// Destroys all elements.
     ~Array();
 
     /// Replaces all elements by deep copies.
     ///
-    /// @param other  May be an array inside this one.
+    /// @param other  May be nested in this array.
     /// @return this array.
     Array& operator=(const Array& other);
-    /// Replaces all elements, in constant time but for the destruction of the old ones.
+    /// Replaces all elements. Takes constant time, plus the time to destroy the old ones.
     ///
-    /// @param other  Its elements are taken over; left empty.
+    /// @param other  Gives its elements away and is empty afterwards. May be nested in this array.
     /// @return this array.
     Array& operator=(Array&& other) noexcept;
 
-    /// @param index  Below size(); not tested.
-    /// @return the element itself.
+    /// @param index  Below size(); not checked.
+    /// @return a reference to the element.
     Value& operator[](unsigned int index);
-    /// @param index  Below size(); not tested.
-    /// @return the element itself.
+    /// @param index  Below size(); not checked.
+    /// @return a reference to the element.
     const Value& operator[](unsigned int index) const;
 
-    /// @return the first element; end() when there is none.
+    /// @return the first element, or end() if the array is empty.
     iterator begin() noexcept;
-    /// @return the place behind the last element.
+    /// @return the position after the last element.
     iterator end() noexcept;
-    /// @return the first element; end() when there is none.
+    /// @return the first element, or end() if the array is empty.
     const_iterator begin() const noexcept;
-    /// @return the place behind the last element.
+    /// @return the position after the last element.
     const_iterator end() const noexcept;
 
     /// @return the number of elements.
@@ -99,32 +100,34 @@ public:
     ///
     /// @param value  May be an element of this array.
     void push_back(const Value& value);
-    /// Appends what the value holds, in constant time.
+    /// Appends the value itself, without a copy of what it holds.
     ///
-    /// @param value  Left as a move leaves it: see Value::Value(Value&&).
+    /// @param value  Moved from: see Value::Value(Value&&).
     void push_back(Value&& value);
 
     /// Inserts a copy.
     ///
-    /// @param index  Position of the copy, at most size(), which appends; not tested.
+    /// @param index  Position of the copy; size() appends. Must not exceed size(); not checked.
     /// @param value  May be an element of this array.
     void insert(unsigned int index, const Value& value);
 
     /// Destroys all elements.
     void Clear() noexcept;
 
-    /// @param value  Right operand of the comparisons.
-    /// @return the first element for which `element == value` holds, or end().
-    /// @note Equality is asymmetric, and the element is its left operand.
-    iterator find(const Value& value);
-    /// As the other find(), for elements that are only read.
+    /// Finds the first element for which `element == value` holds.
     ///
     /// @param value  Right operand of the comparisons.
-    /// @return the first element for which `element == value` holds, or end().
+    /// @return the element, or end().
+    /// @note Equality is asymmetric: `value == element` may give another result.
+    iterator find(const Value& value);
+    /// The same for read access.
+    ///
+    /// @param value  Right operand of the comparisons.
+    /// @return the element, or end().
     const_iterator find(const Value& value) const;
 
     /// @param value  As for find().
-    /// @return whether find() finds the value.
+    /// @return whether find() finds an element.
     bool HasValue(const Value& value) const;
 
 private:
@@ -135,50 +138,51 @@ private:
     std::vector<Value> elements;
 };
 
-/// A map from key to value, iterated in ascending byte order of the keys. Copies are deep.
+/// A map from keys to values that iterates in ascending byte order of the keys. Copies are deep.
 ///
-/// No depth of nesting overflows the stack, whatever is done; destroying, clearing and moving
-/// allocate nothing.
+/// No operation overflows the stack, however deep the nesting. Destroying, clearing and moving
+/// allocate no memory.
 /// @par Errors
-/// A key that is absent from a const object is not detected: reading it is undefined. A null
-/// pointer for a key throws std::logic_error.
+/// Reading an absent key of a const object is undefined behaviour and not detected. A null pointer
+/// for a key throws std::logic_error.
 /// @par Thread safety
 /// Reentrant.
 class TOLVEX_EXPORT Object
 {
 public:
-    /// Goes through pairs of key and value; good until its member is erased or all are replaced.
+    /// Refers to a pair of key and value. Valid until that member is erased, or all are replaced.
     using iterator = std::map<std::string, Value>::iterator;
-    /// The same for members that are only read.
+    /// The same for read access.
     using const_iterator = std::map<std::string, Value>::const_iterator;
 
     /// Makes an empty object.
     Object() noexcept;
     /// @param other  Copied deeply.
     Object(const Object& other);
-    /// @param other  Its members are taken over in constant time; left empty.
+    /// Takes constant time.
+    /// @param other  Gives its members away and is empty afterwards.
     Object(Object&& other) noexcept;
-    /// Destroys all members, at any depth; allocates nothing.
+    /// Destroys all members.
     ~Object();
 
     /// Replaces all members by deep copies.
     ///
-    /// @param other  May be an object inside this one.
+    /// @param other  May be nested in this object.
     /// @return this object.
     Object& operator=(const Object& other);
-    /// Replaces all members, in constant time but for the destruction of the old ones.
+    /// Replaces all members. Takes constant time, plus the time to destroy the old ones.
     ///
-    /// @param other  Its members are taken over; left empty.
+    /// @param other  Gives its members away and is empty afterwards. May be nested in this object.
     /// @return this object.
     Object& operator=(Object&& other) noexcept;
 
-    /// @return the member with the lowest key; end() when there is none.
+    /// @return the member with the lowest key, or end() if the object is empty.
     iterator begin() noexcept;
-    /// @return the place behind the last member.
+    /// @return the position after the last member.
     iterator end() noexcept;
-    /// @return the member with the lowest key; end() when there is none.
+    /// @return the member with the lowest key, or end() if the object is empty.
     const_iterator begin() const noexcept;
-    /// @return the place behind the last member.
+    /// @return the position after the last member.
     const_iterator end() const noexcept;
 
     /// @return the number of members.
@@ -191,23 +195,23 @@ public:
     /// @return the member, or end().
     const_iterator find(const std::string& key) const;
     /// @param key  Compared byte by byte.
-    /// @return whether there is such a member.
+    /// @return whether the object has such a member.
     bool HasKey(const std::string& key) const;
 
     /// @param keys  Looked up in this order.
-    /// @return the index of the first key that is absent; -1 when all are present.
+    /// @return the index of the first absent key, or -1 if all keys are present.
     int HasKeys(const std::vector<std::string>& keys) const;
     /// @param keys   NUL-terminated, looked up in this order.
     /// @param count  Number of keys; below 1 gives -1 at once.
-    /// @return the index of the first key that is absent; -1 when all are present.
-    /// @throws std::logic_error when it meets a null pointer before an absent key.
+    /// @return the index of the first absent key, or -1 if all keys are present.
+    /// @throws std::logic_error if a null pointer comes before the first absent key.
     int HasKeys(const char** keys, int count) const;
 
     /// @param key  Any bytes.
-    /// @return the member's value; a null value is inserted when the key is absent.
+    /// @return the member's value. An absent key is added first, with a null value.
     Value& operator[](const std::string& key);
     /// @param key  NUL-terminated.
-    /// @return the member's value; a null value is inserted when the key is absent.
+    /// @return the member's value. An absent key is added first, with a null value.
     Value& operator[](const char* key);
     /// @param key  Must be present: test with HasKey() first.
     /// @return the member's value.
@@ -217,7 +221,7 @@ public:
     const Value& operator[](const char* key) const;
 
     /// @param key  Compared byte by byte.
-    /// @return true when a member was erased, false when the key was absent.
+    /// @return true if a member was erased, false if the key was absent.
     bool RemoveKey(const std::string& key);
 
     /// Erases all members.
@@ -233,18 +237,19 @@ private:
 
 /// One JSON value of any kind.
 ///
-/// Every value carries all representations side by side, and its type says which is meaningful. The
-/// three representations of a number are filled together when the value is made: ToInt() of 2.9 is
-/// 2. Numbers that leave the range of int saturate, and NaN has 0 for an integer.
-/// @note A copy has the source's type and the representation that belongs to it, nothing else. A
-/// value assigned to keeps its other representations as they were; they stay inactive, but
-/// operator== sees them when the right operand is a number.
+/// A value stores all representations side by side: an int, a float, a double, a string, an object,
+/// an array and a bool. Its type says which of them is active. A number fills its int, float and
+/// double together when it is made: ToInt() of 2.9 is 2. The int of a number out of range is the
+/// nearest int; the int of NaN is 0.
+/// @note A copy takes the type and the active representation of its source, nothing else. An
+/// assignment leaves the other representations of its destination as they were. They are inactive,
+/// but operator== reads them if the right operand is a number.
 /// @par Errors
-/// An operation that the type does not offer throws std::runtime_error with one of the texts
+/// An operation that does not fit the type throws std::runtime_error with one of the texts
 /// "json mValueType==IsNumeric() required", "json mValueType==BoolVal required",
 /// "json mValueType==StringVal required", "json mValueType==ArrayVal required" and
-/// "json mValueType==ObjectVal required", and leaves the value as it was. Indices, and keys looked
-/// up in a const value, are not tested.
+/// "json mValueType==ObjectVal required", and leaves the value unchanged. Indices are not checked,
+/// and neither are keys looked up in a const value.
 /// @par Thread safety
 /// Reentrant.
 class TOLVEX_EXPORT Value
@@ -261,60 +266,59 @@ public:
     /// Makes a StringVal.
     /// @param text  Any bytes, NUL included.
     Value(const std::string& text);
-    /// Makes a StringVal, in constant time.
-    /// @param text  Taken over.
+    /// Makes a StringVal without a copy.
+    /// @param text  Moved from.
     Value(std::string&& text) noexcept;
     /// Makes a StringVal.
-    /// @param text  NUL-terminated; null makes an empty string.
+    /// @param text  NUL-terminated; a null pointer makes an empty string.
     Value(const char* text);
     /// Makes an ObjectVal.
     /// @param object  Copied deeply.
     Value(const Object& object);
     /// Makes an ObjectVal, in constant time.
-    /// @param object  Its members are taken over; left empty.
+    /// @param object  Gives its members away and is empty afterwards.
     Value(Object&& object) noexcept;
     /// Makes an ArrayVal.
     /// @param array  Copied deeply.
     Value(const Array& array);
     /// Makes an ArrayVal, in constant time.
-    /// @param array  Its elements are taken over; left empty.
+    /// @param array  Gives its elements away and is empty afterwards.
     Value(Array&& array) noexcept;
     /// Makes a BoolVal.
     /// @param flag  The value.
     Value(bool flag) noexcept;
 
-    /// Makes a FloatVal, which no constructor does.
+    /// Makes a FloatVal. No constructor makes one.
     ///
-    /// @param number  Truncated toward zero for the integer, and widened for the double.
+    /// @param number  Truncated toward zero for the integer; widened for the double.
     /// @return the value.
     static Value FromFloat(float number) noexcept;
 
-    /// Takes the type and the representation that belongs to it, nothing else.
+    /// Copies the type and the active representation, nothing else.
     /// @param other  Copied deeply.
     Value(const Value& other);
-    /// Takes over what a copy would copy, in constant time.
-    /// @param other  Keeps its type; its string, object or array is left empty.
+    /// Moves what a copy would copy. Takes constant time.
+    /// @param other  Keeps its type. Its active string, object or array is empty afterwards.
     Value(Value&& other) noexcept;
-    /// Destroys all representations, at any depth; allocates nothing.
+    /// Destroys all representations, active or not.
     ~Value() = default;
 
-    /// Takes the source's type and its active representation. On an exception this value is as it
-    /// was.
+    /// Copies the source's type and active representation. If that throws, this value is unchanged.
     ///
-    /// @param other  May be inside this value, or this value inside it.
+    /// @param other  May be nested in this value, and this value may be nested in it.
     /// @return this value.
     Value& operator=(const Value& other);
-    /// The same, taking the representation over. Allocates only when this value is inside the
-    /// source: then the source is copied and keeps what it holds.
+    /// Moves the source's type and active representation. Takes constant time, plus the time to
+    /// destroy what is replaced.
     ///
-    /// Takes constant time, except into an element or member: for one of these the source is
-    /// searched first, in time linear in the number of values in it. That, again, is spared for a
-    /// member which `object["key"]` has just added to an Object.
-    /// @param other  Left as a move leaves it: see Value(Value&&).
+    /// @param other  Moved from: see Value(Value&&). May be nested in this value:
+    ///               `v = std::move(v["k"])`.
     /// @return this value.
-    Value& operator=(Value&& other);  // NOLINT(performance-noexcept-move-constructor): may copy
+    /// @warning Do not move a value into something that it contains: `v["k"] = std::move(v)`. The
+    /// value is lost, and its memory may leak. Copy instead: `v["k"] = Json::Value(v)`.
+    Value& operator=(Value&& other) noexcept;
 
-    /// @return which representation is meaningful.
+    /// @return which representation is active.
     ValueType GetType() const noexcept { return mValueType; }
 
     /// @return whether the type is IntVal, FloatVal or DoubleVal.
@@ -331,16 +335,16 @@ public:
     double ToDouble() const;
     /// @return the flag of a BoolVal.
     bool ToBool() const;
-    /// @return the text of a StringVal itself, valid while this value holds it.
+    /// @return a reference to the text of a StringVal, valid while this value holds it.
     const std::string& ToString() const;
     /// @return a deep copy of the array of an ArrayVal; AsArray() makes none.
     Array ToArray() const;
     /// @return a deep copy of the object of an ObjectVal; AsObject() makes none.
     Object ToObject() const;
 
-    /// @return the array of an ArrayVal itself, valid while this value holds it.
+    /// @return a reference to the array of an ArrayVal, valid while this value holds it.
     const Array& AsArray() const;
-    /// @return the object of an ObjectVal itself, valid while this value holds it.
+    /// @return a reference to the object of an ObjectVal, valid while this value holds it.
     const Object& AsObject() const;
 
     /// As ToInt().
@@ -358,31 +362,31 @@ public:
     /// As ToObject().
     operator Object() const;
 
-    /// @param index  Below size(); not tested.
-    /// @return the element of an ArrayVal itself.
+    /// @param index  Below size(); not checked.
+    /// @return a reference to the element of an ArrayVal.
     Value& operator[](unsigned int index);
-    /// @param index  Below size(); not tested.
-    /// @return the element of an ArrayVal itself.
+    /// @param index  Below size(); not checked.
+    /// @return a reference to the element of an ArrayVal.
     const Value& operator[](unsigned int index) const;
-    /// @param index  0 or more, and below size(); not tested.
-    /// @return the element of an ArrayVal itself.
+    /// @param index  At least 0 and below size(); not checked.
+    /// @return a reference to the element of an ArrayVal.
     Value& operator[](int index);
-    /// @param index  0 or more, and below size(); not tested.
-    /// @return the element of an ArrayVal itself.
+    /// @param index  At least 0 and below size(); not checked.
+    /// @return a reference to the element of an ArrayVal.
     const Value& operator[](int index) const;
-    /// The same for all other integer types, std::size_t among them.
+    /// The same for all other integer types, for instance std::size_t.
     ///
-    /// @param index  0 or more, and below size(); not tested.
-    /// @return the element of an ArrayVal itself.
+    /// @param index  At least 0 and below size(); not checked.
+    /// @return a reference to the element of an ArrayVal.
     template <std::integral Index>
     Value& operator[](Index index)
     {
         return (*this)[static_cast<unsigned int>(index)];
     }
-    /// The same for all other integer types, std::size_t among them.
+    /// The same for all other integer types, for instance std::size_t.
     ///
-    /// @param index  0 or more, and below size(); not tested.
-    /// @return the element of an ArrayVal itself.
+    /// @param index  At least 0 and below size(); not checked.
+    /// @return a reference to the element of an ArrayVal.
     template <std::integral Index>
     const Value& operator[](Index index) const
     {
@@ -390,10 +394,10 @@ public:
     }
 
     /// @param key  Any bytes.
-    /// @return the member's value; a null value is inserted when the key is absent.
+    /// @return the member's value. An absent key is added first, with a null value.
     Value& operator[](const std::string& key);
     /// @param key  NUL-terminated.
-    /// @return the member's value; a null value is inserted when the key is absent.
+    /// @return the member's value. An absent key is added first, with a null value.
     Value& operator[](const char* key);
     /// @param key  Must be present: test with HasKey() first.
     /// @return the member's value.
@@ -401,15 +405,17 @@ public:
     /// @param key  NUL-terminated; must be present: test with HasKey() first.
     /// @return the member's value.
     const Value& operator[](const char* key) const;
-    /// @param key  NUL-terminated, in a buffer that may be written; otherwise as `const char*`.
-    /// @return the member's value; a null value is inserted when the key is absent.
+    /// The same for a key in a writable buffer.
+    /// @param key  NUL-terminated.
+    /// @return the member's value. An absent key is added first, with a null value.
     Value& operator[](char* key) { return (*this)[static_cast<const char*>(key)]; }
-    /// @param key  NUL-terminated, in a buffer that may be written; otherwise as `const char*`.
+    /// The same for a key in a writable buffer.
+    /// @param key  NUL-terminated.
     /// @return the member's value.
     const Value& operator[](char* key) const { return (*this)[static_cast<const char*>(key)]; }
 
     /// @param key  Compared byte by byte.
-    /// @return whether an ObjectVal has such a member.
+    /// @return whether the ObjectVal has such a member.
     bool HasKey(const std::string& key) const;
     /// @param keys  Looked up in this order.
     /// @return as Object::HasKeys(), for an ObjectVal.
@@ -417,16 +423,17 @@ public:
     /// @param keys   NUL-terminated, looked up in this order.
     /// @param count  Number of keys; below 1 gives -1 at once.
     /// @return as Object::HasKeys(), for an ObjectVal.
-    /// @throws std::logic_error when it meets a null pointer before an absent key.
+    /// @throws std::logic_error if a null pointer comes before the first absent key.
     int HasKeys(const char** keys, int count) const;
 
     /// @return the number of members or elements.
-    /// @note 1 for every other type, null included.
+    /// @note The size is 1 for every other type, null included.
     int size() const noexcept;
 
     /// Makes this value null.
-    /// @note The string, object and array are kept, inactive, until overwritten or destroyed.
-    // Required: nothing else changes, so the old content stays inside.
+    /// @note The string, object and array keep their content, inactive, until an assignment
+    /// overwrites them or the value is destroyed.
+    // Required: nothing else changes, so the old content stays.
     void Clear() noexcept { mValueType = NullVal; }
 
 private:
@@ -443,7 +450,6 @@ private:
     ValueType mValueType = NullVal;
     std::int32_t mIntVal = 0;
     float mFloatVal = 0.0F;
-    std::uint32_t place = 0;  ///< what is known about where this value stands; see Access
     double mDoubleVal = 0.0;
     std::string mStringVal;
     Object mObjectVal;
@@ -451,40 +457,43 @@ private:
     bool mBoolVal = false;
 };
 
-/// Compares exactly, without tolerance.
+/// Compares two values exactly, without tolerance.
 ///
-/// Values of the same type compare their active representations.
-/// @note Asymmetric where the types differ. A number on the left compares with any other number,
-/// and equals nothing else. A number on the right equals null, and is compared with any other left
-/// operand by the representation of that operand's type: it equals "", {}, [] and false unless it
-/// holds an inactive representation from before.
-/// @param left   Its type says which representations are compared.
-/// @param right  As above.
-/// @return whether they are equal.
+/// Two values of the same type compare their active representations. Two numbers of different types
+/// compare their values.
+/// @note Equality is asymmetric if only one operand is a number. A number on the left equals no
+/// other type. If the number is on the right, the type of the left operand decides. Null equals
+/// every number. A string, object, array or bool is compared with the number's inactive
+/// representation of that type. It is empty or false in most numbers, so "", {}, [] and false equal
+/// them.
+/// @param left   Its type decides which representations are compared.
+/// @param right  The other value.
+/// @return whether the values are equal.
 TOLVEX_EXPORT bool operator==(const Value& left, const Value& right);
 /// Compares elements in order, as values are compared.
 ///
 /// @param left   Its elements are left operands.
 /// @param right  Its elements are right operands.
-/// @return whether the sizes are the same and the elements equal.
+/// @return whether sizes and elements are equal.
 TOLVEX_EXPORT bool operator==(const Array& left, const Array& right);
 /// Compares members in the order of their keys, as values are compared.
 ///
 /// @param left   Its values are left operands.
 /// @param right  Its values are right operands.
-/// @return whether the sizes and keys are the same and the values equal.
+/// @return whether sizes, keys and values are equal.
 TOLVEX_EXPORT bool operator==(const Object& left, const Object& right);
 
-/// Writes a document as compact text, independent of the process's locale.
+/// Writes a document as compact text. The locale of the process makes no difference.
 ///
 /// @note Strings and keys are written as they are, without escapes. Floating-point numbers have six
-/// decimals; NaN and infinities are written as nan, -nan, inf and -inf, which do not read back.
+/// decimals. NaN and infinities are written as nan, -nan, inf and -inf, which Deserialize()
+/// refuses.
 /// @param value  An object or array.
-/// @return the text; empty when the value is neither.
+/// @return the text, or an empty one if the value is neither.
 /// @par Thread safety
 /// Reentrant.
 TOLVEX_EXPORT std::string Serialize(const Value& value);
-/// Writes any value, null included. Otherwise as Serialize().
+/// Writes a value of any type, null included. Otherwise as Serialize().
 ///
 /// @param value  Of any type.
 /// @return the text.
@@ -495,13 +504,15 @@ TOLVEX_EXPORT std::string SerializeValue(const Value& value);
 /// @return the text.
 TOLVEX_EXPORT std::string SerializeArray(const Array& array);
 
-/// Reads a document in time and memory linear in its length, independent of the process's locale.
+/// Reads a document. Time and memory are linear in its length. The locale of the process makes no
+/// difference.
 ///
-/// docs/json-dialect.md says what is accepted and what changes on the way.
+/// docs/json-dialect.md lists what the dialect accepts, and which values change when they are
+/// written and read again.
 /// @param text  The whole document; any bytes.
-/// @return an ObjectVal or ArrayVal, or a null value for text that is malformed or no document.
-/// @throws std::out_of_range when a nested container is not closed, or when a `\u` escape is cut
-///         off by the end of its string.
+/// @return an ObjectVal or ArrayVal; a null value if the text is malformed or no document.
+/// @throws std::out_of_range if a nested container is not closed, or if a string ends within a
+///         `\u` escape.
 /// @par Thread safety
 /// Reentrant.
 TOLVEX_EXPORT Value Deserialize(const std::string& text);

@@ -3,7 +3,6 @@
 
 #include "Tolvex/Json/Json.h"
 #include "Tolvex/Json/Private/Access.h"
-#include "Tolvex/Json/Private/Tree.h"
 
 namespace Tolvex::Json {
 
@@ -31,10 +30,7 @@ Value::Value(const char* text) : mValueType(StringVal), mStringVal(text != nullp
 
 Value::Value(const Object& object) : mValueType(ObjectVal), mObjectVal(object) {}
 
-Value::Value(Object&& object) noexcept : mValueType(ObjectVal), mObjectVal(std::move(object))
-{
-    CountEmbedding();
-}
+Value::Value(Object&& object) noexcept : mValueType(ObjectVal), mObjectVal(std::move(object)) {}
 
 Value::Value(const Array& array) : mValueType(ArrayVal), mArrayVal(array) {}
 
@@ -64,7 +60,7 @@ void Value::CopyNumbers(const Value& other) noexcept
         mValueType = FloatVal;
         mFloatVal = other.mFloatVal;
         mIntVal = Base::SaturateToInt32(static_cast<double>(mFloatVal));
-        // Required: the double is the source's own, not this float's widening.
+        // Required: the double is the source's double, not this float widened.
         mDoubleVal = other.mDoubleVal;
     }
 }
@@ -75,39 +71,18 @@ Value::Value(const Value& other)
 }
 
 Value::Value(Value&& other) noexcept
-    : mValueType(other.mValueType), place(Access::MovedPlace(other))
 {
-    switch (other.mValueType) {
-        case NullVal:
-            break;
-        case StringVal:
-            mStringVal = std::move(other.mStringVal);
-            break;
-        case IntVal:
-        case FloatVal:
-        case DoubleVal:
-            CopyNumbers(other);
-            break;
-        case ObjectVal:
-            mObjectVal = std::move(other.mObjectVal);
-            break;
-        case ArrayVal:
-            mArrayVal = std::move(other.mArrayVal);
-            break;
-        case BoolVal:
-            mBoolVal = other.mBoolVal;
-            break;
-    }
+    *this = std::move(other);
 }
 
-// Required: what does not belong to the new type stays in this value, inactive.
+// Required: the representations of other types keep what they held, inactive.
 Value& Value::operator=(const Value& other)
 {
     if (this == &other) {
         return *this;
     }
 
-    // other may be inside what is replaced here: nothing reads it once that has begun.
+    // other may be nested in what is replaced here, so it must not be read after that.
     const ValueType type = other.mValueType;
     switch (type) {
         case NullVal:
@@ -134,29 +109,35 @@ Value& Value::operator=(const Value& other)
     return *this;
 }
 
-// NOLINTNEXTLINE(performance-noexcept-move-constructor): copies when it is assigned into itself.
-Value& Value::operator=(Value&& other)
+Value& Value::operator=(Value&& other) noexcept
 {
-    const ValueType type = other.mValueType;
-    if (type != StringVal && type != ObjectVal && type != ArrayVal) {
-        return *this = std::as_const(other);
-    }
     if (this == &other) {
         return *this;
     }
-    // A container that took over a tree with itself inside would be out of everybody's reach.
-    if (type != StringVal && Access::MayBeInside(*this) && FindsInside(other, *this)) {
-        return *this = std::as_const(other);
+    // other may be nested in what is replaced here, so it must not be read after that.
+    const ValueType type = other.mValueType;
+    switch (type) {
+        case NullVal:
+            break;
+        case StringVal:
+            mStringVal = std::move(other.mStringVal);
+            break;
+        case IntVal:
+        case FloatVal:
+        case DoubleVal:
+            CopyNumbers(other);
+            break;
+        case ObjectVal:
+            mObjectVal = std::move(other.mObjectVal);
+            break;
+        case ArrayVal:
+            mArrayVal = std::move(other.mArrayVal);
+            break;
+        case BoolVal:
+            mBoolVal = other.mBoolVal;
+            break;
     }
-
     mValueType = type;
-    if (type == StringVal) {
-        mStringVal = std::move(other.mStringVal);
-    } else if (type == ObjectVal) {
-        mObjectVal = std::move(other.mObjectVal);
-    } else {
-        mArrayVal = std::move(other.mArrayVal);
-    }
     return *this;
 }
 
@@ -309,13 +290,13 @@ const Value& Value::operator[](int index) const
 Value& Value::operator[](const std::string& key)
 {
     RequireObject();
-    return Access::PlaceInContainer(Access::Members(mObjectVal)[key]);
+    return mObjectVal[key];
 }
 
 Value& Value::operator[](const char* key)
 {
     RequireObject();
-    return Access::PlaceInContainer(Access::Members(mObjectVal)[key]);
+    return mObjectVal[key];
 }
 
 const Value& Value::operator[](const std::string& key) const
@@ -351,8 +332,8 @@ int Value::size() const noexcept
     if (mValueType == ArrayVal) {
         return static_cast<int>(mArrayVal.size());
     }
-    // Required: the size of all other types is 1, that of null included.
-    // Instead: GetType() before.
+    // Required: the size of all other types is 1, also of null.
+    // Instead: ask GetType() first.
     return 1;
 }
 

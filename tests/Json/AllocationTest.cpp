@@ -91,6 +91,36 @@ TEST(AllocationTest, WritingAndComparingFailCleanlyAtEveryAllocation)
     EXPECT_GT(FailEverywhere([&] { (void)(value == same); }), 0U);
 }
 
+/// A document whose first value is nearly all of it.
+Value MakeDocumentWithLongStringFirst()
+{
+    Array array;
+    array.push_back(std::string(1000000, 'x'));
+    for (int i = 0; i < 1000; ++i) {
+        array.push_back(i);
+    }
+    return Value(std::move(array));
+}
+
+TEST(AllocationTest, WritingALongStringFirstTakesFewTimesItsLength)
+{
+    const Value value = MakeDocumentWithLongStringFirst();
+    const std::size_t before = allocatedBytes;
+
+    const std::string text = Serialize(value);
+
+    EXPECT_LT(allocatedBytes - before, 6 * text.size());
+}
+
+TEST(AllocationTest, WritingSucceedsWhereOnlyTheTextItselfFindsRoom)
+{
+    const Value value = MakeDocumentWithLongStringFirst();
+    const std::string expected = Serialize(value);
+    const AllocationLimit limit(expected.size() + 1);
+
+    EXPECT_EQ(Serialize(value), expected);
+}
+
 TEST(AllocationTest, ArrayThatCannotGrowStaysAsItWas)
 {
     const Value element = Deserialize(mixed);

@@ -1,4 +1,4 @@
-// Different documents, and one that nobody changes, may be used by several threads at once.
+// Several threads may use different documents at once, and share one that no thread changes.
 
 #include <string>
 #include <thread>
@@ -64,7 +64,7 @@ TEST(ConcurrencyTest, DocumentsAreBuiltAtTheSameTime)
         Object object;
         object["part"] = Value(part);
         Value value(std::move(object));
-        value["part"]["a"][4]["b"] = std::move(value);
+        value["part"]["a"][4]["b"] = Value(value);
         EXPECT_TRUE(value["part"]["a"][4]["b"]["part"] == part);
     });
 }

@@ -23,7 +23,7 @@ void* Call(void* work)
     return nullptr;
 }
 
-/// Runs the work to its end on a thread with the stack of the library's threads.
+/// Runs the work on a thread whose stack is as large as those of the library's threads.
 void RunOnSmallStack(std::function<void()> work)
 {
     pthread_attr_t attributes;
@@ -45,7 +45,7 @@ std::string Repeat(const std::string& text, std::size_t count)
     return repeated;
 }
 
-/// Does everything there is to do with a deep document.
+/// Uses every operation on a deep document.
 void Exercise(const std::string& text)
 {
     Value value = Deserialize(text);

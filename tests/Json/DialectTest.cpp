@@ -1,4 +1,4 @@
-// docs/json-dialect.md tells the truth: every row of its tables is read from there and run.
+// Reads every row of the tables in docs/json-dialect.md from the page, and holds the library to it.
 
 #include <cmath>
 #include <fstream>
@@ -54,7 +54,7 @@ std::vector<Cells> RowsOfTablesOf(const std::string& heading)
     return rows;
 }
 
-/// What the library reads, in the words of the page.
+/// What the library reads, written as the page writes it.
 std::string Reads(const std::string& text)
 {
     const std::string description = Judge::Describe(Judge::ReadByLibrary(text));

@@ -1,4 +1,4 @@
-// Whatever the text: the library reads and writes it exactly as the reference does.
+// The library reads and writes every text exactly as the reference does.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
-// What reads and what does not, text by text. Every expected result is written by hand; both the
-// library and the reference have to give it. See Judge.h for how a tree is spelt: 1 is an integer,
-// 1.0 a double, "null" alone a refused document.
+// A table of texts and what they read as. Every expected result is written by hand; both the
+// library and the reference must give it. Judge.h says how a tree is written: 1 is an integer, 1.0
+// a double, "null" alone a refused document.
 
 #include <cstddef>
 #include <cstdint>
@@ -498,7 +498,7 @@ TEST_P(WritingTableTest, WritesAsTheTableSays)
     EXPECT_EQ(Reference::SerializeValue(row.tree), row.value);
 }
 
-/// A value that is no document of its own.
+/// A value that is not a document.
 WritingRow Scalar(std::string_view name, const Node& tree, const std::string& value)
 {
     return {name, tree, "", value};

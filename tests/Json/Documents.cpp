@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::string_view_literals;
 
-/// Numbers, almost numbers, and what else may stand without quotes.
+/// Numbers, almost numbers, and other tokens without quotes.
 constexpr auto tokens = std::to_array<std::string_view>({
     "0"sv,
     "-0"sv,
@@ -129,7 +129,7 @@ constexpr auto tokens = std::to_array<std::string_view>({
     "'a'"sv,
 });
 
-/// What may stand inside a string, and what should not.
+/// Parts of strings, allowed ones and others.
 constexpr auto stringPieces = std::to_array<std::string_view>({
     "a"sv,
     "key"sv,
@@ -193,7 +193,7 @@ constexpr auto stringPieces = std::to_array<std::string_view>({
     "\302\240"sv,
 });
 
-/// Single strokes that spoil a text, or do not.
+/// Single characters that may spoil a text.
 constexpr auto strokes = std::to_array<std::string_view>({
     "\""sv,    "\""sv,    "\\"sv,    "\\"sv,   "\\\\"sv,  "\\\""sv,      "["sv,         "]"sv,
     "{"sv,     "}"sv,     "[]"sv,    "{}"sv,   "[["sv,    "]]"sv,        "{\""sv,       "\"}"sv,
@@ -215,7 +215,7 @@ constexpr auto blanks = std::to_array<std::string_view>({
     " \n "sv,
 });
 
-/// What an end search and a quote search can fall out over.
+/// Texts where the search for an end and the search for a quote can disagree.
 constexpr auto knots = std::to_array<std::string_view>({
     "\""sv,    "\""sv,    "\\\""sv, "\\\\\""sv, "\"x\\\\\""sv, "\"x\""sv,   "\"[\""sv, "\"]\""sv,
     "\"{\""sv, "\"}\""sv, "\\"sv,   "\\\\"sv,   "["sv,         "["sv,       "["sv,     "]"sv,
@@ -520,7 +520,7 @@ void DocumentMaker::Spoil()
         SpoilOnce();
     }
     if (random.OneIn(2) && !text.empty()) {
-        // Most of what is spoilt at an end is refused at once: let the inside be reached.
+        // A text spoilt at its end is mostly refused at once. Spoil the inside instead.
         const bool array = text.find('[') < text.find('{');
         text = (array ? '[' : '{') + text + (array ? ']' : '}');
     }

@@ -1,5 +1,5 @@
 /// @file
-/// Makes documents without end, the same ones from the same seed: well-formed, odd and spoilt.
+/// Makes any number of documents: well-formed, odd and spoilt. The same seed makes the same ones.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +21,7 @@ public:
     /// A number below bound, which is at least 1.
     std::size_t Below(std::size_t bound);
 
-    /// True once in so many calls.
+    /// True in one of so many calls, on average.
     bool OneIn(std::size_t calls) { return Below(calls) == 0; }
 
 private:
@@ -64,8 +64,8 @@ private:
     std::string previous;  ///< the one before, to graft pieces from
 };
 
-/// A random tree as only an application could build it: strings of any bytes, numbers of any size,
-/// nulls, floats. At most a few dozen nodes.
+/// A random tree that an application can build, but no text: strings of any bytes, numbers of any
+/// size, nulls, floats. At most a few dozen nodes.
 Reference::Node MakeTree(Random& random, int depth);
 
 }  // namespace Tolvex::Json::Judge

@@ -1,5 +1,5 @@
-// Every short text over an alphabet of what matters in that place, none left out: the library reads
-// and writes it exactly as the reference does.
+// The library reads and writes every short text exactly as the reference does. Each family of texts
+// has an alphabet of the characters that matter at its place; no text over it is left out.
 
 #include <cstddef>
 #include <ostream>
@@ -31,7 +31,7 @@ void PrintTo(const Family& family, std::ostream* stream)
     *stream << family.before << "..." << family.after;
 }
 
-/// The greatest length whose texts this run has time for.
+/// The greatest length that this run has time for.
 std::size_t LengthFor(std::size_t letters)
 {
     std::size_t length = 0;

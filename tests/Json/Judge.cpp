@@ -212,7 +212,7 @@ std::string ElementsText(const Node& node)
     return text + "]";
 }
 
-/// Removes the range when the library stays wrong without it.
+/// Removes the range if the library still gets the rest wrong.
 bool Drop(std::string& text, std::size_t from, std::size_t count)
 {
     std::string shorter = text;
@@ -224,7 +224,7 @@ bool Drop(std::string& text, std::size_t from, std::size_t count)
     return true;
 }
 
-/// Removes two characters when the library stays wrong without them.
+/// Removes two characters if the library still gets the rest wrong.
 bool DropPair(std::string& text, std::size_t first, std::size_t second)
 {
     std::string shorter = text;
@@ -244,7 +244,7 @@ void DropRanges(std::string& text, std::size_t count)
     }
 }
 
-/// An opening and a closing character often go together only.
+/// Often an opening and a closing character can only be removed together.
 void DropPairs(std::string& text)
 {
     for (std::size_t first = 0; first < text.size(); ++first) {

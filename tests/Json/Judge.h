@@ -1,5 +1,5 @@
 /// @file
-/// Holds the library's reading and writing of a text against the reference's.
+/// Compares how the library and the reference read and write a text.
 #pragma once
 
 #include <string>
@@ -46,7 +46,7 @@ std::string Quoted(const std::string& text);
 /// @return what the library got wrong, or an empty text.
 std::string Complaint(const std::string& text);
 
-/// Removes from the text whatever can go without making the library right.
+/// Shortens a text while the library still gets it wrong.
 std::string Minimised(std::string text);
 
 }  // namespace Tolvex::Json::Judge

@@ -1,5 +1,4 @@
-// Members end in byte order whatever the order in which an object's text has them, in short objects
-// and in long ones, which the reader does not keep in order in the same way.
+// Members end up in byte order, whatever their order in the text, in short objects and in long ones.
 
 #include <algorithm>
 #include <cstddef>
@@ -136,7 +135,7 @@ TEST_P(KeyOrderTest, MalformedObjectInsideLeavesTheOrderAround)
     EXPECT_EQ(Judge::Complaint(text), "");
 }
 
-/// 32 members are kept in order by the reader itself.
+/// Short objects and long ones.
 INSTANTIATE_TEST_SUITE_P(Members, KeyOrderTest, testing::Values(0, 1, 2, 31, 32, 33, 34, 64, 100),
                          testing::PrintToStringParamName());
 

@@ -23,7 +23,7 @@ protected:
         folder = name;
         const std::string command = "localedef -i de_DE -f ISO-8859-1 '" +
                                     (folder / "de_DE").string() + "' > /dev/null 2>&1";
-        // A failure, no reason to skip: what scripts/setup installs can make the locale.
+        // Fail instead of skipping: scripts/setup installs what makes the locale.
         ASSERT_EQ(std::system(command.c_str()), 0)  // NOLINT(concurrency-mt-unsafe)
             << "localedef cannot make a locale; is the package locales installed?";
         setenv("LOCPATH", folder.c_str(), 1);                 // NOLINT(concurrency-mt-unsafe)

@@ -156,7 +156,7 @@ Node ReadInteger(const std::string& token, bool* hadError)
     if (end != token.c_str() + token.size()) {
         return Fail(hadError);
     }
-    // A long has 32 bits here, whatever the platform's has.
+    // A long has 32 bits here, on every platform.
     if (number > std::numeric_limits<std::int32_t>::max() ||
         number < std::numeric_limits<std::int32_t>::min()) {
         return ReadDouble(token, hadError);
@@ -379,7 +379,7 @@ Node DeserializeValue(std::string& s, bool* hadError, DepthStack& stack)
     }
 }
 
-/// Pops the container's own entry, unless it came to nothing or something else is on top.
+/// Pops the container's own entry, unless the container is null or another entry is on top.
 void PopOwnEntry(const Node& result, StackDepthType own, DepthStack& stack)
 {
     if (result.kind != Kind::Null && !stack.empty() && stack.top() == own) {

@@ -1,9 +1,9 @@
 /// @file
-/// The judge of the parser and the serializer: the reading and writing rules, one by one.
+/// A second parser and serializer, written rule by rule, to test the library's against.
 ///
-/// Slow, recursive and full of copies on purpose, so that every line can be held against the rule
-/// that it stands for. Shares no code and no type with the library. Expects the C locale, and no
-/// more than some thousand levels of nesting.
+/// Slow and recursive on purpose, so that every line can be compared with its rule. Shares no code
+/// and no type with the library. Expects the C locale, and no more than some thousand levels of
+/// nesting.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// What comes back when a tree is written and read again.
+// A tree that is written and read again.
 
 #include <bit>
 #include <cmath>

@@ -16,7 +16,7 @@ namespace {
 
 using namespace Tolvex::Json;
 
-/// What the C library makes of a number.
+/// A number as the C library writes it.
 std::string Print(double number)
 {
     std::array<char, 500> text;
@@ -153,7 +153,7 @@ TEST(SerializeTest, OrdinaryNumbersAndTiesAreWrittenAsTheCLibraryDoes)
     }
 }
 
-// The writer's buffer holds 4096 bytes, and texts of more than 512 go past it.
+// The writer's buffer holds 4096 bytes. Strings of more than 512 bytes bypass it.
 TEST(SerializeTest, KeysAndStringsOfEveryLengthAreWholeWhereverTheyStand)
 {
     Array document;
@@ -175,7 +175,7 @@ TEST(SerializeTest, KeysAndStringsOfEveryLengthAreWholeWhereverTheyStand)
     EXPECT_EQ(SerializeArray(document), expected);
 }
 
-// The writer foresees the length of a text by the part that it has written.
+// The text outgrows the memory of its string.
 TEST(SerializeTest, TextTakesAtMostTwiceItsLengthHoweverUnevenTheDocumentIs)
 {
     const Value large(std::string(300000, 'x'));

@@ -577,28 +577,6 @@ TEST(ValueTest, MemberCanBeAssignedTheValueAroundIt)
     EXPECT_EQ(Serialize(value), R"({"j":[[true]],"k":{"j":[true],"k":1}})");
 }
 
-TEST(ValueTest, MemberCanBeMovedTheValueAroundItAndBothRemain)
-{
-    Value value = Deserialize(R"({"j":[true],"k":1})");
-
-    value["k"] = std::move(value);
-    EXPECT_EQ(Serialize(value), R"({"j":[true],"k":{"j":[true],"k":1}})");
-    value["k"]["j"][0] = std::move(value);
-    EXPECT_EQ(Serialize(value["k"]["j"]), R"([{"j":[true],"k":{"j":[true],"k":1}}])");
-}
-
-TEST(ValueTest, InactiveContainersAreFoundAroundAMemberAsWell)
-{
-    Value value = Deserialize(R"({"k":1})");
-    Value& member = value["k"];
-    value = Deserialize("[1]");
-
-    member = std::move(value);
-
-    EXPECT_EQ(Serialize(value), "[1]");
-    EXPECT_EQ(Serialize(member), "[1]");
-}
-
 TEST(ValueTest, AccessorsWithoutCopyReferToTheValueItself)
 {
     Value value(MakeArray(1));

@@ -1,5 +1,5 @@
 /// @file
-/// What a JSON value consists of, active or not, and where it stands. Not installed.
+/// The representations of a JSON value, active or not. Not installed.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 namespace Tolvex::Json {
 
-/// The library's own way to the representations of a value, active or not.
+/// Gives the library's sources the private members of the value classes.
 struct Access
 {
     static std::vector<Value>& Elements(Array& array) { return array.elements; }
@@ -23,31 +23,6 @@ struct Access
     {
         return object.members;
     }
-
-    /// Places of a value. Any other number: the number of embeddings (see below) when the value was
-    /// added to an Object that was no part of a value then.
-    static constexpr std::uint32_t standsAlone = 0;  ///< in no Array and no Object
-    static constexpr std::uint32_t inContainer = 1;  ///< in one, or moved out of one
-
-    /// Notes the place of a value that has just been added to a container; leaves an older one's.
-    static Value& Place(Value& value, std::uint32_t place)
-    {
-        if (value.place == standsAlone) {
-            value.place = place;
-        }
-        return value;
-    }
-
-    static Value& PlaceInContainer(Value& value) { return Place(value, inContainer); }
-
-    /// The place of what moves out of a place.
-    static std::uint32_t MovedPlace(const Value& value)
-    {
-        return value.place == standsAlone ? standsAlone : inContainer;
-    }
-
-    /// @return false when the value is known not to be inside another one.
-    static bool MayBeInside(const Value& value);
 
     static ValueType& Type(Value& value) { return value.mValueType; }
     static std::int32_t Int(const Value& value) { return value.mIntVal; }
@@ -93,29 +68,12 @@ struct Access
         value.mBoolVal = flag;
     }
 
-    /// Makes the value a fresh null one in the same place, without inactive representations.
+    /// Makes the value a fresh null one, without inactive representations.
     static void Reset(Value& value)
     {
-        const std::uint32_t place = value.place;
         std::destroy_at(&value);
         std::construct_at(&value);
-        value.place = place;
     }
 };
-
-/// Notes that an object becomes part of a value, together with all its members.
-///
-/// Nobody tells the members, which may be many: they remember how often this had happened when they
-/// were added, and so know when it has not happened since.
-void CountEmbedding() noexcept;
-
-/// How often an object has become part of a value: the place of a new member of an Object.
-std::uint32_t CurrentEmbeddings() noexcept;
-
-inline bool Access::MayBeInside(const Value& value)
-{
-    return value.place == inContainer ||
-           (value.place != standsAlone && value.place != CurrentEmbeddings());
-}
 
 }  // namespace Tolvex::Json

@@ -1,10 +1,7 @@
 #include "Tolvex/Json/Private/BareToken.h"
 
-#include <array>
 #include <cerrno>
-#include <charconv>
 #include <clocale>
-#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
@@ -18,116 +15,7 @@ namespace Tolvex::Json {
 
 namespace {
 
-// --------------------------------------------------------------------------- plain decimal numbers
-
-constexpr int mantissaDigits = 19;  // as many as 64 bits always hold
-constexpr std::uint64_t exactMantissa = std::uint64_t{1} << std::numeric_limits<double>::digits;
-constexpr int exactPower = 22;  // 10^22 is the highest power of ten that a double holds exactly
-constexpr std::array<double, exactPower + 1> powersOfTen = {
-    1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
-    1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-constexpr int longExponent = 4;  // digits; more of them are left to the C library
-
-/// A decimal number as it is written: mantissa * 10^exponent.
-struct Decimal
-{
-    std::uint64_t mantissa = 0;
-    int exponent = 0;
-    std::ptrdiff_t digits = 0;  ///< of the mantissa, leading zeros included
-    bool negative = false;
-    bool isInteger = true;  ///< written without point and exponent
-};
-
-const char* ReadDigits(const char* at, Decimal& decimal)
-{
-    const char* const begin = at;
-    for (; IsDigit(*at); ++at) {
-        decimal.mantissa = decimal.mantissa * 10 + static_cast<unsigned int>(*at - '0');
-    }
-    decimal.digits += at - begin;
-    return at;
-}
-
-/// @return the byte after the exponent, or null.
-const char* ReadExponent(const char* at, Decimal& decimal)
-{
-    const bool negative = *at == '-';
-    if (*at == '-' || *at == '+') {
-        ++at;
-    }
-    const char* const begin = at;
-    int exponent = 0;
-    for (; IsDigit(*at) && at - begin < longExponent; ++at) {
-        exponent = exponent * 10 + (*at - '0');
-    }
-    decimal.exponent += negative ? -exponent : exponent;
-    return at == begin || IsDigit(*at) ? nullptr : at;
-}
-
-/// @return the byte after the number, or null.
-const char* ReadDecimal(const char* at, Decimal& decimal)
-{
-    decimal.negative = *at == '-';
-    if (decimal.negative) {
-        ++at;
-    }
-    if (!IsDigit(*at)) {
-        return nullptr;
-    }
-    at = ReadDigits(at, decimal);
-    if (*at == '.') {
-        decimal.isInteger = false;
-        const char* const fraction = ++at;
-        at = ReadDigits(at, decimal);
-        decimal.exponent = -static_cast<int>(std::min<std::ptrdiff_t>(at - fraction, INT16_MAX));
-    }
-    if (*at == 'e' || *at == 'E') {
-        decimal.isInteger = false;
-        at = ReadExponent(at + 1, decimal);
-    }
-    return at;
-}
-
-/// Computes the number where one rounding does.
-/// @return false when it takes more.
-bool ComputeExactly(const Decimal& decimal, double& number)
-{
-    if (decimal.digits > mantissaDigits) {
-        return false;
-    }
-    if (decimal.exponent != 0 &&
-        (decimal.mantissa > exactMantissa || std::abs(decimal.exponent) > exactPower)) {
-        return false;
-    }
-    number = static_cast<double>(decimal.mantissa);
-    if (decimal.exponent < 0) {
-        number /= powersOfTen[static_cast<std::size_t>(-decimal.exponent)];
-    } else {
-        number *= powersOfTen[static_cast<std::size_t>(decimal.exponent)];
-    }
-    number = decimal.negative ? -number : number;
-    return true;
-}
-
-/// Reads what takes more than one rounding. Leaves numbers near the ends of the range to strtod(),
-/// which alone knows when it reports them.
-bool ComputeFromText(const char* begin, const char* end, double& number)
-{
-    const auto [last, error] = std::from_chars(begin, end, number);
-    return error == std::errc() && last == end &&
-           std::abs(number) > std::numeric_limits<double>::min() &&
-           std::abs(number) < std::numeric_limits<double>::max();
-}
-
-bool FitsInt(const Decimal& decimal)
-{
-    constexpr std::uint64_t highest = std::numeric_limits<std::int32_t>::max();
-    return decimal.isInteger && decimal.mantissa <= highest + (decimal.negative ? 1U : 0U);
-}
-
-// ------------------------------------------------------------------------------------- any token
-
-/// A token without its blanks, and what its characters have shown.
+/// A token without its blanks, and which kinds of characters it has.
 struct Token
 {
     std::string text;
@@ -136,10 +24,10 @@ struct Token
     bool exponent = false;
 };
 
-/// @return false when the character is an error where it stands.
+/// @return false if the character is an error at this place.
 bool AddExponentMark(Token& token, char mark)
 {
-    // Required: the last letter of true and false passes here, whatever follows.
+    // Required: accepts the last letter of true and false, whatever follows.
     if (token.text != "tru" && token.text != "fals") {
         if (!token.digit || token.exponent) {
             return false;
@@ -150,7 +38,7 @@ bool AddExponentMark(Token& token, char mark)
     return true;
 }
 
-/// @return false when the character is an error where it stands.
+/// @return false if the character is an error at this place.
 bool AddCharacter(Token& token, char character)
 {
     switch (character) {
@@ -158,23 +46,21 @@ bool AddCharacter(Token& token, char character)
         case ']':
         case '{':
         case '}':
-            // Closing brackets, too: one that matches an open container would still be part of the
-            // token, and no token with a bracket in it converts.
+            // A closing bracket, too: it would become part of the token, which then cannot convert.
         case '\0':
-            // Required: a NUL converts to nothing, wherever it stands.
+            // A token with a NUL in it cannot convert.
             return false;
         case 'e':
         case 'E':
             return AddExponentMark(token, character);
         case '.':
-            // Required: a point needs a digit before it.
             if (!token.digit) {
                 return false;
             }
             token.point = true;
             break;
         default:
-            // Required: blanks vanish, so that "1 2" is 12.
+            // Required: drops blanks, so that "1 2" is 12.
             if (IsSpace(character)) {
                 return true;
             }
@@ -185,16 +71,16 @@ bool AddCharacter(Token& token, char character)
     return true;
 }
 
-/// strtod() in the C locale, whatever the process's; the whole text must convert without any error.
+/// Calls strtod() in the C locale. The whole text must convert without any error.
 bool ConvertToDouble(const std::string& text, Value& value)
 {
-    // No allocation and no lock: the C library keeps this one.
+    // The C library keeps this locale: no allocation, no lock.
     const locale_t cLocale = newlocale(LC_ALL_MASK, "C", locale_t{});
     char* end = nullptr;
     errno = 0;
-    // Required: all that strtod() takes is a number here, hexadecimal ones and nan(...) included.
+    // Required: accepts all that strtod() accepts, for instance hexadecimal numbers.
     const double number = strtod_l(text.c_str(), &end, cLocale);
-    // Required: any error of strtod() refuses the number, underflow as well.
+    // Required: refuses the number after any error of strtod(), underflow included.
     if (errno != 0 || end != text.c_str() + text.size()) {
         return false;
     }
@@ -202,7 +88,7 @@ bool ConvertToDouble(const std::string& text, Value& value)
     return true;
 }
 
-/// Reads an integer as a 32-bit strtol() does; what it reports as out of range becomes a double.
+/// Reads an integer as a 32-bit strtol() does. An integer out of its range becomes a double.
 bool ConvertToInt(const std::string& text, Value& value)
 {
     char* end = nullptr;
@@ -232,26 +118,6 @@ bool Convert(const Token& token, Value& value)
 }
 
 }  // namespace
-
-const char* ReadPlainNumber(const char* begin, Value& value)
-{
-    Decimal decimal;
-    const char* const end = ReadDecimal(begin, decimal);
-    if (end == nullptr || (decimal.isInteger && decimal.digits > mantissaDigits)) {
-        return nullptr;  // long integers may be small ones behind many zeros
-    }
-    if (FitsInt(decimal)) {
-        const auto magnitude = static_cast<std::int64_t>(decimal.mantissa);
-        Access::SetInt(value, static_cast<std::int32_t>(decimal.negative ? -magnitude : magnitude));
-        return end;
-    }
-    double number = 0.0;
-    if (!ComputeExactly(decimal, number) && !ComputeFromText(begin, end, number)) {
-        return nullptr;
-    }
-    Access::SetDouble(value, number);
-    return end;
-}
 
 const char* ReadBareToken(const char* begin, const char* end, Value& value)
 {

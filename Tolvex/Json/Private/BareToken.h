@@ -6,17 +6,11 @@
 
 namespace Tolvex::Json {
 
-/// Reads a plain decimal number into a value. A byte that no number has must stand behind it.
-///
-/// @return the byte after the number; null, with the value untouched, when the text is none, or one
-///         that ReadBareToken() must judge.
-const char* ReadPlainNumber(const char* begin, Value& value);
-
-/// Reads a token by all its rules, up to a comma or the end.
+/// Reads a token by the rules of the dialect, up to a comma or the end.
 ///
 /// Blanks in the token are skipped. An empty token is the integer 0.
 /// @param value  A fresh value; stays null for the token null.
-/// @return the comma, or end; null when the token is malformed.
+/// @return the comma, or end; null if the token is malformed.
 const char* ReadBareToken(const char* begin, const char* end, Value& value);
 
 }  // namespace Tolvex::Json

@@ -17,10 +17,10 @@ constexpr std::size_t unicodeEscape = 6;
 constexpr std::size_t hexOffset = 4;
 constexpr std::size_t hexLength = 2;
 
-/// Required: the last two of the four digits make one byte, as strtoul() reads them.
+/// Required: makes one byte from the last two of the four digits, as strtoul() reads them.
 char DecodeHex(std::string_view body, std::size_t escape)
 {
-    // Required: std::out_of_range, though whatever else is malformed reads as null.
+    // Required: throws, although all other malformed text reads as null.
     if (escape + hexOffset > body.size()) {
         throw std::out_of_range("json \\u escape is cut off by the end of its string");
     }
@@ -41,7 +41,7 @@ std::size_t AppendEscape(std::string_view body, std::size_t escape, std::string&
         return unicodeEscape;
     }
     const std::size_t index = letters.find(letter);
-    // Required: an unknown escape vanishes, backslash and letter.
+    // Required: drops an unknown escape, backslash and letter.
     if (index != std::string_view::npos) {
         text += meanings[index];
     }
@@ -56,7 +56,7 @@ void Unescape(std::string_view body, std::string& text)
         const std::size_t escape = std::min(body.find('\\', at), body.size());
         text.append(body, at, escape - at);
         if (escape + 1 >= body.size()) {
-            // Required: a backslash that comes last stays as it is.
+            // Required: keeps a backslash that comes last.
             text.append(body, escape, std::string_view::npos);
             return;
         }
@@ -84,7 +84,7 @@ void DecodeString(std::string_view body, std::string& text)
     std::string decoded;
     decoded.reserve(body.size());
     Unescape(body, decoded);
-    // Required: white space goes after decoding, so what escapes made of it goes as well.
+    // Required: trims after decoding, so white space made by escapes is removed, too.
     text = Trim(decoded);
 }
 

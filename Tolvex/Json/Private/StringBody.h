@@ -13,8 +13,7 @@ const char* FindQuote(const char* begin, const char* end);
 /// Decodes the body of a string, without the white space at its ends.
 ///
 /// @param text  An empty string; gets the result.
-/// @throws std::out_of_range when the body ends inside a `\u` escape, before its third digit's
-/// place.
+/// @throws std::out_of_range if the body ends within a `\u` escape, before its third digit.
 void DecodeString(std::string_view body, std::string& text);
 
 }  // namespace Tolvex::Json
