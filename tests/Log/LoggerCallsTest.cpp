@@ -24,6 +24,7 @@
 #include "Tolvex/Log/LogLine.h"
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Log/LoggerBase.h"
+#include "Tolvex/Log/LoggerCore.h"
 #include "Tolvex/Util/TemperatureMonitor.h"
 #include "Tolvex/Util/UtilTime.h"
 
@@ -227,6 +228,76 @@ TEST(LoggerCallsTest, EnableFailsWithoutAThreadAndLeavesTheLoggerDisabled)
     const auto lines = AwaitLines(logger, 1);
     ASSERT_THAT(lines, SizeIs(1));
     EXPECT_EQ(WithoutDate(lines[0]), "line\n");
+}
+
+TEST(LoggerCallsTest, EnableThatFailsWithoutAThreadLeavesTheOutputAsItWas)
+{
+    CapturingPolicy policy;
+    Tolvex::Ilog::LoggerCore core(Tolvex::Ilog::policyCallsOf<CapturingPolicy>, &policy);
+    const std::string old = "old";
+    const std::string other = "other";
+    ASSERT_TRUE(core.Enable(&old));
+    core.Close();
+
+    creationError = EAGAIN;
+    EXPECT_FALSE(core.Enable(&other));
+    creationError = 0;
+
+    EXPECT_FALSE(core.IsEnabled());
+    EXPECT_TRUE(core.Enable(nullptr));
+    core.Close();
+    EXPECT_THAT(policy.Outputs(), ElementsAre("old"));
+}
+
+TEST(LoggerCallsTest, EnableFileThatFailsWithoutAThreadMakesNoFileAndTheNextOneWorks)
+{
+    const ScratchDirectory directory;
+    const std::string old = directory.Path("old");
+    const std::string other = directory.Path("other");
+    const ChildResult child = RunInChild([&] {
+        Logger& logger = *Logger::GetInstance();
+        EXPECT_TRUE(logger.EnableFile(old));
+        LogLine(LogType::Info) << "one";
+        logger.CloseFile();
+
+        creationError = EAGAIN;
+        EXPECT_FALSE(logger.EnableFile(other));
+        EXPECT_FALSE(logger.IsFileEnabled());
+        LogLine(LogType::Info) << "nowhere";
+        creationError = 0;
+
+        EXPECT_TRUE(logger.EnableFile(old));
+        LogLine(LogType::Info) << "two";
+        logger.CloseFile();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(ReadFile(other), "");
+    EXPECT_EQ(WithoutDate(ReadFile(old).substr(0, ReadFile(old).find('\n'))), "one");
+    EXPECT_TRUE(ReadFile(old).ends_with("]two\n"));
+}
+
+TEST(LoggerCallsTest, EnabledFileLogGoesToAnotherFileWithoutANewThread)
+{
+    const ScratchDirectory directory;
+    const std::string first = directory.Path("first");
+    const std::string second = directory.Path("second");
+    const ChildResult child = RunInChild([&] {
+        Logger& logger = *Logger::GetInstance();
+        EXPECT_TRUE(logger.EnableFile(first));
+        LogLine(LogType::Info) << "one";
+        creationError = EAGAIN;
+        EXPECT_TRUE(logger.EnableFile(second));
+        LogLine(LogType::Info) << "two";
+        creationError = 0;
+        logger.CloseFile();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(WithoutDate(ReadFile(first)), "one\n");
+    EXPECT_EQ(WithoutDate(ReadFile(second)), "two\n");
 }
 
 TEST(LoggerCallsTest, CloseSleepsTwentyOneTenthsOfASecondForAWriterThatHangsAndClosesThePolicy)
