@@ -60,6 +60,9 @@ struct Halt
 // The next mutex is locked by this thread only after the halt.
 thread_local Halt* haltBeforeLock = nullptr;
 
+// This thread is told the time only after the halt.
+thread_local Halt* haltBeforeTime = nullptr;
+
 // Called by this thread when it has created another one.
 thread_local std::function<void()> afterCreation;
 
@@ -120,6 +123,10 @@ int pthread_mutex_trylock(pthread_mutex_t* mutex)
 
 time_t time(time_t* result)
 {
+    if (Halt* const halt = std::exchange(haltBeforeTime, nullptr)) {
+        halt->reached.Open();
+        halt->left.Pass();
+    }
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     const time_t shown = now.tv_sec + clockOffset;
@@ -338,6 +345,42 @@ TEST(LoggerCallsTest, CloseWithoutAWriterDoesNotSleep)
 TEST(LoggerCallsTest, IgnitionOffWithBothLoggersDisabledDoesNotSleep)
 {
     EXPECT_THAT(SleepsOf([] { Logger::GetInstance()->RunIgnitionOff(); }), IsEmpty());
+}
+
+/// Calls close, a void(), while another thread is about to write the notice of the ignition.
+template <typename Close>
+void CloseDuringTheNotice(Close close)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&] {
+        EXPECT_TRUE(Logger::GetInstance()->EnableFile(path));
+        Halt beforeHeader;
+        std::thread ignition([&beforeHeader] {
+            haltBeforeTime = &beforeHeader;
+            Logger::GetInstance()->RunIgnitionOff();
+        });
+        EXPECT_TRUE(beforeHeader.reached.Pass());
+        std::thread closing = SleepingThread(close);
+        beforeHeader.left.Open();
+        ignition.join();
+        closing.join();
+        EXPECT_FALSE(Logger::GetInstance()->IsFileEnabled());
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(WithoutDate(ReadFile(path)), "All triggers have been stopped\n");
+}
+
+TEST(LoggerCallsTest, SecondIgnitionOffDoesNotDropTheNoticeOfTheFirst)
+{
+    CloseDuringTheNotice([] { Logger::GetInstance()->RunIgnitionOff(); });
+}
+
+TEST(LoggerCallsTest, CloseOfTheFileDoesNotDropTheNotice)
+{
+    CloseDuringTheNotice([] { Logger::GetInstance()->CloseFile(); });
 }
 
 TEST(LoggerCallsTest, LineThatHasWaitedShowsTheTimeAtWhichItBegan)
