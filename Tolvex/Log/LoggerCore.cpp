@@ -4,6 +4,7 @@
 #include <array>
 #include <exception>
 #include <new>
+#include <optional>
 #include <system_error>
 #include <type_traits>
 #include <utility>
@@ -414,6 +415,11 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
     }
     EndOpenLine();
     WatchCallingThread();
+    // Another thread's Close() would drop the last notice while it is being composed.
+    std::optional<Control> control;
+    if (last && !control.emplace(*state)) {
+        return;  // The policy calls this from its own Close() or SetOutput().
+    }
     LineStep step(state->lock, state->lock.Take(LineLock::Entry::Line, deadline));
     if (!step) {
         return;

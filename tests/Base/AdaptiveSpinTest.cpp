@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <sched.h>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -29,6 +31,70 @@ int WaitsWithoutSpin(AdaptiveSpin& spin)
         ++waits;
     }
     return waits;
+}
+
+/// Runs work, a void(), on a thread that may use so many of the processors that this one may use.
+/// @return false when there are too few of them.
+template <typename Work>
+bool OnProcessors(int count, Work work)
+{
+    cpu_set_t allowed;
+    CPU_ZERO(&allowed);
+    EXPECT_EQ(sched_getaffinity(0, sizeof(allowed), &allowed), 0);
+    if (CPU_COUNT(&allowed) < count) {
+        return false;
+    }
+    for (std::size_t processor = 0; CPU_COUNT(&allowed) > count; ++processor) {
+        CPU_CLR(processor, &allowed);
+    }
+    std::thread([&] {
+        EXPECT_EQ(sched_setaffinity(0, sizeof(allowed), &allowed), 0);
+        work();
+    }).join();
+    return true;
+}
+
+TEST(AdaptiveSpinTest, OnOneProcessorNothingSpins)
+{
+    EXPECT_TRUE(OnProcessors(1, [] {
+        AdaptiveSpin spin;
+        for (int wait = 0; wait < 200; ++wait) {
+            EXPECT_EQ(LooksInVain(spin), 1) << wait;
+        }
+    }));
+}
+
+TEST(AdaptiveSpinTest, OnTwoProcessorsTheFirstWaitSpins)
+{
+    const bool enough = OnProcessors(2, [] {
+        AdaptiveSpin spin;
+        EXPECT_GT(LooksInVain(spin), 1);
+    });
+    if (!enough) {
+        GTEST_SKIP() << "needs two processors";
+    }
+}
+
+TEST(AdaptiveSpinTest, ProcessorThatIsTakenAwayEndsTheSpinningAfterOneFailure)
+{
+    const bool enough = OnProcessors(2, [] {
+        AdaptiveSpin spin;
+        EXPECT_GT(LooksInVain(spin), 1);
+        cpu_set_t allowed;
+        CPU_ZERO(&allowed);
+        EXPECT_EQ(sched_getaffinity(0, sizeof(allowed), &allowed), 0);
+        for (std::size_t processor = 0; CPU_COUNT(&allowed) > 1; ++processor) {
+            CPU_CLR(processor, &allowed);
+        }
+        EXPECT_EQ(sched_setaffinity(0, sizeof(allowed), &allowed), 0);
+
+        for (int wait = 0; wait < 200; ++wait) {
+            EXPECT_EQ(LooksInVain(spin), 1) << wait;
+        }
+    });
+    if (!enough) {
+        GTEST_SKIP() << "needs two processors";
+    }
 }
 
 TEST(AdaptiveSpinTest, LooksOnceWhenTheConditionHolds)

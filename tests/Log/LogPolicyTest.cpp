@@ -1,5 +1,7 @@
 #include "Tolvex/Log/LogPolicy.h"
 
+#include <algorithm>
+#include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <fcntl.h>
@@ -8,7 +10,10 @@
 #include <iomanip>
 #include <iostream>
 #include <sstream>
+#include <string>
 #include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
@@ -233,6 +238,173 @@ TEST_F(FileLogPolicyTest, ReadOnlyDirectoryLosesTheLinesMeanwhile)
     });
 }
 
+// ------------------------------------------------------------------------------ a torn line
+
+/// Lets no file of the process grow beyond so many bytes: a longer line is torn.
+void LimitFiles(rlim_t bytes)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    limit.rlim_cur = bytes;
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+}
+
+void LiftLimitOfFiles()
+{
+    rlimit limit{};
+    EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    limit.rlim_cur = limit.rlim_max;
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+}
+
+TEST_F(FileLogPolicyTest, TornLineOfOneFilePutsNoNewlineIntoAnother)
+{
+    const std::string other = directory.Path("other");
+    std::ofstream(other) << "of another process";
+    const ChildResult child = RunInChild([&] {
+        policy.SetOutput(path);
+        LimitFiles(4);
+        policy.Write("torn line\n");
+        LiftLimitOfFiles();
+        policy.SetOutput(other);
+        policy.Write(" and this\n");
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(ReadFile(path), "torn");
+    EXPECT_EQ(ReadFile(other), "of another process and this\n");
+}
+
+TEST_F(FileLogPolicyTest, TornLineIsStillKnownWhenTheSameFileIsSetAgain)
+{
+    const ChildResult child = RunInChild([&] {
+        policy.SetOutput(path);
+        LimitFiles(4);
+        policy.Write("torn line\n");
+        policy.Write("lost\n");
+        LiftLimitOfFiles();
+        policy.Close();
+        policy.SetOutput(path);
+        policy.Write("next\n");
+        policy.Write("and next\n");
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(ReadFile(path), "torn\nnext\nand next\n");
+}
+
+/// A file that is found, and what it holds after one line.
+struct FoundFile
+{
+    const char* name;
+    std::string before;
+    std::string repaired;
+};
+
+class RepairedFileTest : public FileLogPolicyTest, public ::testing::WithParamInterface<FoundFile>
+{
+};
+
+TEST_P(RepairedFileTest, FirstLineBeginsOnALineOfItsOwnIfTheRepairIsAskedFor)
+{
+    const FoundFile& file = GetParam();
+    std::ofstream(path) << file.before;
+
+    policy.SetOutput(path);
+    policy.RepairEnd();
+    EXPECT_EQ(ReadFile(path), file.before);
+    policy.Write("line\n");
+    policy.Write("next");
+    policy.Write(" piece\n");
+
+    EXPECT_EQ(ReadFile(path), file.repaired + "line\nnext piece\n");
+}
+
+TEST_P(RepairedFileTest, SetOutputAlonePutsNothingIn)
+{
+    const FoundFile& file = GetParam();
+    std::ofstream(path) << file.before;
+
+    policy.SetOutput(path);
+    policy.Write("line\n");
+
+    EXPECT_EQ(ReadFile(path), file.before + "line\n");
+}
+
+using namespace std::string_literals;
+
+INSTANTIATE_TEST_SUITE_P(Ends, RepairedFileTest,
+                         ::testing::Values(FoundFile{"InTheMiddleOfALine", "a\nb", "a\nb\n"},
+                                           FoundFile{"InNulBytes", "a\nb\0\0\0"s, "a\nb\0\0\0\n"s},
+                                           FoundFile{"InANulByteAfterALine", "a\n\0"s, "a\n\0\n"s},
+                                           FoundFile{"InANewline", "a\nb\n", "a\nb\n"},
+                                           FoundFile{"OneNewline", "\n", "\n"},
+                                           FoundFile{"OneByte", "a", "a\n"},
+                                           FoundFile{"Empty", "", ""}),
+                         [](const auto& found) { return std::string(found.param.name); });
+
+TEST_F(FileLogPolicyTest, RepairMakesNoFileBeforeTheFirstLineAndAddsNothingToANewOne)
+{
+    policy.SetOutput(path);
+    policy.RepairEnd();
+    EXPECT_FALSE(std::filesystem::exists(path));
+
+    policy.Write("line\n");
+
+    EXPECT_EQ(ReadFile(path), "line\n");
+}
+
+TEST_F(FileLogPolicyTest, RepairOutlastsADirectoryInPlaceOfTheFile)
+{
+    std::filesystem::create_directory(path);
+    policy.SetOutput(path);
+    policy.RepairEnd();
+    policy.Write("lost\n");
+    std::filesystem::remove(path);
+    std::ofstream(path) << "torn";
+
+    policy.Write("line\n");
+
+    EXPECT_EQ(ReadFile(path), "torn\nline\n");
+}
+
+TEST_F(FileLogPolicyTest, RepairIsForgottenWithTheFile)
+{
+    const std::string other = directory.Path("other");
+    std::ofstream(other) << "half";
+    policy.SetOutput(path);
+    policy.RepairEnd();
+    policy.SetOutput(other);
+
+    policy.Write(" a line\n");
+
+    EXPECT_EQ(ReadFile(other), "half a line\n");
+}
+
+TEST_F(FileLogPolicyTest, RepairDoesNotReadAFifoWhichWouldBlock)
+{
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    const ChildResult child = RunInChild([&] {
+        alarm(20);  // ends the child if it blocks
+        policy.SetOutput(path);
+        policy.RepairEnd();
+        policy.Write("line\n");
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
+    char text[16];
+    EXPECT_EQ(std::string(text, static_cast<std::size_t>(
+                                    std::max<ssize_t>(0, read(reader, text, sizeof(text))))),
+              "line\n");
+    close(reader);
+}
+
 // -------------------------------------------------------------------------------------- console
 
 /// What the console policy prints for a line of a type.
@@ -310,6 +482,44 @@ TEST(ConsoleLogPolicyTest, FailureOfStandardOutputThatHasPassedCostsNothingLater
         return 0;
     });
     EXPECT_EQ(child.output, "line\n");
+}
+
+TEST(ConsoleLogPolicyTest, FailedStateThatTheApplicationHasSetIsClearedBeforeEachLine)
+{
+    const ChildResult child = RunInChild([] {
+        ConsoleLogPolicy policy;
+        for (const std::ios_base::iostate state :
+             {std::ios_base::failbit, std::ios_base::eofbit, std::ios_base::badbit}) {
+            std::cout.setstate(state);
+            policy.WriteHeader(LogType::Warning);
+            policy.Write("line\n");
+            EXPECT_TRUE(std::cout.good());
+        }
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded());
+    EXPECT_EQ(child.output, "\x1B[33mline\n\x1B[39m\x1B[33mline\n\x1B[39m\x1B[33mline\n\x1B[39m");
+}
+
+TEST(ConsoleLogPolicyTest, DeviceThatTakesNothingCostsTheLinesMeanwhile)
+{
+    const ChildResult child = RunInChild([] {
+        const int working = dup(STDOUT_FILENO);
+        const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+        EXPECT_GE(full, 0);
+        dup2(full, STDOUT_FILENO);
+        ConsoleLogPolicy policy;
+        policy.Write("lost\n");
+        std::cout.flush();
+        EXPECT_FALSE(std::cout.good());
+
+        dup2(working, STDOUT_FILENO);
+        policy.Write("kept\n");
+        EXPECT_TRUE(std::cout.good());
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_TRUE(child.output.ends_with("kept\n")) << child.output;
 }
 
 TEST(ColoredLogTest, IsTheEscapeSequenceOfItsNumber)

@@ -24,6 +24,7 @@
 #include "Tolvex/Log/LogLine.h"
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Log/LoggerBase.h"
+#include "Tolvex/Log/LoggerCore.h"
 #include "Tolvex/Util/TemperatureMonitor.h"
 #include "Tolvex/Util/UtilTime.h"
 
@@ -58,6 +59,9 @@ struct Halt
 
 // The next mutex is locked by this thread only after the halt.
 thread_local Halt* haltBeforeLock = nullptr;
+
+// This thread is told the time only after the halt.
+thread_local Halt* haltBeforeTime = nullptr;
 
 // Called by this thread when it has created another one.
 thread_local std::function<void()> afterCreation;
@@ -119,6 +123,10 @@ int pthread_mutex_trylock(pthread_mutex_t* mutex)
 
 time_t time(time_t* result)
 {
+    if (Halt* const halt = std::exchange(haltBeforeTime, nullptr)) {
+        halt->reached.Open();
+        halt->left.Pass();
+    }
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     const time_t shown = now.tv_sec + clockOffset;
@@ -229,6 +237,76 @@ TEST(LoggerCallsTest, EnableFailsWithoutAThreadAndLeavesTheLoggerDisabled)
     EXPECT_EQ(WithoutDate(lines[0]), "line\n");
 }
 
+TEST(LoggerCallsTest, EnableThatFailsWithoutAThreadLeavesTheOutputAsItWas)
+{
+    CapturingPolicy policy;
+    Tolvex::Ilog::LoggerCore core(Tolvex::Ilog::policyCallsOf<CapturingPolicy>, &policy);
+    const std::string old = "old";
+    const std::string other = "other";
+    ASSERT_TRUE(core.Enable(&old));
+    core.Close();
+
+    creationError = EAGAIN;
+    EXPECT_FALSE(core.Enable(&other));
+    creationError = 0;
+
+    EXPECT_FALSE(core.IsEnabled());
+    EXPECT_TRUE(core.Enable(nullptr));
+    core.Close();
+    EXPECT_THAT(policy.Outputs(), ElementsAre("old"));
+}
+
+TEST(LoggerCallsTest, EnableFileThatFailsWithoutAThreadMakesNoFileAndTheNextOneWorks)
+{
+    const ScratchDirectory directory;
+    const std::string old = directory.Path("old");
+    const std::string other = directory.Path("other");
+    const ChildResult child = RunInChild([&] {
+        Logger& logger = *Logger::GetInstance();
+        EXPECT_TRUE(logger.EnableFile(old));
+        LogLine(LogType::Info) << "one";
+        logger.CloseFile();
+
+        creationError = EAGAIN;
+        EXPECT_FALSE(logger.EnableFile(other));
+        EXPECT_FALSE(logger.IsFileEnabled());
+        LogLine(LogType::Info) << "nowhere";
+        creationError = 0;
+
+        EXPECT_TRUE(logger.EnableFile(old));
+        LogLine(LogType::Info) << "two";
+        logger.CloseFile();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(ReadFile(other), "");
+    EXPECT_EQ(WithoutDate(ReadFile(old).substr(0, ReadFile(old).find('\n'))), "one");
+    EXPECT_TRUE(ReadFile(old).ends_with("]two\n"));
+}
+
+TEST(LoggerCallsTest, EnabledFileLogGoesToAnotherFileWithoutANewThread)
+{
+    const ScratchDirectory directory;
+    const std::string first = directory.Path("first");
+    const std::string second = directory.Path("second");
+    const ChildResult child = RunInChild([&] {
+        Logger& logger = *Logger::GetInstance();
+        EXPECT_TRUE(logger.EnableFile(first));
+        LogLine(LogType::Info) << "one";
+        creationError = EAGAIN;
+        EXPECT_TRUE(logger.EnableFile(second));
+        LogLine(LogType::Info) << "two";
+        creationError = 0;
+        logger.CloseFile();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(WithoutDate(ReadFile(first)), "one\n");
+    EXPECT_EQ(WithoutDate(ReadFile(second)), "two\n");
+}
+
 TEST(LoggerCallsTest, CloseSleepsTwentyOneTenthsOfASecondForAWriterThatHangsAndClosesThePolicy)
 {
     CapturingLogger logger;
@@ -267,6 +345,42 @@ TEST(LoggerCallsTest, CloseWithoutAWriterDoesNotSleep)
 TEST(LoggerCallsTest, IgnitionOffWithBothLoggersDisabledDoesNotSleep)
 {
     EXPECT_THAT(SleepsOf([] { Logger::GetInstance()->RunIgnitionOff(); }), IsEmpty());
+}
+
+/// Calls close, a void(), while another thread is about to write the notice of the ignition.
+template <typename Close>
+void CloseDuringTheNotice(Close close)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&] {
+        EXPECT_TRUE(Logger::GetInstance()->EnableFile(path));
+        Halt beforeHeader;
+        std::thread ignition([&beforeHeader] {
+            haltBeforeTime = &beforeHeader;
+            Logger::GetInstance()->RunIgnitionOff();
+        });
+        EXPECT_TRUE(beforeHeader.reached.Pass());
+        std::thread closing = SleepingThread(close);
+        beforeHeader.left.Open();
+        ignition.join();
+        closing.join();
+        EXPECT_FALSE(Logger::GetInstance()->IsFileEnabled());
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(WithoutDate(ReadFile(path)), "All triggers have been stopped\n");
+}
+
+TEST(LoggerCallsTest, SecondIgnitionOffDoesNotDropTheNoticeOfTheFirst)
+{
+    CloseDuringTheNotice([] { Logger::GetInstance()->RunIgnitionOff(); });
+}
+
+TEST(LoggerCallsTest, CloseOfTheFileDoesNotDropTheNotice)
+{
+    CloseDuringTheNotice([] { Logger::GetInstance()->CloseFile(); });
 }
 
 TEST(LoggerCallsTest, LineThatHasWaitedShowsTheTimeAtWhichItBegan)

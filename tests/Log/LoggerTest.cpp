@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <sys/stat.h>
 #include <thread>
@@ -206,6 +207,41 @@ TEST(LoggerTest, EnabledFileLogGoesOnInAnotherFile)
     EXPECT_TRUE(child.Succeeded()) << child.output;
     EXPECT_THAT(LinesWithoutDate(ReadFile(first)), ElementsAre("one"));
     EXPECT_THAT(LinesWithoutDate(ReadFile(second)), ElementsAre("two"));
+}
+
+TEST(LoggerTest, FirstLineOfAProcessDoesNotJoinTheTornEndOfTheLastOne)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    std::ofstream(path) << "torn";
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        EXPECT_EQ(ReadFile(path), "torn");  // as long as there is no line
+        WriteLine("one");
+        WriteLine("two");
+        Log().CloseFile();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("?torn", "one", "two"));
+}
+
+TEST(LoggerTest, DirectoryInPlaceOfTheFileLosesTheLinesUntilAnotherFileIsChosen)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&] {
+        EXPECT_TRUE(Log().EnableFile(directory.Path("")));
+        WriteLine("lost");
+        EXPECT_TRUE(Log().EnableFile(path));
+        WriteLine("kept");
+        Log().CloseFile();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("kept"));
 }
 
 TEST(LoggerTest, FileThatIsDeletedMovedOrTruncatedIsGoneOnWith)
@@ -438,6 +474,23 @@ TEST(LoggerTest, LineThatIsEndedBeforeExitIsWritten)
     }
 }
 
+TEST(LoggerTest, LineThatIsEndedBeforeQuickExitIsWritten)
+{
+    const ScratchDirectory directory;
+    for (int round = 0; round < 50; ++round) {
+        const std::string path = directory.Path(std::to_string(round));
+        const ChildResult child = RunInChild([&path]() -> int {
+            Log().EnableFile(path);
+            WriteLine("one");
+            WriteLine("last");
+            std::quick_exit(0);
+        });
+
+        EXPECT_TRUE(child.Succeeded());
+        ASSERT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("one", "last"));
+    }
+}
+
 TEST(LoggerTest, ThreadThatHoldsALineOpenDoesNotKeepTheProcessFromExiting)
 {
     const ScratchDirectory directory;
@@ -472,6 +525,22 @@ TEST(LoggerTest, WriterThatHangsDelaysTheExitByTwoSecondsOnly)
         Log().EnableFile(path);  // nobody reads: opening it hangs
         WriteLine("lost");
         std::exit(0);
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2100));
+}
+
+TEST(LoggerTest, WriterThatHangsDelaysAQuickExitByTwoSecondsOnly)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("pipe");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const auto start = std::chrono::steady_clock::now();
+    const ChildResult child = RunInChild([&path]() -> int {
+        Log().EnableFile(path);  // nobody reads: opening it hangs
+        WriteLine("lost");
+        std::quick_exit(0);
     });
 
     EXPECT_TRUE(child.Succeeded()) << child.output;

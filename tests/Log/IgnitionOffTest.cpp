@@ -1,0 +1,316 @@
+// What the file holds and how long the call takes when the ignition goes off under load.
+#include <algorithm>
+#include <atomic>
+#include <barrier>
+#include <chrono>
+#include <cstddef>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tolvex/Log/LogLine.h"
+#include "Tolvex/Log/Logger.h"
+
+#include "tests/Support/CapturingPolicy.h"
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/Gate.h"
+#include "tests/Support/Pace.h"
+#include "tests/Support/Patience.h"
+#include "tests/Support/ScratchDirectory.h"
+#include "tests/Support/SleepingThread.h"
+#include "tests/Support/ThreadsInForks.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using Tolvex::Ilog::Logger;
+using Tolvex::Ilog::LogLine;
+using Tolvex::Ilog::LogType;
+using Tolvex::Support::ChildResult;
+using Tolvex::Support::Eventually;
+using Tolvex::Support::Gate;
+using Tolvex::Support::ReadFile;
+using Tolvex::Support::RunInChild;
+using Tolvex::Support::Scaled;
+using Tolvex::Support::ScratchDirectory;
+using Tolvex::Support::SleepingThread;
+using Tolvex::Support::SplitLines;
+using Tolvex::Support::WithoutDate;
+using Clock = std::chrono::steady_clock;
+
+// Every test works in a child process, so that it finds the one logger of a process fresh.
+
+constexpr std::chrono::milliseconds longestWait(2100);
+constexpr unsigned hangSeconds = 20;  // ends a child that hangs, by SIGALRM
+const std::string notice = "All triggers have been stopped";
+
+Logger& Log()
+{
+    return *Logger::GetInstance();
+}
+
+void WriteLine(const std::string& text)
+{
+    Log().WriteHeader(LogType::Info);
+    Log() << text << std::endl;
+}
+
+std::vector<std::string> LinesWithoutDate(const std::string& text)
+{
+    std::vector<std::string> lines = SplitLines(text);
+    for (std::string& line : lines) {
+        line = WithoutDate(line);
+    }
+    return lines;
+}
+
+/// Threads that log all the time, in both ways, until they are stopped.
+class Load
+{
+public:
+    explicit Load(int count)
+    {
+        for (int thread = 0; thread < count; ++thread) {
+            threads.emplace_back([this, thread] {
+                while (running) {
+                    if (thread % 2 == 0) {
+                        WriteLine("load");
+                    } else {
+                        LogLine(LogType::Info) << "load";
+                    }
+                }
+            });
+        }
+    }
+    ~Load()
+    {
+        running = false;
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+
+    Load(const Load&) = delete;
+    Load& operator=(const Load&) = delete;
+
+private:
+    std::atomic<bool> running = true;
+    std::vector<std::thread> threads;
+};
+
+TEST(IgnitionOffTest, NoticeIsTheLastLineOfTheFileHoweverManyThreadsLog)
+{
+    const std::size_t rounds = std::max<std::size_t>(20, Scaled(100));
+    const ScratchDirectory directory;
+    const ChildResult child = RunInChild([&] {
+        std::vector<std::string> texts;
+        {
+            const Load load(8);
+            for (std::size_t round = 0; round < rounds; ++round) {
+                const std::string path = directory.Path(std::to_string(round));
+                EXPECT_TRUE(Log().EnableFile(path));
+                EXPECT_TRUE(Eventually([&path] { return ReadFile(path).ends_with("load\n"); }));
+                Log().RunIgnitionOff();
+                EXPECT_FALSE(Log().IsFileEnabled());
+                texts.push_back(ReadFile(path));
+            }
+        }
+
+        for (std::size_t round = 0; round < rounds; ++round) {
+            std::vector<std::string> lines = LinesWithoutDate(texts[round]);
+            EXPECT_EQ(lines.back(), notice) << "round " << round;
+            EXPECT_EQ(std::count(lines.begin(), lines.end(), notice), 1) << "round " << round;
+            // Nothing came after the call has returned.
+            EXPECT_EQ(ReadFile(directory.Path(std::to_string(round))), texts[round]);
+        }
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+TEST(IgnitionOffTest, LinesThatWaitBehindTheNoticeReachTheConsoleOnly)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        EXPECT_TRUE(Log().EnableConsole());
+        Log().WriteHeader(LogType::Info);
+        std::vector<std::thread> threads;
+        for (const char* const text : {"before 1", "before 2"}) {
+            threads.push_back(SleepingThread([text] { WriteLine(text); }));
+        }
+        threads.push_back(SleepingThread([] { Log().RunIgnitionOff(); }));
+        for (const char* const text : {"behind 1", "behind 2", "behind 3", "behind 4"}) {
+            threads.push_back(SleepingThread([text] { WriteLine(text); }));
+        }
+
+        Log() << "open" << std::endl;
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_TRUE(Log().IsConsoleEnabled());
+        Log().CloseConsole();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)),
+                ElementsAre("open", "before 1", "before 2", notice));
+    for (const char* const text : {"open\n", "before 1\n", "before 2\n", notice.c_str(),
+                                   "behind 1\n", "behind 2\n", "behind 3\n", "behind 4\n"}) {
+        EXPECT_THAT(child.output, ::testing::HasSubstr(text));
+    }
+}
+
+TEST(IgnitionOffTest, OpenLineOfTheCallerIsWrittenBeforeTheNotice)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        Log().WriteHeader(LogType::Info);
+        Log() << "open";
+        Log().RunIgnitionOff();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("open", notice));
+}
+
+TEST(IgnitionOffTest, LineThatIsNeverEndedCostsTheNoticeAndNotTheLinesOfTheNextStart)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        alarm(hangSeconds);
+        EXPECT_TRUE(Log().EnableFile(path));
+        Gate begun;
+        Gate closed;
+        std::thread composing([&] {
+            Log().WriteHeader(LogType::Info);
+            Log() << "half";
+            begun.Open();
+            closed.Pass();
+            Log() << "a line" << std::endl;
+        });
+        EXPECT_TRUE(begun.Pass());
+
+        const auto start = Clock::now();
+        Log().RunIgnitionOff();
+        EXPECT_GE(Clock::now() - start, longestWait);
+        EXPECT_FALSE(Log().IsFileEnabled());
+
+        closed.Open();
+        composing.join();
+        EXPECT_TRUE(Log().EnableFile(path));
+        WriteLine("next");
+        Log().CloseFile();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("next"));
+}
+
+TEST(IgnitionOffTest, TwoThreadsAtOnceWriteOneNotice)
+{
+    const std::size_t rounds = std::max<std::size_t>(20, Scaled(100));
+    const ScratchDirectory directory;
+    const ChildResult child = RunInChild([&] {
+        for (std::size_t round = 0; round < rounds; ++round) {
+            const std::string path = directory.Path(std::to_string(round));
+            EXPECT_TRUE(Log().EnableFile(path));
+            std::barrier start(2);
+            const auto run = [&start] {
+                start.arrive_and_wait();
+                Log().RunIgnitionOff();
+            };
+            std::thread other(run);
+            run();
+            other.join();
+            EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre(notice)) << round;
+        }
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+/// Runs the ignition-off on so many threads while the writer hangs, and then logs to a real file.
+void RunWithHangingWriter(int threadCount)
+{
+    const ScratchDirectory directory;
+    const std::string pipe = directory.Path("pipe");
+    const std::string path = directory.Path("log");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const ChildResult child = RunInChild([&] {
+        alarm(hangSeconds);
+        EXPECT_TRUE(Log().EnableFile(pipe));  // nobody reads: opening it hangs
+        WriteLine("hangs");
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < threadCount; ++thread) {
+            threads.emplace_back([] {
+                const auto start = Clock::now();
+                Log().RunIgnitionOff();
+                EXPECT_GE(Clock::now() - start, longestWait);
+                EXPECT_FALSE(Log().IsFileEnabled());
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+
+        const int reader = open(pipe.c_str(), O_RDONLY);  // lets the writer go on
+        EXPECT_GE(reader, 0);
+        EXPECT_TRUE(Log().EnableFile(path));
+        WriteLine("line");
+        Log().CloseFile();
+        close(reader);
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("line"));
+}
+
+TEST(IgnitionOffTest, WriterThatHangsDelaysTheCallAndDoesNotKeepIt)
+{
+    RunWithHangingWriter(1);
+}
+
+TEST(IgnitionOffTest, WriterThatHangsDelaysTwoCallsAndKeepsNone)
+{
+    RunWithHangingWriter(2);
+}
+
+TEST(IgnitionOffTest, WriterThatHangsLetsNoThreadWaitForTheLineForEver)
+{
+    const ScratchDirectory directory;
+    const std::string pipe = directory.Path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const ChildResult child = RunInChild([&] {
+        alarm(hangSeconds);
+        EXPECT_TRUE(Log().EnableFile(pipe));
+        WriteLine("hangs");
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < 4; ++thread) {
+            threads.push_back(SleepingThread([] { WriteLine("lost"); }));
+        }
+
+        Log().RunIgnitionOff();
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
+}
+
+}  // namespace
