@@ -59,7 +59,7 @@ TEST(AdaptiveSpinTest, OnOneProcessorNothingSpins)
     EXPECT_TRUE(OnProcessors(1, [] {
         AdaptiveSpin spin;
         for (int wait = 0; wait < 200; ++wait) {
-            EXPECT_EQ(LooksInVain(spin), 1) << wait;
+            EXPECT_EQ(FailedWait(spin), 1) << wait;
         }
     }));
 }
@@ -68,7 +68,7 @@ TEST(AdaptiveSpinTest, OnTwoProcessorsTheFirstWaitSpins)
 {
     const bool enough = OnProcessors(2, [] {
         AdaptiveSpin spin;
-        EXPECT_GT(LooksInVain(spin), 1);
+        EXPECT_GT(FailedWait(spin), 1);
     });
     if (!enough) {
         GTEST_SKIP() << "needs two processors";
@@ -79,7 +79,7 @@ TEST(AdaptiveSpinTest, ProcessorThatIsTakenAwayEndsTheSpinningAfterOneFailure)
 {
     const bool enough = OnProcessors(2, [] {
         AdaptiveSpin spin;
-        EXPECT_GT(LooksInVain(spin), 1);
+        EXPECT_GT(FailedWait(spin), 1);
         cpu_set_t allowed;
         CPU_ZERO(&allowed);
         EXPECT_EQ(sched_getaffinity(0, sizeof(allowed), &allowed), 0);
@@ -89,7 +89,7 @@ TEST(AdaptiveSpinTest, ProcessorThatIsTakenAwayEndsTheSpinningAfterOneFailure)
         EXPECT_EQ(sched_setaffinity(0, sizeof(allowed), &allowed), 0);
 
         for (int wait = 0; wait < 200; ++wait) {
-            EXPECT_EQ(LooksInVain(spin), 1) << wait;
+            EXPECT_EQ(FailedWait(spin), 1) << wait;
         }
     });
     if (!enough) {

@@ -257,10 +257,10 @@ template <typename Policy>
 struct LoggerBaseMembers : Virtual
 {
     Policy policy;
-    alignas(64) std::stringstream buffer;
-    std::shared_ptr<void> lineLock;
-    alignas(64) Interfaces::ISemaphore lineReady;
-    alignas(64) std::string threadName;
+    std::stringstream buffer;
+    std::shared_ptr<void> state;
+    Interfaces::ISemaphore lineReady;
+    std::string threadName;
     pthread_t writerHandle;
     bool enabled;
     bool stopped;
@@ -269,6 +269,8 @@ static_assert(
     sameLayout<Ilog::LoggerBase<Ilog::FileLogPolicy>, LoggerBaseMembers<Ilog::FileLogPolicy>>);
 static_assert(sameLayout<Ilog::LoggerBase<Ilog::ConsoleLogPolicy>,
                          LoggerBaseMembers<Ilog::ConsoleLogPolicy>>);
+
+static_assert(sizeof(void*) != 8 || sizeof(Ilog::LoggerBase<Ilog::FileLogPolicy>) <= 640);
 
 struct LoggerMembers : Interfaces::IgnitionOffMode
 {
@@ -283,6 +285,7 @@ struct LogLineMembers
     {
         std::array<char, 256> inPlace;
         std::string grown;
+        char* begin;
     };
 
     Ilog::LogType lineType;

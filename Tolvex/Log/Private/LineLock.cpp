@@ -50,8 +50,10 @@ bool LineLock::Await(std::uintptr_t ignoredFlags, Deadline deadline)
     for (;;) {
         // The flag first: a thread that frees the line after this thread has tried sees the flag.
         UpdateWaiting();
+        // Read first: lines that are refused now may be admitted before this thread tries.
+        const bool refused = (word & refusing & ~ignoredFlags) != 0;
         taken = queue.IsFirst(place) && TryTake(waiting | reserved | ignoredFlags);
-        if (taken || (word & refusing & ~ignoredFlags) != 0) {
+        if (taken || refused) {
             break;
         }
 

@@ -117,7 +117,7 @@ WriterLife::Step WriterLife::Next(std::uint32_t number)
         return Step::End;
     }
     // Read before the look for a line: no line becomes complete once the writer is told to end.
-    const bool ending = toldToEnd == number;
+    const bool ending = toldToEnd >= number;
     // Required: a line that is complete is written before the writer ends.
     if (lock.Advance(LineLock::Complete, LineLock::Taken)) {
         return Step::Write;
