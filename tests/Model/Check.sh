@@ -69,31 +69,37 @@ finds() {
 
 holds calm -DCOMPOSERS=3
 holds close -DCOMPOSERS=2 -DCLOSE
+holds close-patient -DCOMPOSERS=2 -DCLOSE -DPATIENT
 holds reopen -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN
-holds ignition -DCOMPOSERS=1 -DIGNITION -DENABLE
+holds notice -DCOMPOSERS=2 -DIGNITION
+holds ignition -DCOMPOSERS=0 -DIGNITION -DENABLE
 holds exception -DCOMPOSERS=0 -DIGNITION -DENABLE -DTHROW
-holds cancel -DCOMPOSERS=1 -DCLOSE -DCANCEL
+holds cancel -DCOMPOSERS=2 -DCANCEL
+holds cancel-reopen -DCOMPOSERS=1 -DCLOSE -DREOPEN -DCANCEL
 holds destroy -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DDETACH
 holds thread-end -DCOMPOSERS=2 -DTHREAD_END
 holds no-thread -DCOMPOSERS=1 -DCLOSE -DREOPEN -DNO_THREAD
 holds fork -DCOMPOSERS=1 -DFORK
+holds fork-enable -DCOMPOSERS=0 -DENABLE -DFORK
 
 # The flag waiting is set after the look at the line.
 finds fault-1 -DCOMPOSERS=2 -DFAULT_1
 # The writer is told to end before the open line is dropped.
-finds fault-2 -DCOMPOSERS=1 -DCLOSE -DFAULT_2
+finds fault-2 -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DFAULT_2
 # The writer looks for a line before it reads whether it is told to end.
-finds fault-3 -DCOMPOSERS=1 -DCLOSE -DFAULT_3
+finds fault-3 -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DFAULT_3
 # A thread that gives up does not wake the next one.
-finds fault-4 -DCOMPOSERS=2 -DIGNITION -DFAULT_4
+finds fault-4 -DCOMPOSERS=2 -DLINES=2 -DCLOSE -DPATIENT -DFAULT_4
 # A writer that is left behind sets stopped.
 finds fault-5 -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN -DFAULT_5
 # The thread that writes the last notice tells the writer to end, without control.
-finds fault-6 -DCOMPOSERS=0 -DIGNITION -DENABLE -DFAULT_6
+finds fault-6 -DCOMPOSERS=0 -DIGNITION -DENABLE -DTHROW -DFAULT_6
 # A forked child keeps the mutex of WriterLife.
 finds fault-7 -DCOMPOSERS=0 -DENABLE -DFORK -DFAULT_7
 # A waiting thread reads refusing after its try to take the line.
 finds fault-8 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_8
+# A writer that is left behind misses that it was told to end, when a later one was told, too.
+finds fault-9 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DNO_THREAD -DFAULT_9
 
 if [ $checked -eq 0 ]; then
     echo "no variant is named $only" >&2

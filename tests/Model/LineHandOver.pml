@@ -403,9 +403,14 @@ inline StopWriter()
     Notify()
 }
 
+/* PATIENT: the deadline is far away. No thread may sleep until then while the line is free. */
 inline CallPolicy()
 {
+#ifdef PATIENT
+    Take(true, false);
+#else
     Take(true, true);
+#endif
     if
     :: taken -> UseBuffer(); LeaveStep()
     :: else
@@ -497,6 +502,12 @@ inline EndOfThread()
 
 /* ---- The threads ---- */
 
+#ifdef FAULT_9
+#define TOLD_TO_END (toldToEnd == mine)
+#else
+#define TOLD_TO_END (toldToEnd >= mine)
+#endif
+
 /* RunWriter() */
 proctype Writer(byte me; byte mine) EXISTS
 {
@@ -527,7 +538,7 @@ nextStep:
     :: else
     fi;
 #ifndef FAULT_3
-    ending = (toldToEnd == mine);
+    ending = TOLD_TO_END;
 #endif
     atomic {
         Advance(Complete, Taken);
@@ -557,7 +568,7 @@ nextStep:
     :: else
     fi;
 #ifdef FAULT_3
-    ending = (toldToEnd == mine);
+    ending = TOLD_TO_END;
 #endif
     if
     :: !ending -> goto waitForToken
@@ -757,7 +768,6 @@ proctype Forker(byte me) EXISTS
     Unlock(mutex); /* UnlockAfterFork() */
     Enable();
     atomic { started++; run Composer(1) }
-    atomic { started++; run Closer(closer) }
     EndOfThread()
 }
 #endif
