@@ -21,7 +21,7 @@ checked=0
 
 # run NAME OPTION...: explores the variant. Leaves the report in the file report.
 run() {
-    rm -f report *.trail
+    rm -f report ./*.trail
     # Spin ignores processes that its option -E leaves in the middle: the model judges them itself.
     # Reduction of the search is not valid beside processes that a fork stops.
     local reduction=
@@ -77,7 +77,7 @@ holds exception -DCOMPOSERS=0 -DIGNITION -DENABLE -DTHROW
 holds cancel -DCOMPOSERS=2 -DCANCEL
 holds cancel-reopen -DCOMPOSERS=1 -DCLOSE -DREOPEN -DCANCEL
 holds destroy -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DDETACH
-holds thread-end -DCOMPOSERS=2 -DTHREAD_END
+holds thread-end -DCOMPOSERS=2 -DCLOSE -DTHREAD_END
 holds no-thread -DCOMPOSERS=1 -DCLOSE -DREOPEN -DNO_THREAD
 holds fork -DCOMPOSERS=1 -DFORK
 holds fork-enable -DCOMPOSERS=0 -DENABLE -DFORK

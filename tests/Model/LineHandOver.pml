@@ -638,7 +638,7 @@ proctype Composer(byte me) EXISTS
              }
              if
              :: !moved -> LeaveStep()
-             :: else ->
+             :: moved ->
                 /* Append(std::endl). */
                 atomic {
                     Advance(Open, Inserting);
