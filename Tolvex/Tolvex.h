@@ -47,6 +47,7 @@
 #include "Tolvex/Types/LogModule.h"
 #include "Tolvex/Util/CircularBuffer.h"
 #include "Tolvex/Util/EnumString.h"
+#include "Tolvex/Util/EventFile.h"
 #include "Tolvex/Util/FlashUtils.h"
 #include "Tolvex/Util/IAsync.h"
 #include "Tolvex/Util/NetUtils.h"
