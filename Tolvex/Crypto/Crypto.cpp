@@ -128,9 +128,7 @@ std::string Base64Encode(const unsigned char* data, unsigned long long length, b
 
 std::string Base64Encode(const char* data, long long length, bool noNewLines)
 {
-    // A negative length says nothing about how many bytes may be read.
-    return length > 0 ? DoBase64Encode(data, static_cast<unsigned long long>(length), noNewLines)
-                      : std::string();
+    return DoBase64Encode(data, static_cast<unsigned long long>(length), noNewLines);
 }
 
 std::string Base64Encode(const Iubuffer& buffer)

@@ -47,7 +47,8 @@ TOLVEX_EXPORT std::string Base64Encode(const unsigned char* data, unsigned long 
 /// The same as DoBase64Encode().
 ///
 /// @param data        Bytes; null gives an empty text.
-/// @param length      Number of bytes; a negative one gives an empty text.
+/// @param length      Number of bytes, with the limits of DoBase64Encode(): the low 32 bits of a
+///                    negative number count too.
 /// @param noNewLines  False: lines of 64 characters. True: one line, without its last character.
 /// @return the text.
 TOLVEX_EXPORT std::string Base64Encode(const char* data, long long length, bool noNewLines);

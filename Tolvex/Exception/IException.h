@@ -30,7 +30,7 @@ public:
     /// Keeps a copy of the text.
     ///
     /// @param text  NUL-terminated; only its first 1023 characters are kept. Null counts as empty.
-    explicit IException(const char* text);
+    IException(const char* text);
     /// Ends the life of the text.
     ~IException() override;
 

@@ -26,7 +26,7 @@ class TOLVEX_EXPORT ISemaphore
 {
 public:
     /// @param initialCount  Tokens to begin with; may be negative.
-    explicit ISemaphore(long long initialCount);
+    ISemaphore(long long initialCount);
 
     ISemaphore(const ISemaphore&) = delete;
     ISemaphore& operator=(const ISemaphore&) = delete;

@@ -5,7 +5,7 @@
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/Private/PosixThread.h"
 #include "Tolvex/Base/Private/Sleep.h"
-#include "Tolvex/Interfaces/Private/ThreadRoll.h"
+#include "Tolvex/Interfaces/Private/WorkerThreads.h"
 #include "Tolvex/Log/LogLine.h"
 
 namespace Tolvex::Interfaces {
@@ -25,68 +25,66 @@ constexpr int handOverPolls = 501;
 constexpr milliseconds finishPollPeriod(1);
 constexpr milliseconds oldThreadLimit(2000);  // for an older thread of the object to leave it
 
-thread_local const IThread* baseStoppingOf = nullptr;  // last object whose own hook did nothing
-
 }  // namespace
 
 // ---------------------------------------------------------------------------------- one thread
 
-/// A thread's stay in its object. Ends with End(), or when the thread is unwound.
+/// The scope of one run of a worker: lasts until End(), or until the thread is unwound.
 ///
-/// From then on the thread does not touch the object, which may be gone.
-class IThread::Attendance
+/// After it the thread does not touch the object, which may be destroyed.
+class IThread::RunScope
 {
 public:
-    explicit Attendance(IThread& visited)
-        : object(visited), roll(visited.threadRoll), number(roll->OwnNumber())
+    explicit RunScope(IThread& worker)
+        : object(worker), workers(worker.workerThreads), run(workers->OwnRun())
     {
     }
 
-    ~Attendance() { End(); }
+    ~RunScope() { End(); }
 
-    Attendance(const Attendance&) = delete;
-    Attendance& operator=(const Attendance&) = delete;
+    RunScope(const RunScope&) = delete;
+    RunScope& operator=(const RunScope&) = delete;
 
-    ThreadRoll& Roll() const { return *roll; }
+    WorkerThreads& Workers() const { return *workers; }
 
     /// @return false once a newer thread of the object was created.
-    bool IsNewest() const { return roll->IsNewest(number); }
+    bool IsNewest() const { return workers->IsNewest(run); }
 
-    /// Waits for threads of earlier starts that were cancelled or aborted and still end.
-    void AwaitOlderThreads() const { roll->AwaitOlder(number, oldThreadLimit); }
+    /// Waits for threads of earlier runs that were cancelled or aborted and have not ended yet.
+    void AwaitOlderThreads() const { workers->AwaitOlder(run, oldThreadLimit); }
 
-    /// Acts on an Abort() that is being made at this moment, or was made before.
+    /// Ends the thread here if Abort() was called, or is being called at this moment.
     void ObeyAbort() const;
 
-    /// Hands the object back. @return false when the thread was aborted.
+    /// Gives up the object. @return false when the thread was aborted.
     bool End();
 
 private:
     IThread& object;
-    const std::shared_ptr<ThreadRoll> roll;
-    const ThreadRoll::Number number;
+    const std::shared_ptr<WorkerThreads> workers;
+    const WorkerThreads::RunNumber run;
     bool ended = false;
 };
 
-void IThread::Attendance::ObeyAbort() const
+void IThread::RunScope::ObeyAbort() const
 {
     {
-        // Abort() clears "running" some moments before it cancels; it holds the lock throughout.
-        const std::lock_guard<std::mutex> lock(roll->mutex);
+        // Abort() clears "running" before it cancels the thread, and holds the lock for both.
+        const std::lock_guard<std::mutex> lock(workers->mutex);
     }
     pthread_testcancel();
 }
 
-bool IThread::Attendance::End()
+bool IThread::RunScope::End()
 {
     if (ended) {
         return false;
     }
     ended = true;
 
-    const std::lock_guard<std::mutex> lock(roll->mutex);
-    const bool aborted = roll->IsAborted(number);
-    if (!aborted && !roll->IsObjectGone() && IsNewest()) {
+    const std::lock_guard<std::mutex> lock(workers->mutex);
+    const bool aborted = workers->IsAborted(run);
+    if (!aborted && !workers->IsObjectGone() && IsNewest()) {
         // Required: a handle that was never handed over is left as it is.
         if (LoadShared(object.started)) {
             StoreShared(object.threadHandle, 0);
@@ -94,7 +92,7 @@ bool IThread::Attendance::End()
         StoreShared(object.cancelRequested, false);
         StoreShared(object.finished, true);
     }
-    roll->Leave(number);
+    workers->Remove(run);
     return !aborted;
 }
 
@@ -106,21 +104,21 @@ void* IThread::RunPosixThread(void* self)
 
 void IThread::RunThread()
 {
-    Attendance attendance(*this);
-    attendance.ObeyAbort();
-    attendance.AwaitOlderThreads();
+    RunScope scope(*this);
+    scope.ObeyAbort();
+    scope.AwaitOlderThreads();
 
     RunBefore();
-    RunPasses(attendance);
-    attendance.ObeyAbort();
+    RunPasses(scope);
+    scope.ObeyAbort();
     RunAfter();
 
     std::string name = threadName;  // a delegate may delete the object, or rename it
-    NotifyCancelled(attendance.Roll(), name);
-    if (!attendance.End()) {
+    NotifyCancelled(scope.Workers(), name);
+    if (!scope.End()) {
         return;
     }
-    // Nothing of the object may be touched from here on: Stop() returns, and it may be deleted.
+    // The object may not be touched from here on: Stop() returns now, and its caller may delete it.
     if (name.empty()) {
         LogLine(LogType::Info, LogModule::Ithread)
             << "Thread (name not defined) has finished the execution";
@@ -130,10 +128,10 @@ void IThread::RunThread()
     }
 }
 
-void IThread::RunPasses(const Attendance& attendance)
+void IThread::RunPasses(const RunScope& scope)
 {
-    // A thread that is being destroyed makes no more passes: Run() may be gone already.
-    while (LoadShared(running) && !LoadShared(destroying) && attendance.IsNewest()) {
+    // No pass begins while the object is being destroyed: Run() may be gone already.
+    while (LoadShared(running) && !LoadShared(destroying) && scope.IsNewest()) {
         if (LoadShared(paused)) {
             ThreadSleep(pausePollPeriod, pauseStep);
         } else if (LoadShared(benchmark)) {
@@ -158,13 +156,13 @@ void IThread::RunTimedPass()
         << "BENCHMARKING: Thread [" << threadName << "] runtime:[" << 1.0 / seconds << "]";
 }
 
-void IThread::NotifyCancelled(ThreadRoll& roll, std::string& name)
+void IThread::NotifyCancelled(WorkerThreads& workers, std::string& name)
 {
     if (LoadShared(cancelRequested)) {
         DoCallbackStop();
 
-        const std::lock_guard<std::mutex> lock(roll.mutex);
-        if (roll.IsObjectGone()) {
+        const std::lock_guard<std::mutex> lock(workers.mutex);
+        if (workers.IsObjectGone()) {
             return;  // deleteOnStop, or a delegate, has deleted it.
         }
         StoreShared(cancelRequested, false);
@@ -182,17 +180,20 @@ void IThread::AwaitHandOver() const
 
 // ---------------------------------------------------------------------------------- lifecycle
 
-IThread::IThread() : threadRoll(std::make_shared<ThreadRoll>()) {}
+IThread::IThread() : workerThreads(std::make_shared<WorkerThreads>()) {}
 
 IThread::~IThread()
 {
     const Base::NoCancellation scope;
     StoreShared(destroying, true);
     Stop();
-    threadRoll->AwaitOthers(oldThreadLimit);
+    if (!workerThreads->AreOfThisProcess()) {
+        return;
+    }
+    workerThreads->AwaitOthers(oldThreadLimit);
 
-    const std::lock_guard<std::mutex> lock(threadRoll->mutex);
-    threadRoll->MarkObjectGone();
+    const std::lock_guard<std::mutex> lock(workerThreads->mutex);
+    workerThreads->MarkObjectGone();
 }
 
 void IThread::StopBeforeDestruction()
@@ -200,16 +201,16 @@ void IThread::StopBeforeDestruction()
     const Base::NoCancellation scope;
     StoreShared(deleteOnStop, false);
     Stop();
-    threadRoll->AwaitOthersNotAborted();
-    threadRoll->AwaitOthers(oldThreadLimit);
+    workerThreads->AwaitOthersNotAborted();
+    workerThreads->AwaitOthers(oldThreadLimit);
 }
 
 void IThread::Start()
 {
     // Once it is created the thread may end, and the object be deleted, at any moment.
     const std::string name = threadName;
-    const std::shared_ptr<ThreadRoll> roll = threadRoll;
-    if (!CreateThread(name, *roll)) {
+    const std::shared_ptr<WorkerThreads> workers = workerThreads;
+    if (!CreateThread(name, *workers)) {
         return;
     }
 
@@ -224,14 +225,14 @@ void IThread::Start()
     }
 }
 
-bool IThread::CreateThread(const std::string& name, ThreadRoll& roll)
+bool IThread::CreateThread(const std::string& name, WorkerThreads& workers)
 {
     // The new thread waits for this lock, so it finds its handle stored.
-    const std::lock_guard<std::mutex> lock(roll.mutex);
+    const std::lock_guard<std::mutex> lock(workers.mutex);
     if (IsRunning()) {
         return false;
     }
-    const ThreadRoll::Number number = roll.NextNumber();
+    const WorkerThreads::RunNumber run = workers.NextRun();
     StoreShared(finished, false);
     StoreShared(running, true);
     StoreShared(started, false);
@@ -240,7 +241,7 @@ bool IThread::CreateThread(const std::string& name, ThreadRoll& roll)
     // Required: a failure to create it is silent and "running" stays set; the handle is then 0.
     pthread_t created = 0;
     if (Base::StartDetachedThread(created, name.c_str(), RunPosixThread, this) == 0) {
-        roll.Enter(created, number);
+        workers.Add(created, run);
     }
     StoreShared(threadHandle, created);
     StoreShared(started, true);
@@ -255,13 +256,17 @@ void IThread::Stop()
         return;
     }
 
-    baseStoppingOf = nullptr;
-    Stopping();
-    const bool stoppingOverridden = baseStoppingOf != this;
+    // In a forked child there is no thread to wait for.
+    if (!workerThreads->AreOfThisProcess()) {
+        return;
+    }
+
+    StoreShared(stoppingOverridden, true);
+    Stopping();  // The version of this class clears the flag.
 
     StoreShared(running, false);
-    // Required: only a class with its own Stopping() may find the thread ended without a sleep.
-    if (!stoppingOverridden) {
+    // Required: only a class that overrides Stopping() may find the thread ended without a sleep.
+    if (!LoadShared(stoppingOverridden)) {
         Base::SleepFor(stopPollPeriod);
     }
     while (!LoadShared(finished)) {
@@ -272,9 +277,9 @@ void IThread::Stop()
 
 void IThread::Cancel()
 {
-    const std::lock_guard<std::mutex> lock(threadRoll->mutex);
+    const std::lock_guard<std::mutex> lock(workerThreads->mutex);
     if (IsRunning()) {
-        // In this order: the thread that sees the one must see the other.
+        // In this order: a thread that finds "running" cleared finds the request too.
         StoreShared(cancelRequested, true);
         StoreShared(running, false);
     }
@@ -285,7 +290,7 @@ void IThread::Abort()
     const std::string name = threadName;
     {
         // The thread cannot leave the object, nor end, while the lock is held.
-        const std::lock_guard<std::mutex> lock(threadRoll->mutex);
+        const std::lock_guard<std::mutex> lock(workerThreads->mutex);
         if (!IsRunning()) {
             return;
         }
@@ -296,7 +301,7 @@ void IThread::Abort()
             return;
         }
         // Required: no delegate is called, and the handle stays.
-        threadRoll->MarkAborted(LoadShared(threadHandle));
+        workerThreads->MarkAborted(LoadShared(threadHandle));
     }
 
     if (name.empty()) {
@@ -312,7 +317,10 @@ bool IThread::WaitUntilFinished(milliseconds limit) const
 {
     const auto begin = std::chrono::steady_clock::now();
     for (;;) {
-        if (LoadShared(finished) && !threadRoll->HasOthers(ThreadRoll::Others::All)) {
+        // After a start that failed there is no thread, though "finished" is not set.
+        const bool startFailed = LoadShared(started) && LoadShared(threadHandle) == 0;
+        if ((LoadShared(finished) || startFailed) &&
+            !workerThreads->HasOthers(WorkerThreads::Others::All)) {
             return true;
         }
         // Compared in milliseconds: the limit may be too long to be counted in the clock's unit.
@@ -333,7 +341,7 @@ void IThread::RunAfter() {}
 
 void IThread::Stopping()
 {
-    baseStoppingOf = this;  // Tells Stop() that the class has no hook of its own.
+    StoreShared(stoppingOverridden, false);
 }
 
 IThread::IThreadDelegate::~IThreadDelegate() = default;
@@ -377,13 +385,13 @@ void IThread::DoCallbackStop()
     if (LoadShared(destroying)) {
         return;
     }
-    // A delegate may delete the object: its roll tells, and stays.
-    const std::shared_ptr<ThreadRoll> roll = threadRoll;
+    // A delegate may delete the object. The list of its threads outlives it and says so.
+    const std::shared_ptr<WorkerThreads> workers = workerThreads;
     for (std::size_t i = 0; !LoadShared(destroying) && i < delegates.size(); ++i) {
         if (delegates[i] != nullptr) {
             delegates[i]->InvokeStop(this);
         }
-        if (const std::lock_guard<std::mutex> lock(roll->mutex); roll->IsObjectGone()) {
+        if (const std::lock_guard<std::mutex> lock(workers->mutex); workers->IsObjectGone()) {
             return;
         }
     }
@@ -406,22 +414,21 @@ void IThread::ThreadSleep(const milliseconds& total, const milliseconds& step)
         return;
     }
 
+    // Looked up once, because it takes the lock: the loop below may turn without a pause, and
+    // would keep Start(), Cancel() and Abort() from the lock.
+    const WorkerThreads::RunNumber run = workerThreads->OwnRun();
+
     milliseconds elapsed = step;
     for (;;) {
         Base::SleepFor(step);
-        // Required: a step of 0 or less never adds up to the total, so the loop spins until
-        // stopped.
+        // Required: a step of 0 or less never adds up to the total, so the loop spins until the
+        // thread is stopped.
         const bool over = step > milliseconds::zero() && elapsed > total - step;
-        if (!IsCallerToGoOn() || over || LoadShared(destroying)) {
+        if (!IsRunning() || !workerThreads->IsNewest(run) || over || LoadShared(destroying)) {
             return;
         }
         elapsed += std::max(step, milliseconds::zero());
     }
-}
-
-bool IThread::IsCallerToGoOn() const
-{
-    return IsRunning() && threadRoll->IsNewest(threadRoll->OwnNumber());
 }
 
 }  // namespace Tolvex::Interfaces

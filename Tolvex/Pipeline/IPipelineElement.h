@@ -54,7 +54,7 @@ public:
     /// @param size  Slots of the ring.
     /// @throws std::length_error or std::bad_alloc for a negative size or more slots than memory
     /// holds.
-    explicit IPipelineElement(int size);
+    IPipelineElement(int size);
 
     /// Drops the ring's references to its frames.
     virtual ~IPipelineElement();

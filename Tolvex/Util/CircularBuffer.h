@@ -32,7 +32,7 @@ public:
     /// @param size  Number of slots.
     /// @throws std::length_error or std::bad_alloc for a negative size or more slots than memory
     /// holds.
-    explicit CircularBuffer(int size);
+    CircularBuffer(int size);
 
     /// Drops all elements. The release callback is not called for them.
     virtual ~CircularBuffer();
@@ -49,10 +49,9 @@ public:
 
     /// Stores a copy of the element in the oldest slot, which becomes the newest.
     ///
-    /// On a full ring the release callback is applied to that slot first. The element may be a
-    /// reference into the ring, or into what the callback releases: what is stored is its value at
-    /// the call. What the callback throws leaves through here; nothing is stored then.
-    /// @param element  Copied.
+    /// On a full ring the release callback is applied to that slot first, and the element is copied
+    /// after it. If the callback throws, the exception leaves through here and nothing is stored.
+    /// @param element  Copied. It must not be part of what the callback destroys.
     /// @throws std::out_of_range on a ring of size 0.
     /// @note On the first lap the release callback is never called.
     void AddNext(const T& element);
@@ -134,13 +133,15 @@ void CircularBuffer<T>::SetUnallocCallback(std::function<void(T&)> callback)
 template <typename T>
 inline void CircularBuffer<T>::AddNext(const T& element)
 {
-    // Copied first: the element may live in what is released here.
-    T copy(element);
     // Required: the first lap calls no callback; from the second on an empty one throws.
+    // Required: the element is copied after the call, so the callback finds no reference of the
+    // ring's own to it.
     if (m_unallocSet && m_full) {
         m_unallocCallback(SlotAt(m_pos));
     }
-    SlotAt(m_pos) = std::move(copy);
+    // A copy that is moved in: the slot holds it before the old element is destroyed, whose
+    // destructor may read the ring.
+    SlotAt(m_pos) = T(element);
 
     if (m_pos == m_size - 1) {
         m_pos = 0;

@@ -1,7 +1,5 @@
 #include "Tolvex/Util/IAsync.h"
 
-#include <utility>
-
 #include "Tolvex/Base/Private/PosixThread.h"
 #include "Tolvex/Base/Private/Sleep.h"
 
@@ -23,9 +21,8 @@ void* IAsync::RunThread(void* self)
 {
     auto* async = static_cast<IAsync*>(self);
     Base::SleepFor(async->delay);
-    // The callback usually deletes the object; called from here, it outlives that, captures and
-    // all.
-    const std::function<void(IAsync*)> work = std::move(async->callback);
+    // A copy: the callback usually deletes the object, and its captures must outlive that.
+    const std::function<void(IAsync*)> work = async->callback;
     // Required: an empty callback throws here, which ends the process.
     work(async);
     // Nothing may touch the object from here on.

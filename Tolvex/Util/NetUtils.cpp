@@ -193,7 +193,7 @@ int SetAddressOfNetInterfaceUsingSocket(const char* name, const char* ip, const 
     interfaces.Send(SIOCSIFADDR, request, "Failed to set IP address ");
 
     request =
-        RequestFor(interfaceName, Base::TextOrEmpty(netmask), "Failed to format netmask address, ");
+        RequestFor(interfaceName, Base::TextOrEmpty(netmask), "Failed to format netmask address ");
     interfaces.Send(SIOCSIFNETMASK, request, "Failed to set netmask address ");
 
     interfaces.Close();

@@ -42,7 +42,7 @@ TOLVEX_EXPORT bool CheckIfNetInterfaceIsPresent(const char* name);
 /// @return 0, always.
 /// @throws Tolvex::IException when a step fails; the steps before it stay done. The text is
 ///         "Failed to set socket ", "Failed to format IP address, ", "Failed to set IP address ",
-///         "Failed to format netmask address, " or "Failed to set netmask address ", and then the
+///         "Failed to format netmask address " or "Failed to set netmask address ", and then the
 ///         system's text for the error. Nothing is logged.
 /// @note A text that is no dotted quad counts as 0.0.0.0. As an address this takes the address
 ///       away; Linux then has nothing to set a netmask of and fails in that step.

@@ -20,7 +20,7 @@ class TOLVEX_EXPORT TimeMonitor
 public:
     /// @param start  Whether to call StartTimer(). Without it, StartTimer() has to come before the
     ///               first reading.
-    explicit TimeMonitor(bool start);
+    TimeMonitor(bool start);
 
     /// Makes this moment the start of the measurement.
     ///

@@ -1,6 +1,5 @@
 #include "Tolvex/Util/Timer.h"
 
-#include <chrono>
 #include <cstddef>
 #include <iostream>
 #include <pthread.h>
@@ -36,7 +35,7 @@ timespec ToTimespec(int milliseconds)
 
 Timer::Timer() : Timer(std::function<void(Timer*)>()) {}
 
-// Whole before it is listed: an expiry of an earlier timer at this address may come at any moment.
+// Listed last: from then on a late expiry of an earlier timer at this address may call it.
 Timer::Timer(std::function<void(Timer*)> work)
     : callback(std::make_shared<std::function<void(Timer*)>>(std::move(work)))
 {
@@ -85,7 +84,6 @@ bool Timer::Create()
     const timer_t replaced = std::exchange(timerId, created);
     if (replaced != nullptr) {
         timer_delete(replaced);
-        LiveTimers::Get().Disarm(this);
     }
     return true;
 }
@@ -100,12 +98,11 @@ bool Timer::SetTime(int milliseconds)
 
     times.it_interval = ToTimespec(milliseconds);
     times.it_value = times.it_interval;
-    const auto set = [this] { return timer_settime(timerId, 0, &times, nullptr) == 0; };
-    // From here on the callback may destroy this timer, so success touches nothing of it.
-    if (!LiveTimers::Get().Arm(this, std::chrono::milliseconds(milliseconds), set)) {
+    if (timer_settime(timerId, 0, &times, nullptr) != 0) {
         SetError("Set timer error", "SetTime", true, true);
         return false;
     }
+    // No member may be touched here: the callback may have destroyed this timer.
     return true;
 }
 
@@ -124,7 +121,6 @@ bool Timer::Remove()
     // Required: the value goes with the id, so a timer created anew expires without effect.
     // Instead: a new Timer.
     notification.sigev_value.sival_ptr = nullptr;
-    LiveTimers::Get().Disarm(this);
     return true;
 }
 
@@ -135,14 +131,15 @@ void Timer::CB(sigval value)
         return;
     }
 
-    std::shared_ptr<std::function<void(Timer*)>> share;
-    if (const auto admitted = LiveTimers::Get().Admit(timer);
-        admitted && !Base::LoadShared(timer->stopping)) {
-        share = timer->callback;
+    // Shared with the timer, which may be destroyed while the callback runs.
+    std::shared_ptr<std::function<void(Timer*)>> work;
+    if (const auto lock = LiveTimers::Get().Lock(timer);
+        lock && !Base::LoadShared(timer->stopping)) {
+        work = timer->callback;
     }
-    if (share != nullptr) {
+    if (work != nullptr) {
         // Required: an empty callback throws here, which ends the process.
-        (*share)(timer);
+        (*work)(timer);
     }
 }
 

@@ -13,17 +13,27 @@ namespace Tolvex::Util {
 /// Periodic timer that calls a stored callback on a short-lived thread for every expiry.
 ///
 /// The first call comes one period after arming; calls overlap when one outlasts the period. An
-/// expiry for which the system has no thread or memory, or that meets another one still waiting to
-/// be delivered, is lost without a word. The timer owns the callback, not the user data, and may be
-/// destroyed by its own callback. The period is not moved by steps of the wall clock.
+/// expiry is lost without a report if the system has no thread or memory for it, or if an earlier
+/// one is still waiting to be delivered. The timer owns the callback, not the user data, and may be
+/// destroyed by its own callback. Steps of the wall clock do not move the period. See
+/// examples/PeriodicTimer.cpp.
 ///
-/// Every callback that is running keeps the callable (and what it captures) alive for itself, even
-/// beyond the life of the timer: such a call must not touch the Timer that it was given. An expiry
-/// that is delivered after the timer was destroyed, removed or armed anew is dropped, even if
-/// another timer stands at the same address by then. See examples/PeriodicTimer.cpp.
+/// A callback that is running keeps the callable and its captures alive, even after the timer was
+/// destroyed. Such a call must not touch the Timer that it was given.
 ///
-/// A child of fork() has no timers: there it may not use or destroy those of its parent, but make
-/// its own.
+/// **Stale expiries.** An expiry may be delivered late, when the timer has been changed in the
+/// meantime:
+/// - After the timer was destroyed it is dropped.
+/// - After Remove(), SetTime() or Create() it still calls the callback, once.
+/// - If a new timer was built at the address of a destroyed one, it calls the callback of the new
+///   timer, once and early.
+///
+/// A program that such a call would harm has two ways to avoid it. It can let the callback compare
+/// the clock with the time at which the first call is due. For the last case it can also build the
+/// new timer before it destroys the old one, so that the two have different addresses.
+///
+/// A child of fork() has no timers. It may not use or destroy those of its parent, but may make its
+/// own; see docs/threading.md for the risk of that.
 /// @par Errors
 /// Operations return false and leave the reason in the error text (IError). The constructors may
 /// throw std::bad_alloc. An exception that leaves the callback ends the process, as does an expiry
@@ -72,7 +82,8 @@ public:
     /// @return false with "Timer not initialized" or "Set timer error".
     bool SetTime(int milliseconds);
 
-    /// Deletes the system timer, for good. Callbacks that run are not waited for.
+    /// Deletes the system timer, for good. Callbacks that run are not waited for; a stale expiry
+    /// may still call the callback.
     ///
     /// @return true also when there is none; false when the system refuses, which is reported on
     /// standard output and leaves the error text alone.
@@ -83,7 +94,8 @@ public:
 
     /// Receives the expiries from the C library.
     ///
-    /// @param value  Holds a Timer. Null, or one that no longer exists, is ignored.
+    /// Calls the callback of the timer; a call by hand does so too.
+    /// @param value  Holds a Timer. Null, or the address of no living timer, is ignored.
     static void CB(sigval value);
 
 private:

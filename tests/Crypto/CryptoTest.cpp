@@ -193,11 +193,15 @@ TEST(CryptoTest, ALengthWhoseLow32BitsAreZeroOrNegativeEncodesNothing)
     }
 }
 
-TEST(CryptoTest, ANegativeLengthEncodesNothing)
+TEST(CryptoTest, OfANegativeLengthTheLow32BitsCount)
 {
     EXPECT_EQ(Base64Encode("foo", -1, false), "");
-    EXPECT_EQ(Base64Encode("foo", 3 - (1LL << 32), false), "");  // its low 32 bits are 3
     EXPECT_EQ(Base64Encode("foo", std::numeric_limits<long long>::min(), true), "");
+    EXPECT_EQ(Base64Encode("foo", std::numeric_limits<std::int32_t>::min(), false), "");
+
+    constexpr long long lowBitsAreThree = -4294967293;
+    EXPECT_EQ(Base64Encode("foo", lowBitsAreThree, false), "Zm9v");
+    EXPECT_EQ(Base64Encode("foo", lowBitsAreThree, true), "Zm9");
 }
 
 TEST(CryptoTest, TheOverloadsForCharactersAndBytesEncodeTheSame)

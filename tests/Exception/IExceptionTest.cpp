@@ -30,6 +30,13 @@ TEST(IExceptionTest, WhatReturnsTheText)
     EXPECT_STREQ(IException("no such interface").what(), "no such interface");
 }
 
+TEST(IExceptionTest, CanBeInitialisedFromATextWithAnEqualsSign)
+{
+    const IException exception = "no such interface";
+
+    EXPECT_STREQ(exception.what(), "no such interface");
+}
+
 TEST(IExceptionTest, TextOf1023CharactersIsKeptWhole)
 {
     const std::string text(1023, 'x');

@@ -58,6 +58,13 @@ TEST(ISemaphoreTest, IsNeitherPolymorphicNorCopied)
     EXPECT_FALSE(std::is_copy_assignable_v<ISemaphore>);
 }
 
+TEST(ISemaphoreTest, CanBeInitialisedFromANumberWithAnEqualsSign)
+{
+    ISemaphore semaphore = 2;
+
+    EXPECT_EQ(Drain(semaphore), 2);
+}
+
 TEST(ISemaphoreTest, TryWaitOnZeroFails)
 {
     ISemaphore semaphore(0);

@@ -640,6 +640,43 @@ TEST(IThreadTest, FailureToCreateTheThreadAfterAnAbortLeavesNoHandleOfTheDeadThr
     probe.Stop();
 }
 
+TEST(IThreadTest, WaitUntilFinishedReturnsTrueAfterACancelAndAStartThatFailed)
+{
+    ProbeThread probe;
+    std::atomic<bool> inPass = false;
+    std::atomic<bool> mayEnd = false;
+    probe.onRun = [&] {
+        inPass = true;
+        while (!mayEnd) {
+            Nap(1ms);
+        }
+    };
+    probe.Start();
+    ASSERT_TRUE(Eventually([&] { return inPass.load(); }));
+    probe.Cancel();
+
+    creationFails = true;
+    probe.Start();
+    creationFails = false;
+    EXPECT_FALSE(probe.WaitUntilFinished(20ms));
+    mayEnd = true;
+
+    EXPECT_TRUE(probe.WaitUntilFinished(patience));
+    EXPECT_FALSE(LoadShared(probe.finished));
+    EXPECT_FALSE(probe.IsRunning());
+}
+
+TEST(IThreadTest, WaitUntilFinishedReturnsTrueAfterAFirstStartThatFailed)
+{
+    ProbeThread probe;
+
+    creationFails = true;
+    probe.Start();
+    creationFails = false;
+
+    EXPECT_TRUE(probe.WaitUntilFinished(0ms));
+}
+
 TEST(IThreadTest, FailureToCancelIsSilentAndTheObjectCountsAsFinished)
 {
     LogFile log;

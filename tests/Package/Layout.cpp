@@ -137,7 +137,8 @@ struct ThreadMembers : Virtual
     std::string threadName;
     bool paused;
     bool started;
-    std::shared_ptr<void> threadRoll;
+    bool stoppingOverridden;
+    std::shared_ptr<void> workerThreads;
 };
 static_assert(sameLayout<Interfaces::IThread, ThreadMembers>);
 static_assert(sameLayout<Interfaces::IThread::IThreadDelegate, Virtual>);

@@ -46,7 +46,7 @@ static_assert(OffersReleaseCallback<Ring> && !OffersReleaseCallback<Stage>);
 static_assert(std::is_abstract_v<IPipelineElement>);
 static_assert(std::has_virtual_destructor_v<IPipelineElement>);
 static_assert(!std::is_copy_constructible_v<Stage>);
-static_assert(!std::is_convertible_v<int, Stage>);
+static_assert(std::is_convertible_v<int, Stage>);
 static_assert(std::has_virtual_destructor_v<IPipelineCbElement>);
 static_assert(!std::is_convertible_v<std::int64_t, IPipelineCbElement>);
 

@@ -45,7 +45,6 @@ struct TimerCalls
     std::vector<timer_t> deleted;
     void (*expiry)(union sigval) = nullptr;  ///< gets the expiries instead; null: the library does
     long periodNanoseconds = 0;  ///< armed instead of any other period; 0: the one asked
-    bool expireAtOnce = false;   ///< timer_settime() returns after one expiry, which is the last
     std::mutex mutex;            ///< guards all of the above
 
     static TimerCalls& Get()
@@ -64,7 +63,6 @@ struct TimerCalls
         calls.deleted.clear();
         calls.expiry = nullptr;
         calls.periodNanoseconds = 0;
-        calls.expireAtOnce = false;
     }
 };
 
@@ -125,12 +123,6 @@ int timer_settime(timer_t timerId, int flags, const struct itimerspec* times,
         passedOn.it_value = passedOn.it_interval;
     }
     const int result = next(timerId, flags, &passedOn, before);
-    if (calls.expireAtOnce && result == 0) {
-        passedOn.it_interval = {};
-        next(timerId, flags, &passedOn, nullptr);
-        const timespec wait = {passedOn.it_value.tv_sec + 1, passedOn.it_value.tv_nsec};
-        nanosleep(&wait, nullptr);
-    }
     calls.set.push_back({timerId, flags, *times, result});
     return result;
 }

@@ -24,7 +24,6 @@ constexpr int highest = std::numeric_limits<int>::max();
 static_assert(std::has_virtual_destructor_v<CircularBuffer<int>>);
 static_assert(!std::is_copy_constructible_v<CircularBuffer<int>>);
 static_assert(!std::is_copy_assignable_v<CircularBuffer<int>>);
-static_assert(!std::is_convertible_v<int, CircularBuffer<int>>);
 
 /// Adds first, first + 1, ...
 void AddNumbers(CircularBuffer<int>& ring, int first, int count)
@@ -44,6 +43,13 @@ TEST(CircularBufferTest, NewRingHoldsNothing)
     EXPECT_EQ(ring.GetElementAt(4000000000U), nullptr);
     EXPECT_EQ(ring.GetNewestSlot(), nullptr);
     EXPECT_FALSE(ring.IsDataAvailable());
+}
+
+TEST(CircularBufferTest, RingCanBeInitialisedFromItsSizeWithAnEqualsSign)
+{
+    const CircularBuffer<int> ring = 3;
+
+    EXPECT_EQ(ring.GetRingSize(), 3);
 }
 
 TEST(CircularBufferTest, NewRingKnowsItsSizeAndPointsAtItsLastSlot)
@@ -189,6 +195,20 @@ TEST(CircularBufferTest, TheCallbackRunsBeforeTheNewElementIsStored)
     EXPECT_EQ(ring.GetElementAt(0), 12);
 }
 
+TEST(CircularBufferTest, TheCallbackRunsBeforeTheRingTakesAReferenceToTheNewElement)
+{
+    CircularBuffer<Number> ring(1);
+    ring.AddNext(std::make_shared<int>(1));
+    const Number second = std::make_shared<int>(2);
+    long referencesDuringTheCall = 0;
+    ring.SetUnallocCallback([&](Number&) { referencesDuringTheCall = second.use_count(); });
+
+    ring.AddNext(second);
+
+    EXPECT_EQ(referencesDuringTheCall, 1);
+    EXPECT_EQ(second.use_count(), 2);
+}
+
 TEST(CircularBufferTest, WhatTheCallbackWritesIntoTheSlotIsOverwritten)
 {
     CircularBuffer<int> ring(2);
@@ -299,7 +319,7 @@ TEST(CircularBufferTest, TheDestructorReleasesElementsAndCallbackWithoutCallingI
     EXPECT_EQ(captured.use_count(), 1);
 }
 
-TEST(CircularBufferTest, AnElementInsideTheSlotThatIsReleasedIsStored)
+TEST(CircularBufferTest, AnElementInsideTheSlotIsStoredAsTheCallbackLeavesIt)
 {
     CircularBuffer<Number> ring(2);
     Number* oldestSlot = nullptr;
@@ -315,8 +335,7 @@ TEST(CircularBufferTest, AnElementInsideTheSlotThatIsReleasedIsStored)
 
     ring.AddNext(*slotOfTwo);  // stands in the slot that is overwritten now
 
-    ASSERT_NE(ring.RetrieveCurrent(), nullptr);
-    EXPECT_EQ(*ring.RetrieveCurrent(), 2);
+    EXPECT_EQ(ring.RetrieveCurrent(), nullptr);
     EXPECT_EQ(ring.GetRingPos(), 0);
 }
 
@@ -326,9 +345,9 @@ struct Node
     int value = 0;
 };
 
-/// Ring of one element that owns another; the latter is handed in by a reference into the former.
-void AddWhatTheOldestOwns(CircularBuffer<std::shared_ptr<Node>>& ring)
+TEST(CircularBufferTest, AnElementOwnedByTheOneThatIsOverwrittenIsStored)
 {
+    CircularBuffer<std::shared_ptr<Node>> ring(1);
     auto oldest = std::make_shared<Node>();
     oldest->next = std::make_shared<Node>();
     oldest->next->value = 7;
@@ -340,16 +359,6 @@ void AddWhatTheOldestOwns(CircularBuffer<std::shared_ptr<Node>>& ring)
 
     ASSERT_NE(ring.RetrieveCurrent(), nullptr);
     EXPECT_EQ(ring.RetrieveCurrent()->value, 7);
-}
-
-TEST(CircularBufferTest, AnElementOwnedByTheOneThatIsReleasedIsStored)
-{
-    CircularBuffer<std::shared_ptr<Node>> plain(1);
-    AddWhatTheOldestOwns(plain);
-
-    CircularBuffer<std::shared_ptr<Node>> releasing(1);
-    releasing.SetUnallocCallback([](std::shared_ptr<Node>& slot) { slot.reset(); });
-    AddWhatTheOldestOwns(releasing);
 }
 
 TEST(CircularBufferTest, AnElementMayReadTheRingWhileItIsReleased)

@@ -212,6 +212,22 @@ TEST_F(IAsyncCallsTest, RunThreadCallsTheCallbackOnceAndReturnsNull)
     delete async;
 }
 
+TEST_F(IAsyncCallsTest, ObjectKeepsItsCallbackAndTheCapturesUntilItIsDestroyed)
+{
+    creationError = EAGAIN;
+    const auto calls = std::make_shared<int>(0);
+    auto* async = new IAsync(
+        0ms, [calls](IAsync*) { ++*calls; }, nullptr);
+
+    IAsync::RunThread(async);
+    EXPECT_EQ(calls.use_count(), 2);
+    IAsync::RunThread(async);
+
+    EXPECT_EQ(*calls, 2);
+    delete async;
+    EXPECT_EQ(calls.use_count(), 1);
+}
+
 TEST_F(IAsyncCallsTest, FailedCreationIsSilentAndTheCallbackNeverRuns)
 {
     creationError = EAGAIN;

@@ -444,7 +444,7 @@ TEST(NetInterfaceAddressTest, NegativeResultOfTheFormattingIsThrown)
 
     recording.badAddress = "255.0.0.0";
     EXPECT_EQ(TextThrown("eth0", "10.1.2.3", "255.0.0.0"),
-              "Failed to format netmask address, Address family not supported by protocol");
+              "Failed to format netmask address Address family not supported by protocol");
     EXPECT_EQ(recording.requests.size(), 1U);
 
     EXPECT_EQ(recording.closed, (std::vector<int>{socketNumber, socketNumber}));

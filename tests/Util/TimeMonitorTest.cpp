@@ -117,6 +117,16 @@ TEST(TimeMonitorTest, ConstructionReadsTheClockOnceWhenAskedToStartAndElseNotAtA
     EXPECT_EQ(clock.calls, 1);
 }
 
+TEST(TimeMonitorTest, CanBeInitialisedFromABoolWithAnEqualsSign)
+{
+    ClockStandIn clock;
+
+    TimeMonitor monitor = true;
+
+    EXPECT_EQ(clock.calls, 1);
+    EXPECT_DOUBLE_EQ(monitor.GetElapsedTime(), 0.0);
+}
+
 TEST(TimeMonitorTest, LaterStartBehavesLikeTheStartInTheConstructor)
 {
     ClockStandIn clock;

@@ -462,6 +462,9 @@ public:
         return Eventually([] { return State().passed == State().held; });
     }
 
+    /// @return how many were delivered late.
+    static std::size_t Passed() { return static_cast<std::size_t>(State().passed); }
+
 private:
     struct Counts
     {
@@ -527,86 +530,35 @@ TEST_F(LateExpiryTest, OfADestroyedTimerIsDropped)
     EXPECT_EQ(calls->Count(), 0U);
 }
 
-TEST_F(LateExpiryTest, IsNotTakenForOneOfANewTimerAtTheSameAddress)
+TEST_F(LateExpiryTest, CallsANewTimerAtTheSameAddressEarly)
+{
+    auto other = std::make_shared<CallTimes>();
+    Timer& timer = place.Build(2, Noting(calls));
+    ASSERT_TRUE(expiries.WaitForOne());
+    ASSERT_TRUE(timer.Remove());
+
+    place.Build(never, Noting(other));
+
+    EXPECT_TRUE(expiries.LetGo());
+    EXPECT_EQ(calls->Count(), 0U);
+    EXPECT_GE(other->Count(), expiries.Passed());
+}
+
+TEST_F(LateExpiryTest, DoesNotReachANewTimerThatWasBuiltBeforeTheOldOneWasDestroyed)
 {
     auto other = std::make_shared<CallTimes>();
     place.Build(2, Noting(calls));
     ASSERT_TRUE(expiries.WaitForOne());
 
-    place.Build(never, Noting(other));
+    const Timer next(never, Noting(other), nullptr, stackBytes);
+    place.Empty();
 
     EXPECT_TRUE(expiries.LetGo());
     EXPECT_EQ(calls->Count(), 0U);
     EXPECT_EQ(other->Count(), 0U);
 }
 
-TEST_F(LateExpiryTest, IsNotTakenForOneOfTheTimerAfterTheNext)
-{
-    auto other = std::make_shared<CallTimes>();
-    place.Build(2, Noting(calls));
-    ASSERT_TRUE(expiries.WaitForOne());
-    place.Build(never, Noting(calls));
-
-    place.Build(never, Noting(other));
-
-    EXPECT_TRUE(expiries.LetGo());
-    EXPECT_EQ(calls->Count(), 0U);
-    EXPECT_EQ(other->Count(), 0U);
-}
-
-TEST_F(LateExpiryTest, DoesNotKeepTheNewTimersOwnExpiriesOut)
-{
-    place.Build(2, Noting(calls));
-    ASSERT_TRUE(expiries.WaitForOne());
-    place.Empty();
-    auto other = std::make_shared<CallTimes>();
-    const auto start = Clock::now();
-
-    place.Build(100, Noting(other));
-    EXPECT_TRUE(expiries.LetGo());
-
-    auto times = other->WaitFor(3);
-    ASSERT_GE(times.size(), 3U);
-    std::sort(times.begin(), times.end());
-    EXPECT_GE(times[0] - start, 100ms);
-    EXPECT_GE(times[1] - start, 200ms);
-    EXPECT_GE(times[2] - start, 300ms);
-}
-
-// Between the system's arming of the timer and its noting the expiry would pass for a late one.
-TEST_F(LateExpiryTest, DoesNotKeepOutAnExpiryThatComesBeforeSetTimeReturns)
-{
-    place.Build(2, Noting(calls));
-    ASSERT_TRUE(expiries.WaitForOne());
-    place.Empty();
-    EXPECT_TRUE(expiries.LetGo());
-    auto other = std::make_shared<CallTimes>();
-    TimerCalls::Get().expireAtOnce = true;
-
-    place.Build(50, Noting(other));
-
-    EXPECT_EQ(other->WaitFor(1).size(), 1U);
-    EXPECT_EQ(calls->Count(), 0U);
-}
-
-TEST_F(LateExpiryTest, MakesNoMoreCallsThanPeriodsHavePassed)
-{
-    auto other = std::make_shared<CallTimes>();
-    place.Build(2, Noting(calls));
-    ASSERT_TRUE(expiries.WaitFor(20));
-    const auto start = Clock::now();
-    place.Build(200, Noting(other));
-    std::this_thread::sleep_for(250ms);
-
-    EXPECT_TRUE(expiries.LetGo());
-
-    const std::size_t count = other->Count();
-    const auto passed = static_cast<std::size_t>((Clock::now() - start) / 200ms);
-    EXPECT_GE(count, 1U);
-    EXPECT_LE(count, passed);
-}
-
-TEST_F(LateExpiryTest, IsDroppedAfterRemove)
+TEST_F(LateExpiryTest, CallsTheCallbackAfterRemove)
 {
     Timer& timer = place.Build(2, Noting(calls));
     ASSERT_TRUE(expiries.WaitForOne());
@@ -614,10 +566,10 @@ TEST_F(LateExpiryTest, IsDroppedAfterRemove)
     ASSERT_TRUE(timer.Remove());
 
     EXPECT_TRUE(expiries.LetGo());
-    EXPECT_EQ(calls->Count(), 0U);
+    EXPECT_GE(calls->Count(), expiries.Passed());
 }
 
-TEST_F(LateExpiryTest, IsDroppedAfterSetTimeZero)
+TEST_F(LateExpiryTest, CallsTheCallbackAfterSetTime)
 {
     Timer& timer = place.Build(2, Noting(calls));
     ASSERT_TRUE(expiries.WaitForOne());
@@ -625,29 +577,24 @@ TEST_F(LateExpiryTest, IsDroppedAfterSetTimeZero)
     ASSERT_TRUE(timer.SetTime(0));
 
     EXPECT_TRUE(expiries.LetGo());
-    EXPECT_EQ(calls->Count(), 0U);
+    EXPECT_GE(calls->Count(), expiries.Passed());
 }
 
-TEST_F(LateExpiryTest, IsDroppedAfterSetTimeWithAnotherPeriod)
+// Expiries of the first timer are lost, so for a while a call of the second could look stale.
+TEST_F(LateExpiryTest, CallByHandAlwaysCallsATimerAtTheAddressOfOneThatLostExpiries)
 {
-    Timer& timer = place.Build(2, Noting(calls));
-    ASSERT_TRUE(expiries.WaitForOne());
-
-    ASSERT_TRUE(timer.SetTime(never));
-
+    auto other = std::make_shared<CallTimes>();
+    place.Build(2, Noting(calls));
+    ASSERT_TRUE(expiries.WaitFor(3));
+    place.Empty();
     EXPECT_TRUE(expiries.LetGo());
-    EXPECT_EQ(calls->Count(), 0U);
-}
+    union sigval value = {};
+    value.sival_ptr = &place.Build(never, Noting(other));
 
-TEST_F(LateExpiryTest, IsDroppedAfterTheTimerWasCreatedAnew)
-{
-    Timer& timer = place.Build(2, Noting(calls));
-    ASSERT_TRUE(expiries.WaitForOne());
-
-    ASSERT_TRUE(timer.Create());
-
-    EXPECT_TRUE(expiries.LetGo());
-    EXPECT_EQ(calls->Count(), 0U);
+    for (std::size_t call = 1; call <= 3; ++call) {
+        Timer::CB(value);
+        EXPECT_GE(other->Count(), call);
+    }
 }
 
 TEST_F(LateExpiryTest, IsDeliveredAfterASetTimeThatFails)
@@ -659,22 +606,6 @@ TEST_F(LateExpiryTest, IsDeliveredAfterASetTimeThatFails)
 
     EXPECT_TRUE(expiries.LetGo());
     EXPECT_GE(calls->Count(), 1U);
-}
-
-// The same without a hold, many times over: the old timer's expiries arrive when they arrive.
-TEST_F(TimerExpiryTest, TimersBuiltAtOneAddressAreNeverCalledForEachOther)
-{
-    Place place;
-    auto early = std::make_shared<CallTimes>();
-    const auto end = Clock::now() + 2s;
-
-    while (Clock::now() < end) {
-        place.Build(1, Noting(calls));
-        std::this_thread::sleep_for(1ms);
-        place.Build(never, Noting(early));
-    }
-
-    EXPECT_EQ(early->Count(), 0U);
 }
 
 // --------------------------------------------------------------------------- end of the process

@@ -10,10 +10,7 @@ namespace Tolvex::Util {
 
 namespace {
 
-/// How late an expiry may be delivered and still be told from one of a later timer.
-constexpr std::chrono::seconds longestDelivery(10);
-
-constinit LiveTimers* listOfProcess = nullptr;  // shared; null until it is needed
+constinit LiveTimers* listOfProcess = nullptr;  // shared; null until the first timer
 
 }  // namespace
 
@@ -23,11 +20,14 @@ LiveTimers& LiveTimers::Get()
     return made != nullptr ? *made : *Make();
 }
 
+/// Takes no lock: a fork that interrupts it leaves nothing behind in the child. If two threads race
+/// to create the list, the loser deletes its own.
 LiveTimers* LiveTimers::Make()
 {
     std::unique_ptr<LiveTimers> made(new LiveTimers(nullptr));
-    // First: no thread comes to lock it before. Best effort: without memory a child that is forked
-    // in the wrong moment finds the lock taken. To be prepared twice does no harm.
+    // Registered before any thread can lock the list; a second registration does no harm. Best
+    // effort: without memory for it, a child that is forked at the wrong moment finds the lock
+    // taken.
     pthread_atfork(nullptr, nullptr, MakeInChild);
     if (Base::SetSharedOnce(listOfProcess, made.get())) {
         static_cast<void>(made.release());  // never deleted, see the header
@@ -35,7 +35,7 @@ LiveTimers* LiveTimers::Make()
     return Base::LoadShared(listOfProcess);
 }
 
-/// The child has none of the timers. Its copies of the lock and of the entries may be in any state.
+/// The child has no timers, and its copy of the list and of the lock may be in any state.
 void LiveTimers::MakeInChild()
 {
     if (auto* const own = new (std::nothrow) LiveTimers(listOfProcess)) {
@@ -46,88 +46,22 @@ void LiveTimers::MakeInChild()
 void LiveTimers::Add(const void* timer)
 {
     const std::lock_guard lock(mutex);
-    ForgetOld(Clock::now());
-
-    Entry& entry = entries[timer];  // may hold the strays of an earlier timer
-    entry.exists = true;
-    entry.period = Clock::duration::zero();
-    entry.admitted = 0;
+    timers.insert(timer);
 }
 
 void LiveTimers::Remove(const void* timer)
 {
     const std::lock_guard lock(mutex);
-    const auto found = entries.find(timer);
-    if (found == entries.end()) {
-        return;
-    }
-
-    const auto now = Clock::now();
-    NoteStrays(found->second, now);
-    found->second.exists = false;
-    if (found->second.straysUntil <= now) {
-        entries.erase(found);
-    }
+    timers.erase(timer);
 }
 
-void LiveTimers::Disarm(const void* timer)
-{
-    const std::lock_guard lock(mutex);
-    NoteSetting(timer, {}, Clock::duration::zero());
-}
-
-std::unique_lock<std::mutex> LiveTimers::Admit(const void* timer)
+std::unique_lock<std::mutex> LiveTimers::Lock(const void* timer)
 {
     std::unique_lock lock(mutex);
-    const auto found = entries.find(timer);
-    if (found == entries.end() || !found->second.exists) {
+    if (!timers.contains(timer)) {
         return {};
     }
-
-    Entry& entry = found->second;
-    const auto now = Clock::now();
-    if (now < entry.straysUntil && entry.admitted >= CountDue(entry, now)) {
-        return {};
-    }
-    ++entry.admitted;
     return lock;
-}
-
-void LiveTimers::NoteSetting(const void* timer, Clock::time_point start, Clock::duration period)
-{
-    const auto found = entries.find(timer);
-    if (found == entries.end() || !found->second.exists) {
-        return;
-    }
-
-    NoteStrays(found->second, Clock::now());
-    found->second.start = start;
-    found->second.period = period;
-    found->second.admitted = 0;
-}
-
-std::int64_t LiveTimers::CountDue(const Entry& entry, Clock::time_point now)
-{
-    return entry.period > Clock::duration::zero() ? (now - entry.start) / entry.period : 0;
-}
-
-void LiveTimers::NoteStrays(Entry& entry, Clock::time_point now)
-{
-    // Also true for expiries that are lost, not late: then the search for strays finds none.
-    if (CountDue(entry, now) > entry.admitted) {
-        entry.straysUntil = now + longestDelivery;
-    }
-}
-
-void LiveTimers::ForgetOld(Clock::time_point now)
-{
-    if (entries.size() < sweepSize) {
-        return;
-    }
-    std::erase_if(entries, [now](const auto& item) {
-        return !item.second.exists && item.second.straysUntil <= now;
-    });
-    sweepSize = 2 * entries.size() + firstSweepSize;
 }
 
 }  // namespace Tolvex::Util

@@ -1,0 +1,93 @@
+/// @file
+/// The threads of one worker object.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <pthread.h>
+#include <sys/types.h>
+#include <vector>
+
+#include "Tolvex/Base/SharedValue.h"
+
+namespace Tolvex::Interfaces {
+
+/// The threads of one IThread that were created and may still touch it.
+///
+/// The object and each of its threads share ownership, so a thread that ends can ask whether the
+/// object still exists. An object has more than one thread only for a moment: after a Cancel() or
+/// Abort(), if Start() is called before the old thread has ended.
+///
+/// No thread in the list can end while the mutex is held, so the handles in it are valid.
+class WorkerThreads
+{
+public:
+    /// Counts the starts of the object.
+    using RunNumber = std::uint32_t;
+    static constexpr RunNumber noRun = 0;  ///< of a thread that is not in the list
+
+    WorkerThreads();
+
+    /// Guards the list and every hand-over from one thread of the object to the next. Held for a
+    /// few statements, or while a thread is created; nothing that is called under it blocks.
+    std::mutex mutex;
+
+    // Call the following with the mutex held.
+
+    /// Makes all threads in the list old ones. @return the number of the run to be started.
+    RunNumber NextRun();
+    void Add(pthread_t handle, RunNumber run);
+    void Remove(RunNumber run);
+    void MarkAborted(pthread_t handle);
+    bool IsAborted(RunNumber run) const;
+    void MarkObjectGone() { objectGone = true; }
+    bool IsObjectGone() const { return objectGone; }
+
+    // The following lock the mutex themselves, or need no lock.
+
+    /// @return the number of the calling thread's run.
+    RunNumber OwnRun();
+
+    /// @return false once a newer thread was created. Takes no lock.
+    bool IsNewest(RunNumber run) const { return run == noRun || run == Base::LoadShared(newest); }
+
+    /// @return false in a child that was forked after the last start: it has none of the threads,
+    /// and a thread that it does not have may hold its copy of the mutex. Takes no lock.
+    bool AreOfThisProcess() const;
+
+    enum class Others
+    {
+        All,
+        NotAborted
+    };
+
+    /// @return whether threads other than the calling one are in the list.
+    bool HasOthers(Others which);
+
+    /// Blocks until no thread but the calling one is in the list, or until the limit is over.
+    void AwaitOthers(std::chrono::milliseconds limit);
+
+    /// Blocks until the threads of earlier runs have left the list, or until the limit is over.
+    void AwaitOlder(RunNumber run, std::chrono::milliseconds limit);
+
+    /// Blocks until every thread but the calling one is aborted or has left the list.
+    void AwaitOthersNotAborted();
+
+private:
+    struct Entry
+    {
+        pthread_t handle;
+        RunNumber run;
+        bool aborted;
+    };
+
+    bool HasOlder(RunNumber run);
+
+    std::vector<Entry> threads;  ///< oldest first
+    RunNumber newest = noRun;    ///< shared
+    pid_t process;               ///< shared: the process of the last start, or of the construction
+    bool objectGone = false;
+};
+
+}  // namespace Tolvex::Interfaces
