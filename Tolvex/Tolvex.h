@@ -33,6 +33,7 @@
 #include "Tolvex/Interfaces/IThread.h"
 #include "Tolvex/Interfaces/IgnitionOffMode.h"
 #include "Tolvex/Interfaces/Stopped.h"
+#include "Tolvex/Interfaces/WorkerHealth.h"
 #include "Tolvex/Json/Json.h"
 #include "Tolvex/Log/LineLock.h"
 #include "Tolvex/Log/LineText.h"
