@@ -92,6 +92,9 @@ bool IThread::RunScope::End()
         StoreShared(object.cancelRequested, false);
         StoreShared(object.finished, true);
     }
+    if (IsNewest()) {
+        workers->record.EndRun();
+    }
     workers->Remove(run);
     return !aborted;
 }
@@ -146,6 +149,7 @@ void IThread::RunPasses(const RunScope& scope)
         }
         clock.EndPass();
     }
+    clock.BeginRest();
 }
 
 void IThread::RunTimedPass()

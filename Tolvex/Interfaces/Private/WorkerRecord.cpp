@@ -252,11 +252,6 @@ PassClock::PassClock(WorkerRecord& kept) : record(kept), tickLength(TickLength()
     Stamp(Now(CLOCK_MONOTONIC));
 }
 
-PassClock::~PassClock()
-{
-    BeginRest();
-}
-
 void PassClock::BeginRest()
 {
     if (IsNewest()) {

@@ -49,6 +49,8 @@ public:
     WorkerRefusals Apply(pthread_t thread) const;
     /// Begins the numbers of a new thread.
     void BeginRun(const std::string& name);
+    /// No pass runs any more; the thread may have been unwound.
+    void EndRun() { stamp.store(0, std::memory_order_relaxed); }
 
     void SetPriority(int policy, int priority) { scheduling = {policy, priority}; }
     void SetCpuAffinity(const cpu_set_t& wanted) { cpus = wanted; }
@@ -102,7 +104,6 @@ class PassClock
 {
 public:
     explicit PassClock(WorkerRecord& kept);
-    ~PassClock();
 
     PassClock(const PassClock&) = delete;
     PassClock& operator=(const PassClock&) = delete;
