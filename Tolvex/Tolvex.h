@@ -23,7 +23,6 @@
 /// Scaling of accelerometer samples.
 
 #include "Tolvex/Base/Private/PosixThread.h"
-#include "Tolvex/Base/Private/Saturate.h"
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Crypto/Crypto.h"
 #include "Tolvex/Exception/IException.h"

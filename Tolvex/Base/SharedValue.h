@@ -19,9 +19,9 @@ namespace Tolvex::Base {
 
 /// Reads a plain member that another thread may be writing at this moment.
 ///
-/// Sees everything that the writing thread did before its StoreShared() of the value read.
+/// The caller also sees everything that the writing thread did before its StoreShared().
 /// @tparam T      A type that the processor reads in one piece: bool, an integer, a pointer.
-/// @param member  Written with the functions below only, once other threads know it.
+/// @param member  Once other threads know it, write it only with the functions below.
 /// @return its value.
 /// @par Thread safety
 /// Thread-safe. Two loads in a row are no snapshot.
@@ -35,7 +35,7 @@ T LoadShared(const T& member)
 
 /// Writes a plain member that other threads read with LoadShared().
 /// @tparam T      As for LoadShared().
-/// @param member  Read with LoadShared() only, by other threads.
+/// @param member  Other threads read it only with LoadShared().
 /// @param value   The new value.
 /// @par Thread safety
 /// Thread-safe.
@@ -46,13 +46,13 @@ void StoreShared(T& member, std::type_identity_t<T> value)
     std::atomic_ref<T>(member).store(value, std::memory_order_release);
 }
 
-/// Sets a plain pointer that other threads read with LoadShared(), unless one of them has set it.
-/// @tparam T      What it points to.
+/// Sets a plain pointer that other threads read with LoadShared(), unless it is already set.
+/// @tparam T      The type that it points to.
 /// @param member  Null until it is set.
-/// @param value   Not null. Not owned: where another has been set, it is the caller's to delete.
-/// @return whether this call has set it.
+/// @param value   Not null. If the pointer was already set, the caller keeps the ownership.
+/// @return true if this call has set it.
 /// @par Thread safety
-/// Thread-safe, and without a lock: a child that is forked meanwhile can set it, too.
+/// Thread-safe. Takes no lock, so a child that is forked meanwhile can call it too.
 template <typename T>
 bool SetSharedOnce(T*& member, std::type_identity_t<T>* value)
 {

@@ -29,7 +29,7 @@ struct BioDeleter
 };
 using Bio = std::unique_ptr<BIO, BioDeleter>;
 
-/// Base64 filter in front of a memory BIO; null without memory.
+/// Base64 filter in front of a memory BIO; null if there is no memory.
 Bio MakeEncoder(bool noNewLines)
 {
     Bio chain(BIO_new(BIO_f_base64()));
@@ -64,7 +64,7 @@ std::int32_t ValueOf(char character)
     return decodingTable[static_cast<unsigned char>(character)];
 }
 
-/// Writes the three bytes of four characters. @return false when one is not of the alphabet.
+/// Writes the three bytes of four characters. @return false if one is not in the alphabet.
 bool DecodeGroup(const char* group, char* bytes)
 {
     const std::int32_t first = ValueOf(group[0]);
@@ -76,10 +76,10 @@ bool DecodeGroup(const char* group, char* bytes)
     bytes[0] = static_cast<char>(bits >> 16);
     bytes[1] = static_cast<char>(bits >> 8);
     bytes[2] = static_cast<char>(bits);
-    return bits >= 0;  // -1 for any of the four makes the whole negative
+    return bits >= 0;  // If one of the four is -1, the result is negative.
 }
 
-/// The same for the last four characters, of which up to two may be padding.
+/// The same for the last four characters, up to two of them padding.
 bool DecodeLastGroup(const char* group, std::size_t padding, char* bytes)
 {
     std::array<char, 4> filled{};
@@ -89,8 +89,7 @@ bool DecodeLastGroup(const char* group, std::size_t padding, char* bytes)
         return false;
     }
 
-    // The bytes that stand for the padding are zero unless the character before it has surplus
-    // bits.
+    // The bytes of the padding are zero, unless the character before it has surplus bits.
     return std::all_of(bytes + 3 - padding, bytes + 3, [](char byte) { return byte == 0; });
 }
 
@@ -106,7 +105,7 @@ std::string DoBase64Encode(const void* data, unsigned long long length, bool noN
         return {};
     }
 
-    // Required: only the low 32 bits of the length count. A negative number writes nothing.
+    // Required: only the low 32 bits of the length count; a negative number encodes nothing.
     // Instead: Base64EncodeLine().
     const int size = static_cast<int>(length);
     if (BIO_write(chain.get(), data, size) != size || BIO_flush(chain.get()) != 1) {
@@ -115,8 +114,8 @@ std::string DoBase64Encode(const void* data, unsigned long long length, bool noN
     BUF_MEM* text = nullptr;
     BIO_get_mem_ptr(chain.get(), &text);
 
-    // Required: the last character is dropped in both modes. By default that is the final line
-    // feed, without new lines it is the last character of the Base64 text.
+    // Required: the last character is dropped in both modes. By default it is the final line feed;
+    // without new lines it is a character of the Base64 text.
     // Instead: Base64EncodeLine().
     return text->length > 0 ? std::string(text->data, text->length - 1) : std::string();
 }
@@ -193,14 +192,14 @@ bool Base64Decode(const std::string& text, std::string& bytes)
 
 std::string HMAC_SHA1(const std::string& message, const std::string& key)
 {
-    // Required: an empty message, an empty key and one above 128 bytes are not signed, though the
-    // method takes all three.
+    // Required: refuses an empty message, an empty key and a key above 128 bytes, although
+    // HMAC-SHA1 allows them.
     if (message.empty() || key.empty() || key.size() > longestKey) {
         return {};
     }
 
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-    unsigned int digestLength = 0;  // stays 0 when libcrypto fails; the text is then empty
+    unsigned int digestLength = 0;  // stays 0 if libcrypto fails; the text is then empty
     HMAC(EVP_sha1(), key.data(), static_cast<int>(key.size()),
          reinterpret_cast<const unsigned char*>(message.data()), message.size(), digest.data(),
          &digestLength);

@@ -10,9 +10,8 @@ namespace Tolvex {
 
 /// Exception of the library's free functions: a text of at most 1023 characters.
 ///
-/// Holds its text inside the object, so copying one allocates nothing. Its type information is
-/// the library's: a program, and any other shared object, catches what the library throws, and
-/// the other way round.
+/// The text is inside the object, so a copy allocates nothing. The type information is in the
+/// library, so the library, the program and other shared objects can catch each other's exceptions.
 /// @code
 /// try {
 ///     Util::SetAddressOfNetInterfaceUsingSocket("eth0", "10.0.0.2", "255.255.255.0");
@@ -21,7 +20,7 @@ namespace Tolvex {
 /// }
 /// @endcode
 /// @par Errors
-/// None: a text that is too long is cut, not rejected.
+/// None: a text that is too long is cut, not refused.
 /// @par Thread safety
 /// Reentrant.
 class TOLVEX_EXPORT IException : public std::exception
@@ -31,7 +30,7 @@ public:
     ///
     /// @param text  NUL-terminated; only its first 1023 characters are kept. Null counts as empty.
     IException(const char* text);
-    /// Ends the life of the text.
+    /// Invalidates the pointer that what() returned.
     ~IException() override;
 
     /// Copies the text; allocates nothing.
@@ -42,7 +41,7 @@ public:
     /// @return this exception.
     IException& operator=(const IException& other) = default;
 
-    /// @return the text, which lives as long as this object.
+    /// @return the text, valid as long as this object.
     const char* what() const noexcept override;
 
 private:

@@ -18,7 +18,7 @@ void IError::ResetError()
 void IError::SetError(const std::string& message, const std::string& method, bool withNamespace,
                       bool withClass)
 {
-    // Put together aside: an argument may be errorText itself.
+    // Built in a copy: an argument may be errorText itself.
     std::string text;
     if (withNamespace && !namespaceName.empty()) {
         text += "[Namespace: " + namespaceName + "]";
@@ -31,7 +31,6 @@ void IError::SetError(const std::string& message, const std::string& method, boo
     }
     text += message;
 
-    // Required: the code stays as it is; nothing ever sets it to anything but 0.
     errorText.swap(text);
 }
 
@@ -40,7 +39,7 @@ void IError::SetError(const std::exception& exception, const std::string& method
 {
     const char* const what = exception.what();
     // An exception class of an application may return null.
-    // Required text: no blank stands between the mark and the text of the exception.
+    // Required text: there is no blank between the mark and the text of the exception.
     SetError(std::string("[#Exception]") + (what != nullptr ? what : ""), method, withNamespace,
              withClass);
 }

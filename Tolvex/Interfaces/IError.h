@@ -10,9 +10,10 @@ namespace Tolvex::Interfaces {
 
 /// Base of the classes that keep the text of their last failure for the caller.
 ///
-/// The constructor of a derived class names its namespace and class. Each of its operations calls
-/// ResetError() first, so that the text always belongs to the last call, and on failure SetError()
-/// before it returns false or 0. Nothing is logged here, and there is no history.
+/// The constructor of a derived class sets the names of its namespace and class. Each of its
+/// operations calls ResetError() first, so that the text always belongs to the last call. An
+/// operation that fails calls SetError() before it returns false or 0. This class logs nothing and
+/// keeps no history.
 /// @code
 /// class Door : public Interfaces::IError
 /// {
@@ -42,7 +43,7 @@ namespace Tolvex::Interfaces {
 /// }
 /// @endcode
 /// @par Errors
-/// std::bad_alloc and std::length_error, as strings grow; the previous text then stays.
+/// std::bad_alloc and std::length_error when a string cannot grow; the previous text then stays.
 /// @par Thread safety
 /// Caller serialises.
 class TOLVEX_EXPORT IError
@@ -72,35 +73,35 @@ public:
     /// Empties the text and sets the code to 0.
     void ResetError();
 
-    /// Replaces the text by the parts asked for, in this order, and the message as it is:
+    /// Replaces the text by the requested parts, in this order, and then the message:
     /// "[Namespace: Tolvex::Util][Class: Timer][Method: Create]Create timer error".
     ///
-    /// Leaves the code alone. The arguments may be this object's own text.
+    /// Does not change the code. An argument may be this object's own text.
     /// @param message        What went wrong.
-    /// @param method         Where; an empty name leaves the part out (there is no flag for it).
-    /// @param withNamespace  Puts the namespace in front, unless it is empty.
-    /// @param withClass      Puts the class in front, unless it is empty.
+    /// @param method         The method in which it went wrong; an empty name omits the part.
+    /// @param withNamespace  Adds the namespace, unless it is empty.
+    /// @param withClass      Adds the class, unless it is empty.
     void SetError(const std::string& message, const std::string& method, bool withNamespace,
                   bool withClass);
 
-    /// The same with "[#Exception]", directly followed by exception.what(), for the message.
+    /// Does the same with a message of "[#Exception]", directly followed by exception.what().
     ///
-    /// @param exception      What went wrong; only read.
-    /// @param method         Where; an empty name leaves the part out.
-    /// @param withNamespace  Puts the namespace in front, unless it is empty.
-    /// @param withClass      Puts the class in front, unless it is empty.
+    /// @param exception      What went wrong.
+    /// @param method         The method in which it went wrong; an empty name omits the part.
+    /// @param withNamespace  Adds the namespace, unless it is empty.
+    /// @param withClass      Adds the class, unless it is empty.
     void SetError(const std::exception& exception, const std::string& method, bool withNamespace,
                   bool withClass);
 
-    /// @return the text of the last failure; empty for none. Lives as long as this object; changes
-    /// with its next operation.
+    /// @return the text of the last failure, or an empty text. The reference is valid as long as
+    /// this object; the next operation changes the text.
     const std::string& GetErrorText() const { return errorText; }
 
-    /// @return 0, unless a derived class has set a code since the last ResetError().
+    /// @return 0, unless a derived class has set a code after the last ResetError().
     int GetErrorCode() const { return errorCode; }
 
 protected:
-    std::string errorText;       ///< the last error, with its parts in front
+    std::string errorText;       ///< the last error, with the parts before the message
     std::int32_t errorCode = 0;  ///< for derived classes; the library only clears it
     std::string namespaceName;   ///< set once, by the constructor of the derived class
     std::string className;       ///< set once, by the constructor of the derived class

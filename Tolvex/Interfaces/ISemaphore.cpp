@@ -15,7 +15,7 @@ void ISemaphore::Notify()
     if (count < std::numeric_limits<std::int64_t>::max()) {
         Base::StoreShared(count, count + 1);
     }
-    // Under the lock: a waiter can go on, and destroy the semaphore, only after the unlock.
+    // Under the lock: the waiter may destroy the semaphore as soon as it gets the lock.
     condition.notify_one();
 }
 
@@ -26,7 +26,7 @@ void ISemaphore::Wait()
     if (!spin.Until([&] { return Base::LoadShared(count) != 0 && lock.try_lock(); })) {
         lock.lock();
     }
-    // Required: exactly 0 blocks; a negative count lets the caller through and sinks further.
+    // Required: only a count of exactly 0 blocks; a negative count does not, and becomes lower.
     while (count == 0) {
         condition.wait(lock);
     }

@@ -10,8 +10,8 @@ namespace Tolvex::Interfaces {
 
 /// Counting semaphore without an upper limit.
 ///
-/// The thread that a Notify() has let through may destroy the semaphore at once, even while that
-/// Notify() has yet to return.
+/// A thread that has returned from Wait() may destroy the semaphore at once, even if the Notify()
+/// that woke it has not returned yet.
 /// @code
 /// Interfaces::ISemaphore ready(0);
 /// std::thread producer([&ready] { ready.Notify(); });
@@ -25,7 +25,7 @@ namespace Tolvex::Interfaces {
 class TOLVEX_EXPORT ISemaphore
 {
 public:
-    /// @param initialCount  Tokens to begin with; may be negative.
+    /// @param initialCount  Number of tokens at the start; may be negative.
     ISemaphore(long long initialCount);
 
     ISemaphore(const ISemaphore&) = delete;
@@ -38,17 +38,17 @@ public:
 
     /// Blocks while the count is exactly 0, then takes a token.
     ///
-    /// Before it sleeps it spins for up to 50 microseconds, unless that has been in vain lately.
+    /// Spins for up to 50 microseconds before it sleeps, unless spinning has failed recently.
     ///
     /// A cancellation point: a thread that is cancelled here takes no token and leaves the
     /// semaphore usable.
-    /// @note A negative count does not block: the call returns at once and leaves the count one
-    /// lower (it stops at the smallest 64-bit number).
+    /// @note A negative count does not block: the call returns at once and lowers the count by one
+    /// (it stops at the smallest 64-bit number).
     void Wait();
 
     /// Takes a token if there is one. Does not block.
     ///
-    /// @return true when the count was 1 or more; else false, and the count is as it was.
+    /// @return true if the count was 1 or more; otherwise false, and the count does not change.
     bool TryWait();
 
 private:

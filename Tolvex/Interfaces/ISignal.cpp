@@ -10,7 +10,7 @@
 namespace Tolvex::Interfaces {
 namespace {
 
-/// One event on its way to its handler thread, which owns it.
+/// One event for a handler thread, which owns it.
 struct HandlerRecord
 {
     ISignal* signal;
@@ -44,13 +44,12 @@ void ISignal::RemoveCallback(ISignalDelegate* delegate)
 
 void ISignal::DoCallback(void* data)
 {
-    // Required: a Stop() during the walk does not cut it short.
     if (!Base::LoadShared(running)) {
         return;
     }
 
-    // Required: an observer that removes itself hides the next from the walk, and one that is added
-    // is called: the walk goes by position and reads the size anew each time.
+    // Required: takes no lock, goes by index, and reads the size after each call. So an observer
+    // that is added is called, and one that removes itself makes the walk skip the next.
     for (std::size_t i = 0; i < delegates.size(); ++i) {
         if (delegates[i] != nullptr) {
             delegates[i]->InvokeSignal(this, data);
@@ -64,18 +63,18 @@ ISignal::ISignal() = default;
 
 ISignal::~ISignal()
 {
-    // Required: neither listener nor handlers are waited for; that is up to the derived class.
+    // Required: does not wait for the listener or the handlers. The derived class has to.
     Stop();
 }
 
 void ISignal::Start()
 {
-    // Required: the handle is never cleared, so an object that has run does not run again.
+    // Required: the handle is never cleared, so an object cannot be started again after Stop().
     if (Base::LoadShared(running) || Base::LoadShared(threadHandle) != 0) {
         return;
     }
 
-    // Required: "running" stays set when the thread cannot be created.
+    // Required: "running" stays set if the thread cannot be created.
     Base::StoreShared(running, true);
     pthread_t listener = 0;
     if (Base::StartDetachedThread(listener, signalName.c_str(), RunPosixThread, this) == 0) {
@@ -85,7 +84,6 @@ void ISignal::Start()
 
 void ISignal::Stop()
 {
-    // Required: nobody is woken or waited for; the listener ends after its current WaitSignal().
     Base::StoreShared(running, false);
 }
 
@@ -113,14 +111,14 @@ void ISignal::StartHandler(void* data)
     pthread_t handler = 0;
     const int error = Base::StartDetachedThread(handler, nullptr, SignalFirePosix, record.get());
     if (error == 0) {
-        static_cast<void>(record.release());  // the handler thread's now, if it still exists
+        static_cast<void>(record.release());  // The handler thread owns it, or has deleted it.
     }
-    // Required: without a thread the event is dropped silently.
+    // Required: without a thread the event is dropped, which is not reported.
 }
 
 void* ISignal::SignalFirePosix(void* record)
 {
-    // Deletes the record also when the handler is cancelled.
+    // Deletes the record even if the handler is cancelled.
     const std::unique_ptr<const HandlerRecord> event(static_cast<HandlerRecord*>(record));
     event->signal->FireSignal(event->data);
     return nullptr;

@@ -11,29 +11,30 @@ namespace Tolvex::Interfaces {
 
 /// Event dispatcher: a listener thread waits for events, and each event is handled on a new thread.
 ///
-/// A derived class says in WaitSignal() where events come from and in FireSignal() what is done
-/// about one. A slow handler never delays the listener: handlers of successive events overlap and
-/// end in any order. Observers can be registered for the derived class to notify.
+/// A derived class implements WaitSignal(), which waits for an event, and FireSignal(), which
+/// handles one. A slow handler never delays the listener: handlers of successive events overlap and
+/// end in any order. The derived class can notify observers that are registered here.
 ///
-/// Destruction waits for nobody. Before the object goes away the derived class has to call Stop(),
-/// make WaitSignal() return and let its handlers end. See examples/EventDispatcher.cpp.
+/// The destructor does not wait for any thread. Before the object is destroyed, the derived class
+/// has to call Stop(), make WaitSignal() return and let its handlers end. See
+/// examples/EventDispatcher.cpp.
 /// @par Errors
-/// Threads that cannot be created are reported by nobody: see Start() and RunThread(). An exception
-/// that WaitSignal() or FireSignal() lets out ends the process, as does std::bad_alloc when there
-/// is no memory for an event's record.
+/// A thread that cannot be created is not reported: see Start() and RunThread(). An exception that
+/// leaves WaitSignal() or FireSignal() ends the process, and so does std::bad_alloc if there is no
+/// memory for the record of an event.
 /// @par Thread safety
-/// Controlling thread: Start(). Thread-safe: Stop(), AddCallback(), RemoveCallback(). See
-/// DoCallback() for what must not happen during a walk.
+/// Controlling thread: Start(). Thread-safe: Stop(), AddCallback(), RemoveCallback(). DoCallback()
+/// states its own restriction.
 class TOLVEX_EXPORT ISignal
 {
 public:
     /// Observer of an ISignal; override InvokeSignal().
     /// @par Thread safety
-    /// Called on whatever threads call DoCallback(), several at a time if they do.
+    /// Called on the threads that call DoCallback(), possibly on several at the same time.
     class TOLVEX_EXPORT ISignalDelegate
     {
     public:
-        /// The observer has to be removed before.
+        /// Remove the observer from its dispatchers first.
         virtual ~ISignalDelegate();
 
         /// Called by ISignal::DoCallback() on the thread that made that call. Does nothing here.
@@ -45,7 +46,7 @@ public:
 
     /// Makes a dispatcher that does not run, without a name.
     ISignal();
-    /// Asks the listener to end, as Stop() does, and waits for nobody: see above.
+    /// Asks the listener to end, as Stop() does. Does not wait: see above.
     virtual ~ISignal();
 
     ISignal(const ISignal&) = delete;
@@ -53,28 +54,28 @@ public:
 
     /// Listener thread: blocks until an event arrives.
     ///
-    /// @param data  Preset to null; receives what FireSignal() is to get. Not owned here.
-    /// @return true for an event; false when there is none, for instance after a time limit. The
-    /// listener looks at Stop() only between two calls.
+    /// @param data  Preset to null; receives the pointer for FireSignal(). Not owned here.
+    /// @return true for an event; false if there is none, for instance after a time limit. The
+    /// listener notices Stop() only between two calls.
     virtual bool WaitSignal(void** data) = 0;
 
-    /// Handler thread of its own: handles one event. Several may run at the same time.
+    /// Handles one event, on a thread of its own. Several may run at the same time.
     ///
-    /// @param data  What WaitSignal() gave for the event; whose it is, the derived class decides.
+    /// @param data  The pointer that WaitSignal() stored. The derived class decides who owns it.
     virtual void FireSignal(void* data) = 0;
 
-    /// Starts the listener thread, unless it is running or has been started before.
+    /// Starts the listener thread, unless it was started before.
     ///
     /// @note Works once: after Stop() a second Start() does nothing.
-    /// @note When no thread can be created nothing is reported, and the object counts as running;
-    /// Stop() and a new Start() try again.
+    /// @note If the thread cannot be created, this is not reported and the object counts as
+    /// running. Call Stop() and then Start() to try again.
     void Start();
 
-    /// Makes the listener end after its current WaitSignal(). Wakes and joins nobody.
+    /// Makes the listener end after its current WaitSignal(). Wakes no thread and waits for none.
     void Stop();
 
-    /// The listener's loop; returns after Stop(). An event for whose handler no thread can be
-    /// created is dropped without a word.
+    /// The listener's loop; returns after Stop(). If the thread for a handler cannot be created,
+    /// the event is dropped, which is not reported.
     void RunThread();
 
     /// Entry of the listener thread.
@@ -83,13 +84,14 @@ public:
     static void* RunPosixThread(void* self);
 
     /// Entry of the handler threads.
-    /// @param record  Made by RunThread(); taken over and deleted.
+    /// @param record  Made by RunThread(); the handler thread owns and deletes it.
     /// @return null, always.
     static void* SignalFirePosix(void* record);
 
-    /// Adds an observer behind the others, unless it is there already. Does not block for long.
+    /// Appends an observer, unless it is already in the list.
     ///
-    /// @param delegate  Not owned; must outlive the registration. A null is kept and skipped.
+    /// @param delegate  Not owned; must outlive the registration. A null pointer is stored, and
+    ///                  skipped by DoCallback().
     void AddCallback(ISignalDelegate* delegate);
 
     /// Removes an observer.
@@ -97,12 +99,12 @@ public:
     void RemoveCallback(ISignalDelegate* delegate);
 
     /// Calls all observers in the order of their registration, on the calling thread and without a
-    /// lock; none when the object is not running.
+    /// lock. Calls none if the object is not running.
     ///
-    /// An observer may add and remove observers while it is called: what is added is called too,
-    /// and when an entry up to the current one goes away the walk skips one. Other threads must not
-    /// add or remove meanwhile.
-    /// @param data  Handed on as it is; not owned.
+    /// An observer may add and remove observers while it is called. An observer that it adds is
+    /// called too. If it removes itself or an earlier observer, the next one is skipped. Other
+    /// threads must not add or remove observers during the call.
+    /// @param data  Passed on as it is; not owned.
     void DoCallback(void* data);
 
 private:

@@ -23,7 +23,7 @@ constexpr milliseconds pauseStep(1000);  // Longer than the period: the pause is
 constexpr milliseconds handOverPollPeriod(20);
 constexpr int handOverPolls = 501;
 constexpr milliseconds finishPollPeriod(1);
-constexpr milliseconds oldThreadLimit(2000);  // for an older thread of the object to leave it
+constexpr milliseconds oldThreadLimit(2000);  // longest wait for a thread of an earlier run
 
 }  // namespace
 
@@ -85,7 +85,7 @@ bool IThread::RunScope::End()
     const std::lock_guard<std::mutex> lock(workers->mutex);
     const bool aborted = workers->IsAborted(run);
     if (!aborted && !workers->IsObjectGone() && IsNewest()) {
-        // Required: a handle that was never handed over is left as it is.
+        // Required: a handle that was never handed over stays.
         if (LoadShared(object.started)) {
             StoreShared(object.threadHandle, 0);
         }
@@ -154,14 +154,14 @@ void IThread::RunPasses(const RunScope& scope)
 
 void IThread::RunTimedPass()
 {
-    // Required: a pass is timed by the wall clock, which may be set meanwhile.
+    // Required: the wall clock times the pass, although it may be set meanwhile.
     const auto begin = std::chrono::system_clock::now();
     Run();
     const auto end = std::chrono::system_clock::now();
 
     const std::chrono::nanoseconds duration = end - begin;
     const double seconds = static_cast<double>(duration.count()) / 1000000000.0;
-    // Required: the line tells passes per second, though its label says runtime.
+    // Required: the line shows passes per second, although its label says runtime.
     LogLine(LogType::Info, LogModule::Ithread)
         << "BENCHMARKING: Thread [" << threadName << "] runtime:[" << 1.0 / seconds << "]";
 }
@@ -218,7 +218,7 @@ void IThread::StopBeforeDestruction()
 
 void IThread::Start()
 {
-    // Once it is created the thread may end, and the object be deleted, at any moment.
+    // Copied: after its creation the thread may end, and the object may be deleted, at any moment.
     const std::string name = threadName;
     const std::shared_ptr<WorkerThreads> workers = workerThreads;
     WorkerRefusals refusals;
@@ -228,8 +228,8 @@ void IThread::Start()
     }
     refusals.Log(name);
 
-    // Required: the start is logged also when no thread could be created.
-    // Instead: IsRunning() tells whether there is one.
+    // Required: the start is logged even if the thread could not be created.
+    // Instead: IsRunning() tells whether there is a thread.
     if (name.empty()) {
         LogLine(LogType::Info, LogModule::Ithread)
             << "Thread (name not defined) has started the execution";
@@ -253,8 +253,8 @@ bool IThread::CreateThread(const std::string& name, WorkerThreads& workers,
     StoreShared(running, true);
     StoreShared(started, false);
 
-    // Required: the field stackSize is not read; every thread has the stack of the workers.
-    // Required: a failure to create it is silent and "running" stays set; the handle is then 0.
+    // Required: the member stackSize is not read; all threads have the same stack size.
+    // Required: a failure is not reported, and "running" stays set; the handle is then 0.
     pthread_t created = 0;
     if (Base::StartDetachedThread(created, name.c_str(), RunPosixThread, this) == 0) {
         workers.Add(created, run);
@@ -279,7 +279,7 @@ void IThread::SetCpuAffinity(const cpu_set_t& cpus)
 
 void IThread::Stop()
 {
-    // Required: returns at once after Cancel(), too, though the last pass may still go on.
+    // Required: returns at once after Cancel() too, although the last pass may not have ended.
     // Instead: WaitUntilFinished().
     if (LoadShared(threadHandle) == 0 || !LoadShared(running) || LoadShared(finished)) {
         return;
@@ -325,11 +325,11 @@ void IThread::Abort()
         }
         StoreShared(running, false);
         StoreShared(finished, true);
-        // Required: a failure to cancel is silent, and the object counts as finished all the same.
+        // Required: a failure to cancel is not reported, and the object still counts as finished.
         if (pthread_cancel(LoadShared(threadHandle)) != 0) {
             return;
         }
-        // Required: no delegate is called, and the handle stays.
+        // Required: no delegate is called, and the handle is not cleared.
         workerThreads->MarkAborted(LoadShared(threadHandle));
     }
 
@@ -352,7 +352,7 @@ bool IThread::WaitUntilFinished(milliseconds limit) const
             !workerThreads->HasOthers(WorkerThreads::Others::All)) {
             return true;
         }
-        // Compared in milliseconds: the limit may be too long to be counted in the clock's unit.
+        // Compared in milliseconds: the limit may be out of range in the unit of the clock.
         const auto waited =
             std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begin);
         if (waited >= limit) {
@@ -398,8 +398,8 @@ void IThread::RemoveCallback(IThreadDelegate* delegate)
 
 void IThread::DoCallback(void* data)
 {
-    // Required: a delegate that removes itself hides the next from the walk, and one that is added
-    // is called: the walk goes by index, reads the size anew each time and takes no lock.
+    // Required: takes no lock, goes by index, and reads the size after each call. So a delegate
+    // that is added is called, and one that removes itself makes the walk skip the next.
     for (std::size_t i = 0; !LoadShared(destroying) && i < delegates.size(); ++i) {
         if (delegates[i] != nullptr) {
             delegates[i]->Invoke(this, data);
@@ -409,8 +409,7 @@ void IThread::DoCallback(void* data)
 
 void IThread::DoCallbackStop()
 {
-    // Required: the stop that the destructor makes is told to nobody.
-    // Instead: Stopped, which stops the thread before.
+    // The stop in the destructor calls no delegate; Stopped makes one that does.
     if (LoadShared(destroying)) {
         return;
     }
@@ -424,7 +423,6 @@ void IThread::DoCallbackStop()
             return;
         }
     }
-    // Required: deleteOnStop deletes the object also when there are no delegates.
     if (LoadShared(deleteOnStop)) {
         delete this;
     }
@@ -437,7 +435,7 @@ void IThread::ThreadSleep(const milliseconds& total, const milliseconds& step)
     if (LoadShared(destroying)) {
         return;
     }
-    // Required: this one is slept in one piece, which a stop does not end.
+    // Required: one plain sleep, which a stop does not end.
     if (!IsRunning() || step >= total) {
         Base::SleepFor(total);
         return;

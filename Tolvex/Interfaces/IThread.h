@@ -14,7 +14,6 @@
 
 namespace Tolvex::Interfaces {
 
-class WorkerRecord;
 class WorkerThreads;
 struct WorkerRefusals;
 
@@ -237,7 +236,7 @@ protected:
 
 private:
     class RunScope;
-    friend class WorkerRecord;
+    friend class WorkerObserver;
 
     bool CreateThread(const std::string& name, WorkerThreads& workers, WorkerRefusals& refusals);
     void RunPasses(const RunScope& scope);

@@ -4,9 +4,9 @@
 
 namespace Tolvex::Interfaces {
 
-/// To be implemented by what must react when the vehicle's ignition is switched off.
+/// Interface of objects that react when the vehicle's ignition is switched off.
 ///
-/// The application calls RunIgnitionOff(); the library never does so by itself.
+/// The application calls RunIgnitionOff(); the library never calls it by itself.
 /// @code
 /// class Recorder : public Interfaces::IgnitionOffMode
 /// {

@@ -9,7 +9,7 @@ TOLVEX_EXPORT int main()
 {
     new TestIAsync;
 
-    // Required: the end is kept although the constructor above never returns.
+    // Required: this code stays, although the constructor above never returns.
     std::cout << "Bye Bye" << std::endl;
     std::exit(0);  // NOLINT(concurrency-mt-unsafe)
 }

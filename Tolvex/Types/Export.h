@@ -1,6 +1,6 @@
 /// @file
-/// The macro that puts a class or function into the library's interface, and the checks that a
-/// program is compiled as C++20 and with the library's own time_t.
+/// The macro that exports a class or function, and two checks of the program that includes it: it
+/// must be compiled as C++20, and with the same time_t as the library.
 /// @code
 /// class TOLVEX_EXPORT Recorder  // in a header that is installed
 /// {
@@ -14,7 +14,7 @@
 #error "Tolvex needs C++20: compile with -std=c++20 or a later standard."
 #endif
 
-/// Marks what the shared library exports; everything else in it is hidden.
+/// Exports a class or function from the shared library; everything without it is hidden.
 #define TOLVEX_EXPORT __attribute__((visibility("default")))
 
 #ifdef TOLVEX_TIME_T_BYTES  // given by the CMake package and by tolvex.pc

@@ -5,7 +5,7 @@ namespace Tolvex::Util {
 template <>
 void EnumString<LogModule>::RegisterEnumerators()
 {
-    // Required text: the mixed case of the module names is printed as it stands.
+    // Required text: the names are in mixed case.
     RegisterEnumerator(LogModule::Ithread, "Ithread");
     RegisterEnumerator(LogModule::Iaq, "Iaq");
     RegisterEnumerator(LogModule::FaceRec, "FaceRec");

@@ -30,7 +30,7 @@ enum class LogModule : std::int32_t
 
 namespace Tolvex::Util {
 
-// One table for the whole process: it lives in the library.
+// Instantiated in the library, so that the process has one table.
 extern template class EnumStringBase<EnumString<LogModule>, LogModule>;
 
 /// Registers the names of the modules.

@@ -10,16 +10,16 @@
 
 namespace Tolvex::Util {
 
-/// Ring of a fixed number of slots that keeps the elements added last.
+/// Ring with a fixed number of slots that keeps the most recent elements.
 ///
-/// All slots are made by the constructor; adding an element allocates nothing. T is
+/// The constructor makes all slots; adding an element allocates nothing. T is
 /// default-constructible and copyable, usually a std::shared_ptr: a full ring drops its reference
 /// to the oldest element in the AddNext() that overwrites it. See examples/LastKeyFrame.cpp.
 ///
-/// The newest slot is the one that AddNext() wrote last. Slots are named by their index, 0 to
-/// size - 1; indices say nothing about age, since the oldest slot moves through the ring.
+/// The newest slot is the one that AddNext() wrote last. A slot is named by its index, 0 to
+/// size - 1. The index says nothing about the age, because the oldest slot moves through the ring.
 /// @par Errors
-/// A ring of size 0 can be made but holds nothing: whatever touches a slot raises
+/// A ring of size 0 can be made but holds nothing: an operation that touches a slot throws
 /// std::out_of_range.
 /// @par Thread safety
 /// Caller serialises.
@@ -30,8 +30,8 @@ public:
     /// Makes the slots, all empty (T()).
     ///
     /// @param size  Number of slots.
-    /// @throws std::length_error or std::bad_alloc for a negative size or more slots than memory
-    /// holds.
+    /// @throws std::length_error or std::bad_alloc for a negative size, or if there is no memory
+    /// for the slots.
     CircularBuffer(int size);
 
     /// Drops all elements. The release callback is not called for them.
@@ -40,11 +40,12 @@ public:
     CircularBuffer(const CircularBuffer&) = delete;
     CircularBuffer& operator=(const CircularBuffer&) = delete;
 
-    /// Sets what is done to a slot just before it is overwritten, from the second lap on.
+    /// Sets the release callback, which is called with a slot just before it is overwritten, from
+    /// the second lap on.
     ///
-    /// Replaces the callback that was set before; not to be called from within that callback.
-    /// @param callback  Receives the slot. With an empty one AddNext() raises
-    ///                  std::bad_function_call once the ring is full.
+    /// Replaces the previous callback. Do not call it from within that callback.
+    /// @param callback  Receives the slot. If it is empty, AddNext() throws std::bad_function_call
+    ///                  once the ring is full.
     void SetUnallocCallback(std::function<void(T&)> callback);
 
     /// Stores a copy of the element in the oldest slot, which becomes the newest.
@@ -60,11 +61,10 @@ public:
     T RetrieveCurrent() const;
 
     /// @param index  Any number; the slot is the remainder by the size.
-    /// @return the element in that slot (T() in one not written yet); T() before the first
-    /// AddNext().
+    /// @return the element in that slot; T() if the slot was not written yet.
     T GetElementAt(unsigned int index) const;
 
-    /// @return what stands in the newest slot, T() before the first AddNext().
+    /// @return the element in the newest slot; T() before the first AddNext().
     /// @throws std::out_of_range on a ring of size 0.
     T GetNewestSlot() const;
 
@@ -79,25 +79,26 @@ public:
     /// @return true once an element has been added.
     bool IsDataAvailable() const { return m_dataAvailable; }
 
-    /// Finds the slot of a key frame that lies at least a number of elements back, on the
-    /// understanding that key frames sit in the slots whose index is a multiple of the interval.
+    /// Finds the slot of a key frame that is at least a number of elements back. Key frames are
+    /// assumed to be in the slots whose index is a multiple of the interval.
     ///
-    /// Starts from the last multiple of the interval at or before the newest slot, goes back from
+    /// Starts at the last multiple of the interval at or before the newest slot, goes back from
     /// there, and rounds down to a multiple again.
     /// @param back      Elements to go back; more than the size gives 0.
     /// @param interval  Slots from one key frame to the next; 0 gives 0.
     /// @return index of the slot. Numbers too large for an int wrap around.
-    /// @note 0 until every slot has been written once, even if key frames are there.
+    /// @note 0 until every slot has been written once, even if the ring holds key frames.
     int SeekBackKeyframe(int back, int interval) const;
 
-    /// Finds the slot that lies a number of slots before another.
+    /// Finds the slot that is a number of slots before another one.
     ///
     /// @param from  Index to start from.
-    /// @param back  Slots to go back; more than have been written gives 0 while the ring is not
-    /// full.
+    /// @param back  Slots to go back. While the ring is not full, a number above that of the
+    /// written
+    ///              slots gives 0.
     /// @return index of the slot. Numbers too large for an int wrap around.
-    /// @note Going back across slot 0 lands one slot further back than counting slots would:
-    ///       one back from slot 0 of a full ring of ten is slot 8.
+    /// @note A step back across slot 0 lands one slot further back than counting slots would: one
+    ///       back from slot 0 of a full ring of ten is slot 8.
     int SeekRelative(int from, int back) const;
 
 private:
@@ -108,9 +109,9 @@ private:
     int m_size;                                ///< number of slots
     int m_pos = 0;                             ///< slot that the next AddNext() writes
     bool m_unallocSet = false;                 ///< a release callback was set, maybe an empty one
-    bool m_full = false;                       ///< every slot has been written; never false again
-    bool m_dataAvailable = false;              ///< some slot has been written; never false again
-    std::function<void(T&)> m_unallocCallback{};  ///< applied to a slot about to be overwritten
+    bool m_full = false;                       ///< every slot has been written; never reset
+    bool m_dataAvailable = false;              ///< a slot has been written; never reset
+    std::function<void(T&)> m_unallocCallback{};  ///< called with a slot before it is overwritten
 };
 
 template <typename T>
@@ -119,7 +120,7 @@ CircularBuffer<T>::CircularBuffer(int size)
 {
 }
 
-// Required: the release callback is not called for the elements that go.
+// Required: the release callback is not called for the remaining elements.
 template <typename T>
 CircularBuffer<T>::~CircularBuffer() = default;
 
@@ -133,9 +134,8 @@ void CircularBuffer<T>::SetUnallocCallback(std::function<void(T&)> callback)
 template <typename T>
 inline void CircularBuffer<T>::AddNext(const T& element)
 {
-    // Required: the first lap calls no callback; from the second on an empty one throws.
-    // Required: the element is copied after the call, so the callback finds no reference of the
-    // ring's own to it.
+    // Required: the first lap does not call the callback; later an empty callback throws.
+    // Called before the element is copied, so that it sees no reference of the ring to the element.
     if (m_unallocSet && m_full) {
         m_unallocCallback(SlotAt(m_pos));
     }
@@ -164,7 +164,7 @@ inline T CircularBuffer<T>::GetElementAt(unsigned int index) const
     if (!m_dataAvailable) {
         return T();
     }
-    // Never 0 here: a ring of size 0 has no data. Most indices need no division.
+    // Not 0: a ring of size 0 never has data. Most indices need no division.
     const auto slots = static_cast<unsigned int>(m_size);
     return (*m_buffer)[index < slots ? index : index % slots];
 }
@@ -178,13 +178,12 @@ inline T CircularBuffer<T>::GetNewestSlot() const
 template <typename T>
 int CircularBuffer<T>::SeekBackKeyframe(int back, int interval) const
 {
-    // Required: 0 until the ring has wrapped, even if it holds key frames, and for more elements
-    // back than there are slots.
+    // Required: 0 until the ring has wrapped, even if it holds key frames.
     if (!m_full || back > m_size || interval == 0) {
         return 0;
     }
 
-    // Formed in 64 bits and narrowed, so that extreme arguments wrap instead of overflowing.
+    // Computed in 64 bits and narrowed, so that extreme arguments wrap instead of overflowing.
     // Required: counted back from the last multiple of the interval, not from the newest slot.
     const int current = GetRingPos();
     const auto steps = static_cast<int>(std::int64_t{current % interval} + back);
@@ -198,17 +197,17 @@ int CircularBuffer<T>::SeekBackKeyframe(int back, int interval) const
 template <typename T>
 int CircularBuffer<T>::SeekRelative(int from, int back) const
 {
-    // Required: 0 for more slots back than were written; the slot to start from does not matter.
+    // Required: 0 for more slots back than were written, no matter from which slot.
     if (!m_full && back > m_pos) {
         return 0;
     }
 
-    // Formed in 64 bits and narrowed, so that extreme arguments wrap instead of overflowing.
+    // Computed in 64 bits and narrowed, so that extreme arguments wrap instead of overflowing.
     const std::int64_t distance = std::int64_t{from} - back;
     if (distance >= 0) {
         return static_cast<int>(distance);
     }
-    // Required: the ring wraps at size - 1: a step back across slot 0 lands one slot further back.
+    // Required: wraps at size - 1, so a step back across slot 0 lands one slot further back.
     return static_cast<int>(distance + m_size - 1);
 }
 

@@ -10,7 +10,7 @@ namespace Tolvex::Util {
 
 namespace {
 
-/// The standard output of a running command; waits for the command's end when it goes.
+/// The standard output of a running command. The destructor waits for the end of the command.
 class CommandOutput
 {
 public:
@@ -21,14 +21,14 @@ public:
     {
         const Base::NoCancellation scope;
         if (stream != nullptr) {
-            pclose(stream);  // Required: the exit status is ignored.
+            pclose(stream);  // The exit status is ignored.
         }
     }
 
     CommandOutput(const CommandOutput&) = delete;
     CommandOutput& operator=(const CommandOutput&) = delete;
 
-    /// Reads up to the end of a line, of the buffer or of the output. @return whether it could.
+    /// Reads to the end of a line, of the buffer or of the output. @return false at the end.
     template <std::size_t size>
     bool ReadPiece(char (&piece)[size])
     {
@@ -46,10 +46,10 @@ std::string ExecCmd_Pipe(const char* command)
     CommandOutput output(Base::TextOrEmpty(command));
     std::string text;
 
-    // Required: a read error, an interruption by a signal included, ends the text like its end.
+    // A read error ends the text too, also an interruption by a signal.
     char piece[200];
     while (output.ReadPiece(piece)) {
-        // Required: a NUL hides the rest of its line, or of its 199 characters.
+        // Required: a NUL hides the rest of the piece.
         text += piece;
     }
     return text;
@@ -57,7 +57,7 @@ std::string ExecCmd_Pipe(const char* command)
 
 int ExecCmd_System(const char* command)
 {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): the one of glibc is safe.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): glibc's version is safe.
     return std::system(Base::TextOrEmpty(command));
 }
 
@@ -71,15 +71,15 @@ int ReadFlashVar(const char* name, std::string& value)
 {
     const std::string command = std::string("/sbin/fw_printenv -n ") + Base::TextOrEmpty(name);
 
-    // Required: the tool runs twice; the first run tells whether the variable exists, and shows it
-    // on standard output.
+    // Required: the tool runs twice. The first run tells whether the variable exists, and writes it
+    // to standard output.
     if (ExecCmd_System(command.c_str()) != 0) {
         return -1;
     }
-    // Required: what is read is added to what value holds.
+    // Required: appends; value keeps the text that it held.
     value += ExecCmd_Pipe(command.c_str());
 
-    // Required: line ends go from the whole of value, what it held before included.
+    // Required: removes all line ends of value, also those that it held before.
     std::erase(value, '\r');
     std::erase(value, '\n');
     return 0;
@@ -87,7 +87,7 @@ int ReadFlashVar(const char* name, std::string& value)
 
 int WriteFlashVar(const char* name, const char* value)
 {
-    // Required: nothing in name or value is quoted or escaped.
+    // Required: name and value are not escaped.
     const std::string command = std::string("/sbin/fw_setenv ") + Base::TextOrEmpty(name) + " \"" +
                                 Base::TextOrEmpty(value) + "\"";
     return ExecCmd_System(command.c_str());

@@ -1,11 +1,11 @@
 /// @file
-/// Shell commands, and through them the variables of the boot loader's environment in flash.
+/// Shell commands, and the variables of the boot loader's environment in flash.
 ///
-/// The environment is reached only by the boot loader's own tools, /sbin/fw_printenv and
-/// /sbin/fw_setenv, which read where it lies from /etc/fw_env.config; see WriteFlashConfigFile().
-/// Commands are texts for /bin/sh. Names and values enter them as they are, so quotes, blanks and
-/// `$` in them mean what they mean to the shell: never pass on a text from outside. A null pointer
-/// counts as an empty text.
+/// The variables are read and written with the boot loader's own tools, /sbin/fw_printenv and
+/// /sbin/fw_setenv. These find the environment through /etc/fw_env.config; see
+/// WriteFlashConfigFile(). Commands are texts for /bin/sh. Names and values are not escaped, so the
+/// shell interprets quotes, blanks and `$` in them: never pass a text from outside the program. A
+/// null pointer counts as an empty text.
 /// @code
 /// std::string serial;
 /// if (Util::ReadFlashVar("serial", serial) == 0 && serial.empty()) {
@@ -14,12 +14,12 @@
 /// const std::string kernel = Util::ExecCmd_Pipe("uname -r");  // with its newline
 /// @endcode
 /// @par Errors
-/// By result, as stated at each function; nothing is logged. A text beyond the longest std::string
-/// throws std::length_error.
+/// Failures show in the results, as stated at each function; nothing is logged. A text that is too
+/// long for a std::string throws std::length_error.
 /// @par Thread safety
-/// Thread-safe. Each function blocks until its command has ended; so does the cancellation of a
-/// thread that is in ExecCmd_Pipe(). In the others a cancellation kills the shell of the command.
-/// Two writers of one environment are kept apart by the tools, if at all.
+/// Thread-safe. Each function blocks until its command has ended. A thread that is cancelled in
+/// ExecCmd_Pipe() ends after the command has ended; in the other functions a cancellation kills the
+/// shell. Only the tools themselves can keep two writers of one environment apart.
 #pragma once
 
 #include <string>
@@ -28,14 +28,14 @@
 
 namespace Tolvex::Util {
 
-/// Runs a command and collects what it writes to its standard output, trailing newlines included.
+/// Runs a command and returns its standard output, with the trailing newlines.
 ///
-/// For text: of a line, or of a piece of 199 characters of a longer one, the part from a NUL on is
-/// lost. The exit status is ignored.
-/// @note A signal that interrupts the reading (a handler without SA_RESTART) ends it: the result is
-///       what was read before.
+/// For text only: a NUL hides the rest of its line. In a line of more than 199 characters it hides
+/// the rest of its piece of 199 characters. The exit status is ignored.
+/// @note A signal that interrupts the reading (a handler without SA_RESTART) ends it. The result is
+///       then the text that was read before.
 /// @param command  NUL-terminated, for /bin/sh.
-/// @return the text; empty also when the command could not be started.
+/// @return the text; empty also if the command could not be started.
 TOLVEX_EXPORT std::string ExecCmd_Pipe(const char* command);
 
 /// Runs a command on the standard streams of this process.
@@ -52,14 +52,14 @@ TOLVEX_EXPORT int WriteFlashConfigFile();
 
 /// Reads a variable and appends it to value.
 ///
-/// Then every carriage return and line feed is removed from value, wherever it stands, and from
-/// what was there before too.
+/// Then removes every carriage return and line feed from value, also from the text that it held
+/// before the call.
 /// @param name   Not quoted for the shell.
 /// @param value  Untouched on failure.
-/// @return 0, or -1 when fw_printenv fails.
+/// @return 0, or -1 if fw_printenv fails.
 /// @note The tool runs twice, and the first run writes the value to standard output.
-/// @note Whether an unknown variable is a failure is the tool's to say: that of libubootenv 0.3
-///       prints an empty line and succeeds.
+/// @note The tool decides whether an unknown variable is a failure: that of libubootenv 0.3 prints
+///       an empty line and succeeds.
 TOLVEX_EXPORT int ReadFlashVar(const char* name, std::string& value);
 
 /// Sets a variable.

@@ -9,11 +9,11 @@ IAsync::IAsync(const std::chrono::milliseconds& waitingTime, std::function<void(
                void* context)
     : delay(waitingTime), userData(context)
 {
-    // Required: the creator's functor is copied into place, never moved from.
+    // Required: the callback is copied, not moved.
     callback = work;  // NOLINT(performance-unnecessary-value-param)
 
     pthread_t thread = 0;
-    // Required: a thread that cannot be created is silent; the object stays alive without it.
+    // Required: if the thread cannot be created, this is not reported and the object stays alive.
     Base::StartDetachedThread(thread, nullptr, RunThread, this);
 }
 
@@ -25,7 +25,7 @@ void* IAsync::RunThread(void* self)
     const std::function<void(IAsync*)> work = async->callback;
     // Required: an empty callback throws here, which ends the process.
     work(async);
-    // Nothing may touch the object from here on.
+    // The object may not be touched here: the callback may have deleted it.
     return nullptr;
 }
 

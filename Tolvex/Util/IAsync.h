@@ -9,14 +9,15 @@ namespace Tolvex::Util {
 
 /// Runs one callback once, after a delay, on a detached thread of its own.
 ///
-/// Create it with new and drop the pointer: from the moment the thread runs the object belongs to
-/// the callback, which deletes it (`delete async`). A callback that does not delete it leaks it.
-/// The callback's captures stay alive until it returns, also after it has deleted the object. The
-/// user data is never read or deleted here. See examples/DelayedCallback.cpp.
+/// Create the object with new and drop the pointer. From the moment the thread runs, the callback
+/// owns the object and deletes it (`delete async`); if it does not, the object leaks. The thread
+/// calls a copy of the callback, so its captures stay alive until it returns, even after it has
+/// deleted the object. The user data is never read or deleted here. See
+/// examples/DelayedCallback.cpp.
 /// @par Errors
-/// When no thread can be created nothing is reported: the callback never runs, and the object stays
-/// alive and owned by nobody. An empty callback ends the process (std::bad_function_call on the new
-/// thread), as does any exception that a callback lets out.
+/// If the thread cannot be created, this is not reported: the callback never runs, and the object
+/// leaks. An empty callback ends the process (std::bad_function_call on the new thread), and so
+/// does any exception that leaves the callback.
 /// @par Thread safety
 /// Reentrant. The creator does not touch the object after construction.
 class TOLVEX_EXPORT IAsync
@@ -33,11 +34,11 @@ public:
     IAsync(const IAsync&) = delete;
     IAsync& operator=(const IAsync&) = delete;
 
-    /// @return what the creator handed in as user data.
+    /// @return the user data that was given to the constructor.
     void* GetUserData() const { return userData; }
 
     /// Entry of the thread.
-    /// @param self  The IAsync, which becomes the callback's.
+    /// @param self  The IAsync; the callback owns it.
     /// @return null, always.
     static void* RunThread(void* self);
 

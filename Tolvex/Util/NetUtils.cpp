@@ -27,7 +27,7 @@ namespace {
 using Ilog::LogLine;
 using Ilog::LogType;
 
-/// Throws the text with the system's text for errno behind it.
+/// Throws the text, followed by the system's text for errno.
 [[noreturn]] void Fail(const char* text)
 {
     const int reason = errno;
@@ -39,7 +39,7 @@ using Ilog::LogType;
 class InterfaceSocket
 {
 public:
-    /// Programs that other threads start do not inherit it.
+    /// Closed on exec, so that programs that other threads start do not inherit it.
     InterfaceSocket() : descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
     {
         if (descriptor < 0) {
@@ -64,7 +64,7 @@ public:
         close(std::exchange(descriptor, -1));
     }
 
-    /// Hands a request to the kernel. @throws IException with the text and the reason.
+    /// Sends a request to the kernel. @throws IException with the text and the reason.
     void Send(unsigned long code, ifreq& request, const char* textOfFailure) const
     {
         if (ioctl(descriptor, code, &request) < 0) {
@@ -79,7 +79,7 @@ private:
 ifreq RequestFor(const char* name)
 {
     ifreq request{};
-    // Required: 16 characters leave the name without a terminator; the kernel puts one at 15.
+    // Required: a name of 16 characters has no terminator; the kernel uses the first 15.
     std::memcpy(request.ifr_name, name, strnlen(name, sizeof request.ifr_name));
     return request;
 }
@@ -88,7 +88,7 @@ ifreq RequestFor(const char* name, const char* address, const char* textOfFailur
 {
     sockaddr_in internetAddress{};
     internetAddress.sin_family = AF_INET;
-    // Required: only a negative result is a failure; text that is no address leaves 0.0.0.0.
+    // Required: only a negative result is a failure; a text that is no address sets 0.0.0.0.
     if (inet_pton(AF_INET, address, &internetAddress.sin_addr) < 0) {
         Fail(textOfFailure);
     }
@@ -104,7 +104,7 @@ void SwitchInterface(const char* name, bool up)
     ifreq request = RequestFor(name);
     interfaces.Send(SIOCGIFFLAGS, request, "Failed to get flags (2), ");
 
-    // Required text: a comma stands behind "(2)" and none behind "(1)".
+    // Required text: there is a comma after "(2)" and none after "(1)".
     constexpr int upFlags = IFF_UP | IFF_RUNNING;
     const int flags = up ? request.ifr_flags | upFlags : request.ifr_flags & ~upFlags;
     request.ifr_flags = static_cast<short>(flags);
@@ -118,10 +118,10 @@ class InterfaceList
 public:
     InterfaceList()
     {
-        // It may be cancelled while it asks the kernel, which its declaration denies: without this
-        // a cancellation in it would end the process.
+        // getifaddrs() is declared as throwing nothing, but has a cancellation point: a
+        // cancellation in it would end the process.
         const Base::NoCancellation scope;
-        // Required: a failure to list is ignored; there is then no interface.
+        // Required: a failure is ignored; the list is then empty.
         static_cast<void>(getifaddrs(&first));
     }
 
@@ -139,7 +139,7 @@ public:
     {
         for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
             const char* name = Base::TextOrEmpty(entry->ifa_name);
-            // Required: the beginning of a name is enough, and an empty text finds any interface.
+            // Required: compares only the beginning of the name; an empty text finds any interface.
             if (std::strncmp(name, text, std::strlen(text)) == 0) {
                 return true;
             }
@@ -151,13 +151,13 @@ private:
     ifaddrs* first = nullptr;
 };
 
-/// Without memory for a logger nothing is logged.
+/// Logs nothing if there is no memory for the line.
 void LogFailure(const char* text)
 {
     try {
         LogLine(LogType::Error, LogModule::WNET) << "[NET] " << text;
     } catch (const std::exception&) {
-        // Best effort: nobody is left to be told.
+        // Best effort: there is no other way to report it.
     }
 }
 
@@ -167,7 +167,7 @@ bool NetworkConnectivityCheck()
 {
     const std::string command =
         std::string("ping -c3 -s1 ") + connectivityHost + " 2>/dev/null > /dev/null";
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): the one of glibc is safe.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): glibc's version is safe.
     return std::system(command.c_str()) == 0;
 }
 
@@ -176,7 +176,7 @@ bool CheckIfNetInterfaceIsPresent(const char* name)
     if (InterfaceList().HasNameThatBeginsWith(Base::TextOrEmpty(name))) {
         return true;
     }
-    // Required: the message goes to standard output, not to the log, and lacks the name.
+    // Required: the message goes to standard output, not to the log, and does not have the name.
     std::puts("[NET] is not present");
     return false;
 }
@@ -185,7 +185,6 @@ int SetAddressOfNetInterfaceUsingSocket(const char* name, const char* ip, const 
 {
     errno = 0;
     const char* interfaceName = Base::TextOrEmpty(name);
-    // Required: a failure is thrown, not logged, unlike that of the status.
     InterfaceSocket interfaces;
 
     ifreq request =
@@ -208,11 +207,10 @@ int SetStatusOfNetInterfaceUsingSocket(int status, const char* name)
         LogLine(LogType::Info, LogModule::WNET)
             << "[NET] Try set status " << status << " of net interface [" << interfaceName << "]";
 
-        // Required: 1 alone means up; 2 is down as 0 is.
+        // Required: only 1 means up; 2 means down, as 0 does.
         SwitchInterface(interfaceName, status == 1);
         return 0;
     } catch (const std::exception& failure) {
-        // Required: a failure is logged, not thrown.
         LogFailure(failure.what());
         return -1;
     }

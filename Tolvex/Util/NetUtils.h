@@ -1,7 +1,7 @@
 /// @file
-/// Network: whether the internet can be reached, and the IPv4 interfaces of the kernel.
+/// Network: a test whether the internet can be reached, and the IPv4 interfaces of the kernel.
 ///
-/// The functions that change an interface need the right to (CAP_NET_ADMIN). The kernel uses the
+/// The functions that change an interface need the capability CAP_NET_ADMIN. The kernel uses the
 /// first 15 characters of an interface's name. A null pointer counts as an empty text.
 /// @code
 /// if (Util::CheckIfNetInterfaceIsPresent("eth0") &&
@@ -22,15 +22,16 @@ inline constexpr char connectivityHost[] = "www.google.com";
 
 /// Pings connectivityHost three times, with the ping program and the system's name resolution.
 ///
-/// Blocks for as long as ping runs: two seconds when all is well, and many seconds when names
+/// Blocks as long as ping runs: two seconds if the host answers, and many seconds if the name
 /// cannot be resolved or the host does not answer.
-/// @return whether ping succeeded.
+/// @return true if ping succeeded.
 TOLVEX_EXPORT bool NetworkConnectivityCheck();
 
-/// Tells whether there is a network interface whose name begins with a text, up or down.
+/// Tells whether there is a network interface, up or down, whose name begins with a text.
 ///
+/// If there is none, it writes "[NET] is not present" and a newline to standard output.
 /// @param name  "eth" also finds eth0; an empty text finds any interface.
-/// @return false after writing "[NET] is not present" and a newline to standard output.
+/// @return true if there is one.
 /// @note The message does not name the interface, and it is not logged.
 TOLVEX_EXPORT bool CheckIfNetInterfaceIsPresent(const char* name);
 
@@ -40,17 +41,17 @@ TOLVEX_EXPORT bool CheckIfNetInterfaceIsPresent(const char* name);
 /// @param ip       Dotted quad.
 /// @param netmask  Dotted quad.
 /// @return 0, always.
-/// @throws Tolvex::IException when a step fails; the steps before it stay done. The text is
+/// @throws Tolvex::IException if a step fails; the steps before it are not undone. The text is
 ///         "Failed to set socket ", "Failed to format IP address, ", "Failed to set IP address ",
 ///         "Failed to format netmask address " or "Failed to set netmask address ", and then the
 ///         system's text for the error. Nothing is logged.
-/// @note A text that is no dotted quad counts as 0.0.0.0. As an address this takes the address
-///       away; Linux then has nothing to set a netmask of and fails in that step.
+/// @note A text that is no dotted quad counts as 0.0.0.0. As an address this removes the address
+///       of the interface, and Linux then refuses the netmask.
 /// @note Descriptor 0, which the socket has when standard input is closed, stays open on failure.
 TOLVEX_EXPORT int SetAddressOfNetInterfaceUsingSocket(const char* name, const char* ip,
                                                       const char* netmask);
 
-/// Switches an interface up or down, and logs that it tries to. Blocks as long as the log does.
+/// Switches an interface up or down, and logs the attempt. Blocks as long as the log does.
 ///
 /// @param status  1 for up.
 /// @param name    Name of the interface.

@@ -11,17 +11,17 @@ namespace Tolvex::Util {
 
 namespace {
 
-// Required: pi and 2 pi in single precision, which shifts results by well under a second.
+// Required: pi and 2 pi in single precision, which shifts the results by less than a second.
 constexpr double singlePi = static_cast<double>(std::numbers::pi_v<float>);
 constexpr double singleTau = static_cast<double>(2.0F * std::numbers::pi_v<float>);
 
 /// Altitude of the sun's centre at sunrise and sunset in degrees: refraction and semi-diameter.
 constexpr double horizonDegrees = -0.833;
 
-/// A Julian day in a double has a step of 40 us; half of it, and what the arithmetic adds.
+/// A Julian day in a double has a step of 40 us. This is half a step plus rounding errors.
 constexpr double representationErrorSeconds = 25e-6;
 
-/// Saturates where the milliseconds do not fit, which no 32-bit time reaches.
+/// Saturates if the milliseconds are out of range, which cannot happen for a 32-bit time.
 std::int64_t ToMilliseconds(std::time_t time)
 {
     constexpr std::int64_t latest = std::numeric_limits<std::int64_t>::max() / 1000;
@@ -39,11 +39,11 @@ std::time_t SunCalculator::FromJulian(double julianDate) const
 {
     const double seconds = (julianDate + 0.5 - J1970) * dayMs / 1000.0;
 
-    // Required: truncated, but for what is a whole second within the representation error.
+    // Required: truncates, except if it is a whole second within the representation error.
     const double wholeSeconds = std::round(seconds);
     const bool isWhole = std::abs(seconds - wholeSeconds) <= representationErrorSeconds;
 
-    // Required: a 32-bit result on every platform, and 0 for what is not a number.
+    // Required: a 32-bit result on every platform, and 0 for NaN.
     return Base::SaturateToInt32(isWhole ? wholeSeconds : seconds);
 }
 

@@ -7,7 +7,7 @@
 
 namespace Tolvex::Util {
 
-/// A day's sunrise and sunset as Unix times in seconds; both are 0 when the sun does neither.
+/// A day's sunrise and sunset as Unix times in seconds; both are 0 if the sun does not rise or set.
 struct SunTimes
 {
     std::time_t sunrise;  ///< Unix time in seconds
@@ -17,15 +17,16 @@ struct SunTimes
 /// Computes sunrise and sunset for a date and a place with low-precision solar position formulas.
 ///
 /// The formulas are those of Jean Meeus, "Astronomical Algorithms" (the chapters on solar
-/// coordinates and on rising, transit and setting), cut to low precision. From 1970 to 2037 the
-/// results are about 75 s late in the mean and never off by more than three and a half minutes up
-/// to latitude 60; within a few weeks of polar day or night the error grows to ten minutes.
-/// Angles are radians unless stated; "west" longitudes grow to the west. Julian dates and day
-/// counts are days in a double. Times are Unix times in seconds, whatever the time zone. See
-/// examples/SunTable.cpp.
+/// coordinates and on rising, transit and setting), shortened to low precision. Up to latitude 60
+/// and from 1970 to 2037, the results are 75 s late on average, and at most three and a half
+/// minutes off. Within a few weeks of polar day or night the error grows to ten minutes.
+///
+/// Angles are in radians unless stated otherwise; "west" longitudes grow to the west. Julian dates
+/// and day counts are days in a double. Times are Unix times in seconds and do not depend on the
+/// time zone. See examples/SunTable.cpp.
 /// @par Errors
-/// None are reported. Where the sun does not rise or set, and where an argument is not a number,
-/// the result is 0; results outside 32 bits saturate.
+/// No error is reported. The result is 0 if the sun does not rise or set, and if an argument is not
+/// a number. Results outside 32 bits saturate.
 /// @par Thread safety
 /// Thread-safe: the object holds constants only.
 class TOLVEX_EXPORT SunCalculator
@@ -36,10 +37,10 @@ public:
     double ToJulian(const std::time_t& time) const;
 
     /// @param julianDate  Days.
-    /// @return the Unix time of a Julian date, cut toward zero to whole seconds, in 32 bits.
-    /// @note A date within 25 microseconds of a whole second is that second, so that every t of 32
-    ///       bits comes back from FromJulian(ToJulian(t)).
-    /// @note Saturates to 32 bits also where time_t has 64, and makes 0 of what is not a number.
+    /// @return the Unix time of a Julian date in whole seconds, truncated toward zero, in 32 bits.
+    /// @note A date within 25 microseconds of a whole second is that second, so
+    ///       FromJulian(ToJulian(t)) is t for every t of 32 bits.
+    /// @note Saturates to 32 bits even if time_t has 64 bits, and returns 0 for NaN.
     std::time_t FromJulian(double julianDate) const;
 
     /// @param time  Unix time in seconds.
@@ -82,7 +83,7 @@ public:
     /// @param altitude     Above the horizon.
     /// @param latitude     Of the place.
     /// @param declination  Of the sun.
-    /// @return the hour angle at which the sun has the altitude; not a number when it never has.
+    /// @return the hour angle at which the sun has the altitude; NaN if it never has.
     double HourAngle(double altitude, double latitude, double declination) const;
 
     /// @param altitude       Above the horizon.
@@ -96,10 +97,12 @@ public:
     double GetSetJ(double altitude, double longitudeWest, double latitude, double declination,
                    double cycle, double meanAnomaly, double longitude) const;
 
-    /// Computes when the sun's upper limb crosses the horizon, with standard refraction.
+    /// Computes the times at which the sun's upper limb crosses the horizon, with standard
+    /// refraction.
     ///
     /// The day is the solar day of the place whose noon is nearest to the date.
-    /// @param date       Any moment of the day, best near noon of the place; Unix time in seconds.
+    /// @param date       A moment of the day, preferably near noon of the place; Unix time in
+    ///                   seconds.
     /// @param latitude   Degrees, north positive.
     /// @param longitude  Degrees, east positive.
     /// @return sunrise, sunset; 0 and 0 on a day of polar day or night.

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <unistd.h>
 
+#include "Tolvex/Base/Private/BlockedSignals.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
 
 namespace Tolvex::Util {
@@ -37,7 +38,7 @@ private:
     int number;
 };
 
-/// Fills two characters and a terminator. @return whether there was one character at least.
+/// Reads two characters and adds a terminator. @return true if there was at least one character.
 bool ReadFirstCharacters(char (&text)[3])
 {
     const Descriptor zone(open(thermalZone, O_RDONLY | O_CLOEXEC));
@@ -55,7 +56,7 @@ bool ReadFirstCharacters(char (&text)[3])
 
 }  // namespace
 
-/// Lets a refresh in while the monitor exists. The timer's callback holds a share of it.
+/// Tells a refresh whether the monitor still exists. Shared with the timer's callback.
 struct TemperatureMonitor::Gate
 {
     std::mutex mutex;             ///< held during a refresh
@@ -87,12 +88,16 @@ TemperatureMonitor::TemperatureMonitor() : gate(std::make_shared<Gate>())
 
     gate->monitor = this;
     const auto refresh = [shared = gate](Timer* source) {
+        // glibc 2.36 starts this thread with every signal blocked, also those that report a fault;
+        // the mask of the thread that creates the timer has no influence. Here the faults are
+        // unblocked again, and with any other C library the other signals are blocked.
+        const Base::BlockedSignals noHandlers;
         const std::lock_guard lock(shared->mutex);
         if (shared->monitor != nullptr) {
             shared->monitor->Tick(source);
         }
     };
-    // Required: a timer that cannot be made is not reported; the first value then stays for ever.
+    // Required: if the timer cannot be created, this is not reported; the first value then stays.
     timer = new Timer(refreshMilliseconds, refresh, nullptr, refreshStackBytes);
 }
 
@@ -111,17 +116,15 @@ void TemperatureMonitor::Tick(Timer*)
 
 int TemperatureMonitor::ReadTemperature()
 {
-    const Base::NoCancellation scope;  // Loggers come here on threads that may be cancelled.
+    const Base::NoCancellation scope;  // Loggers call it on threads that may be cancelled.
     char text[3] = {};
-    // Required: the temperature of the last good read stays when a read fails.
-    // Instead: GetTemperatureAvailable() tells.
     if (!ReadFirstCharacters(text)) {
         Base::StoreShared(available, false);
         return GetTemperature();
     }
 
     Base::StoreShared(available, true);
-    // Required: two characters of a number of thousandths, right from 10 to 99 degrees only.
+    // Required: two characters of a number of thousandths; correct only from 10 to 99 degrees.
     Base::StoreShared(temperature, std::atoi(text));
     return GetTemperature();
 }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <memory>
 
+#include "Tolvex/Base/Private/BlockedSignals.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/Private/Sleep.h"
 
@@ -20,11 +21,11 @@ void Tick::Start()
     if (Base::LoadShared(instance) != nullptr) {
         return;
     }
-    const Base::NoCancellation
-        scope;  // An instance whose start was left half done would never tick.
+    // If a cancellation interrupted the start, the instance would never tick.
+    const Base::NoCancellation scope;
     std::unique_ptr<Tick> made(new Tick(Idle()));
     if (Base::SetSharedOnce(instance, made.get())) {
-        made.release()->IThread::Start();  // never deleted
+        made.release()->StartCounting();  // never deleted
     }
 }
 
@@ -36,7 +37,7 @@ Tick* Tick::GetInstance()
 
 Tick::Tick() : Tick(Idle())
 {
-    IThread::Start();
+    StartCounting();
 }
 
 Tick::Tick(Idle /*notStarted*/)
@@ -49,9 +50,16 @@ Tick::~Tick()
     StopBeforeDestruction();
 }
 
+void Tick::StartCounting()
+{
+    // The new thread inherits the mask, so it runs no signal handlers of the application.
+    const Base::BlockedSignals scope;
+    IThread::Start();
+}
+
 void Tick::Run()
 {
-    // Required: the count falls behind by what each pass takes besides its sleep of a second.
+    // Required: a relative sleep, so the count falls behind by the other work of each pass.
     Base::SleepFor(tickPeriod);
     Base::StoreShared(tickCount, Base::LoadShared(tickCount) + 1);
 }

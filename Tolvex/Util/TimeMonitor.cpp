@@ -12,7 +12,7 @@ using Ilog::Logger;
 
 constexpr double secondsPerNanosecond = 1e-9;
 
-/// Required: the difference has 32 bits, whatever the width of the clock's members, and wraps.
+/// Required: the difference has 32 bits and wraps, even if the members of the clock are wider.
 template <typename Count>
 double Difference(Count later, Count earlier)
 {
@@ -31,14 +31,14 @@ TimeMonitor::TimeMonitor(bool start)
 
 bool TimeMonitor::StartTimer()
 {
-    // Required: false also on success: "> 0" is never true for clock_gettime().
+    // Required: false also on success, because "> 0" is never true for clock_gettime().
     return clock_gettime(CLOCK_REALTIME, &startInstant) > 0;
 }
 
 double TimeMonitor::GetElapsedTime()
 {
-    // Required: time is told by the wall clock, which may be set meanwhile; 0 when it cannot be
-    // read. Instead: Tick, for whole seconds.
+    // Required: reads the wall clock, which may be set meanwhile; 0 if it cannot be read.
+    // Instead: Tick, for whole seconds.
     if (clock_gettime(CLOCK_REALTIME, &lastReading) != 0) {
         return 0.0;
     }
@@ -51,9 +51,9 @@ void TimeMonitor::ShowElapsedTime(std::string name)
 {
     Logger& logger = *Logger::GetInstance();
     logger.WriteHeader(Ilog::LogType::Info);
-    // Required: no module tag in this line, and no unit behind the number.
+    // Required text: the line has no module tag, and the number has no unit.
     logger << "Time elapsed [" << name << "] => ";
-    // Required: the clock is read only now, so the time includes the composition up to here.
+    // Required: the clock is read only here, so the time includes the composition of the line.
     logger << GetElapsedTime() << std::endl;
 }
 

@@ -12,32 +12,31 @@ namespace Tolvex::Util {
 /// Reads the wall clock (CLOCK_REALTIME): a change of the system time during a measurement changes
 /// the result. Can be started again at any time. See examples/Stopwatch.cpp.
 /// @par Errors
-/// None is reported: a clock that cannot be read gives 0.0 seconds.
+/// No error is reported. A clock that cannot be read gives 0.0 seconds.
 /// @par Thread safety
 /// Caller serialises.
 class TOLVEX_EXPORT TimeMonitor
 {
 public:
-    /// @param start  Whether to call StartTimer(). Without it, StartTimer() has to come before the
-    ///               first reading.
+    /// @param start  true: calls StartTimer(). false: call StartTimer() before the first reading.
     TimeMonitor(bool start);
 
     /// Makes this moment the start of the measurement.
     ///
     /// @return false, always.
-    /// @note The result stays false on success too: it is no success flag.
+    /// @note The result is false on success too: it is no success flag.
     bool StartTimer();
 
-    /// @return seconds since StartTimer(); 0.0 when the clock cannot be read.
+    /// @return seconds since StartTimer(); 0.0 if the clock cannot be read.
     double GetElapsedTime();
 
     /// Logs "Time elapsed [name] => seconds", without a module; six significant digits, no unit.
     ///
     /// Blocks while another thread composes a line.
     /// @param name  Any text; says what was measured.
-    /// @note The time is read after the first part of the line was composed, so the measured time
-    /// includes that. It is read with both loggers disabled, too.
-    /// @throws std::system_error when a logger's line lock cannot be taken.
+    /// @note The clock is read after the first part of the line was composed, so the measured time
+    /// includes that part. The clock is read even if both loggers are disabled.
+    /// @throws std::system_error if a logger's line lock cannot be taken.
     void ShowElapsedTime(std::string name);
 
 private:

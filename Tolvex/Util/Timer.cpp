@@ -17,7 +17,7 @@ void PrepareAttributes(pthread_attr_t& attributes, int stackSize)
 {
     pthread_attr_init(&attributes);
     if (stackSize > 0) {
-        // Required: a stack size that is refused is silent and leaves the default.
+        // Required: if the size is refused, this is not reported and the default stays.
         pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(stackSize));
     }
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
@@ -44,11 +44,11 @@ Timer::Timer(std::function<void(Timer*)> work)
     LiveTimers::Get().Add(this);
 }
 
-// On another constructor, so that the destructor runs if anything below throws.
+// Delegates to another constructor, so that the destructor runs if anything below throws.
 Timer::Timer(int milliseconds, std::function<void(Timer*)> work, void* context, int stackSize)
     : Timer(std::move(work))
 {
-    // Required: the attribute object is not destroyed. It holds no memory of its own.
+    // Required: the attribute object is not destroyed. It owns no memory.
     pthread_attr_t attributes;
     PrepareAttributes(attributes, stackSize);
 
@@ -60,13 +60,13 @@ Timer::Timer(int milliseconds, std::function<void(Timer*)> work, void* context, 
 
     // Required: the results are not checked; a failure stays in the error text.
     Create();
-    notification.sigev_notify_attributes = nullptr;  // The attributes end with this constructor.
+    notification.sigev_notify_attributes = nullptr;  // They are gone after this constructor.
     SetTime(milliseconds);
 }
 
 Timer::~Timer()
 {
-    const Base::NoCancellation scope;  // Remove() writes a message when it fails.
+    const Base::NoCancellation scope;  // The message of Remove() is a cancellation point.
     Base::StoreShared(stopping, true);
     Remove();
     LiveTimers::Get().Remove(this);
@@ -113,12 +113,12 @@ bool Timer::Remove()
     }
 
     if (timer_delete(timerId) != 0) {
-        // Required: the message goes to standard output, past the logger, and the error text stays.
+        // Required: the message goes to standard output, not to the log; the error text stays.
         std::cout << "Unable to delete timer .... !!!!!" << std::endl;
         return false;
     }
     timerId = nullptr;
-    // Required: the value goes with the id, so a timer created anew expires without effect.
+    // Required: the value is cleared too, so the expiries after another Create() do nothing.
     // Instead: a new Timer.
     notification.sigev_value.sival_ptr = nullptr;
     return true;

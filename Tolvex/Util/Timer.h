@@ -24,9 +24,9 @@ namespace Tolvex::Util {
 /// **Stale expiries.** An expiry may be delivered late, when the timer has been changed in the
 /// meantime:
 /// - After the timer was destroyed it is dropped.
-/// - After Remove(), SetTime() or Create() it still calls the callback, once.
+/// - After Remove(), SetTime() or Create() it still calls the callback.
 /// - If a new timer was built at the address of a destroyed one, it calls the callback of the new
-///   timer, once and early.
+///   timer, early.
 ///
 /// A program that such a call would harm has two ways to avoid it. It can let the callback compare
 /// the clock with the time at which the first call is due. For the last case it can also build the
@@ -36,42 +36,42 @@ namespace Tolvex::Util {
 /// own; see docs/threading.md for the risk of that.
 /// @par Errors
 /// Operations return false and leave the reason in the error text (IError). The constructors may
-/// throw std::bad_alloc. An exception that leaves the callback ends the process, as does an expiry
-/// of a timer with an empty callback (std::bad_function_call).
+/// throw std::bad_alloc. An exception that leaves the callback ends the process, and so does an
+/// expiry of a timer with an empty callback (std::bad_function_call).
 /// @par Thread safety
 /// Caller serialises: SetTime(), Create(), Remove() and the destructor take no lock against each
 /// other. The callback runs on threads of the C library, never on the caller's, and does its own
-/// locking. Nothing here blocks.
+/// locking. No operation blocks.
 class TOLVEX_EXPORT Timer : public Interfaces::IError
 {
 public:
-    /// Holds a place: no system timer and an empty callback. SetTime() fails, Remove() does
-    /// nothing.
+    /// Makes a place holder without a system timer, with an empty callback. SetTime() fails and
+    /// Remove() does nothing.
     Timer();
 
     /// Creates and arms the timer at once.
     ///
-    /// A failure is left in the error text: of SetTime() alone, "Timer not initialized" when the
+    /// A failure is left in the error text: "Set timer error", or "Timer not initialized" if the
     /// system timer could not be created.
     /// @param milliseconds  Period in ms; 0 leaves the timer disarmed.
     /// @param work          Called for each expiry, with this timer.
     /// @param context       Kept for the callback; not owned.
-    /// @param stackSize     Stack of each callback's thread in bytes, of which the system's
-    ///                      bookkeeping takes a part, some 4 KiB.
-    /// @note A stack size that the system refuses (below PTHREAD_STACK_MIN) is not reported: the
-    /// threads then have the default size.
+    /// @param stackSize     Stack of each callback's thread in bytes. The system itself uses about
+    ///                      4 KiB of it.
+    /// @note If the system refuses the stack size (below PTHREAD_STACK_MIN), this is not reported
+    /// and the threads have the default size.
     Timer(int milliseconds, std::function<void(Timer*)> work, void* context, int stackSize);
 
-    /// Deletes the system timer and lets go of the callback. Does not wait for callbacks that run.
+    /// Deletes the system timer and releases the callback. Does not wait for callbacks that run.
     ~Timer() override;
 
     Timer(const Timer&) = delete;
     Timer& operator=(const Timer&) = delete;
 
-    /// Creates the system timer, disarmed. The full constructor has done so already: another call
-    /// replaces the timer, and the callback's threads have the default stack size from then on.
+    /// Creates the system timer, disarmed. The full constructor calls it; a second call replaces
+    /// the system timer, and the threads of the callback then have the default stack size.
     ///
-    /// @return false with "Create timer error"; always so for a timer built without arguments.
+    /// @return false with "Create timer error"; always false for a place holder.
     /// @note A timer that is created after Remove() can be armed, but its expiries do nothing.
     bool Create();
 
@@ -85,11 +85,11 @@ public:
     /// Deletes the system timer, for good. Callbacks that run are not waited for; a stale expiry
     /// may still call the callback.
     ///
-    /// @return true also when there is none; false when the system refuses, which is reported on
-    /// standard output and leaves the error text alone.
+    /// @return true, also if there is none. If the system refuses: false, after a message on
+    /// standard output; the error text does not change.
     bool Remove();
 
-    /// @return what the creator handed in as user data.
+    /// @return the user data that was given to the constructor.
     void* GetUserData() const { return userData; }
 
     /// Receives the expiries from the C library.

@@ -11,7 +11,8 @@
 
 namespace Tolvex::Util {
 
-/// Makes a new random identifier, different from every other, in other processes too.
+/// Makes a new random identifier, which differs from all others, also from those of other
+/// processes.
 ///
 /// @return a UUID of version 4 as text: 36 characters, 8-4-4-4-12 lower-case hexadecimal digits.
 /// @par Thread safety

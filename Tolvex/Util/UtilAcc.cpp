@@ -11,7 +11,7 @@ namespace {
 
 constexpr int fullScale = 128;  ///< counts at the sensor's range
 
-/// The quotient of IEEE arithmetic, for a divisor of zero too, which C++ leaves undefined.
+/// The quotient of IEEE arithmetic, also for a divisor of zero, which is undefined in C++.
 float Quotient(float dividend, int divisor)
 {
     if (divisor != 0) {
@@ -26,18 +26,17 @@ float Quotient(float dividend, int divisor)
 
 float AccNativeToFloat(unsigned char raw, unsigned char range)
 {
-    // Required: counts per g are a whole number, 42 for a range of 3 and 0 for one above 128.
+    // Required: an integer division: 42 counts per g for a range of 3, and 0 above 128.
     const int countsPerG = range != 0 ? fullScale / range : 0;
     return Quotient(static_cast<std::int8_t>(raw), countsPerG);
 }
 
 std::int8_t AccFloatToNative(float acceleration, unsigned char range)
 {
-    // Required: scaled by the exact factor, unlike AccNativeToFloat(), in single precision, and
-    // cut.
+    // Required: scales by the exact factor, in single precision, unlike AccNativeToFloat().
     const float counts = Quotient(acceleration * static_cast<float>(fullScale), range);
 
-    // Required: accelerations beyond the range wrap around: the low 8 bits count.
+    // Required: an acceleration beyond the range wraps around; only the low 8 bits count.
     return static_cast<std::int8_t>(Base::SaturateToInt32(static_cast<double>(counts)));
 }
 

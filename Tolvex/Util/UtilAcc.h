@@ -16,8 +16,8 @@
 namespace Tolvex::UtilAcc {
 
 /// @param raw    Sample byte, -128 to 127 when read as signed.
-/// @param range  Full-scale range in g. With 0, or above 128, the result is that of a division by
-///               zero: infinite, or NaN for a zero sample.
+/// @param range  Full-scale range in g. For 0 and for a range above 128 the result is that of a
+///               division by zero: infinite, or NaN for a zero sample.
 /// @return acceleration in g.
 /// @note Divides by the whole number of counts per g: a range of 3 has 42, not 42 2/3. For a range
 ///       that does not divide 128, AccFloatToNative() is therefore not the exact inverse.
@@ -25,9 +25,9 @@ TOLVEX_EXPORT float AccNativeToFloat(unsigned char raw, unsigned char range);
 
 /// @param acceleration  In g.
 /// @param range         Full-scale range in g; 0 acts as an infinite factor.
-/// @return sample byte: the low 8 bits of the scaled number, which is truncated toward zero to 32
-///         bits and saturates there; NaN gives 0.
-/// @note Accelerations beyond the range wrap around, they are not clamped: 2.5 g at a range of 2
+/// @return sample byte: the low 8 bits of the scaled number. The scaled number is truncated toward
+///         zero and saturates at 32 bits; NaN gives 0.
+/// @note Accelerations beyond the range wrap around and are not clamped: 2.5 g at a range of 2
 ///       gives -96.
 TOLVEX_EXPORT std::int8_t AccFloatToNative(float acceleration, unsigned char range);
 

@@ -8,18 +8,18 @@
 namespace Tolvex::Util {
 namespace {
 
-// Where the fields of two characters begin.
-// Required: the prefix has 12 characters, whatever they are.
+// Positions of the fields of two characters.
+// Required: the prefix always counts as 12 characters.
 constexpr std::size_t dayPosition = 12;
 constexpr std::size_t monthPosition = 14;
 constexpr std::size_t yearPosition = 16;
 constexpr std::size_t hourPosition = 18;
 constexpr std::size_t minutePosition = 20;
 
-/// The position is at most the name's length; what is missing there reads as 0.
+/// The position is at most the length of the name; a missing field reads as 0.
 int ReadField(const std::string& name, std::size_t position)
 {
-    // Required: a field that is no number is not refused; it is 0.
+    // Required: a field without a number is not refused; it reads as 0.
     const std::string field = name.substr(position, 2);
     return static_cast<int>(std::strtol(field.c_str(), nullptr, 10));
 }
@@ -39,7 +39,7 @@ std::string BuildEventFileName(const std::string& prefix, const time_t& t,
 
 bool GetEventTimeFromFileName(const std::string& name, time_t& t)
 {
-    // Required: a name that ends right behind the hour is read, with minute 0.
+    // Required: a name that ends after the hour is accepted and has minute 0.
     if (name.size() < minutePosition) {
         return false;
     }

@@ -20,13 +20,13 @@ namespace Tolvex::Util {
 
 /// @param t  Time of the event.
 /// @return `t` in local time as day, month, year, hour, minute and second, two digits each:
-/// "040321050607" is 4 March 2021, 05:06:07. Empty when the year of `t` does not fit into an int.
+/// "040321050607" is 4 March 2021, 05:06:07. Empty if the year of `t` does not fit into an int.
 TOLVEX_EXPORT std::string EventTimeToString(const time_t& t);
 
-/// @return such as "EVENT_FRONT_040321050607.mp4".
+/// @return a name such as "EVENT_FRONT_040321050607.mp4".
 ///
-/// @param prefix     12 characters, if GetEventTimeFromFileName() is to read the name back; any
-///                   length is taken.
+/// @param prefix     Any text. GetEventTimeFromFileName() can read the name back only if the prefix
+///                   has 12 characters.
 /// @param t          Time of the event.
 /// @param extension  Without the full stop.
 TOLVEX_EXPORT std::string BuildEventFileName(const std::string& prefix, const time_t& t,
@@ -34,13 +34,13 @@ TOLVEX_EXPORT std::string BuildEventFileName(const std::string& prefix, const ti
 
 /// Reads the time of an event back from its file's name. The prefix has exactly 12 characters.
 ///
-/// Characters that are no digits are not refused: each field of two characters reads as strtol()
-/// would read it, 0 if there is nothing to read, and what is out of range carries over, as mktime()
-/// does it. Years are 2000 to 2099. A name that ends behind the hour has minute 0.
+/// Characters that are no digits are not refused: strtol() reads each field of two characters, and
+/// a field without a number is 0. Numbers out of range carry over as in mktime(). Years are 2000 to
+/// 2099. A name that ends after the hour has minute 0.
 /// @note The seconds in the name are ignored: THE SECOND OF THE RESULT EQUALS ITS MINUTE.
 /// @param name  File name without directories.
-/// @param t     Receives the time, or (time_t)-1 when that cannot be represented; untouched when
-///              false is returned.
+/// @param t     Receives the time, or (time_t)-1 if it cannot be represented; untouched if the
+///              result is false.
 /// @return true; false for a name of fewer than 20 characters, and for nothing else.
 TOLVEX_EXPORT bool GetEventTimeFromFileName(const std::string& name, time_t& t);
 

@@ -9,12 +9,12 @@ namespace Tolvex::Util {
 
 namespace {
 
-/// Same as source.find(from, position) for a text that is not empty; linear in the source.
+/// The same as source.find(from, position) for a text that is not empty, but in linear time.
 std::size_t Find(const std::string& source, const std::string& from, std::size_t position)
 {
     constexpr std::size_t shortText = 32;
 
-    // Matches that follow each other need no search.
+    // A match right at the position needs no search.
     const std::size_t left = source.size() - position;
     const char* const start = source.data() + position;
     if (from.size() <= left && *start == from[0] &&
@@ -25,7 +25,7 @@ std::size_t Find(const std::string& source, const std::string& from, std::size_t
         return source.find(from, position);
     }
 
-    // find() compares anew at every byte, which is too slow for a long text that nearly matches.
+    // find() compares the whole text at every byte, which is slow if a long text nearly matches.
     const void* const match = memmem(start, left, from.data(), from.size());
     return match != nullptr
                ? static_cast<std::size_t>(static_cast<const char*>(match) - source.data())
@@ -73,7 +73,7 @@ std::string Replace(const std::string& source, const std::string& from, const st
         return source;
     }
 
-    // Built anew from piece to piece: replacing in place would move the rest of the text each time.
+    // Appended piece by piece: replacing in place would move the rest of the text each time.
     std::string result;
     result.reserve(source.size());
     std::size_t position = 0;

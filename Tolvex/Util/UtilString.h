@@ -31,8 +31,8 @@ TOLVEX_EXPORT std::string ToHex(int value);
 
 /// Replaces every occurrence of a text by another.
 ///
-/// Occurrences are taken from left to right and do not overlap; what was put in is not searched
-/// again. The time is linear in the lengths of source and result.
+/// Occurrences are replaced from left to right and do not overlap. The inserted text is not
+/// searched again. The time is linear in the lengths of source and result.
 /// @param source  Text to look in.
 /// @param from    Text to look for; an empty one changes nothing.
 /// @param to      Text to put in its place; may be empty.

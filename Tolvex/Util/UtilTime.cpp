@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Tolvex/Base/Private/Saturate.h"
+#include "Tolvex/Base/Private/TimeZone.h"
 
 namespace Tolvex::Util {
 namespace {
@@ -17,7 +18,7 @@ constexpr double secondsPerDay = 86400.0;
 constexpr std::size_t usualTextBytes = 128;
 constexpr std::size_t longestTextBytes = std::size_t{16} * 1024 * 1024;
 
-/// Reads a number without a sign; what exceeds int saturates, on 32 and on 64 bits alike.
+/// Reads a number without a sign. It saturates at the largest int on every platform.
 int ReadNumber(const char* token)
 {
     constexpr long highest = std::numeric_limits<int>::max();
@@ -28,11 +29,11 @@ int ReadNumber(const char* token)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
-/// Formats a time whose text is longer than usual, or empty: strftime() returns 0 for both.
+/// Formats a time whose text is longer than usual, or empty: strftime() returns 0 in both cases.
 std::string FormatAtLength(const tm& local, const std::string& format)
 {
-    // A text that begins with a character of its own is never empty. Put at the end, that
-    // character could complete a conversion.
+    // With a character in front the text is never empty, so 0 means too long. At the end of the
+    // format the character could complete a conversion.
     const std::string marked = "x" + format;
 
     std::string text;
@@ -59,8 +60,8 @@ std::string Format(const tm& local, const std::string& format)
 
 time_t Str2Time(const std::string& text)
 {
-    // Required: the caller's own characters are changed, const or not.
-    // Instead: Str2Time() of a copy that nobody else reads.
+    // Required: changes the caller's characters although they are const.
+    // Instead: Str2Time() of a copy.
     char* rest = const_cast<char*>(text.c_str());
 
     std::array<int, 6> numbers{};
@@ -74,7 +75,7 @@ time_t Str2Time(const std::string& text)
         rest = nullptr;
     }
 
-    // Required: nothing is checked; what is no number is 0, and what is out of range carries over.
+    // Required: nothing is checked. A field without a number is 0; numbers out of range carry over.
     tm local{};
     local.tm_year = numbers[0] - firstYearOfTm;
     local.tm_mon = numbers[1] - 1;
@@ -88,7 +89,7 @@ time_t Str2Time(const std::string& text)
 
 int DayDiff(const time_t& from, const time_t& to)
 {
-    // Required: a day has 86400 seconds, so a calendar day of 23 hours is none.
+    // Required: a day has 86400 seconds, so a calendar day of 23 hours does not count as one.
     return Base::SaturateToInt32(std::difftime(to, from) / secondsPerDay);
 }
 
@@ -98,7 +99,7 @@ bool IsValidDate(const time_t& t)
     if (localtime_r(&t, &local) == nullptr) {
         return false;
     }
-    // Required: 2018 to 2025 are valid and no other year, not even today's.
+    // Required: only 2018 to 2025 are valid, so the current year need not be.
     constexpr unsigned firstYear = 2018 - firstYearOfTm;
     constexpr unsigned years = 8;
     return static_cast<unsigned>(local.tm_year) - firstYear < years;
@@ -126,7 +127,7 @@ time_t GetDateTime(const time_t& date, const time_t& time)
 std::string Date(const time_t& t, std::string format)
 {
     if (format.empty()) {
-        // Required text: no blank stands behind the comma.
+        // Required text: there is no blank after the comma.
         format = "%a,%d %b %y %T%z";
     }
 
@@ -142,6 +143,11 @@ std::string NewDate(std::string format)
 std::string DateISO(const time_t& t)
 {
     return Date(t, "%Y-%m-%d %H:%M:%S");
+}
+
+void RefreshTimeZone()
+{
+    Base::RefreshTimeZone();
 }
 
 }  // namespace Tolvex::Util

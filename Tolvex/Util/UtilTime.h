@@ -1,9 +1,9 @@
 /// @file
 /// Calendar time: reading, formatting, comparing. All broken-down times are in the local time zone.
 ///
-/// Local times that a change of the clocks skips or repeats are resolved by mktime() with the
-/// daylight-saving flag "unknown": a skipped time comes out shifted by the change; which of its two
-/// instants a repeated one gives depends on the calls that the process made before.
+/// mktime() resolves local times that a change of the clocks skips or repeats; its daylight-saving
+/// flag is "unknown". A skipped time is shifted by the change. A repeated time gives one of its two
+/// instants, depending on the calls that the process made before.
 /// @code
 /// std::string text = "2021-03-04 05:06:07";
 /// const std::time_t start = Util::Str2Time(text);
@@ -23,15 +23,15 @@ namespace Tolvex::Util {
 
 /// Reads year (in full), month (1 to 12), day, hour, minute and second, in this order.
 ///
-/// The numbers stand between blanks, commas, full stops, hyphens and colons; runs of those count
-/// as one. "2021-03-04 05:06:07" and "2021,3.4 5:6:7" are the same time. Nothing is checked: what
-/// is no number reads as 0, and numbers out of range carry over, as mktime() does it. What follows
-/// the sixth number is ignored.
-/// @note Writes to the caller's text although it is const: the first separator behind each of the
-/// six numbers becomes a NUL. Pass a string that nobody else uses at that moment.
-/// @param text  Changed, as above.
-/// @return the time; (time_t)-1 with fewer than six numbers (separators behind those that there
-/// are have become NULs all the same) or when the time cannot be represented.
+/// Blanks, commas, full stops, hyphens and colons separate the numbers; several separators in a row
+/// count as one. "2021-03-04 05:06:07" and "2021,3.4 5:6:7" are the same time. Nothing is checked:
+/// a field that is no number reads as 0, and numbers out of range carry over as in mktime(). Text
+/// after the sixth number is ignored.
+/// @note Writes to the caller's text although it is const: the first separator after each of the
+/// six numbers becomes a NUL, even if there are fewer than six. Pass a string that no other thread
+/// uses.
+/// @param text  Changed, as stated above.
+/// @return the time; (time_t)-1 for fewer than six numbers, and if the time cannot be represented.
 TOLVEX_EXPORT time_t Str2Time(const std::string& text);
 
 /// @param from  Unix time in seconds.
@@ -45,22 +45,22 @@ TOLVEX_EXPORT int DayDiff(const time_t& from, const time_t& to);
 /// @note THE RANGE OF YEARS IS FIXED: EVERY DATE BEFORE 2018 AND EVERY DATE FROM 1 JANUARY 2026 ON
 /// IS "NOT VALID". Applications rely on it: do not ask this function about today's date.
 /// @param t  Unix time in seconds.
-/// @return whether it is.
+/// @return true if it is.
 TOLVEX_EXPORT bool IsValidDate(const time_t& t);
 
 /// @param date  Gives year, month and day; Unix time in seconds.
 /// @param time  Gives hour, minute and second; Unix time in seconds.
-/// @return the calendar day of `date` at the clock time of `time`, both local; (time_t)-1 when
+/// @return the calendar day of `date` at the clock time of `time`, both local; (time_t)-1 if
 /// that cannot be represented.
 TOLVEX_EXPORT time_t GetDateTime(const time_t& date, const time_t& time);
 
 /// Formats `t` as strftime() does, in the local time zone and the current locale.
 ///
 /// @param t       Unix time in seconds.
-/// @param format  Conversions of strftime(); empty stands for "%a,%d %b %y %T%z". Ends at its
-///                first NUL, if it holds one.
-/// @return the text, whatever its length (up to 16 MiB, which only a field width could exceed; a
-/// longer one comes back empty). Empty also when the year of `t` does not fit into an int.
+/// @param format  Conversions of strftime(); an empty format means "%a,%d %b %y %T%z". A NUL ends
+///                the format.
+/// @return the text, up to 16 MiB; a longer text, which only a field width can make, is returned as
+/// an empty one. Empty also if the year of `t` does not fit into an int.
 TOLVEX_EXPORT std::string Date(const time_t& t, std::string format);
 
 /// @param format  As for Date().
@@ -70,5 +70,21 @@ TOLVEX_EXPORT std::string NewDate(std::string format);
 /// @param t  Unix time in seconds.
 /// @return `t` in local time as "2021-03-04 05:06:07".
 TOLVEX_EXPORT std::string DateISO(const time_t& t);
+
+/// Reads the time zone again: log lines, file names and dates use a changed one from their next
+/// call on.
+///
+/// To be called when the device has come into another zone, after `TZ` was set or `/etc/localtime`
+/// was replaced. Without a call a change is noticed at some later time, or never. Of a zone that
+/// `TZ` names, only another name counts as a change, not another content of its file. A file that
+/// is missing or damaged gives UTC.
+/// @code
+/// std::filesystem::create_symlink("/usr/share/zoneinfo/Europe/Lisbon", "/etc/localtime.new");
+/// std::filesystem::rename("/etc/localtime.new", "/etc/localtime");
+/// Util::RefreshTimeZone();
+/// @endcode
+/// @par Thread safety
+/// Thread-safe; but no thread may change the environment at the same time. Reads a file.
+TOLVEX_EXPORT void RefreshTimeZone();
 
 }  // namespace Tolvex::Util

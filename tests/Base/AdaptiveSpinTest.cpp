@@ -10,8 +10,8 @@ namespace {
 
 using Tolvex::Base::AdaptiveSpin;
 
-/// Lets a spin wait for what never comes. @return how often it looked.
-int LooksInVain(AdaptiveSpin& spin)
+/// Waits for a condition that never holds. @return how often it was tested.
+int FailedWait(AdaptiveSpin& spin)
 {
     int looks = 0;
     EXPECT_FALSE(spin.Until([&looks] {
@@ -21,11 +21,11 @@ int LooksInVain(AdaptiveSpin& spin)
     return looks;
 }
 
-/// Lets waits end in vain until one spins. @return how many of them did not.
+/// Makes waits that fail until one of them spins. @return how many did not spin.
 int WaitsWithoutSpin(AdaptiveSpin& spin)
 {
     int waits = 0;
-    while (LooksInVain(spin) == 1) {
+    while (FailedWait(spin) == 1) {
         ++waits;
     }
     return waits;
@@ -56,7 +56,7 @@ TEST(AdaptiveSpinTest, GivesUpAfter50Microseconds)
     AdaptiveSpin spin;
 
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_GT(LooksInVain(spin), 1);
+    EXPECT_GT(FailedWait(spin), 1);
 
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::microseconds(50));
 }
@@ -75,7 +75,7 @@ TEST(AdaptiveSpinTest, SeesWhatAnotherThreadDoes)
     EXPECT_TRUE(done);
 }
 
-TEST(AdaptiveSpinTest, EachSpinInVainDoublesTheWaitsWithoutOneUpTo64)
+TEST(AdaptiveSpinTest, EachSpinThatFailsDoublesTheWaitsWithoutOneUpTo64)
 {
     AdaptiveSpin spin;
     EXPECT_EQ(WaitsWithoutSpin(spin), 0);
@@ -85,14 +85,14 @@ TEST(AdaptiveSpinTest, EachSpinInVainDoublesTheWaitsWithoutOneUpTo64)
     }
 }
 
-TEST(AdaptiveSpinTest, SpinThatPaysStartsAfresh)
+TEST(AdaptiveSpinTest, SpinThatSucceedsResetsTheBackoff)
 {
     AdaptiveSpin spin;
     for (int round = 0; round < 5; ++round) {
         WaitsWithoutSpin(spin);
     }
     for (int wait = 0; wait < 16; ++wait) {
-        LooksInVain(spin);
+        FailedWait(spin);
     }
     int looks = 0;
     EXPECT_TRUE(spin.Until([&looks] { return ++looks == 2; }));
@@ -101,10 +101,10 @@ TEST(AdaptiveSpinTest, SpinThatPaysStartsAfresh)
     EXPECT_EQ(WaitsWithoutSpin(spin), 1);
 }
 
-TEST(AdaptiveSpinTest, ConditionThatHoldsAtOnceSaysNothingAboutSpinning)
+TEST(AdaptiveSpinTest, ConditionThatHoldsAtOnceDoesNotChangeTheBackoff)
 {
     AdaptiveSpin spin;
-    LooksInVain(spin);
+    FailedWait(spin);
 
     EXPECT_TRUE(spin.Until([] { return true; }));
 

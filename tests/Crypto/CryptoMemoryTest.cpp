@@ -1,5 +1,5 @@
-// What encoding and signing give when libcrypto runs out of memory: its allocations are counted,
-// and one after the other fails.
+// The results of encoding and signing when libcrypto runs out of memory: its allocations are
+// counted, and one after the other fails.
 #include <cstdlib>
 #include <string>
 
@@ -10,7 +10,7 @@
 
 namespace {
 
-long allocationsLeft = -1;  ///< the one that finds 0 fails, and all after it; negative: none fails
+long allocationsLeft = -1;  ///< at 0 all further ones fail; negative: none fails
 
 bool Fails()
 {
@@ -43,10 +43,11 @@ void Free(void* memory, const char*, int)
     std::free(memory);
 }
 
-/// Has to come before libcrypto's first allocation.
+/// Call it before libcrypto's first allocation.
 const bool replaced = CRYPTO_set_mem_functions(Allocate, Reallocate, Free) == 1;
 
-/// Lets every allocation in turn be the first to fail. @return how often the work gave nothing.
+/// Runs the work with each allocation in turn as the first to fail. @return how often the result
+/// was empty.
 template <typename Work>
 int FailOneAfterTheOther(const std::string& expected, Work work)
 {
@@ -63,7 +64,7 @@ int FailOneAfterTheOther(const std::string& expected, Work work)
         EXPECT_TRUE(text.empty() || text == expected) << "after " << successful << ": " << text;
         failures += text.empty() ? 1 : 0;
     }
-    EXPECT_EQ(work(), expected);  // whatever failed before leaves no trace
+    EXPECT_EQ(work(), expected);  // the failures before have no effect
     return failures;
 }
 
@@ -73,7 +74,7 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(replaced);
-        // libcrypto never gets over a failure in its own first use.
+        // libcrypto does not recover from a failure in its first use.
         ASSERT_FALSE(Tolvex::Crypto::HMAC_SHA1("message", "key").empty());
         ASSERT_FALSE(Tolvex::Crypto::DoBase64Encode("foo", 3, false).empty());
     }

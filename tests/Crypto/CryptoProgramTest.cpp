@@ -1,4 +1,4 @@
-// What the openssl program makes of the same random bytes.
+// Compares with the results of the openssl program for the same random bytes.
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -50,7 +50,7 @@ protected:
 
     void TearDown() override { std::remove(path.c_str()); }
 
-    /// Random bytes, in the file as well.
+    /// @return random bytes, which it also writes to the file.
     std::string WriteRandomBytes(std::size_t length)
     {
         std::string bytes;

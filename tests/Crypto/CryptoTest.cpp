@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-/// libcrypto's comparison, replaced for the whole program: notes what it is asked.
+/// libcrypto's comparison, replaced for the whole program: records its arguments.
 namespace {
 std::size_t lastComparedBytes = 0;
 }
@@ -40,7 +40,7 @@ using Tolvex::Crypto::DoBase64Encode;
 using Tolvex::Crypto::HMAC_SHA1;
 using Tolvex::Crypto::VerifyHmacSha1;
 
-// An address, then the number of bytes behind it; nothing is owned.
+// An address, then a number of bytes; owns nothing.
 static_assert(std::is_same_v<decltype(Ibuffer::data), char*>);
 static_assert(std::is_same_v<decltype(Ibuffer::size), std::uint64_t>);
 static_assert(offsetof(Ibuffer, data) == 0 && offsetof(Ibuffer, size) >= sizeof(char*));
@@ -66,7 +66,7 @@ std::string RandomBytes(std::size_t length)
     return bytes;
 }
 
-/// Base64 from bit to bit: as many characters as there are sixes of bits, then padding.
+/// Base64 bit by bit: one character for each six bits, then padding.
 std::string ReferenceLine(const std::string& bytes)
 {
     std::string line;
@@ -85,7 +85,7 @@ std::string ReferenceLine(const std::string& bytes)
     return line;
 }
 
-/// The same in lines of 64 characters, without a line feed at the end.
+/// The same in lines of 64 characters, without a final line feed.
 std::string ReferenceLines(const std::string& bytes)
 {
     const std::string line = ReferenceLine(bytes);
@@ -248,7 +248,7 @@ TEST(CryptoTest, Base64EncodeLineGivesTheCompleteLineAtEveryLength)
     }
 }
 
-// The line is made in pieces of 3 MiB.
+// The function encodes in pieces of 3 MiB.
 TEST(CryptoTest, Base64EncodeLineOfSeveralPiecesHasNoSeam)
 {
     constexpr std::size_t piece = 3 << 20;
@@ -364,7 +364,7 @@ TEST(CryptoTest, Base64DecodeTakesTheCharactersOfTheAlphabetOnlyInEveryPlace)
         for (std::size_t place = 0; place < 8; ++place) {
             std::string text = "AAAAAAAA";
             text[place] = character;
-            // One padding character at the very end is proper, too.
+            // One padding character at the end is correct, too.
             const bool proper = known || (character == '=' && place == 7);
             std::string bytes = "before";
 

@@ -1,5 +1,5 @@
 /// @file
-/// Two shared objects beside the library: one throws its exception, the other catches it.
+/// Two further shared objects: one throws the library's exception, the other catches it.
 #pragma once
 
 #include <string>

@@ -10,7 +10,7 @@
 namespace Tolvex::Interfaces {
 namespace {
 
-/// What a derived class looks like, with its protected members open to the tests.
+/// A derived class whose protected members are open to the tests.
 class Device : public IError
 {
 public:

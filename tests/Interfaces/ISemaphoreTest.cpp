@@ -210,7 +210,7 @@ TEST(ISemaphoreTest, EachNotifyLetsOneOfSeveralWaitersPass)
         while (passed < notified && std::chrono::steady_clock::now() < end) {
             std::this_thread::sleep_for(1ms);
         }
-        std::this_thread::sleep_for(10ms);  // for one that would pass without a token
+        std::this_thread::sleep_for(10ms);  // time for a Wait() that passes without a token
         EXPECT_EQ(passed, notified);
     }
     for (std::thread& thread : threads) {
@@ -255,7 +255,7 @@ TEST(ISemaphoreTest, WokenThreadMayDestroyTheSemaphoreAtOnce)
 
 // ----------------------------------------------------------------------------------- cancellation
 
-/// A thread that waits once, can be cancelled there, and tells how it ended.
+/// A thread that waits once and can be cancelled there. Tells how it ended.
 class CancellableWaiter
 {
 public:
@@ -266,7 +266,7 @@ public:
 
     void Cancel() { pthread_cancel(thread); }
 
-    /// @return true when the thread was cancelled instead of passing.
+    /// @return true if the thread was cancelled, false if it passed.
     bool Join()
     {
         void* result = nullptr;
@@ -301,14 +301,14 @@ TEST(ISemaphoreTest, ThreadCancelledInWaitUnwindsAndLeavesTheSemaphoreUsable)
 {
     ISemaphore semaphore(0);
     CancellableWaiter waiter(semaphore);
-    std::this_thread::sleep_for(20ms);  // most likely blocked by now; right in either case
+    std::this_thread::sleep_for(20ms);  // most likely blocked by now; the test is right in any case
 
     waiter.Cancel();
 
     EXPECT_TRUE(waiter.Join());
     EXPECT_TRUE(waiter.unwound);
     EXPECT_FALSE(waiter.passed);
-    EXPECT_FALSE(semaphore.TryWait());  // would hang, were the mutex still locked
+    EXPECT_FALSE(semaphore.TryWait());  // would hang if the mutex were still locked
     semaphore.Notify();
     semaphore.Wait();
     EXPECT_EQ(Drain(semaphore), 0);
@@ -343,9 +343,9 @@ TEST(ISemaphoreTest, CancelledWaiterDoesNotTakeTheWakeUpOfAnother)
 
         victim.Join();
         if (victim.passed) {
-            semaphore.Notify();  // the victim had it; one more for the other
+            semaphore.Notify();  // the cancelled thread took the token; add one for the other
         }
-        EXPECT_FALSE(other.Join());  // hangs, were the token lost
+        EXPECT_FALSE(other.Join());  // hangs if the token was lost
         ASSERT_TRUE(other.passed);
         ASSERT_EQ(Drain(semaphore), 0);
     }
@@ -353,8 +353,8 @@ TEST(ISemaphoreTest, CancelledWaiterDoesNotTakeTheWakeUpOfAnother)
 
 // ----------------------------------------------------------------------------------------- torture
 
-/// Lets 8 threads notify and 8 take, and checks that as many tokens come out as went in.
-/// @param take  Takes one token, or tells by false that there was none.
+/// Lets 8 threads notify and 8 threads take, and checks that all tokens are taken.
+/// @param take  Takes one token; returns false if there was none.
 template <typename Take>
 void ExpectNoTokenLost(Take take)
 {
@@ -399,7 +399,7 @@ void ExpectNoTokenLost(Take take)
 
     enough = true;
     for (int i = 0; i < threadsASide; ++i) {
-        semaphore.Notify();  // for those that are blocked
+        semaphore.Notify();  // for the threads that are blocked
     }
     for (std::thread& consumer : consumers) {
         consumer.join();

@@ -35,14 +35,14 @@ using namespace std::chrono_literals;
 namespace {
 
 std::atomic<bool> refuseThreads = false;  ///< no thread can be created while it is true
-std::atomic<int> liveObjects = 0;         ///< obtained from operator new and not yet deleted
-std::atomic<bool> slowCreation = false;   ///< creating a thread takes its time while it is true
-std::atomic<int> creations = 0;           ///< threads that are being created at this moment
+std::atomic<int> liveObjects = 0;         ///< made with operator new and not yet deleted
+std::atomic<bool> slowCreation = false;   ///< creating a thread is slow while it is true
+std::atomic<int> creations = 0;           ///< threads that are being created now
 std::atomic<int> mostCreations = 0;       ///< the most at the same time
 
 }  // namespace
 
-// The library's threads get a stack that no machine has, so that their creation really fails.
+// Requests a stack that no machine has, so that the creation of the thread really fails.
 extern "C" int pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t bytes)
 {
     static auto* const original =
@@ -85,7 +85,7 @@ namespace {
 
 constexpr auto hangLimit = 30s;
 
-/// Polls until the condition holds. @return false when it still does not after the limit.
+/// Polls until the condition holds. @return false if it does not within the limit.
 template <typename Condition>
 bool Eventually(Condition condition)
 {
@@ -169,7 +169,7 @@ public:
 
         std::unique_lock lock(queueMutex);
         if (!queueChanged.wait_for(lock, 5ms, [this] { return !queue.empty(); })) {
-            *data = this;  // must reach nobody
+            *data = this;  // no handler may see it
             return false;
         }
         *data = queue.front();
@@ -180,7 +180,7 @@ public:
 
     void FireSignal(void* data) override
     {
-        // Counts also when the handler is cancelled.
+        // Counts even if the handler is cancelled.
         const std::unique_ptr<std::atomic<int>, void (*)(std::atomic<int>*)> counter(
             &ended, [](std::atomic<int>* count) { ++*count; });
         handler(data);
@@ -189,7 +189,7 @@ public:
     bool IsRunning() const { return Base::LoadShared(running); }
 
     std::atomic<int> waits = 0;      ///< calls of WaitSignal()
-    std::atomic<int> delivered = 0;  ///< events handed to the listener
+    std::atomic<int> delivered = 0;  ///< events that the listener received
     std::atomic<int> ended = 0;      ///< handlers that have ended
     std::atomic<int> dropped = 0;    ///< events that the test expects to be dropped
     std::atomic<bool> presetWasNull = true;
@@ -203,7 +203,7 @@ private:
     std::condition_variable queueChanged;
 };
 
-/// An ISignal whose two operations are given by the test and that starts no thread by itself.
+/// An ISignal whose two operations come from the test. It starts no thread by itself.
 class Scripted : public ISignal
 {
 public:
@@ -224,7 +224,7 @@ struct ThreadFacts
     pthread_t handle = 0;
 };
 
-/// Waits until the calling thread is detached, then tells what it looks like.
+/// Waits until the calling thread is detached, then returns its attributes.
 ThreadFacts GetOwnFacts()
 {
     ThreadFacts facts;
@@ -244,8 +244,8 @@ ThreadFacts GetOwnFacts()
     return facts;
 }
 
-/// The stack asked for, give or take what the C library and the sanitizers take and add. A thread
-/// that nobody gives a stack size has 8 MiB.
+/// The requested stack, within what the C library and the sanitizers add to it or use of it. A
+/// thread without a requested size has 8 MiB.
 void ExpectWorkerStack(std::size_t bytes)
 {
     EXPECT_GE(bytes, Base::workerStackBytes - 65536);
@@ -357,7 +357,7 @@ TEST(ISignalTest, SecondStartWhileRunningStartsNoSecondListener)
 
     events.Start();
 
-    // A second listener would have announced itself within ten rounds of the first.
+    // Within ten rounds of the first listener a second one would have been noticed.
     const int before = events.waits;
     ASSERT_TRUE(Eventually([&events, before] { return events.waits >= before + 10; }));
     EXPECT_EQ(*events.listeners, 1);
@@ -628,7 +628,7 @@ TEST(ISignalTest, SignalFirePosixHandlesTheEventDeletesTheRecordAndReturnsNull)
     EXPECT_EQ(liveObjects, before);
 }
 
-/// Gets one event, whose handler ends its thread in the way that the test gives. No local objects:
+/// Gets one event, whose handler ends its thread as the test wants. No local objects:
 /// the address sanitizer does not follow stack frames that are unwound by a cancellation.
 class OneEvent final : public ISignal
 {
@@ -749,10 +749,10 @@ TEST(ISignalTest, DestructorDoesNotWaitForAHandlerThatRuns)
     EXPECT_TRUE(outlived.get_future().get());
 }
 
-/// Lets threads pass in groups only: whoever passes knows that all others of its group were here.
+/// Lets threads pass only in groups: a thread passes when its whole group has arrived.
 ///
-/// More threads than a group may come at once, which std::barrier forbids: it then hangs now and
-/// then.
+/// More threads than one group may arrive at once, which std::barrier forbids: it then sometimes
+/// hangs.
 class GroupGate
 {
 public:
@@ -770,7 +770,7 @@ public:
 
 private:
     int groupSize;
-    int arrived = 0;  ///< threads that have called Pass() until now
+    int arrived = 0;  ///< threads that have called Pass() so far
     std::mutex mutex;
     std::condition_variable complete;
 };
@@ -781,7 +781,7 @@ TEST(ISignalTest, TenThousandEventsThroughOverlappingHandlersAreEachHandledOnce)
     constexpr std::uintptr_t eventCount = Tolvex::Support::isEmulated ? 800 : 10000;
     static_assert(eventCount % group == 0);
     std::vector<std::atomic<int>> handled(eventCount);
-    // Handlers end in groups only: each proves that seven others are there at the same time.
+    // Handlers end only in groups, so each group of eight runs at the same time.
     GroupGate gate(group);
     ISemaphore window(32);
     EventQueue events([&](void* data) {
@@ -805,7 +805,7 @@ TEST(ISignalTest, TenThousandEventsThroughOverlappingHandlersAreEachHandledOnce)
 
 // -------------------------------------------------------------------------------------- observers
 
-/// Notes its name and what it is called with, then does what the test wants.
+/// Records its name and its arguments, then does what the test wants.
 class Observer : public ISignal::ISignalDelegate
 {
 public:

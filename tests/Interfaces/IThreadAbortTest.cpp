@@ -48,7 +48,7 @@ using Tolvex::Support::patience;
 using Tolvex::Support::ProbeThread;
 using Tolvex::Support::underThreadSanitizer;
 
-/// Counts its scopes that were left, by whatever way.
+/// Counts how often its scope was left, in any way.
 class Scope
 {
 public:
@@ -64,7 +64,7 @@ private:
 
 // ----------------------------------------------------------- an abort in each call that can block
 
-/// A call that the worker is aborted in.
+/// A call during which the worker is aborted.
 struct BlockingCall
 {
     const char* name;
@@ -83,7 +83,7 @@ public:
     void Invoke(IThread* thread, void* /*data*/) override { thread->ThreadSleep(1h, 1h); }
 };
 
-/// Never ends by itself, and not by Stop() before it is released.
+/// Ends only after it is released, even if Stop() is called.
 class StubbornThread : public IThread
 {
 public:
@@ -197,7 +197,7 @@ TEST_P(IThreadAbortTest, AbortInTheCallEndsTheThreadAndLeavesTheLoggerFree)
     if (underThreadSanitizer) {
         GTEST_SKIP() << "the thread is cancelled in a sleep";
     }
-    // Early and late moments of the call, as far as a machine under load allows to choose.
+    // Early and late moments of the call, as far as a busy machine allows.
     for (const auto delay : {0us, 300us, 20000us}) {
         LogFile log;
         ProbeThread probe;
@@ -262,7 +262,7 @@ TEST(IThreadHookAbortTest, CancellationInRunAfterAndInTheStopNotificationEndsThe
     if (underThreadSanitizer) {
         GTEST_SKIP() << "the thread is cancelled in a sleep";
     }
-    // Abort() acts on running threads only; what else cancels the thread there ends it as well.
+    // Abort() acts only on running threads; a direct cancellation ends the thread there as well.
     class Blocking : public IThread::IThreadDelegate
     {
     public:
@@ -375,8 +375,7 @@ TEST(IThreadHookAbortTest, WorkerThatAbortsItselfEnds)
         ::testing::Contains("[WARNING][#Ithread]Thread (name not defined) has has been aborted"));
 }
 
-// ------------------------------------------------------------------------------------ at any
-// moment
+// --------------------------------------------------------------------------------- at any moment
 
 constexpr int aborts = Tolvex::Support::threadsAreSlow ? 400 : 2000;
 

@@ -38,7 +38,7 @@ using Tolvex::Support::patience;
 using Tolvex::Support::ProbeThread;
 using Tolvex::Support::underThreadSanitizer;
 
-/// Notes its calls in a list, and does what the test wants.
+/// Records its calls in a list, and does what the test wants.
 class Observer : public IThread::IThreadDelegate
 {
 public:
@@ -172,7 +172,7 @@ TEST_F(IThreadDelegateTest, DelegatesAreNotOwned)
     EXPECT_THAT(calls, ElementsAre("owned"));
 }
 
-/// Makes the mutex one that fails to be locked a second time, instead of blocking.
+/// Makes the mutex fail instead of block when it is locked a second time.
 void CheckForErrors(std::mutex& mutex)
 {
     pthread_mutexattr_t attributes;
@@ -355,14 +355,14 @@ TEST_F(IThreadDelegateTest, WorkerTellsItsDelegatesOfEachPassOnItsOwnThread)
 
 TEST_F(IThreadDelegateTest, DestructorOfARunningObjectTellsNoDelegate)
 {
-    // The destructor's own rule: a worker that stops itself first does tell them.
+    // Only the destructor's own stop is silent: a worker that stops itself first tells them.
     class Bare : public IThread
     {
     public:
         using IThread::destroying;
         ~Bare() override
         {
-            // As the base class does it, while Run() is still there.
+            // As the base class does, while Run() still exists.
             StoreShared(destroying, true);
             Stop();
         }
@@ -385,7 +385,7 @@ TEST_F(IThreadDelegateTest, DestructorOfARunningObjectTellsNoDelegate)
     EXPECT_THAT(calls, IsEmpty());
 }
 
-/// Leaves it to the base class to stop it; what its pass and its hooks do is seen outside of it.
+/// Lets the base class stop it. The counts of its passes and hooks are outside the object.
 class UnstoppedThread : public IThread
 {
 public:
@@ -450,7 +450,7 @@ TEST_F(IThreadDelegateTest, StartInTheStopNotificationOfStopRunsTheThreadAgain)
 
     EXPECT_TRUE(Eventually([&] { return starts == 2; }));
     EXPECT_TRUE(probe.IsRunning());
-    probe.Stop();  // while what the notification counts still exists
+    probe.Stop();  // while the counter of the notification still exists
 }
 
 TEST_F(IThreadDelegateTest, StartInTheStopNotificationOfCancelRunsANewThread)
@@ -535,7 +535,7 @@ TEST_F(IThreadDelegateTest, NameGivenInTheStopNotificationOfCancelStandsInTheFin
 
 // ----------------------------------------------------------------------------------- deleteOnStop
 
-/// Deletes itself; says so.
+/// Reports its destruction.
 class SelfDeletingThread : public ProbeThread
 {
 public:

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/IThread.h"
 
 #include "tests/Support/ChildProcess.h"
@@ -17,7 +16,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-using Tolvex::Base::LoadShared;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
 using Tolvex::Support::Nap;

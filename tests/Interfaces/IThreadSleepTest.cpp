@@ -26,7 +26,7 @@ namespace {
 using std::chrono::milliseconds;
 using Tolvex::Support::RealFunction;
 
-/// Stands in for the sleeps of one thread while it exists: records them and returns at once.
+/// Replaces the sleeps of one thread while it exists: records them and returns at once.
 class SleepRecorder
 {
 public:
@@ -37,7 +37,8 @@ public:
     SleepRecorder& operator=(const SleepRecorder&) = delete;
 
     std::vector<timespec> requests;
-    std::vector<timespec> interruptions;  ///< what is left of the first sleeps, by signals
+    std::vector<timespec>
+        interruptions;  ///< remaining times of the first sleeps, which signals interrupt
     std::function<void()> afterEach = [] {};
 
     std::vector<milliseconds> Durations() const
@@ -208,7 +209,7 @@ TEST(IThreadSleepTest, StepThatWouldPassTheLargestTotalEndsTheSleep)
 {
     ProbeThread probe;
     probe.PretendToRun();
-    // Half and one more: a second step would be beyond what the type can count.
+    // Half and one more: a second step would overflow the type.
     constexpr milliseconds step = longest / 2 + 1ms;
 
     SleepRecorder recorder;
@@ -297,7 +298,7 @@ TEST_P(ThreadSleepInterruptionTest, EndsTheSpinThatAStepOfZeroIs)
             sleeps = recorder.requests;
         }
 
-        // Much longer than the total, as far as the thread is concerned: nothing was slept.
+        // Far beyond the total, counted in steps; but nothing was slept.
         EXPECT_GE(std::chrono::steady_clock::now() - begin, 50ms);
         EXPECT_THAT(sleeps, IsEmpty());
         interrupter.join();

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <ctime>
 #include <future>
@@ -35,7 +36,7 @@ using Tolvex::Support::RealFunction;
 std::atomic<bool> creationFails = false;
 std::atomic<bool> cancellingFails = false;
 std::atomic<int> cancellings = 0;
-thread_local const timespec* wallClock = nullptr;  ///< shown to the thread in place of the real one
+thread_local const timespec* wallClock = nullptr;  ///< replaces the real one for the thread
 
 }  // namespace
 
@@ -86,7 +87,7 @@ const std::string abortLine = "[WARNING][#Ithread]Thread (worker) has been abort
 
 // ------------------------------------------------------------------------------------ the matrix
 
-/// What happened, in order; outlives the worker that reports to it.
+/// The events in their order; outlives the worker that reports them.
 class Trace
 {
 public:
@@ -199,12 +200,12 @@ constexpr Flags aborted{true, false, true, false};
 constexpr Flags abortedInPause{true, false, true, true};
 constexpr Flags withoutThread{false, true, false, false};
 
-/// One cell: what the operation leaves once the object is at rest again, and what happened.
+/// One cell: the state when the object is at rest again after the operation, and the events.
 struct Cell
 {
     State state;
     Operation operation;
-    Flags flags;  ///< not looked at after the destructor
+    Flags flags;  ///< not compared after the destructor
     std::vector<std::string> lines;
     std::string events;
 };
@@ -237,7 +238,7 @@ const std::vector<Cell> cells = {
     {State::Paused, Operation::Resume, runs, {}, ""},
     {State::Paused, Operation::Destructor, endedInPause, {finishLine}, stoppedEnd},
 
-    // The pass of the cancelled thread is still held during the operation, and let go after it.
+    // The pass of the cancelled thread is held during the operation, and released after it.
     {State::Stopping, Operation::Start, runs, {startLine, finishLine}, cancelledEnd + " RunBefore"},
     {State::Stopping, Operation::Stop, ended, {finishLine}, cancelledEnd},
     {State::Stopping, Operation::Cancel, ended, {finishLine}, cancelledEnd},
@@ -344,7 +345,7 @@ protected:
         }
     }
 
-    /// Waits until nothing more will happen by itself.
+    /// Waits until the object is at rest.
     void AwaitRest()
     {
         worker->passIsHeld = false;
@@ -380,7 +381,7 @@ private:
         ASSERT_TRUE(Eventually([&] { return worker->passes > before; }));
     }
 
-    /// The pass during which the pause began may still come.
+    /// The pass during which the pause began may still be counted.
     void AwaitPause()
     {
         int before = 0;
@@ -393,7 +394,7 @@ private:
 
     void Destroy()
     {
-        // The destructor waits for a held pass, so it is let go meanwhile.
+        // The destructor waits for a held pass, so the pass is released meanwhile.
         std::thread release([&held = worker->passIsHeld] {
             std::this_thread::sleep_for(20ms);
             held = false;
@@ -481,7 +482,7 @@ TEST(IThreadTest, ObjectIsNotCopied)
     EXPECT_FALSE(std::is_abstract_v<IThread::IThreadDelegate>);
 }
 
-/// What a thread sees of itself.
+/// The attributes of a thread, as seen by itself.
 struct Inside
 {
     std::size_t stackBytes = 0;
@@ -513,7 +514,7 @@ Inside LookAround(const ProbeThread& probe)
     return inside;
 }
 
-/// Starts a worker with the name, and stops it when it has looked around in RunBefore().
+/// Starts a worker with the name, and stops it after RunBefore() has read the attributes.
 Inside InsideOfThreadNamed(const std::string& name, std::uint32_t stackSize = 524288)
 {
     ProbeThread probe;
@@ -535,6 +536,29 @@ TEST(IThreadTest, ThreadIsDetachedWithAStackOf524288BytesAndTheNameGiven)
     EXPECT_EQ(inside.stackBytes, 524288U);
     EXPECT_EQ(inside.detachState, PTHREAD_CREATE_DETACHED);
     EXPECT_EQ(inside.name, "worker");
+}
+
+TEST(IThreadTest, ThreadInheritsTheSignalMaskOfItsCreator)
+{
+    sigset_t blocked;
+    sigset_t before;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    ProbeThread probe;
+    std::promise<sigset_t> seen;
+    probe.onRunBefore = [&seen] {
+        sigset_t mask;
+        pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+        seen.set_value(mask);
+    };
+
+    probe.Start();
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+
+    const sigset_t mask = seen.get_future().get();
+    EXPECT_EQ(sigismember(&mask, SIGUSR1), 1);
+    EXPECT_EQ(sigismember(&mask, SIGUSR2), 0);
 }
 
 TEST(IThreadTest, ThreadSeesItsHandleAndThatItRunsBeforeItsFirstHook)
@@ -899,7 +923,7 @@ TEST(IThreadTest, StopOfAClassWithoutStoppingHookSleepsBetweenItsLooks)
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 100ms);
 }
 
-/// Its hook ends the thread itself, so that Stop() finds it finished.
+/// Its Stopping() ends the thread, so Stop() finds it finished.
 class SelfStoppingThread : public ProbeThread
 {
 public:
@@ -917,7 +941,7 @@ protected:
 
 TEST(IThreadTest, StopOfAClassWithAStoppingHookLooksOnceBeforeItsFirstSleep)
 {
-    // Many times, for a single stop might be slow for other reasons: no sleep of 100 ms in each.
+    // Many times, because one stop may be slow for other reasons: not each sleeps 100 ms.
     constexpr int stops = 100;
     SelfStoppingThread probe;
     probe.onRun = [] { std::this_thread::yield(); };
@@ -932,7 +956,7 @@ TEST(IThreadTest, StopOfAClassWithAStoppingHookLooksOnceBeforeItsFirstSleep)
     EXPECT_LT(std::chrono::steady_clock::now() - begin, stops * 100ms);
 }
 
-/// Ends the thread in its hook, too, but calls the base class's: counts as one without a hook.
+/// Ends the thread in Stopping() too, but calls the base version: counts as not overridden.
 class HooklessThread : public SelfStoppingThread
 {
 public:
@@ -1015,7 +1039,7 @@ TEST(IThreadTest, FinishedIsSetAndTheHandleClearedBeforeTheFinishLineIsWritten)
     probe->Start();
     log.TakeLines();
 
-    // An open line keeps the logger's lock: the finish line cannot be written before its end.
+    // An open line holds the logger's lock, so the finish line cannot be written before its end.
     Tolvex::Ilog::Logger& logger = *Tolvex::Ilog::Logger::GetInstance();
     logger.WriteHeader(Tolvex::Ilog::LogType::Info);
     held = false;
@@ -1238,7 +1262,7 @@ TEST(IThreadTest, RestartRightAfterAnAbortRunsTheNewThreadAlone)
 
 // ------------------------------------------------------------------------------------- Stopped<T>
 
-/// Forgets to stop, and has a member whose use after its destruction shows.
+/// Does not stop itself, and has a member whose use after its destruction is noticed.
 class ForgetfulThread : public IThread
 {
 public:

@@ -36,7 +36,7 @@ constexpr int cycles = 20000 / scale;
 constexpr int restarts = 10000 / scale;
 constexpr int workersAtOnce = 64;
 
-/// Counts its passes outside of itself, and has no pause between them but a yield.
+/// Counts its passes outside the object, and only yields between them.
 class BusyThread : public IThread
 {
 public:
@@ -52,8 +52,8 @@ protected:
         std::this_thread::yield();
     }
 
-    // With a hook of its own a class is looked at before the first sleep of Stop(); the thread is
-    // asked to end here and given time, so that a cycle rarely costs a whole poll.
+    // If Stopping() is overridden, Stop() tests once before its first sleep. Here the thread is
+    // asked to end and given time, so that a cycle rarely costs a whole poll.
     void Stopping() override
     {
         StoreShared(running, false);
@@ -75,7 +75,7 @@ enum class Ending
     SelfDeletion
 };
 
-/// One life of one object, ended in the given way.
+/// Creates, runs and destroys one object; the worker ends in the given way.
 void LiveOnce(Ending ending, std::atomic<int>& passes)
 {
     if (ending == Ending::SelfDeletion) {

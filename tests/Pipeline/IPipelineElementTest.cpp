@@ -21,7 +21,7 @@ using Tolvex::Pipeline::IPipelineElement;
 using Frame = std::shared_ptr<IPipelineCbElement>;
 using Ring = Tolvex::Util::CircularBuffer<Frame>;
 
-/// The smallest stage: keeps what it is given.
+/// The smallest stage: stores its frames.
 class Stage : public IPipelineElement
 {
 public:
@@ -162,7 +162,7 @@ TEST(IPipelineElementTest, TheOldestFrameIsDestroyedAtTheOverwriteAndNotLater)
     EXPECT_TRUE(watch.expired());
 }
 
-/// Frame that notes, when it is destroyed, what its stage's newest slot holds.
+/// Frame whose destructor records the content of its stage's newest slot.
 class WatchingFrame : public IPipelineCbElement
 {
 public:
@@ -191,7 +191,7 @@ TEST(IPipelineElementTest, TheOldestFrameIsReleasedBeforeTheNewOneIsStored)
     EXPECT_EQ(stage.GetCurrentFrameId(), 11);
 }
 
-/// Frame that hands its stage a last frame when it is destroyed.
+/// Frame whose destructor adds a last frame to its stage.
 class LeavingFrame : public IPipelineCbElement
 {
 public:
@@ -293,7 +293,7 @@ TEST(IPipelineElementTest, ImpossibleSizesRaiseTheAllocationErrorFromTheConstruc
 TEST(IPipelineElementTest, FramesStayAliveOnOtherThreadsWhileTheRingMovesOn)
 {
     Stage stage(2);
-    std::mutex stageMutex;  // the ring itself keeps no lock
+    std::mutex stageMutex;  // the ring itself has no lock
     AddFrames(stage, 0, 1);
     constexpr int laps = 2000;
 
@@ -305,7 +305,7 @@ TEST(IPipelineElementTest, FramesStayAliveOnOtherThreadsWhileTheRingMovesOn)
                 const std::lock_guard lock(stageMutex);
                 frame = stage.RetrieveCurrent();
             }
-            // Dropped at the end of the lap, perhaps after the ring has dropped it.
+            // Dropped at the end of the lap, possibly after the ring has dropped it.
             seen = frame != nullptr ? frame->GetFrameId() : -1;
         }
     });

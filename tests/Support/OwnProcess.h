@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <system_error>
@@ -31,6 +33,28 @@ inline bool HasThread(const std::string& name)
 {
     const std::vector<std::string> names = ThreadNames();
     return std::find(names.begin(), names.end(), name + "\n") != names.end();
+}
+
+/// @return the signals that the thread of this name blocks, as the kernel counts them: bit 0 is
+/// signal 1. Nothing if no thread has the name.
+inline std::optional<std::uint64_t> SignalsBlockedBy(const std::string& name)
+{
+    const std::string field = "SigBlk:";
+    std::error_code error;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task", error)) {
+        if (ReadFile(task.path() / "comm") == name + "\n") {
+            const std::string status = ReadFile(task.path() / "status");
+            const std::size_t position = status.find(field) + field.size();
+            return std::stoull(status.substr(position), nullptr, 16);
+        }
+    }
+    return std::nullopt;
+}
+
+/// @return whether a set of signals, as SignalsBlockedBy() gives it, holds the signal.
+inline bool HasSignal(std::uint64_t signals, int signal)
+{
+    return (signals >> (signal - 1) & 1) != 0;
 }
 
 /// @return whether a thread, by its number in the kernel, sleeps at this moment.

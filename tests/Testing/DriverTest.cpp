@@ -1,4 +1,4 @@
-// The driver's output, its order and its cadence, as seen by whoever starts it.
+// The driver's output: its lines, their order and their times.
 
 #include <chrono>
 #include <cstdio>
@@ -18,8 +18,8 @@ struct Line
     Clock::duration age;  ///< since the driver was started
 };
 
-/// Reads the driver's lines until there are enough of both kinds, then lets go of it: the driver
-/// dies of the closed pipe at its next line.
+/// Reads the driver's lines until there are enough of both kinds, then closes the pipe, which ends
+/// the driver at its next line.
 std::vector<Line> DriverLines(int mainLines, int asyncLines)
 {
     std::vector<Line> lines;

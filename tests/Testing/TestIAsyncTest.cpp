@@ -1,6 +1,6 @@
-// What the driver does from call to call. Its sleeps and its threads are replaced: a sleep takes no
-// time, and what a new thread would run, the test runs itself. Not for the thread sanitizer, whose
-// own threads would call the functions that stand in here.
+// The calls of the driver. Its sleeps and its threads are replaced: a sleep takes no time, and the
+// test itself runs the function of a new thread. Not for the thread sanitizer, whose own threads
+// would call the replaced functions.
 #include "Tolvex/Testing/Private/TestIAsync.h"
 
 #include <bit>
@@ -26,14 +26,14 @@ using Tolvex::Util::IAsync;
 
 static_assert(std::is_empty_v<TestIAsync>);
 
-/// Leaves the endless loop of the driver.
+/// Thrown to leave the endless loop of the driver.
 struct EndOfLoop
 {
 };
 
 std::vector<std::string> record;
-std::vector<IAsync*> started;  ///< what the new threads were to run
-int sleepsToCome = 0;          ///< the one after them ends the loop
+std::vector<IAsync*> started;  ///< arguments of the new threads
+int sleepsToCome = 0;          ///< the next sleep after them ends the loop
 
 }  // namespace
 
@@ -58,7 +58,7 @@ int pthread_create(pthread_t*, const pthread_attr_t*, void* (*entry)(void*), voi
 
 }  // extern "C"
 
-/// The library's main over a driver whose constructor returns.
+/// The library's main with a driver whose constructor returns.
 namespace Returning {
 
 class TestIAsync

@@ -333,7 +333,7 @@ TEST(CircularBufferTest, AnElementInsideTheSlotIsStoredAsTheCallbackLeavesIt)
     Number* const slotOfTwo = oldestSlot;
     ring.AddNext(std::make_shared<int>(3));
 
-    ring.AddNext(*slotOfTwo);  // stands in the slot that is overwritten now
+    ring.AddNext(*slotOfTwo);  // is in the slot that is overwritten now
 
     EXPECT_EQ(ring.RetrieveCurrent(), nullptr);
     EXPECT_EQ(ring.GetRingPos(), 0);
@@ -440,7 +440,7 @@ TEST(CircularBufferTest, MoreSlotsThanMemoryHoldsRaiseBadAlloc)
 
 // --------------------------------------------------------------------------------------- seeking
 
-/// Ring of a size after a number of elements.
+/// A ring of the given size after the given number of elements.
 CircularBuffer<int>& Filled(CircularBuffer<int>& ring, int count)
 {
     AddNumbers(ring, 0, count);
@@ -510,7 +510,7 @@ TEST(CircularBufferTest, SeekBackKeyframeWrapsAroundForExtremeArguments)
     EXPECT_EQ(newestNine.SeekBackKeyframe(lowest, 4), -2147483640);  // 9 - 1 + 2^31
     EXPECT_EQ(newestNine.SeekBackKeyframe(2, highest), 0);
     EXPECT_EQ(newestNine.SeekBackKeyframe(2, lowest), 0);
-    EXPECT_EQ(newestZero.SeekBackKeyframe(lowest, -1), lowest);  // the quotient that no int holds
+    EXPECT_EQ(newestZero.SeekBackKeyframe(lowest, -1), lowest);  // the quotient overflows an int
     EXPECT_EQ(newestZero.SeekBackKeyframe(lowest, lowest), lowest);
 }
 
@@ -561,7 +561,7 @@ TEST(CircularBufferTest, SeekRelativeWrapsAroundForExtremeArguments)
     EXPECT_EQ(ring.SeekRelative(0, highest), -2147483638);
 }
 
-/// What the ring is to answer, written down a second time over plain ints.
+/// The expected answers of the ring, computed in another way.
 struct Reference
 {
     int size = 0;

@@ -1,35 +1,37 @@
-// Uses the tables of texts while another thread prepares them for forks. Not for the thread
+// Uses a table of texts while another thread registers its fork handlers. Not for the thread
 // sanitizer (tests/Support/ForkRegistrations.h).
 #include <atomic>
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 #include <gtest/gtest.h>
 
-#include "Tolvex/Util/EnumString.h"
+#include "Tolvex/Types/LogModule.h"
 
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/ForkRegistrations.h"
 
 namespace {
 
+using Tolvex::LogModule;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::RunWhileHalted;
-using Tolvex::Util::EnumStringMutex;
+using Modules = Tolvex::Util::EnumString<LogModule>;
 
-TEST(FirstTextForkTest, NoThreadLocksTheTextsBeforeForksArePreparedFor)
+TEST(FirstTextForkTest, NoThreadLocksTheTextsBeforeTheForkHandlersAreRegistered)
 {
-    const ChildResult result = RunWhileHalted({1, false}, EnumStringMutex, [] {
-        // Not on the stack: the thread goes on when this is done.
-        const auto locked = std::make_shared<std::atomic<bool>>(false);
-        std::thread second([locked] {
-            const std::lock_guard lock(EnumStringMutex());
-            *locked = true;
+    const auto lookUp = [] { EXPECT_EQ(Modules::From(LogModule::WNET), "WNET"); };
+
+    const ChildResult result = RunWhileHalted({1, false}, lookUp, [lookUp] {
+        // Not on the stack: the thread may outlive this function.
+        const auto lookedUp = std::make_shared<std::atomic<bool>>(false);
+        std::thread second([lookUp, lookedUp] {
+            lookUp();
+            *lookedUp = true;
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        EXPECT_FALSE(*locked);
+        EXPECT_FALSE(*lookedUp);
         second.detach();
     });
 

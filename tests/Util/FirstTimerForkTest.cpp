@@ -30,7 +30,7 @@ void ExpectAnExpiry()
     EXPECT_TRUE(Eventually([&expired] { return expired.load(); }));
 }
 
-/// By where the thread is halted that makes the first timer.
+/// The parameter says where the thread that makes the first timer is halted.
 class FirstTimerForkTest : public ::testing::TestWithParam<HaltRow>
 {
 };

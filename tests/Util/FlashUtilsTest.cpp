@@ -32,7 +32,8 @@ namespace {
 
 using Tolvex::Support::RealFunction;
 
-/// What the stand-ins saw, and what they are to do. Without a Recording they do the real thing.
+/// Records the calls of the replaced functions and tells them what to do. Without a Recording they
+/// call the real ones.
 struct Recording
 {
     std::vector<std::string> calls;  ///< "system: <command>", "popen: <command>", in their order
@@ -49,7 +50,7 @@ struct Recording
     static inline Recording* current = nullptr;
 };
 
-std::atomic<int> openStreams = 0;      ///< popen() less pclose()
+std::atomic<int> openStreams = 0;      ///< calls of popen() minus calls of pclose()
 std::atomic<bool> isInPclose = false;  ///< waiting for a command to end
 
 }  // namespace
@@ -183,7 +184,7 @@ TEST(ExecCmdPipeTest, TextBehindANulIsLostUpToTheEndOfTheLine)
 
 TEST(ExecCmdPipeTest, TextBehindANulIsLostUpToTheEndOfAPieceOf199Characters)
 {
-    const std::string lost = Line(197);  // with the letter and the NUL before it: one piece
+    const std::string lost = Line(197);  // one piece, with the letter and the NUL before it
 
     EXPECT_EQ(ExecCmd_Pipe((R"(printf 'a\000)" + lost + "kept'").c_str()), "akept");
 }
@@ -384,7 +385,7 @@ TEST(ExecCmdSystemTest, ResultIsTheRawWaitStatus)
 TEST(ExecCmdSystemTest, ResultIsMinusOneWhenTheCLibrarySaysSo)
 {
     const ChildResult child = RunInChild([] {
-        std::signal(SIGCHLD, SIG_IGN);  // the command's status is then lost
+        std::signal(SIGCHLD, SIG_IGN);  // the status of the command is then lost
         EXPECT_EQ(ExecCmd_System("true"), -1);
         return 0;
     });
@@ -411,7 +412,7 @@ void* RunSlowCommand(void* readyFile)
 TEST(ExecCmdSystemTest, CancelledThreadKillsTheShell)
 {
     const ChildResult child = RunInChild([] {
-        int input[2];  // the shell waits for a line from it for ever
+        int input[2];  // the shell waits for a line from it, forever
         EXPECT_EQ(pipe(input), 0);
         dup2(input[0], STDIN_FILENO);
         std::string readyFile = testing::TempDir() + "ready." + std::to_string(getpid());

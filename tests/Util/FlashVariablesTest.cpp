@@ -35,7 +35,7 @@ constexpr char configFile[] = "/etc/fw_env.config";
 
 // ------------------------------------------------------------------------ the device of the tests
 
-/// Reflected CRC-32 as Ethernet has it.
+/// Reflected CRC-32, as in Ethernet.
 std::uint32_t Crc32(const std::string& bytes)
 {
     std::uint32_t crc = 0xFFFFFFFF;
@@ -77,7 +77,7 @@ fs::path FindTool(const std::string& name)
     return {};
 }
 
-/// Puts copies of the tools, wherever the system has them, into an otherwise empty /sbin.
+/// Finds the tools of the system and copies them into an otherwise empty /sbin.
 bool InstallTools()
 {
     const fs::path staging = "/run";
@@ -90,8 +90,9 @@ bool InstallTools()
     return mount("/run", "/sbin", nullptr, MS_BIND, nullptr) == 0;
 }
 
-/// Leaves in /dev the null device and an environment of 8 KiB, which /dev/mtd1 stands for. The link
-/// is for the tools: a file with the name of a flash device they would read, but not write.
+/// Reduces /dev to the null device and an environment of 8 KiB, to which /dev/mtd1 is a link. A
+/// link, because the tools would read a plain file with the name of a flash device, but not write
+/// it.
 bool InstallFlash()
 {
     if (!MountEmptyDirectory("/mnt")) {
@@ -105,7 +106,7 @@ bool InstallFlash()
            mount("/mnt", "/dev", nullptr, MS_BIND | MS_REC, nullptr) == 0;
 }
 
-/// Makes the calling process's device: tools, flash, an empty /etc, and room for the tools' lock.
+/// Sets up the device for the calling process: tools, flash, an empty /etc, a place for locks.
 bool EnterDevice()
 {
     if (!EnterPrivateMountNamespace() || !InstallTools() || !InstallFlash()) {
@@ -115,7 +116,7 @@ bool EnterDevice()
     return MountEmptyDirectory("/var/lock") && MountEmptyDirectory("/etc");
 }
 
-/// Runs work on a device of its own with the configuration file written.
+/// Runs work on a device of its own that has the configuration file.
 template <typename Work>
 ChildResult RunOnDevice(Work work)
 {

@@ -1,5 +1,5 @@
 // The calls that IAsync makes to the C library, in their order and with their arguments. Not for
-// the thread sanitizer, whose own threads would call the functions that stand in here.
+// the thread sanitizer, whose own threads would call the replaced functions.
 
 #include <atomic>
 #include <cerrno>
@@ -35,7 +35,7 @@ std::vector<std::string> record;
 std::atomic<int> interruptionsToCome = 0;
 std::atomic<int> creationError = 0;
 std::atomic<bool> recording = false;
-// A sanitizer's pthread_create makes calls of its own, in itself and on the new thread.
+// The pthread_create() of a sanitizer makes further calls, also on the new thread.
 thread_local bool ownCall = false;
 
 void Note(const std::string& call)
@@ -55,7 +55,7 @@ std::string Text(const timespec& time)
 
 extern "C" {
 
-// Sleeps no time at all, and notes how long it was asked to.
+// Does not sleep; records the requested time.
 int nanosleep(const timespec* asked, timespec* remaining)
 {
     Note("sleep " + Text(*asked));
@@ -119,7 +119,7 @@ protected:
 
     void TearDown() override { recording = false; }
 
-    /// Runs one IAsync to its end. @return the calls that began with a word, in their order.
+    /// Runs one IAsync to its end. @return the calls that begin with a word, in their order.
     std::vector<std::string> CallsFor(std::chrono::milliseconds delay, const std::string& word)
     {
         auto called = std::make_shared<std::promise<void>>();
@@ -191,7 +191,7 @@ TEST_F(IAsyncCallsTest, DelayIsSleptInPiecesOnlyWhereTheClockHas32Bits)
     EXPECT_EQ(CallsFor(2147483647s + 3500ms, "sleep"), sizeof(std::time_t) < 8 ? inPieces : inOne);
 }
 
-// Destroying the attribute object would stand in the record.
+// The destruction of the attribute object would be in the record.
 TEST_F(IAsyncCallsTest,
        ThreadIsCreatedJoinableWithHalfAMegabyteOfStackThenDetachedAndItsAttributesStay)
 {
@@ -247,7 +247,7 @@ TEST_F(IAsyncCallsTest, FailedCreationIsSilentAndTheCallbackNeverRuns)
     EXPECT_EQ(calls.use_count(), 1);
 }
 
-/// Work that counts how often it is copied, and fails to be when it is told to.
+/// Counts how often it is copied, and can be told to fail then.
 class CopiedWork
 {
 public:

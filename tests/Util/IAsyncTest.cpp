@@ -30,7 +30,7 @@ static_assert(!std::is_copy_constructible_v<IAsync>);
 static_assert(!std::is_copy_assignable_v<IAsync>);
 static_assert(std::is_same_v<decltype(&IAsync::RunThread), void* (*)(void*)>);
 
-/// What a callback sees of its own thread.
+/// The attributes of a thread, as seen by its callback.
 struct ThreadView
 {
     pthread_t self = 0;
@@ -44,7 +44,7 @@ ThreadView ViewOfThisThread()
     ThreadView view;
     view.self = pthread_self();
 
-    // The creator detaches the thread while it runs already.
+    // The creator detaches the thread while it is already running.
     const auto giveUp = Clock::now() + hangLimit;
     while (!view.detached && Clock::now() < giveUp) {
         pthread_attr_t attributes;
@@ -72,7 +72,7 @@ TEST(IAsyncTest, CallbackReceivesTheObjectThatNewReturned)
 
     ASSERT_EQ(received.wait_for(hangLimit), std::future_status::ready);
     EXPECT_EQ(received.get(), created);
-    delete created;  // this callback leaves the object to the test
+    delete created;  // this callback does not delete the object
 }
 
 TEST(IAsyncTest, CallbackFindsTheUserDataInTheObject)

@@ -1,4 +1,4 @@
-// The network utilities on the real kernel, in network namespaces that nothing leaves.
+// The network utilities on the real kernel, in private network namespaces.
 
 #include <arpa/inet.h>
 #include <array>
@@ -46,7 +46,7 @@ using Tolvex::Util::SetAddressOfNetInterfaceUsingSocket;
 using Tolvex::Util::SetStatusOfNetInterfaceUsingSocket;
 using Lines = std::vector<std::string>;
 
-/// Name of 15 characters, the longest that the kernel takes.
+/// Name of 15 characters, the longest that the kernel accepts.
 constexpr char longestName[] = "tolvexlongest15";
 
 // ---------------------------------------------------------- what the kernel says of an interface
@@ -114,7 +114,7 @@ protected:
         }
     }
 
-    /// Runs work in a network of its own that holds tolvex0, tolvex1 and two with longer names.
+    /// Runs work in a private network with tolvex0, tolvex1 and two interfaces with longer names.
     template <typename Work>
     static void RunOnNetwork(Work work)
     {
@@ -385,7 +385,7 @@ TEST_F(NetInterfacesTest, AbsentInterfaceIsReportedOnStandardOutputAndNotInTheLo
 
 // --------------------------------------------------------------------------------- connectivity
 
-/// Makes the host that is pinged have the address; null for none. Nothing else resolves a name.
+/// Gives the pinged host the address; null for none. No other name can be resolved.
 bool MapHost(const char* address)
 {
     std::ofstream("/etc/nsswitch.conf") << "hosts: files\n";
@@ -409,7 +409,7 @@ bool Configure(const char* interface, const char* address)
            SetStatusOfNetInterfaceUsingSocket(1, interface) == 0;
 }
 
-/// Two processes that give each other turns.
+/// Two processes that take turns.
 class Turns
 {
 public:
@@ -418,7 +418,7 @@ public:
     bool IsOpen() const { return isOpen; }
     void Give() { isOpen = write(forth[1], "x", 1) == 1; }
     bool Await() { return read(back[0], &turn, 1) == 1; }
-    /// To be called in the other process.
+    /// Call it in the other process.
     void Swap() { std::swap(forth, back); }
 
 private:
@@ -428,7 +428,7 @@ private:
     char turn = 0;
 };
 
-/// The far end: comes up when told to, pings the near end, and stays until it is killed.
+/// The far end: waits for its turn, comes up, pings the near end, and stays until it is killed.
 [[noreturn]] void RunFarEnd(Turns turns)
 {
     turns.Swap();

@@ -1,5 +1,5 @@
-// The calls that the network utilities make, and what they make of failures that the kernel does
-// not show on request. NetInterfacesTest works on the kernel itself.
+// The calls of the network utilities, and their reactions to failures that the kernel cannot be
+// made to show. NetInterfacesTest works on the kernel itself.
 
 #include "Tolvex/Util/NetUtils.h"
 
@@ -59,7 +59,8 @@ struct Request
     }
 };
 
-/// What the stand-ins saw, and what they are to do. Without a Recording they do the real thing.
+/// Records the calls of the replaced functions and tells them what to do. Without a Recording they
+/// call the real ones.
 struct Recording
 {
     std::vector<std::string> commands;  ///< of system()
@@ -73,7 +74,7 @@ struct Recording
     unsigned long failingRequest = 0;
     int errorNumber = 0;  ///< of socket() and the failing request; 0 leaves errno alone
     short flagsOfInterface = 0;
-    std::string badAddress;  ///< text for which inet_pton() is to be negative
+    std::string badAddress;  ///< text for which inet_pton() returns a negative result
 
     bool listFails = false;
     ifaddrs* list = nullptr;
@@ -125,8 +126,8 @@ extern "C" int close(int descriptor)
         return RealFunction<int(int)>("close")(descriptor);
     }
     recording->closed.push_back(descriptor);
-    errno = EIO;           // must not get into a message
-    pthread_testcancel();  // as the real one
+    errno = EIO;           // must not appear in a message
+    pthread_testcancel();  // as the real one does
     return 0;
 }
 
@@ -169,7 +170,7 @@ extern "C" int getifaddrs(ifaddrs** list) noexcept
     }
     recording->listCalls.emplace_back("get");
     if (recording->listFails) {
-        return -1;  // and leaves the pointer as it was
+        return -1;  // and does not change the pointer
     }
     *list = recording->list;
     return 0;
@@ -238,7 +239,7 @@ public:
     {
         entries.resize(texts.size());
         for (std::size_t index = 0; index < texts.size(); ++index) {
-            // Only read, as getifaddrs() has it.
+            // Only read.
             entries[index].ifa_name = const_cast<char*>(texts[index]);
             entries[index].ifa_next = index + 1 < entries.size() ? &entries[index + 1] : nullptr;
         }
@@ -477,7 +478,7 @@ TEST(NetInterfaceAddressTest, DescriptorZeroStaysOpenOnFailureAndIsClosedOnSucce
 
 // --------------------------------------------------------------------------------------- status
 
-/// The highest bit among them, which makes the number negative.
+/// With the highest bit, which makes the number negative.
 constexpr auto otherFlags =
     static_cast<short>(IFF_BROADCAST | IFF_MULTICAST | IFF_PROMISC | IFF_DYNAMIC);
 

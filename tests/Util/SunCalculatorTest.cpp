@@ -172,7 +172,7 @@ TEST(SunCalculatorTest, FromJulianUndoesToJulianForAMillionTimesOfTheWholeRange)
     constexpr std::int64_t step = 4294967296 / count;
 
     for (std::int64_t index = 0; index < count; ++index) {
-        // The second part walks through all remainders, so that the steps hit no pattern.
+        // The second part goes through all remainders, so that the steps follow no pattern.
         const std::int64_t offset = index * 7919 % step;
         const auto time = static_cast<std::time_t>(lowest + index * step + offset);
         ASSERT_EQ(calculator.FromJulian(calculator.ToJulian(time)), time);
@@ -192,8 +192,8 @@ TEST(SunCalculatorTest, FromJulianTruncatesTowardZero)
     EXPECT_EQ(calculator.FromJulian(2440587.5 - 0.999 * second), 0);
 }
 
-/// A Julian date as a whole number of 2^-31 days, the step of a double of that size; all that
-/// follows from it is exact.
+/// A Julian date as a whole number of 2^-31 days, which is the step of a double of that size. All
+/// results computed from it are exact.
 class ExactJulian
 {
 public:
@@ -203,7 +203,7 @@ public:
     {
     }
 
-    /// Of the nearest whole second, in 2^-31 seconds.
+    /// Distance to the nearest whole second, in 2^-31 seconds.
     std::int64_t Distance() const { return std::abs(secondsTimesTwoTo31 - Nearest() * unit); }
 
     std::int64_t Nearest() const
@@ -335,7 +335,7 @@ TEST(SunCalculatorTest, JulianCycleSubtractsTheTransitCorrection)
 
 TEST(SunCalculatorTest, JulianCycleKeepsTheSinglePrecisionTau)
 {
-    // The exact quotient is one half, which leaves 0.499999993 to round; the other is smaller.
+    // With the exact quotient, one half, 0.499999993 would be rounded; the other one is smaller.
     EXPECT_EQ(SunCalculator().JulianCycle(0.0009 + 0.999999993, pi), 1);
 }
 
@@ -398,7 +398,7 @@ TEST(SunCalculatorTest, GetSetIsTheTransitOfTheHourAngle)
 
 // ------------------------------------------------------------------------------------- GetTimes
 
-/// The steps of GetTimes(), made from the formulas.
+/// The steps of GetTimes(), computed from the formulas.
 struct SolarDay
 {
     double noon;
@@ -430,7 +430,7 @@ TEST(SunCalculatorTest, SunriseAndSunsetLieAsFarFromTheTransit)
 
         const SunTimes times = calculator.GetTimes(date, 47.4, 8.5);
 
-        // One second: this program's compiler may keep another last digit than the library's.
+        // One second: the compilers of this program and of the library may round differently.
         ASSERT_NEAR(static_cast<double>(times.sunrise - calculator.FromJulian(rise)), 0, 1);
         ASSERT_NEAR(static_cast<double>(times.sunset - calculator.FromJulian(day.set)), 0, 1);
     }
@@ -542,10 +542,11 @@ TEST(SunCalculatorTest, SunriseAndSunsetOutsideOf32BitsSaturate)
 {
     const SunCalculator calculator;
 
-    // The range ends at 2038-01-19 03:14:07 UTC, and the day here six hours after midnight.
+    // The range ends at 2038-01-19 03:14:07 UTC, and the day at this place six hours after
+    // midnight.
     EXPECT_LT(calculator.GetTimes(highest, 10.0, -180.0).sunrise, highest);
     EXPECT_EQ(calculator.GetTimes(highest, 10.0, -180.0).sunset, highest);
-    // It begins at 1901-12-13 20:45:52 UTC, which is noon here.
+    // It begins at 1901-12-13 20:45:52 UTC, which is noon at this place.
     EXPECT_EQ(calculator.GetTimes(lowest, 10.0, -135.0).sunrise, lowest);
     EXPECT_GT(calculator.GetTimes(lowest, 10.0, -135.0).sunset, lowest);
 
@@ -691,7 +692,7 @@ TEST_P(SunEphemerisTest, ErrorStaysWithinTheBoundOfTheBand)
     const auto count = static_cast<double>(errors.count);
     std::printf("%s: %.0f events, worst %.0f s, mean %.1f s, mean signed %+.1f s\n", band.name,
                 count, errors.worst, errors.absoluteSum / count, errors.sum / count);
-    // Late by a little more than a minute in the mean: more would be a wrong formula.
+    // A little more than a minute late on average; more would mean a wrong formula.
     EXPECT_NEAR(errors.sum / count, 75, 25);
 }
 

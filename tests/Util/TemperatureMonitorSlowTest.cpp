@@ -1,4 +1,4 @@
-// One refresh of the process's monitor as it comes on the device: after a real minute.
+// One refresh of the process's monitor after a real minute, as on the device.
 
 #include <chrono>
 #include <thread>

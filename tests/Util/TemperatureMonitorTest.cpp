@@ -31,7 +31,7 @@ using Support::RunInChild;
 using Support::ThermalZone;
 using Support::TimerCalls;
 
-/// Every test stands in this program's own mount namespace, at first without a thermal zone.
+/// Every test runs in a private mount namespace, which has no thermal zone at first.
 class TemperatureMonitorTest : public ::testing::Test
 {
 protected:
@@ -165,7 +165,7 @@ TEST_F(TemperatureMonitorTest, FirstCallsOnManyThreadsAtOnceMakeOneMonitor)
 
         EXPECT_NE(monitors[0], nullptr);
         EXPECT_EQ(std::count(monitors.begin(), monitors.end(), monitors[0]), count);
-        // Those that were made in vain are gone, with their timers.
+        // The losers of the race have deleted their copies, with the timers.
         EXPECT_EQ(TimerCalls::Get().created.size() - TimerCalls::Get().deleted.size(), 1U);
         return 0;
     });

@@ -1,21 +1,53 @@
-// The monitor's refreshes on the threads of its timer, with the 60 seconds between them cut short.
+// The monitor's refreshes on the threads of its timer, with a period far below 60 seconds.
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "Tolvex/Util/TemperatureMonitor.h"
 
+#include "tests/Support/RealFunction.h"
 #include "tests/Support/ThermalZone.h"
 #include "tests/Support/TimerCalls.h"
+
+namespace {
+
+/// Signal masks, as seen by a read() on another thread than the first one.
+struct MaskOfRefresh
+{
+    std::atomic<bool> seen = false;
+    std::atomic<bool> blocksOrdinary = false;  ///< SIGTERM and SIGUSR1
+    std::atomic<bool> blocksFaults = true;     ///< SIGSEGV or SIGBUS
+};
+
+MaskOfRefresh maskOfRefresh;
+
+}  // namespace
+
+extern "C" ssize_t read(int descriptor, void* buffer, size_t size)
+{
+    static auto* const real = Tolvex::Support::RealFunction<ssize_t(int, void*, size_t)>("read");
+    if (gettid() != getpid()) {
+        sigset_t mask;
+        pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+        maskOfRefresh.blocksOrdinary =
+            sigismember(&mask, SIGTERM) == 1 && sigismember(&mask, SIGUSR1) == 1;
+        maskOfRefresh.blocksFaults =
+            sigismember(&mask, SIGSEGV) == 1 || sigismember(&mask, SIGBUS) == 1;
+        maskOfRefresh.seen = true;
+    }
+    return real(descriptor, buffer, size);
+}
 
 namespace Tolvex::Util {
 namespace {
@@ -26,7 +58,7 @@ using Support::TimerCalls;
 
 constexpr std::size_t refreshStackBytes = 16384;
 
-/// Waits until condition holds. @return whether it did, within a long while.
+/// Waits until condition holds. @return false if it does not within 30 seconds.
 template <typename Condition>
 bool Eventually(Condition condition)
 {
@@ -64,6 +96,17 @@ TEST_F(TemperatureRefreshTest, ComesEverySixtySecondsOnThreadsWith16384BytesOfSt
     EXPECT_EQ(calls.set[0].times.it_interval.tv_nsec, 0);
     EXPECT_EQ(calls.set[0].times.it_value.tv_sec, 60);
     EXPECT_EQ(calls.set[0].times.it_value.tv_nsec, 0);
+}
+
+TEST_F(TemperatureRefreshTest, RunsNoSignalHandlersButThoseOfFaults)
+{
+    ThermalZone::Write("47250\n");
+
+    const TemperatureMonitor monitor;
+
+    ASSERT_TRUE(Eventually([] { return maskOfRefresh.seen.load(); }));
+    EXPECT_TRUE(maskOfRefresh.blocksOrdinary);
+    EXPECT_FALSE(maskOfRefresh.blocksFaults);
 }
 
 TEST_F(TemperatureRefreshTest, TimerGoesWithTheMonitor)

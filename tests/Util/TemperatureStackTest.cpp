@@ -1,5 +1,5 @@
 // How much of its stack the first refresh of a process uses. Alone in its program: the first expiry
-// also resolves the functions that nothing has called before, which takes the most.
+// also resolves the functions that were never called before, which needs the most stack.
 
 #include <atomic>
 #include <chrono>
@@ -25,11 +25,11 @@ using Support::ThreadStack;
 using Support::TimerCalls;
 
 constexpr std::size_t refreshStackBytes = 16384;
-constexpr std::size_t reserve = 1024;  // for a C library that takes somewhat more
+constexpr std::size_t reserve = 1024;  // for a C library that uses more
 
 std::atomic<bool> busy;
 std::atomic<int> measured;
-std::atomic<std::size_t> used;   // by the first expiry, with what the C library keeps there
+std::atomic<std::size_t> used;   // by the first expiry and by the C library
 std::atomic<std::size_t> whole;  // size of its stack
 
 void MeasureFirstExpiry(union sigval value)

@@ -4,9 +4,12 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <mutex>
+#include <optional>
 #include <pthread.h>
 #include <string>
 #include <thread>
@@ -46,7 +49,7 @@ bool IsTickThread()
     return std::string(name) == "Tick";
 }
 
-/// Notes a sleep. @return whether a signal interrupts it: only the first one.
+/// Records a sleep. @return true if a signal interrupts it, which happens to the first one only.
 bool NoteInterruption(const timespec& request)
 {
     const std::lock_guard<std::mutex> lock(tickSleeps.mutex);
@@ -76,7 +79,9 @@ using namespace std::chrono_literals;
 using Tolvex::Ilog::Logger;
 using Tolvex::Interfaces::IThread;
 using Tolvex::Support::Eventually;
+using Tolvex::Support::HasSignal;
 using Tolvex::Support::LogFile;
+using Tolvex::Support::SignalsBlockedBy;
 using Tolvex::Util::Tick;
 
 std::ptrdiff_t CountTickThreads()
@@ -131,7 +136,7 @@ TEST(TickTest, FirstCallsFromSeveralThreadsAtOnceCreateOneObjectWithOneThread)
         });
     }
 
-    // An open line keeps the start from being logged, and the call beside it from nothing.
+    // An open line delays the log line of the start, but not the other call.
     Logger& logger = *Logger::GetInstance();
     logger.WriteHeader(Tolvex::Ilog::LogType::Info);
     go = true;
@@ -160,6 +165,36 @@ TEST(TickTest, LaterCallsReturnTheSameObjectAndStartNoFurtherThread)
     EXPECT_EQ(Tick::GetInstance(), first);
     EXPECT_THAT(log.TakeLines(), ::testing::IsEmpty());
     EXPECT_EQ(CountTickThreads(), 1);
+}
+
+TEST(TickTest, ThreadRunsNoSignalHandlersButThoseOfFaults)
+{
+    Tick::GetInstance();
+
+    const std::optional<std::uint64_t> blocked = SignalsBlockedBy("Tick");
+
+    ASSERT_TRUE(blocked);
+    for (const int signal : {SIGHUP, SIGINT, SIGUSR1, SIGUSR2, SIGPIPE, SIGALRM, SIGTERM, SIGCHLD,
+                             SIGPROF, SIGRTMIN, SIGRTMAX}) {
+        EXPECT_TRUE(HasSignal(*blocked, signal)) << signal;
+    }
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
+        EXPECT_FALSE(HasSignal(*blocked, fault)) << fault;
+    }
+}
+
+TEST(TickTest, CreationLeavesTheSignalMaskOfTheCallerAlone)
+{
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, nullptr, &before);
+
+    const Tick tick;
+
+    sigset_t after;
+    pthread_sigmask(SIG_BLOCK, nullptr, &after);
+    for (int signal = 1; signal < NSIG; ++signal) {
+        EXPECT_EQ(sigismember(&after, signal), sigismember(&before, signal)) << signal;
+    }
 }
 
 TEST(TickTest, ForkedChildGetsTheObjectOfItsParentWithoutAThread)

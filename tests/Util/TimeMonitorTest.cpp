@@ -20,7 +20,7 @@ namespace {
 
 using Tolvex::Support::RealFunction;
 
-/// Stands in for the wall clock of one thread while it exists.
+/// Replaces the wall clock of one thread while it exists.
 class ClockStandIn
 {
 public:

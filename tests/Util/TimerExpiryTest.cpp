@@ -39,9 +39,9 @@ using Support::TimerCalls;
 
 constexpr int never = 60000;  // a period in ms that does not pass in these tests
 constexpr int stackBytes = 16384;
-constexpr auto longest = 30s;  // for what comes sooner or later
+constexpr auto longest = 30s;  // limit for events that have to come
 
-/// When each call came. Shared with the callbacks, so that a late one finds it alive.
+/// The times of the calls. Shared with the callbacks, so a late call cannot use a destroyed object.
 class CallTimes
 {
 public:
@@ -52,7 +52,7 @@ public:
         changed.notify_all();
     }
 
-    /// @return the times once there are as many, or those there are after a long while.
+    /// @return the times as soon as there are that many, or after the limit.
     std::vector<Clock::time_point> WaitFor(std::size_t count)
     {
         std::unique_lock lock(mutex);
@@ -77,7 +77,7 @@ std::function<void(Timer*)> Noting(const std::shared_ptr<CallTimes>& calls)
     return [calls](Timer*) { calls->Note(); };
 }
 
-/// The result of the first call; calls that overlap it give theirs to nobody.
+/// The result of the first call; the results of other calls are dropped.
 template <typename Result>
 class FirstCall
 {
@@ -89,7 +89,7 @@ public:
         }
     }
 
-    /// @return nothing if there is no call within a long while.
+    /// @return nothing if there is no call within the limit.
     std::optional<Result> Wait()
     {
         auto future = promise.get_future();
@@ -104,7 +104,7 @@ private:
     std::atomic<bool> isSet = false;
 };
 
-/// Waits until condition holds. @return whether it did, within a long while.
+/// Waits until condition holds. @return false if it does not within the limit.
 template <typename Condition>
 bool Eventually(Condition condition)
 {
@@ -181,7 +181,7 @@ TEST_F(TimerExpiryTest, SetTimeZeroStopsTheCallsAndSetTimeStartsThemAgain)
     ASSERT_GE(calls->WaitFor(3).size(), 3U);
 
     ASSERT_TRUE(timer.SetTime(0));
-    std::this_thread::sleep_for(200ms);  // what had been let in before
+    std::this_thread::sleep_for(200ms);  // for calls that had already begun
     const std::size_t count = calls->Count();
     std::this_thread::sleep_for(200ms);
     EXPECT_EQ(calls->Count(), count);
@@ -214,7 +214,7 @@ TEST_F(TimerExpiryTest, CallbackStopsItsTimer)
         nullptr, stackBytes);
 
     ASSERT_GE(calls->WaitFor(1).size(), 1U);
-    std::this_thread::sleep_for(200ms);  // for those that overlap the first
+    std::this_thread::sleep_for(200ms);  // for calls that overlap the first
     const std::size_t count = calls->Count();
     std::this_thread::sleep_for(200ms);
 
@@ -400,7 +400,7 @@ TEST_F(TimerExpiryTest, CallbackDestroysItsOwnTimer)
     new Timer(
         2,
         [held = std::move(state)](Timer* self) {
-            if (!held->destroyed.exchange(true)) {  // the others overlap it
+            if (!held->destroyed.exchange(true)) {  // other calls overlap it
                 delete self;
                 held->text += "!";
             }
@@ -431,7 +431,7 @@ TEST_F(TimerExpiryTest, ThreadThatACallbackEndsLetsGoOfTheCallable)
 
 // ------------------------------------------------------- expiries delivered later than they occur
 
-/// Keeps expiries on their threads, short of the library, until they are let go.
+/// Holds expiries on their threads, before the library sees them, until LetGo().
 class HeldExpiries
 {
 public:
@@ -455,7 +455,7 @@ public:
         return Eventually([count] { return State().held >= count; });
     }
 
-    /// Delivers those that are held, and returns when they have been.
+    /// Delivers the expiries that are held, and returns when that is done.
     static bool LetGo()
     {
         State().holding = false;
@@ -580,7 +580,7 @@ TEST_F(LateExpiryTest, CallsTheCallbackAfterSetTime)
     EXPECT_GE(calls->Count(), expiries.Passed());
 }
 
-// Expiries of the first timer are lost, so for a while a call of the second could look stale.
+// A call by hand is never taken for a stale expiry of the first timer.
 TEST_F(LateExpiryTest, CallByHandAlwaysCallsATimerAtTheAddressOfOneThatLostExpiries)
 {
     auto other = std::make_shared<CallTimes>();
@@ -627,7 +627,7 @@ TEST_F(TimerExpiryTest, ProcessExitsCleanlyWhileTimersFire)
     EXPECT_TRUE(result.Succeeded()) << result.status << result.output;
 }
 
-// One expiry alone: two that throw at once would blur the message.
+// One expiry only: two that throw at once would mix their messages.
 constexpr int deathPeriod = 500;
 
 using TimerDeathTest = TimerExpiryTest;

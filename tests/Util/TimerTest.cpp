@@ -1,4 +1,4 @@
-// Everything about the timer that can be seen without an expiry; those are in TimerExpiryTest.cpp.
+// All behaviour of the timer that needs no expiry. The rest is in TimerExpiryTest.cpp.
 
 #include "Tolvex/Util/Timer.h"
 
@@ -61,7 +61,7 @@ itimerspec SettingOf(timer_t timerId)
     return setting;
 }
 
-/// How many timers and queued signals this user may have; 0: timers cannot be created. For child
+/// Limits the timers and queued signals of this user; with 0 no timer can be created. For child
 /// processes.
 void LimitTimers(rlim_t number)
 {
@@ -273,7 +273,7 @@ TEST_P(PeriodTest, ArmsRelativelyWithFirstExpiryAndIntervalAlike)
 {
     Timer timer(never, DoNothing, nullptr, stackBytes);
 
-    // Disarmed at once by the next one for short periods: nothing is to expire in this file.
+    // The next call disarms short periods at once: no timer may expire in this file.
     const bool armed = timer.SetTime(GetParam().milliseconds);
     timer.SetTime(0);
 
@@ -308,7 +308,7 @@ TEST_P(RefusedPeriodTest, FailsAndKeepsTheSettingBefore)
     EXPECT_TRUE(setting.it_value.tv_sec > 0 || setting.it_value.tv_nsec > 0);
 }
 
-// -1000 is negative in its seconds alone, -5 in its nanoseconds alone.
+// -1000 is negative only in its seconds, -5 only in its nanoseconds.
 INSTANTIATE_TEST_SUITE_P(Negative, RefusedPeriodTest,
                          ::testing::Values(-1, -5, -999, -1000, -1500, INT_MIN));
 
@@ -406,7 +406,7 @@ TEST_F(TimerTest, RemoveThatFailsSaysSoOnStandardOutputAndLeavesTheErrorTextAlon
     const ChildResult result = RunInChild([timer] {
         const bool removed = timer->Remove();
         const bool textKept = timer->GetErrorText() == ErrorText("SetTime", "Set timer error");
-        _exit(!removed && textKept ? 0 : 1);  // flushes nothing: Remove() has done so
+        _exit(!removed && textKept ? 0 : 1);  // does not flush, because Remove() does
         return 0;
     });
 
@@ -422,7 +422,7 @@ TEST_F(TimerTest, RemoveThatFailsKeepsTheTimerForAnotherTry)
     const ChildResult result = RunInChild([timer] {
         EXPECT_FALSE(timer->Remove());
         EXPECT_FALSE(timer->Remove());
-        delete timer;  // tries once more
+        delete timer;  // tries again
         return 0;
     });
 
@@ -445,7 +445,7 @@ TEST_F(TimerTest, ChildProcessMakesTimersOfItsOwn)
     EXPECT_TRUE(result.Succeeded()) << result.output;
 }
 
-// Expiries on other threads hold the lock of the list of timers nearly all the time.
+// Expiries on other threads hold the lock of the list of timers almost all the time.
 TEST_F(TimerTest, ChildProcessMakesTimersWhateverItsParentsThreadsWereDoing)
 {
     std::atomic<bool> expiring = true;
@@ -454,7 +454,7 @@ TEST_F(TimerTest, ChildProcessMakesTimersWhateverItsParentsThreadsWereDoing)
         threads.emplace_back([&expiring] {
             const Timer placeHolder;
             while (expiring) {
-                // Of a timer that is gone: goes through the list and calls nothing.
+                // Of no living timer: searches the list and calls nothing.
                 union sigval value;
                 value.sival_ptr = &expiring;
                 Timer::CB(value);

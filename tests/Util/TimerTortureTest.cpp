@@ -27,7 +27,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t timerCount = 5000;
 constexpr std::size_t threadCount = 4;
 constexpr std::size_t aliveAtOnce = 6;  // timers of one thread
-constexpr auto timeLimit = 20s;         // emulated or instrumented runs make as many as they can
+constexpr auto timeLimit = 20s;  // for emulated or instrumented runs, which make fewer timers
 constexpr auto longest = 60s;
 
 struct Totals
@@ -35,10 +35,10 @@ struct Totals
     std::atomic<std::size_t> made = 0;
     std::atomic<std::size_t> released = 0;  ///< states destroyed
     std::atomic<std::size_t> calls = 0;
-    std::atomic<std::size_t> broken = 0;  ///< states found in disorder
+    std::atomic<std::size_t> broken = 0;  ///< states that were found broken
 };
 
-/// What a callback owns and works on; freed with the last share of the callable.
+/// The state that a callback owns and changes; freed with the last copy of the callable.
 class State
 {
 public:
@@ -88,7 +88,7 @@ private:
     std::mutex mutex;
 };
 
-/// Owned by the array; or, every eighth, by its own callback.
+/// Owned by the array; every eighth one by its own callback.
 class Round
 {
 public:

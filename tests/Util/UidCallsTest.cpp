@@ -1,4 +1,4 @@
-// What NewUid() makes of the bytes that libuuid draws: the drawing is replaced.
+// The text that NewUid() makes from given bytes: the random generator is replaced.
 #include <string>
 
 #include <gtest/gtest.h>

@@ -104,7 +104,7 @@ TEST(UidTest, IdentifiersOfSeveralThreadsAreAllDifferent)
 TEST(UidTest, IdentifiersOfAForkedProcessDifferFromItsParents)
 {
     constexpr std::size_t perProcess = 100;
-    std::set<std::string> uids{NewUid()};  // the generator is in use before the processes part
+    std::set<std::string> uids{NewUid()};  // the generator is in use before the fork
 
     const auto child = Tolvex::Support::RunInChild([] {
         for (std::size_t i = 0; i < perProcess; ++i) {

@@ -193,7 +193,7 @@ TEST(UtilAccTest, TheQuotientIsRoundedToSinglePrecisionBeforeItIsTruncated)
     EXPECT_EQ(AccFloatToNative(200577.578125F, 3), LowByte(8557977));
 }
 
-/// The scaled number: the exact quotient, to far more digits than a float's, rounded to a float.
+/// The scaled number: the quotient, with many more digits than a float has, rounded to a float.
 int ExpectedSample(float acceleration, int range)
 {
     if (std::isnan(acceleration)) {

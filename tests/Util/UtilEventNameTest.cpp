@@ -15,7 +15,7 @@ namespace {
 
 constexpr time_t untouched = 123456789;
 
-/// What the reader makes of a name, as "2021-03-04 05:06:06"; "none" when it returns false.
+/// The time that is read from a name, as "2021-03-04 05:06:06"; "none" if the result is false.
 std::string ReadBack(const std::string& name)
 {
     time_t t = untouched;
@@ -195,7 +195,7 @@ TEST(UtilEventNameTest, BuiltNamesAreReadBackToTheMinuteAllYearRound)
             const std::string name = BuildEventFileName(prefix, t, "mp4");
             time_t back = 0;
             ASSERT_TRUE(GetEventTimeFromFileName(name, back));
-            // An hour more or less is right in the one hour that is repeated.
+            // In the hour that is repeated, a difference of one hour is right.
             const time_t difference = back - back % 60 - (t - t % 60);
             EXPECT_EQ(difference % 3600, 0) << name;
             EXPECT_EQ(Date(back, "%d%m%y%H%M"), Date(t, "%d%m%y%H%M"));

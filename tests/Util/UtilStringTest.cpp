@@ -14,7 +14,7 @@ using Tolvex::Util::ToHex;
 using Tolvex::Util::ToLower;
 using Tolvex::Util::ToUpper;
 
-/// Replaces the global locale for as long as it lives.
+/// Replaces the global locale while it exists.
 class GlobalLocale
 {
 public:
@@ -27,8 +27,8 @@ private:
     std::locale previous;
 };
 
-/// Character classes of a Western European code page, as far as the letter Ä goes; only the mapping
-/// of single characters knows it.
+/// Character classes of a Western European code page, for the letter Ä only, and only in the
+/// mapping of single characters.
 class WesternLetters : public std::ctype<char>
 {
 protected:
@@ -42,7 +42,7 @@ protected:
     }
 };
 
-/// Number format that puts a point after every third digit.
+/// Number format with a point after every third digit.
 class PointedNumbers : public std::numpunct<char>
 {
 protected:
@@ -146,7 +146,8 @@ TEST(UtilStringTest, ReplaceDoesNotSearchWhatItPutIn)
 {
     EXPECT_EQ(Replace("aaa", "a", "aa"), "aaaaaa");
     EXPECT_EQ(Replace("ab", "a", "bab"), "babb");
-    EXPECT_EQ(Replace("aab", "ab", "a"), "aa");  // the new "a" and the one before stay apart
+    EXPECT_EQ(Replace("aab", "ab", "a"),
+              "aa");  // the new "a" and the one before it are not searched again
 }
 
 TEST(UtilStringTest, ReplaceTakesMatchesFromTheLeftWithoutOverlap)
@@ -189,7 +190,7 @@ TEST(UtilStringTest, ReplaceFindsTextsOfEveryLengthAtEveryPlace)
     }
 }
 
-/// The texts over the letters a and b of up to a number of characters.
+/// All texts of the letters a and b up to a length.
 std::vector<std::string> Texts(std::size_t longest)
 {
     std::vector<std::string> texts{""};
@@ -200,7 +201,7 @@ std::vector<std::string> Texts(std::size_t longest)
     return texts;
 }
 
-/// The rule step by step, in place.
+/// Replaces in place, step by step.
 std::string ReplaceInPlace(std::string text, const std::string& from, const std::string& to)
 {
     for (std::size_t position = text.find(from); position != std::string::npos;
@@ -225,7 +226,7 @@ TEST(UtilStringTest, ReplaceAgreesWithReplacingInPlaceForAllShortTexts)
     }
 }
 
-// In place, moving the rest of the text for every match, this would take hours.
+// With a move of the rest of the text for every match this would take hours.
 TEST(UtilStringTest, ReplaceIsLinearWhenEveryByteIsAMatch)
 {
     const std::size_t length = 4000000;
@@ -233,7 +234,7 @@ TEST(UtilStringTest, ReplaceIsLinearWhenEveryByteIsAMatch)
     EXPECT_EQ(Replace(std::string(length, 'a'), "a", "bb"), std::string(2 * length, 'b'));
 }
 
-// Comparing anew at every byte, this would take hours too.
+// With a comparison of the whole text at every byte this would take hours too.
 TEST(UtilStringTest, ReplaceIsLinearWhenEveryPlaceIsNearlyAMatch)
 {
     const std::string source(4000000, 'a');

@@ -27,21 +27,21 @@ using Support::utcZone;
 constexpr time_t march4 = 1614834367;  ///< 2021-03-04 05:06:07 UTC
 constexpr bool narrowTime = sizeof(time_t) == 4;
 
-/// A string that nobody else uses, with what the literal says, NULs included.
+/// A string of its own with the characters of the literal, also its NULs.
 template <std::size_t size>
 std::string Text(const char (&literal)[size])
 {
     return std::string(literal, size - 1);
 }
 
-/// What the text is read as, in UTC.
+/// The time that is read from the text, in UTC.
 std::string ReadAsUtc(const std::string& text)
 {
     return DateISO(Str2Time(text));
 }
 
-/// Gives the process a fixed zone. Without one the C library sets the zone up anew in each
-/// mktime(), under a lock of its own, which the thread sanitizer does not know.
+/// Gives the process a fixed zone. Without one the C library reads the zone again in each mktime(),
+/// under a lock that the thread sanitizer does not know.
 void FixZoneForThreads()
 {
     setenv("TZ", utcZone, 1);
@@ -161,7 +161,7 @@ TEST(Str2TimeTest, NumberBeyondIntSaturatesAlikeOnAllPlatforms)
             EXPECT_EQ(local.tm_year, 2147483647 - 1900);
         }
         EXPECT_EQ(Str2Time("2147483648-1-1 0:0:0"), largest);
-        EXPECT_EQ(Str2Time("4294969317-1-1 0:0:0"), largest);  // 2021 more than 32 bits hold
+        EXPECT_EQ(Str2Time("4294969317-1-1 0:0:0"), largest);  // 2^32 + 2021
         EXPECT_EQ(Str2Time("9223372036854775807-1-1 0:0:0"), largest);
         EXPECT_EQ(Str2Time("99999999999999999999999-1-1 0:0:0"), largest);
     });
@@ -224,7 +224,7 @@ INSTANTIATE_TEST_SUITE_P(
         SplitCase{"EndsAtItsOwnNul", Text("1 2\0003 4 5 6 7 8"), Text("1\0002\0003 4 5 6 7 8")}),
     [](const testing::TestParamInfo<SplitCase>& row) { return std::string(row.param.name); });
 
-/// Splits a copy with the C library's own tokenizer, as far as six numbers.
+/// Splits a copy with the tokenizer of the C library, up to six numbers.
 std::string SplitByStrtok(const std::string& text)
 {
     std::string copy = text;
@@ -609,7 +609,7 @@ TEST(DateTest, DateISOAndStr2TimeAreInversesAllYearRound)
     const auto expectInverse = [] {
         for (time_t t = 1609502400; t < 1609502400 + time_t{365} * 86400; t += 41413) {
             const time_t back = Str2Time(DateISO(t));
-            // In the one hour that is repeated the other instant has the same text.
+            // In the hour that is repeated both instants have the same text.
             EXPECT_EQ(DateISO(back), DateISO(t));
             EXPECT_EQ((back - t) % 3600, 0);
         }

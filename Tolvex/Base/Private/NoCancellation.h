@@ -1,15 +1,16 @@
 /// @file
-/// Keeping pthread_cancel() out of a scope. Not installed.
+/// A scope in which the calling thread is not cancelled.
 #pragma once
 
 #include <pthread.h>
 
 namespace Tolvex::Base {
 
-/// While it exists the calling thread is not cancelled; a request waits for the end of the scope.
+/// Disables cancellation of the calling thread while it exists. A request waits until the end of
+/// the scope.
 ///
-/// For short pieces of work that must not be left half done, and for destructors that reach a
-/// cancellation point: a cancellation that leaves a destructor ends the process.
+/// For short pieces of work that must be completed, and for destructors that reach a cancellation
+/// point: a cancellation that leaves a destructor ends the process.
 /// @par Thread safety
 /// Belongs to the thread that made it. Nests.
 class NoCancellation

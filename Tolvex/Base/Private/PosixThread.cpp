@@ -1,36 +1,10 @@
 #include "Tolvex/Base/Private/PosixThread.h"
 
-#include <csignal>
 #include <optional>
 
+#include "Tolvex/Base/Private/BlockedSignals.h"
+
 namespace Tolvex::Base {
-
-namespace {
-
-/// Blocks signals for the calling thread while it exists. A thread created meanwhile inherits that.
-class BlockedSignals
-{
-public:
-    BlockedSignals()
-    {
-        sigset_t blocked;
-        sigfillset(&blocked);
-        // A blocked signal that reports a fault would end the process without its handler.
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
-            sigdelset(&blocked, fault);
-        }
-        pthread_sigmask(SIG_SETMASK, &blocked, &before);
-    }
-    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
-
-    BlockedSignals(const BlockedSignals&) = delete;
-    BlockedSignals& operator=(const BlockedSignals&) = delete;
-
-private:
-    sigset_t before{};
-};
-
-}  // namespace
 
 int StartDetachedThread(pthread_t& handle, const char* name, void* (*entry)(void*), void* argument,
                         SignalHandlers handlers)
@@ -44,16 +18,16 @@ int StartDetachedThread(pthread_t& handle, const char* name, void* (*entry)(void
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, workerStackBytes);
 
-    // Required: the attribute object is not destroyed. It holds no memory of its own.
+    // Required: the attribute object is not destroyed. It owns no memory.
     pthread_t created = 0;
     if (const int error = pthread_create(&created, &attributes, entry, argument); error != 0) {
         return error;
     }
 
     handle = created;
-    // Named before it is detached: a detached thread may be gone, and its handle with it.
+    // Named before it is detached: the handle of a detached thread may already be invalid.
     if (name != nullptr && *name != '\0') {
-        // Required: a name of more than 15 characters is refused in silence and leaves none.
+        // Required: a name of more than 15 characters is refused, which is not reported.
         pthread_setname_np(created, name);
     }
     pthread_detach(created);

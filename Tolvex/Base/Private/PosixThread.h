@@ -7,7 +7,7 @@
 ///     return nullptr;
 /// };
 /// if (Base::StartDetachedThread(handle, "beep", beep, nullptr) != 0) {
-///     std::cout << "no thread to be had\n";
+///     std::cout << "the thread cannot be created\n";
 /// }
 /// @endcode
 #pragma once
@@ -26,19 +26,19 @@ constexpr std::size_t workerStackBytes = 524288;
 enum class SignalHandlers
 {
     Allowed,  ///< the thread inherits the signal mask of its creator
-    Blocked,  ///< the thread blocks every signal, except those that the kernel raises for a fault
+    Blocked,  ///< the thread blocks every signal except those that report a fault of its own
 };
 
 /// Starts a detached thread with a stack of workerStackBytes that runs entry(argument).
 ///
 /// @param handle    Receives the handle; untouched on failure. It is valid only while the thread
-///                  runs. The thread may have ended before this function returns.
+///                  runs, and the thread may end before this function returns.
 /// @param name      OS name of the thread; null or empty for none. A name of more than 15
 ///                  characters leaves the thread unnamed.
-/// @param entry     Runs on the new thread. It may let exceptions and cancellation out.
-/// @param argument  Handed to entry as it is; not owned.
+/// @param entry     Runs on the new thread. Exceptions and cancellation may leave it.
+/// @param argument  Passed to entry as it is; not owned.
 /// @param handlers  Blocked for threads that do the library's own work: a handler that interrupts
-///                  such a thread could wait for that very thread.
+///                  such a thread could wait for that same thread.
 /// @return 0, or the error number of pthread_create(); then no thread exists.
 /// @par Thread safety
 /// Thread-safe. Does not block.

@@ -13,7 +13,7 @@ namespace Tolvex::Base {
 
 /// Truncates toward zero. Never undefined, on any platform.
 /// @param value  Any number, infinities and NaN included.
-/// @return the integer; the nearest one of 32 bits when it is out of range, 0 for NaN.
+/// @return the integer; the nearest 32-bit integer if it is out of range, 0 for NaN.
 /// @par Thread safety
 /// Reentrant.
 constexpr std::int32_t SaturateToInt32(double value)

@@ -1,5 +1,5 @@
 /// @file
-/// The sleep that the library's threads use. Not installed.
+/// The sleep that all threads of the library use.
 #pragma once
 
 #include <chrono>
@@ -9,7 +9,7 @@
 
 namespace Tolvex::Base {
 
-/// The longest duration that one sleep can take, by the seconds that std::time_t can count.
+/// The longest duration of one sleep, which is limited by the range of std::time_t.
 constexpr std::chrono::milliseconds LongestSleep()
 {
     using std::chrono::milliseconds;
@@ -21,9 +21,9 @@ constexpr std::chrono::milliseconds LongestSleep()
     }
 }
 
-/// Sleeps for the whole duration, signals notwithstanding; returns at once for 0 or less.
+/// Sleeps for the whole duration, even if signals interrupt it; returns at once for 0 or less.
 ///
-/// A cancellation point. One sleep, and more only for what is longer than LongestSleep().
+/// A cancellation point. One sleep of the system, unless the duration exceeds LongestSleep().
 /// @par Thread safety
 /// Thread-safe. Blocks the calling thread.
 inline void SleepFor(std::chrono::milliseconds duration)

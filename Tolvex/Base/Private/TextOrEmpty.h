@@ -1,5 +1,5 @@
 /// @file
-/// Null pointers where a text is expected. Not installed.
+/// Null pointers in place of a text.
 #pragma once
 
 namespace Tolvex::Base {

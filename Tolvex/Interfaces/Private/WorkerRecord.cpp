@@ -1,23 +1,15 @@
 #include "Tolvex/Interfaces/Private/WorkerRecord.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 #include <ctime>
 #include <mutex>
-#include <sys/mman.h>
-#include <unistd.h>
-#include <utility>
 
-#include "Tolvex/Base/SharedValue.h"
-#include "Tolvex/Interfaces/IThread.h"
-#include "Tolvex/Interfaces/Private/WorkerThreads.h"
 #include "Tolvex/Log/LogLine.h"
 
 namespace Tolvex::Interfaces {
 namespace {
 
-using Base::LoadShared;
 using Ilog::LogLine;
 using Ilog::LogType;
 using std::memory_order_relaxed;
@@ -46,36 +38,6 @@ std::int64_t TickLength()
     timespec resolution{};
     clock_getres(CLOCK_MONOTONIC_COARSE, &resolution);
     return InNanoseconds(resolution);
-}
-
-std::chrono::milliseconds InMilliseconds(std::int64_t nanoseconds)
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-        std::chrono::nanoseconds(nanoseconds));
-}
-
-/// @return bytes from the top of a living thread's stack to its lowest page that is in memory.
-std::size_t StackUsed(pthread_t thread)
-{
-    pthread_attr_t attributes;
-    void* lowest = nullptr;
-    std::size_t size = 0;
-    if (pthread_getattr_np(thread, &attributes) != 0) {
-        return 0;
-    }
-    pthread_attr_getstack(&attributes, &lowest, &size);
-    pthread_attr_destroy(&attributes);
-
-    // The C library gives the pages below back to the system when a thread ends: what is in memory
-    // was written by this thread, or lies close below what the last thread had in use at its end.
-    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    std::vector<unsigned char> inMemory((size + page - 1) / page);
-    if (mincore(lowest, size, inMemory.data()) != 0) {
-        return 0;
-    }
-    const auto first = std::find_if(inMemory.begin(), inMemory.end(),
-                                    [](unsigned char state) { return (state & 1U) != 0; });
-    return size - std::min(size, static_cast<std::size_t>(first - inMemory.begin()) * page);
 }
 
 }  // namespace
@@ -140,53 +102,18 @@ void WorkerRecord::Unlist()
     }
 }
 
-std::vector<WorkerHealth> WorkerRecord::ReadAll()
+void WorkerRecord::VisitAll(const std::function<void(const IThread&, const WorkerRecord&)>& visit)
 {
-    std::vector<WorkerHealth> workers;
     const std::lock_guard<std::mutex> lock(listMutex);
     for (const WorkerRecord* record = newestListed; record != nullptr; record = record->next) {
-        if (std::optional<WorkerHealth> health = record->Read()) {
-            workers.push_back(std::move(*health));
-        }
+        visit(*record->object, *record);
     }
-    std::reverse(workers.begin(), workers.end());
-    return workers;
 }
 
-std::optional<WorkerHealth> WorkerRecord::Read() const
+WorkerRecord::Passes WorkerRecord::ReadPasses() const
 {
-    const auto stateOf = [](const IThread& worker) {
-        const bool hasHandle = LoadShared(worker.threadHandle) != 0;
-        if (LoadShared(worker.finished)) {
-            return hasHandle ? WorkerState::Aborted : WorkerState::Finished;
-        }
-        if (!LoadShared(worker.running)) {
-            return WorkerState::Stopping;
-        }
-        if (!hasHandle) {
-            return WorkerState::Failed;
-        }
-        return LoadShared(worker.paused) ? WorkerState::Paused : WorkerState::Running;
-    };
-
-    WorkerHealth health;
-    health.worker = object;
-    health.passes = passes.load(memory_order_relaxed);
-    health.lastPass = InMilliseconds(lastPass.load(memory_order_relaxed));
-    health.longestPass = InMilliseconds(longestPass.load(memory_order_relaxed));
-    health.runningPass = InMilliseconds(RunningPass());
-
-    // While the mutex is held no thread of the worker is created, and none ends.
-    const std::lock_guard<std::mutex> lock(object->workerThreads->mutex);
-    if (!startBegun) {
-        return std::nullopt;
-    }
-    health.name = nameAtStart;
-    health.state = stateOf(*object);
-    if (const std::optional<pthread_t> thread = object->workerThreads->Newest()) {
-        health.stackUsed = StackUsed(*thread);
-    }
-    return health;
+    return {passes.load(memory_order_relaxed), lastPass.load(memory_order_relaxed),
+            longestPass.load(memory_order_relaxed), RunningPass()};
 }
 
 std::int64_t WorkerRecord::RunningPass() const
@@ -220,7 +147,6 @@ WorkerRefusals WorkerRecord::Apply(pthread_t thread) const
 void WorkerRecord::BeginRun(const std::string& name)
 {
     nameAtStart = name;
-    startBegun = true;
     writer.store(nullptr, memory_order_relaxed);
     stamp.store(0, memory_order_relaxed);
     passes.store(0, memory_order_relaxed);

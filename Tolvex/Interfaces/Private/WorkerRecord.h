@@ -4,16 +4,15 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <pthread.h>
 #include <sched.h>
 #include <string>
-#include <vector>
-
-#include "Tolvex/Interfaces/WorkerHealth.h"
 
 namespace Tolvex::Interfaces {
 
+class IThread;
 class PassClock;
 
 /// The error numbers with which the system has refused a worker's wishes; 0 for none.
@@ -40,13 +39,27 @@ public:
     /// Takes it off again. From then on no other thread reads the worker through the list.
     void Unlist();
 
-    /// @return the health of all workers that are on the list.
-    static std::vector<WorkerHealth> ReadAll();
+    /// Calls visit for all that are on the list, the newest first. Meanwhile none of their workers
+    /// is destroyed.
+    static void VisitAll(const std::function<void(const IThread&, const WorkerRecord&)>& visit);
+
+    /// Lengths in nanoseconds.
+    struct Passes
+    {
+        std::uint64_t count;
+        std::int64_t last;
+        std::int64_t longest;
+        std::int64_t running;  ///< 0: no pass runs
+    };
+
+    Passes ReadPasses() const;
 
     // The following are guarded by the mutex of the worker's threads.
 
     /// Schedules a new thread as wished for. The thread exists as long as the mutex is held.
     WorkerRefusals Apply(pthread_t thread) const;
+    /// @return the name at the last start; none before the first.
+    const std::optional<std::string>& NameAtStart() const { return nameAtStart; }
     /// Begins the numbers of a new thread.
     void BeginRun(const std::string& name);
     /// No pass runs any more; the thread may have been unwound.
@@ -69,14 +82,12 @@ private:
     static void EmptyInChild();
     static void PrepareForForks();
 
-    std::optional<WorkerHealth> Read() const;
     std::int64_t RunningPass() const;
 
     // Guarded by the mutex of the worker's threads.
-    bool startBegun = false;
-    std::string nameAtStart;
-    std::optional<Scheduling> scheduling;  ///< wished for
-    std::optional<cpu_set_t> cpus;         ///< wished for
+    std::optional<std::string> nameAtStart;  ///< none before the first start
+    std::optional<Scheduling> scheduling;    ///< wished for
+    std::optional<cpu_set_t> cpus;           ///< wished for
 
     // Guarded by the mutex of the list.
     const IThread* object = nullptr;  ///< null: not on the list

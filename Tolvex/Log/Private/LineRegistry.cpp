@@ -8,7 +8,7 @@
 
 #include "Tolvex/Base/Private/Sleep.h"
 #include "Tolvex/Log/Private/LineFacts.h"
-#include "Tolvex/Util/EnumString.h"
+#include "Tolvex/Types/LogModule.h"
 
 namespace Tolvex::Ilog {
 
@@ -109,7 +109,7 @@ void PrepareProcess()
     keyCreated = pthread_key_create(&threadEndKey, DropLinesOfThread) == 0;
     // For its preparation only, and before ours: a lock that is prepared while a fork goes on may
     // stay taken in the child.
-    Util::EnumStringMutex();
+    Util::EnumString<LogModule>::GetMap();
     pthread_atfork(LockBeforeFork, UnlockInParent, UnlockInChild);
     std::atexit(DrainAtExit);
 }

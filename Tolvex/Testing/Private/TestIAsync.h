@@ -1,5 +1,5 @@
 /// @file
-/// The driver behind main: starts a delayed callback every second, for ever. Not installed.
+/// The driver behind main.
 #pragma once
 
 #include <chrono>
@@ -9,14 +9,14 @@
 
 #include "Tolvex/Util/IAsync.h"
 
-/// Exercises IAsync: one six-second callback a second, each with a line of its own.
+/// Exercises IAsync: starts a callback with a delay of six seconds every second.
 class TestIAsync
 {
 public:
     /// Runs the test; never returns.
     TestIAsync() { RunTest(); }
 
-    /// Starts a callback and prints a line, once a second, for ever.
+    /// Starts a callback and prints a line, once a second; never returns.
     void RunTest()
     {
         using namespace std::chrono_literals;
@@ -28,7 +28,7 @@ public:
         }
     }
 
-    /// Prints its line and deletes the object that called it; null is let through.
+    /// Prints a line and deletes the object that called it, which may be null.
     void DoCallback(Tolvex::Util::IAsync* async)
     {
         std::cout << "I'm on Async Thread....." << std::endl;
