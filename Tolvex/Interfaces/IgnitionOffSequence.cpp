@@ -122,7 +122,8 @@ void IgnitionOffSequence::RunIgnitionOff()
         const auto latest = begin + budgets + logAllowance;
         // A plain pointer: the function then needs no memory, of which there may be none left.
         const auto result = next->thread->Run([call = next->call.get()] { call->Make(); },
-                                              std::min(steady_clock::now() + next->budget, latest));
+                                              std::min(steady_clock::now() + next->budget, latest),
+                                              BoundedThread::Late::NotCalled);
         next->overran = result != BoundedThread::Result::Done;
         if (next->overran) {
             LogOverrun(*next, latest);
@@ -154,7 +155,7 @@ void IgnitionOffSequence::LogOverrun(const Participant& late, Deadline deadline)
                 LogLine(LogType::Error) << "Ignition off: " << name << " has not ended within "
                                         << budget.count() << " ms and is left behind";
             },
-            deadline);
+            deadline, BoundedThread::Late::Called);
     } catch (const std::bad_alloc&) {
         // Best effort: the participants that follow matter more.
     }
@@ -174,7 +175,7 @@ void IgnitionOffSequence::WriteRecord(Util::DriveEnd end, Deadline deadline)
                     LogLine(LogType::Error) << problem.what();
                 }
             },
-            deadline);
+            deadline, BoundedThread::Late::Called);
     } catch (const std::bad_alloc&) {
         // Best effort: the record goes on saying "died".
     }

@@ -64,7 +64,7 @@ void* BoundedThread::Serve(void* argument)
     std::unique_lock<std::mutex> lock(own.mutex);
     for (;;) {
         own.changed.wait(lock, [&own] { return own.ending || own.phase == State::Phase::Asked; });
-        if (own.ending) {
+        if (own.phase != State::Phase::Asked) {
             return nullptr;
         }
         own.phase = State::Phase::Calling;
@@ -76,7 +76,7 @@ void* BoundedThread::Serve(void* argument)
     }
 }
 
-BoundedThread::Result BoundedThread::Run(std::function<void()> call, Deadline deadline)
+BoundedThread::Result BoundedThread::Run(std::function<void()> call, Deadline deadline, Late late)
 {
     std::unique_lock<std::mutex> lock(state->mutex);
     if (state->phase != State::Phase::Idle) {
@@ -87,8 +87,9 @@ BoundedThread::Result BoundedThread::Run(std::function<void()> call, Deadline de
     state->changed.notify_all();
     const bool done = state->changed.wait_until(
         lock, deadline, [this] { return state->phase == State::Phase::Idle; });
-    if (!done && state->phase == State::Phase::Asked) {
-        state->phase = State::Phase::Idle;  // a thread that was held up does not begin late
+    // The system may have held the thread up.
+    if (!done && late == Late::NotCalled && state->phase == State::Phase::Asked) {
+        state->phase = State::Phase::Idle;
     }
     return done ? Result::Done : Result::Overrun;
 }

@@ -24,7 +24,13 @@ public:
     {
         Done,
         Busy,    ///< nothing was called: an earlier call goes on
-        Overrun  ///< the call has not ended, or was not begun and never will be
+        Overrun  ///< the call has not ended by the deadline
+    };
+
+    enum class Late
+    {
+        NotCalled,  ///< it is never made
+        Called      ///< it is made as soon as the thread comes to it
     };
 
     /// @param name  OS name of the thread.
@@ -33,7 +39,7 @@ public:
     static std::unique_ptr<BoundedThread> Create(const std::string& name,
                                                  std::shared_ptr<const void> kept = nullptr);
 
-    /// Does not wait. Begins no further call.
+    /// Does not wait. A call that Run() has left to the thread is made.
     ~BoundedThread();
 
     BoundedThread(const BoundedThread&) = delete;
@@ -42,7 +48,8 @@ public:
     /// Makes the call on the thread, and waits for its end or for the deadline.
     /// Allocates nothing.
     /// @param call  Lets no exception out.
-    Result Run(std::function<void()> call, Deadline deadline);
+    /// @param late  What happens to a call that the thread has not begun by the deadline.
+    Result Run(std::function<void()> call, Deadline deadline, Late late);
 
 private:
     struct State;
