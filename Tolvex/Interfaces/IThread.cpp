@@ -92,6 +92,9 @@ bool IThread::RunScope::End()
         StoreShared(object.cancelRequested, false);
         StoreShared(object.finished, true);
     }
+    if (IsNewest()) {
+        workers->record.EndRun();
+    }
     workers->Remove(run);
     return !aborted;
 }
@@ -131,15 +134,22 @@ void IThread::RunThread()
 void IThread::RunPasses(const RunScope& scope)
 {
     // No pass begins while the object is being destroyed: Run() may be gone already.
+    PassClock clock(scope.Workers().record);
     while (LoadShared(running) && !LoadShared(destroying) && scope.IsNewest()) {
         if (LoadShared(paused)) {
+            clock.BeginRest();
             ThreadSleep(pausePollPeriod, pauseStep);
-        } else if (LoadShared(benchmark)) {
+            clock.EndRest();
+            continue;
+        }
+        if (LoadShared(benchmark)) {
             RunTimedPass();
         } else {
             Run();
         }
+        clock.EndPass();
     }
+    clock.BeginRest();
 }
 
 void IThread::RunTimedPass()
@@ -187,6 +197,7 @@ IThread::~IThread()
     const Base::NoCancellation scope;
     StoreShared(destroying, true);
     Stop();
+    workerThreads->record.Unlist();
     if (!workerThreads->AreOfThisProcess()) {
         return;
     }
@@ -210,9 +221,12 @@ void IThread::Start()
     // Copied: after its creation the thread may end, and the object may be deleted, at any moment.
     const std::string name = threadName;
     const std::shared_ptr<WorkerThreads> workers = workerThreads;
-    if (!CreateThread(name, *workers)) {
+    WorkerRefusals refusals;
+    workers->record.List(*this);
+    if (!CreateThread(name, *workers, refusals)) {
         return;
     }
+    refusals.Log(name);
 
     // Required: the start is logged even if the thread could not be created.
     // Instead: IsRunning() tells whether there is a thread.
@@ -225,13 +239,15 @@ void IThread::Start()
     }
 }
 
-bool IThread::CreateThread(const std::string& name, WorkerThreads& workers)
+bool IThread::CreateThread(const std::string& name, WorkerThreads& workers,
+                           WorkerRefusals& refusals)
 {
     // The new thread waits for this lock, so it finds its handle stored.
     const std::lock_guard<std::mutex> lock(workers.mutex);
     if (IsRunning()) {
         return false;
     }
+    workers.record.BeginRun(name);
     const WorkerThreads::RunNumber run = workers.NextRun();
     StoreShared(finished, false);
     StoreShared(running, true);
@@ -242,10 +258,23 @@ bool IThread::CreateThread(const std::string& name, WorkerThreads& workers)
     pthread_t created = 0;
     if (Base::StartDetachedThread(created, name.c_str(), RunPosixThread, this) == 0) {
         workers.Add(created, run);
+        refusals = workers.record.Apply(created);
     }
     StoreShared(threadHandle, created);
     StoreShared(started, true);
     return true;
+}
+
+void IThread::SetPriority(int policy, int priority)
+{
+    const std::lock_guard<std::mutex> lock(workerThreads->mutex);
+    workerThreads->record.SetPriority(policy, priority);
+}
+
+void IThread::SetCpuAffinity(const cpu_set_t& cpus)
+{
+    const std::lock_guard<std::mutex> lock(workerThreads->mutex);
+    workerThreads->record.SetCpuAffinity(cpus);
 }
 
 void IThread::Stop()

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <pthread.h>
+#include <sched.h>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 namespace Tolvex::Interfaces {
 
 class WorkerThreads;
+struct WorkerRefusals;
 
 /// Base of a worker thread: calls Run() pass after pass until it is stopped.
 ///
@@ -140,6 +142,21 @@ public:
     /// @param name  More than 15 characters leave the OS thread unnamed.
     void SetThreadName(const std::string& name) { threadName = name; }
 
+    /// Wishes for a scheduling policy and priority, from the next Start() on.
+    ///
+    /// If the system refuses, a warning is logged and the thread runs without: as its creator does.
+    /// @param policy    Such as SCHED_FIFO.
+    /// @param priority  As sched_setscheduler() takes it for the policy.
+    /// @par Thread safety
+    /// Thread-safe.
+    void SetPriority(int policy, int priority);
+
+    /// Wishes for processors to run on, from the next Start() on. As for SetPriority() otherwise.
+    /// @param cpus  The allowed ones.
+    /// @par Thread safety
+    /// Thread-safe.
+    void SetCpuAffinity(const cpu_set_t& cpus);
+
     /// The body of the thread. Public for the thread's entry only.
     void RunThread();
 
@@ -219,8 +236,9 @@ protected:
 
 private:
     class RunScope;
+    friend class WorkerObserver;
 
-    bool CreateThread(const std::string& name, WorkerThreads& workers);
+    bool CreateThread(const std::string& name, WorkerThreads& workers, WorkerRefusals& refusals);
     void RunPasses(const RunScope& scope);
     void RunTimedPass();
     void NotifyCancelled(WorkerThreads& workers, std::string& name);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Tolvex/Base/Private/Saturate.h"
+#include "Tolvex/Base/Private/TimeZone.h"
 
 namespace Tolvex::Util {
 namespace {
@@ -142,6 +143,11 @@ std::string NewDate(std::string format)
 std::string DateISO(const time_t& t)
 {
     return Date(t, "%Y-%m-%d %H:%M:%S");
+}
+
+void RefreshTimeZone()
+{
+    Base::RefreshTimeZone();
 }
 
 }  // namespace Tolvex::Util

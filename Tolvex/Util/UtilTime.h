@@ -71,4 +71,20 @@ TOLVEX_EXPORT std::string NewDate(std::string format);
 /// @return `t` in local time as "2021-03-04 05:06:07".
 TOLVEX_EXPORT std::string DateISO(const time_t& t);
 
+/// Reads the time zone again: log lines, file names and dates use a changed one from their next
+/// call on.
+///
+/// To be called when the device has come into another zone, after `TZ` was set or `/etc/localtime`
+/// was replaced. Without a call a change is noticed at some later time, or never. Of a zone that
+/// `TZ` names, only another name counts as a change, not another content of its file. A file that
+/// is missing or damaged gives UTC.
+/// @code
+/// std::filesystem::create_symlink("/usr/share/zoneinfo/Europe/Lisbon", "/etc/localtime.new");
+/// std::filesystem::rename("/etc/localtime.new", "/etc/localtime");
+/// Util::RefreshTimeZone();
+/// @endcode
+/// @par Thread safety
+/// Thread-safe; but no thread may change the environment at the same time. Reads a file.
+TOLVEX_EXPORT void RefreshTimeZone();
+
 }  // namespace Tolvex::Util

@@ -389,7 +389,7 @@ inline AwaitStopped()
     fi
 }
 
-/* In one place here, in Close() and Enable() in the code. */
+/* Called by Close() and Enable(). */
 inline StopWriter()
 {
     Refuse();

@@ -36,7 +36,7 @@ done
 
 echo "- the snippets compile"
 {
-    printf '#include <%s>\n' array chrono ctime iostream pthread.h string thread
+    printf '#include <%s>\n' array chrono ctime filesystem iostream pthread.h string thread
     echo '#include "Tolvex/Tolvex.h"'
     echo 'using namespace Tolvex;'
     echo 'using namespace Tolvex::Ilog;'

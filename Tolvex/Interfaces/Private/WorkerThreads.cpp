@@ -67,6 +67,14 @@ void WorkerThreads::MarkAborted(pthread_t handle)
     }
 }
 
+std::optional<pthread_t> WorkerThreads::Newest() const
+{
+    if (threads.empty() || threads.back().run != newest) {
+        return std::nullopt;
+    }
+    return threads.back().handle;
+}
+
 bool WorkerThreads::IsAborted(RunNumber run) const
 {
     return std::any_of(threads.begin(), threads.end(),

@@ -5,11 +5,13 @@
 #include <chrono>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <pthread.h>
 #include <sys/types.h>
 #include <vector>
 
 #include "Tolvex/Base/SharedValue.h"
+#include "Tolvex/Interfaces/Private/WorkerRecord.h"
 
 namespace Tolvex::Interfaces {
 
@@ -33,6 +35,9 @@ public:
     /// few statements, or while a thread is created; nothing that is called under it blocks.
     std::mutex mutex;
 
+    /// What else belongs to the object; says itself which of it the mutex guards.
+    WorkerRecord record;
+
     // Call the following with the mutex held.
 
     /// Makes all threads in the list old ones. @return the number of the run to be started.
@@ -41,6 +46,7 @@ public:
     void Remove(RunNumber run);
     void MarkAborted(pthread_t handle);
     bool IsAborted(RunNumber run) const;
+    std::optional<pthread_t> Newest() const;
     void MarkObjectGone() { objectGone = true; }
     bool IsObjectGone() const { return objectGone; }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "Tolvex/Base/Private/TimeZone.h"
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Util/TemperatureMonitor.h"
 #include "Tolvex/Util/UtilTime.h"
@@ -22,7 +23,8 @@ void LineHeader::InsertInto(std::ostream& stream, LogType type)
 {
     const std::time_t now = std::time(nullptr);
     // The C library's global may be written by tzset() on another thread.
-    if (now != second || timeLength == 0 || Base::LoadShared(timezone) != zone) {
+    if (now != second || timeLength == 0 || Base::LoadShared(timezone) != zone ||
+        Base::TimeZoneGeneration() != zoneGeneration) {
         Refresh(now);
     }
 
@@ -44,6 +46,7 @@ void LineHeader::Refresh(std::time_t now)
 {
     const std::lock_guard lock(refreshMutex);
     monitor = Util::TemperatureMonitor::GetInstance();
+    zoneGeneration = Base::TimeZoneGeneration();
     const std::string time = Util::Date(now, "[%Y-%m-%d %H:%M:%S]");
     timeLength = time.copy(text.data(), text.size() / 2);
     second = now;

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <ostream>
 
@@ -36,10 +37,11 @@ public:
 private:
     void Refresh(std::time_t now);
 
-    std::array<char, 96> text{};  ///< begins with the time in brackets; longer than any header
-    std::size_t timeLength = 0;   ///< 0: no time yet
-    std::time_t second = 0;       ///< that the time shows
-    long zone = 0;                ///< offset from UTC that the time shows, in seconds
+    std::array<char, 96> text{};       ///< begins with the time in brackets; longer than any header
+    std::size_t timeLength = 0;        ///< 0: no time yet
+    std::time_t second = 0;            ///< that the time shows
+    long zone = 0;                     ///< offset from UTC that the time shows, in seconds
+    std::uint32_t zoneGeneration = 0;  ///< see Base::TimeZoneGeneration()
     Util::TemperatureMonitor* monitor = nullptr;
 };
 

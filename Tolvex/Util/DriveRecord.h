@@ -1,0 +1,56 @@
+/// @file
+/// How the last drive ended: a small file that survives a loss of power at any moment.
+/// @code
+/// const Util::DriveRecord last = Util::ReadDriveRecord("/var/lib/camera/drive");
+/// for (const std::string& name : last.overran) {
+///     std::cout << name << " took too long at ignition off\n";
+/// }
+/// Util::WriteDriveRecord("/var/lib/camera/drive", {Util::DriveEnd::Died, {}});  // until it ends
+/// @endcode
+/// Interfaces::IgnitionOffSequence keeps such a record by itself.
+/// @par Thread safety
+/// Reentrant. Two threads or processes must not write one record at the same time.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Tolvex/Types/Export.h"
+
+namespace Tolvex::Util {
+
+/// How a drive ended.
+enum class DriveEnd : std::int32_t
+{
+    None,         ///< there is no record: no drive before this one
+    Unreadable,   ///< the record is damaged, or cannot be read
+    Died,         ///< the process crashed, was killed, or lost its power
+    Stopped,      ///< the application ended, with the ignition on
+    IgnitionOff,  ///< the ignition went off, and the application reacted
+};
+
+/// The end of one drive.
+struct DriveRecord
+{
+    DriveEnd end = DriveEnd::None;
+    std::vector<std::string> overran;  ///< who took too long at ignition off
+};
+
+/// @param path  Of the record. Blocks as long as the file system does.
+/// @return what the file says; None when there is no file, Unreadable for a file that
+/// WriteDriveRecord() has not written like this.
+TOLVEX_EXPORT DriveRecord ReadDriveRecord(const std::string& path);
+
+/// Replaces the record, in one step: after a loss of power there is the old one or the new one.
+///
+/// Writes the file `path` + ".new" to the medium, renames it, and writes the directory to the
+/// medium. Blocks as long as that takes; not cancelled meanwhile.
+/// @param path    Of the record; its directory must exist.
+/// @param record  Died, Stopped or IgnitionOff, and names without line breaks.
+/// @throws Tolvex::IException when it cannot be written ("Failed to write the drive record: ", the
+/// step and the reason), or when the record is not as stated. The old record is left as it was,
+/// except when only the last step fails, the one for the directory.
+TOLVEX_EXPORT void WriteDriveRecord(const std::string& path, const DriveRecord& record);
+
+}  // namespace Tolvex::Util
