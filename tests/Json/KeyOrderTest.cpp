@@ -1,4 +1,5 @@
-// Members end up in byte order, whatever their order in the text, in short objects and in long ones.
+// Members end up in byte order, whatever their order in the text, in short objects and in long
+// ones.
 
 #include <algorithm>
 #include <cstddef>

@@ -24,6 +24,7 @@
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/RealFunction.h"
 #include "tests/Support/ScratchDirectory.h"
+#include "tests/Support/SmallFileSystem.h"
 
 namespace {
 
@@ -165,29 +166,9 @@ TEST_F(FileLogPolicyTest, MissingDirectoryLosesTheLinesMeanwhileWithoutAWord)
     EXPECT_EQ(ReadFile(later + "/log"), "kept\n");
 }
 
-/// Runs work, an int(const std::string& directory), in a file system of its own of 64 KiB.
-template <typename Work>
-void InSmallFileSystem(const ScratchDirectory& directory, Work work)
-{
-    constexpr int noRight = 77;  // the exit code of a child that may not mount
-    const std::string mounted = directory.Path("small");
-    std::filesystem::create_directory(mounted);
-    const ChildResult child = RunInChild([&] {
-        if (!Tolvex::Support::EnterPrivateMountNamespace() ||
-            mount("none", mounted.c_str(), "tmpfs", 0, "size=64k") != 0) {
-            return noRight;
-        }
-        return work(mounted);
-    });
-    if (child.ExitCode() == noRight) {
-        GTEST_SKIP() << "needs the right to mount: mounts a file system of its own";
-    }
-    EXPECT_TRUE(child.Succeeded()) << child.output;
-}
-
 TEST_F(FileLogPolicyTest, FullDiskCostsTheLinesMeanwhileAndTheNextBeginsOnALineOfItsOwn)
 {
-    InSmallFileSystem(directory, [](const std::string& mounted) {
+    Tolvex::Support::InSmallFileSystem("size=64k", [](const std::string& mounted) {
         const std::string log = mounted + "/log";
         const std::string ballast = mounted + "/ballast";
         std::ofstream(ballast) << std::string(std::size_t{15} * 4096, 'b');
@@ -211,7 +192,7 @@ TEST_F(FileLogPolicyTest, FullDiskCostsTheLinesMeanwhileAndTheNextBeginsOnALineO
 
 TEST_F(FileLogPolicyTest, FileThatIsMadeNewAfterAFullDiskBeginsWithTheLine)
 {
-    InSmallFileSystem(directory, [](const std::string& mounted) {
+    Tolvex::Support::InSmallFileSystem("size=64k", [](const std::string& mounted) {
         const std::string log = mounted + "/log";
         FileLogPolicy logPolicy;
         logPolicy.SetOutput(log);
@@ -226,7 +207,7 @@ TEST_F(FileLogPolicyTest, FileThatIsMadeNewAfterAFullDiskBeginsWithTheLine)
 
 TEST_F(FileLogPolicyTest, ReadOnlyDirectoryLosesTheLinesMeanwhile)
 {
-    InSmallFileSystem(directory, [](const std::string& mounted) {
+    Tolvex::Support::InSmallFileSystem("size=64k", [](const std::string& mounted) {
         FileLogPolicy logPolicy;
         logPolicy.SetOutput(mounted + "/log");
         EXPECT_EQ(mount("none", mounted.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);

@@ -1,11 +1,10 @@
 /// @file
-/// A small file system of a test's own, to fill up, to make read-only, to break. Needs root.
+/// A small file system of a test, to fill up, to make read-only or to break.
 #pragma once
 
 #include <filesystem>
 #include <string>
 #include <sys/mount.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -18,25 +17,25 @@ namespace Tolvex::Support {
 /// Runs work, a void(const std::string& directory), in a child process that has a tmpfs there.
 ///
 /// @param options  Of the tmpfs, such as "size=64k" or "nr_inodes=3".
-/// Skips the calling test without root; what fails in work fails the test.
+/// Skips the calling test without the right to mount. A failure in work fails the test.
 template <typename Work>
 void InSmallFileSystem(const char* options, Work work)
 {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "needs root: mounts a file system";
-    }
+    constexpr int noRight = 77;  // the exit code of a child that may not mount
     const ScratchDirectory scratch;
     const std::string mounted = scratch.Path("small");
     std::filesystem::create_directory(mounted);
     const ChildResult child = RunInChild([&] {
         if (!EnterPrivateMountNamespace() ||
             mount("none", mounted.c_str(), "tmpfs", 0, options) != 0) {
-            ADD_FAILURE() << "no file system";
-            return 1;
+            return noRight;
         }
-        work(mounted);
+        static_cast<void>(work(mounted));
         return 0;
     });
+    if (child.ExitCode() == noRight) {
+        GTEST_SKIP() << "needs the right to mount: mounts a file system of its own";
+    }
     EXPECT_TRUE(child.Succeeded()) << child.output;
 }
 

@@ -125,11 +125,11 @@ TEST(EventFileTest, TwoProcessesOfEightThreadsNeverGetTheSameFile)
         }
     };
     const auto result = Support::RunInChild([&] {
-        const pid_t other = fork();
+        const pid_t other = Support::StartChild([&] {
+            createMany();
+            return 0;
+        });
         createMany();
-        if (other == 0) {
-            Support::EndChild(0);
-        }
         int status = -1;
         return waitpid(other, &status, 0) == other ? status : 1;
     });
