@@ -40,6 +40,7 @@
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Log/LoggerBase.h"
 #include "Tolvex/Log/LoggerCore.h"
+#include "Tolvex/Log/PolicyCalls.h"
 #include "Tolvex/Pipeline/IPipelineElement.h"
 #include "Tolvex/Types/Buffer.h"
 #include "Tolvex/Types/Export.h"

@@ -16,6 +16,7 @@
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/ISemaphore.h"
 #include "Tolvex/Log/LogType.h"
+#include "Tolvex/Log/PolicyCalls.h"
 #include "Tolvex/Types/Export.h"
 #include "Tolvex/Types/LogModule.h"
 
@@ -29,33 +30,6 @@ using LogManipulator = std::ostream& (*)(std::ostream&);
 /// What can be appended to a line: one of the types of LogValue, a module or a manipulator.
 using LogArgument =
     std::variant<LogModule, const char*, int, double, std::string_view, LogManipulator>;
-
-/// The operations of a policy, whatever its class is. Each takes the address of the policy.
-struct PolicyCalls
-{
-    void (*writeHeader)(void* policy, LogType type);
-    void (*write)(void* policy, const std::string& line);
-    void (*setOutput)(void* policy, const std::string& name);
-    /// As setOutput, at the start of a log: the first line then begins on a line of its own.
-    void (*openOutput)(void* policy, const std::string& name);
-    void (*close)(void* policy);
-};
-
-/// The operations of one class of policies. A policy may have RepairEnd(), as FileLogPolicy does.
-template <typename Policy>
-inline constexpr PolicyCalls policyCallsOf = {
-    [](void* policy, LogType type) { static_cast<Policy*>(policy)->WriteHeader(type); },
-    [](void* policy, const std::string& line) { static_cast<Policy*>(policy)->Write(line); },
-    [](void* policy, const std::string& name) { static_cast<Policy*>(policy)->SetOutput(name); },
-    [](void* policy, const std::string& name) {
-        Policy& opened = *static_cast<Policy*>(policy);
-        opened.SetOutput(name);
-        if constexpr (requires { opened.RepairEnd(); }) {
-            opened.RepairEnd();
-        }
-    },
-    [](void* policy) { static_cast<Policy*>(policy)->Close(); },
-};
 
 /// Composes the lines of a logger and has a writer thread hand them to the policy.
 ///

@@ -10,7 +10,7 @@
 
 #include "Tolvex/Base/Private/CallingThread.h"
 #include "Tolvex/Interfaces/ISemaphore.h"
-#include "Tolvex/Log/LoggerCore.h"
+#include "Tolvex/Log/PolicyCalls.h"
 #include "Tolvex/Log/Private/LineHeader.h"
 #include "Tolvex/Log/Private/LineLock.h"
 #include "Tolvex/Log/Private/WriterLife.h"

@@ -1,0 +1,39 @@
+/// @file
+/// How a logger calls its policy, whatever the class of the policy is. Applications use LoggerBase;
+/// see examples/LogLines.cpp.
+#pragma once
+
+#include <string>
+
+#include "Tolvex/Log/LogType.h"
+
+namespace Tolvex::Ilog {
+
+/// The operations of a policy, whatever its class is. Each takes the address of the policy.
+struct PolicyCalls
+{
+    void (*writeHeader)(void* policy, LogType type);
+    void (*write)(void* policy, const std::string& line);
+    void (*setOutput)(void* policy, const std::string& name);
+    /// As setOutput, at the start of a log: the first line then begins on a line of its own.
+    void (*openOutput)(void* policy, const std::string& name);
+    void (*close)(void* policy);
+};
+
+/// The operations of one class of policies. A policy may have RepairEnd(), as FileLogPolicy does.
+template <typename Policy>
+inline constexpr PolicyCalls policyCallsOf = {
+    [](void* policy, LogType type) { static_cast<Policy*>(policy)->WriteHeader(type); },
+    [](void* policy, const std::string& line) { static_cast<Policy*>(policy)->Write(line); },
+    [](void* policy, const std::string& name) { static_cast<Policy*>(policy)->SetOutput(name); },
+    [](void* policy, const std::string& name) {
+        Policy& opened = *static_cast<Policy*>(policy);
+        opened.SetOutput(name);
+        if constexpr (requires { opened.RepairEnd(); }) {
+            opened.RepairEnd();
+        }
+    },
+    [](void* policy) { static_cast<Policy*>(policy)->Close(); },
+};
+
+}  // namespace Tolvex::Ilog
