@@ -60,11 +60,11 @@ use_sysroot() {
     *) return 0 ;; # this machine's own
     esac
     export "$variable=${!variable:-$root/build/$folder}"
-    local sysroot=${!variable}
+    local sysroot=${!variable} peers=libcjson-dev,nlohmann-json3-dev,rapidjson-dev
     [ ! -d "$sysroot" ] || return 0
     rm -rf "$sysroot.part"
     mmdebstrap --quiet --variant=extract "--architectures=$1" \
-        --include=libc6-dev,libstdc++-12-dev,libssl-dev,uuid-dev,libgtest-dev,libgmock-dev \
+        "--include=libc6-dev,libstdc++-12-dev,libssl-dev,uuid-dev,libgtest-dev,libgmock-dev,$peers" \
         bookworm "$sysroot.part" "deb $(debian_mirror) bookworm main" >"$root/build/sysroot.log" 2>&1 ||
         { cat "$root/build/sysroot.log" >&2 && return 1; }
     mv "$sysroot.part" "$sysroot"

@@ -13,7 +13,11 @@ struct Corpus
     std::string text;
 };
 
-/// The documents of data/ and generated ones, the same in every run.
+/// @return the text of one document: of data/ ("canada", "citm") or generated ("telemetry4MB",
+/// "messages", "objects1MB"), the same in every run. @throws std::runtime_error for any other name.
+std::string MakeCorpus(const std::string& name);
+
+/// All documents but "messages", and longer objects.
 std::vector<Corpus> MakeCorpora();
 
 }  // namespace Tolvex::Benchmarks

@@ -7,22 +7,15 @@
 #include <sys/resource.h>
 #include <vector>
 
-#include "Tolvex/Json/Json.h"
-
 #include "benchmarks/Json/LibraryBenchmark.h"
+#include "benchmarks/Json/TolvexLibrary.h"
 
 namespace {
 
+using Tolvex::Benchmarks::Library;
 using Tolvex::Json::Array;
 using Tolvex::Json::Object;
 using Tolvex::Json::Value;
-
-struct Library
-{
-    static Value Read(const std::string& text) { return Tolvex::Json::Deserialize(text); }
-
-    static std::string Write(const Value& tree) { return Tolvex::Json::Serialize(tree); }
-};
 
 const int registered = Tolvex::Benchmarks::RegisterLibrary<Library>();
 
