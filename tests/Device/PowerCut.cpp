@@ -1,15 +1,16 @@
-// Cuts the power of the emulated board in the middle of a write of flash variables, and judges what
-// the boot after it finds; scripts/device --power-cuts calls it once in each boot.
+// Cuts the power of the emulated board in the middle of writes of flash variables, with one copy of
+// them and with two, and judges in the next boot what each cut has left. scripts/device
+// --power-cuts runs it.
 //
-// usage: Device.PowerCut BOOT BOOTS single|redundant
+// usage: Device.PowerCut write|judge CUTS
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <unistd.h>
 
 #include "Tolvex/Util/FlashUtils.h"
 
@@ -19,26 +20,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using Tolvex::Support::TellEmulator;
+using Tolvex::Util::ExecCmd_System;
 using Tolvex::Util::ReadFlashVar;
 using Tolvex::Util::WriteFlashConfigFile;
 using Tolvex::Util::WriteFlashVar;
-
-/// Long enough that the variables reach into the second sector of a single environment.
-std::string Padding(bool redundant)
-{
-    return std::string(redundant ? 2000 : 5000, 'p');
-}
-
-void Configure(bool redundant)
-{
-    if (redundant) {
-        // docs/device.md shows these lines.
-        std::ofstream("/etc/fw_env.config") << "/dev/mtd1 0x0000 0x1000 0x1000 1\n"
-                                               "/dev/mtd1 0x1000 0x1000 0x1000 1\n";
-    } else {
-        WriteFlashConfigFile();
-    }
-}
 
 [[noreturn]] void Fail(const std::string& what)
 {
@@ -46,7 +31,28 @@ void Configure(bool redundant)
     std::exit(EXIT_FAILURE);
 }
 
-/// Reads a variable through the library.
+/// How often the flash holds the variables.
+struct Copies
+{
+    const char* name;
+    bool redundant;
+    std::string padding;  ///< a variable that spreads the others over the flash
+
+    void Configure() const
+    {
+        if (redundant) {
+            // docs/device.md shows these lines.
+            std::ofstream("/etc/fw_env.config") << "/dev/mtd1 0x0000 0x1000 0x1000 1\n"
+                                                   "/dev/mtd1 0x1000 0x1000 0x1000 1\n";
+        } else {
+            WriteFlashConfigFile();
+        }
+    }
+};
+
+const Copies copiesOf[] = {{"single", false, std::string(5000, 'p')},
+                           {"redundant", true, std::string(2000, 'p')}};
+
 std::string Read(const char* name)
 {
     std::string value;
@@ -56,27 +62,6 @@ std::string Read(const char* name)
     return value;
 }
 
-/// Says what the cut of a boot left: the old variables, the new ones, or the initial environment.
-const char* Judge(int boot, bool redundant)
-{
-    const std::string generation = Read("generation");
-    const std::string padding = Read("padding");
-    const std::string bootDelay = Read("bootdelay");
-    if (padding == Padding(redundant) && bootDelay == "7") {
-        if (generation == "old-" + std::to_string(boot)) {
-            return "the old variables";
-        }
-        if (generation == "new-" + std::to_string(boot)) {
-            return "the new variables";
-        }
-    }
-    if (generation.empty() && padding.empty() && bootDelay == "2" && !redundant) {
-        return "all lost: the initial environment";
-    }
-    Fail("generation \"" + generation + "\", bootdelay \"" + bootDelay + "\", " +
-         std::to_string(padding.size()) + " bytes of padding");
-}
-
 void Write(const char* name, const std::string& value)
 {
     if (WriteFlashVar(name, value.c_str()) != 0) {
@@ -84,44 +69,100 @@ void Write(const char* name, const std::string& value)
     }
 }
 
+std::string Generation(const char* age, int cut)
+{
+    return age + std::string("-") + std::to_string(cut);
+}
+
+/// Stops the board in the middle of a write; goes on when the host has copied the flash.
+void Cut(int cut, int cuts)
+{
+    const auto start = Clock::now();
+    Write("generation", Generation("old", cut));
+    const auto duration = Clock::now() - start;
+
+    std::thread writer([cut] { Write("generation", Generation("new", cut)); });
+    std::this_thread::sleep_for(duration * (2 * cut - 1) / (2 * cuts));
+    TellEmulator("stop");
+    writer.join();
+}
+
+void WriteAndCut(const Copies& copies, int cuts)
+{
+    copies.Configure();
+    if (ExecCmd_System("flash_erase -q /dev/mtd1 0 0") != 0) {
+        Fail("cannot erase");
+    }
+    Write("padding", copies.padding);
+    Write("bootdelay", "7");
+    for (int cut = 1; cut <= cuts; ++cut) {
+        Cut(cut, cuts);
+    }
+}
+
+/// @return what the cut has left, as the library sees it.
+const char* Judge(const Copies& copies, int cut)
+{
+    const std::string file = "/board/" + std::string(copies.name) + "-" + std::to_string(cut);
+    if (ExecCmd_System(("flash_erase -q /dev/mtd1 0 0 && cat " + file + " >/dev/mtd1").c_str()) !=
+        0) {
+        Fail("cannot put back " + file);
+    }
+    const std::string generation = Read("generation");
+    const std::string padding = Read("padding");
+    const std::string bootDelay = Read("bootdelay");
+    if (padding == copies.padding && bootDelay == "7") {
+        if (generation == Generation("old", cut)) {
+            return "old variables";
+        }
+        if (generation == Generation("new", cut)) {
+            return "new variables";
+        }
+    }
+    if (generation.empty() && padding.empty() && bootDelay == "2" && !copies.redundant) {
+        return "initial environment, all lost";
+    }
+    Fail(file + ": generation \"" + generation + "\", bootdelay \"" + bootDelay + "\", " +
+         std::to_string(padding.size()) + " bytes of padding");
+}
+
+void JudgeAll(const Copies& copies, int cuts)
+{
+    copies.Configure();
+    std::map<std::string, int> verdicts;
+    for (int cut = 1; cut <= cuts; ++cut) {
+        const char* const verdict = Judge(copies, cut);
+        if (++verdicts[verdict] == 1) {
+            Write("generation", "next");
+            if (Read("generation") != "next") {
+                Fail("the first write after the cut is not read back");
+            }
+        }
+    }
+    for (const auto& [verdict, count] : verdicts) {
+        std::fprintf(stderr, "%s copy, %d power cuts: %d times %s\n", copies.name, cuts, count,
+                     verdict.c_str());
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc != 4 || !Tolvex::Support::IsOnBoard()) {
-        std::fprintf(stderr, "usage: %s BOOT BOOTS single|redundant, on the emulated board\n",
-                     argv[0]);
+    if (argc != 3 || !Tolvex::Support::IsOnBoard()) {
+        std::fprintf(stderr, "usage: %s write|judge CUTS, on the emulated board\n", argv[0]);
         return 2;
     }
-    const int boot = std::atoi(argv[1]);
-    const int boots = std::atoi(argv[2]);
-    const bool redundant = std::string_view(argv[3]) == "redundant";
-    // ReadFlashVar() shows each value on standard output; what this program says goes elsewhere.
+    // ReadFlashVar() shows each value on standard output; the results go to the standard error.
     if (std::freopen("/dev/null", "w", stdout) == nullptr) {
         Fail("cannot drop standard output");
     }
-    Configure(redundant);
-    if (boot > 0) {
-        std::fprintf(stderr, "power cut %d: %s\n", boot, Judge(boot - 1, redundant));
+    for (const Copies& copies : copiesOf) {
+        if (std::string_view(argv[1]) == "write") {
+            WriteAndCut(copies, std::atoi(argv[2]));
+        } else {
+            JudgeAll(copies, std::atoi(argv[2]));
+        }
     }
-    if (boot == boots) {
-        return EXIT_SUCCESS;
-    }
-
-    // Whatever the cut has left, the next write puts it right.
-    Write("padding", Padding(redundant));
-    Write("bootdelay", "7");
-    const auto start = Clock::now();
-    Write("generation", "old-" + std::to_string(boot));
-    const auto duration = Clock::now() - start;
-    if (Read("generation") != "old-" + std::to_string(boot)) {
-        Fail("a whole write is not read back");
-    }
-
-    sync();
-    std::thread([boot] { Write("generation", "new-" + std::to_string(boot)); }).detach();
-    std::this_thread::sleep_for(duration * (2 * boot + 1) / (2 * boots));
-    TellEmulator("quit");
-    std::this_thread::sleep_for(std::chrono::minutes(1));
-    Fail("the power was not cut");
+    return EXIT_SUCCESS;
 }
