@@ -20,7 +20,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = ROOT / "build" / "arm"
-PLUGIN = BUILD / "instruction-counter.so"
+PLUGIN = ROOT / "build" / "instruction-counter.so"
 RESULTS = ROOT / "benchmarks" / "results" / "instructions.json"
 ROUNDS = 3  # of an operation with several threads, whose counts differ a little
 

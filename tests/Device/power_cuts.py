@@ -1,0 +1,111 @@
+#!/usr/bin/env python3
+"""Cuts the power of the emulated board: stops it, copies an image as a cut would leave it, goes on.
+
+usage: power_cuts.py flash|log DIRECTORY CUTS
+DIRECTORY holds flash.img, card.img, console and the emulator's second monitor, control.
+
+flash: the board stops itself in the middle of a write (PowerCut.cpp), CUTS times with one copy of
+the variables and CUTS times with two. What each cut leaves of the partition goes to the files
+single-N and redundant-N in DIRECTORY/cuts.
+
+log: the board logs to /board/log of its card and says on its console which lines have been written
+(LogCut.cpp). At random moments the card is copied. Its file system is repaired as the next boot
+would do it, and the log in it is compared with the console.
+"""
+import json
+import random
+import re
+import socket
+import statistics
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+PARTITION = slice(0xC0000, 0xC2000)  # of the variables, in board.dts
+PATIENCE = 300  # seconds; bounds a hang
+
+
+class Emulator:
+    def __init__(self, path):
+        deadline = time.monotonic() + PATIENCE
+        while not path.exists() and time.monotonic() < deadline:
+            time.sleep(0.1)
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(PATIENCE)
+        self.socket.connect(str(path))
+        self.stream = self.socket.makefile("rw")
+        self.stream.readline()  # its greeting
+        self.tell("qmp_capabilities")
+
+    def tell(self, command):
+        self.stream.write(json.dumps({"execute": command}) + "\n")
+        self.stream.flush()
+        self.wait_for(lambda message: "return" in message)
+
+    def wait_for(self, wanted):
+        while not wanted(json.loads(self.stream.readline())):
+            pass
+
+
+# ------------------------------------------------------------------------------------------ flash
+
+
+def cut_flash(directory, cuts):
+    emulator = Emulator(directory / "control")
+    (directory / "cuts").mkdir()
+    for copies in ("single", "redundant"):
+        for number in range(1, cuts + 1):
+            emulator.wait_for(lambda message: message.get("event") == "STOP")
+            left = (directory / "flash.img").read_bytes()[PARTITION]
+            (directory / "cuts" / f"{copies}-{number}").write_bytes(left)
+            emulator.tell("cont")
+
+
+# -------------------------------------------------------------------------------------------- log
+
+
+def written_lines(console):
+    return re.findall(r"^written (\d+), (\d+) us each\r?$", console.read_text("latin-1"), re.M)
+
+
+def cut_card(emulator, directory):
+    """@return lines lost, and whether the log ends in NUL bytes."""
+    copy = directory / "cut.img"
+    emulator.tell("stop")
+    written = int(written_lines(directory / "console")[-1][0])
+    subprocess.run(["cp", "--sparse=always", directory / "card.img", copy], check=True)
+    emulator.tell("cont")
+    subprocess.run(["e2fsck", "-fy", copy], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    log = subprocess.run(["debugfs", "-R", "cat /board/log", copy], check=True,
+                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+    copy.unlink()
+    numbers = [int(number) for number in re.findall(rb"\]line (\d+) and some more text\n", log)]
+    if numbers != list(range(1, len(numbers) + 1)):
+        sys.exit("power_cuts.py: a line in the middle of the log is missing")
+    return max(0, written - len(numbers)), log.endswith(b"\0")
+
+
+def cut_log(directory, cuts):
+    emulator = Emulator(directory / "control")
+    console = directory / "console"
+    deadline = time.monotonic() + PATIENCE
+    while not (console.exists() and len(written_lines(console)) > 100):
+        if time.monotonic() > deadline:
+            sys.exit("power_cuts.py: the board logs nothing")
+        time.sleep(1)
+    lost, nul_tails = [], 0
+    for number in range(1, cuts + 1):
+        time.sleep(random.uniform(3, 9))
+        count, nul_tail = cut_card(emulator, directory)
+        lost.append(count)
+        nul_tails += nul_tail
+        print(f"power cut {number}: {count} lines lost{', a tail of NUL bytes' * nul_tail}",
+              flush=True)
+    lines, each = written_lines(console)[-1]
+    print(f"{cuts} cuts, {lines} lines: {statistics.median(lost):g} lines lost (median), "
+          f"{max(lost)} (worst), {nul_tails} tails of NUL bytes, {each} us of processor time a line")
+
+
+if __name__ == "__main__":
+    {"flash": cut_flash, "log": cut_log}[sys.argv[1]](Path(sys.argv[2]), int(sys.argv[3]))
