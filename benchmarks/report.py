@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Renders benchmarks/results as docs/performance.md with charts in docs/performance/.
 
-usage: benchmarks/report.py [--store DIRECTORY PACKAGE...]
+usage: benchmarks/report.py [--store DIRECTORY PACKAGE... | --add DIRECTORY...]
 
 With --store it first takes over a whole run of scripts/bench from the directory: of each figure the
-median of the rounds, the footprint, and the versions of the packages.
+median of the rounds, the footprint, and the versions of the packages. With --add it replaces the
+figures of the programs whose results lie in the directories, one directory for each round.
 """
 import datetime
 import json
@@ -562,6 +563,8 @@ def machine():
 def main():
     if sys.argv[1:2] == ["--store"]:
         store_run(Path(sys.argv[2]), sys.argv[3:])
+    if sys.argv[1:2] == ["--add"]:
+        store("medians", load("medians") | medians([Path(name) for name in sys.argv[2:]]))
     CHARTS.mkdir(parents=True, exist_ok=True)
     goals = Goals()
     log, hand_over = log_lines(goals), log_hand_over(goals)
