@@ -11,7 +11,7 @@ namespace Tolvex::Ilog {
 LogLine::Text::int_type LogLine::Text::overflow(int_type character)
 {
     if (traits_type::eq_int_type(character, traits_type::eof())) {
-        return traits_type::not_eof(character);  // GCOV_EXCL_LINE: no std::ostream asks for this
+        return traits_type::not_eof(character);  // No std::ostream asks for this.
     }
 
     std::string larger(2 * View().size(), '\0');

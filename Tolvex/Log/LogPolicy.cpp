@@ -29,7 +29,8 @@ public:
     }
     ~OpenFile()
     {
-        const Base::NoCancellation scope;  // It must not leave a destructor.
+        const Base::NoCancellation
+            scope;  // A cancellation that leaves a destructor ends the process.
         if (IsOpen()) {
             close(descriptor);  // Best effort: a failure is not reported.
         }

@@ -142,8 +142,8 @@ public:
     /// the policy.
     ///
     /// Blocks up to 2.1 s, in steps of 100 ms, until the writer has ended; after that the policy is
-    /// closed all the same. Blocks up to 2.1 s more while a writer of before the last Close() still
-    /// hangs, and for another thread's Enable() or Close(). Does not sleep when there is no writer.
+    /// closed all the same. If an older writer still hangs, blocks up to 2.1 s more. Also waits for
+    /// another thread's Enable() or Close(). Does not sleep when there is no writer.
     /// A line that is being composed is dropped, and threads that wait for the line lock go on
     /// without a line.
     void Close() { core.Close(); }

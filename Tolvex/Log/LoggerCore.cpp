@@ -135,13 +135,20 @@ public:
     {
     }
     /// Also when the thread could not be created or was cancelled.
-    ~Writer() { state->writers.Gone(number); }
+    ~Writer()
+    {
+        if (running) {
+            state->lock.Release(CallingThread());
+        }
+        state->writers.Gone(number);
+    }
     Writer(const Writer&) = delete;
     Writer& operator=(const Writer&) = delete;
 
     static void* Run(void* writer)
     {
         const std::unique_ptr<Writer> self(static_cast<Writer*>(writer));
+        self->running = true;
         self->state->writers.Begin(self->number);
         while (self->WriteLines()) {
         }
@@ -180,7 +187,8 @@ private:
 
     std::shared_ptr<LoggerState> state;
     std::uint32_t number;
-    std::string text;  ///< the line in hand; keeps its memory
+    bool running = false;  ///< on its own thread
+    std::string text;      ///< the line in hand; keeps its memory
 };
 
 /// Begins the text of a line.
@@ -230,7 +238,7 @@ void HandOver(LoggerState& state, LineStep& step)
     try {
         state.lineReady.Notify();
     } catch (const std::system_error&) {
-        // The writer was not told. Unless it has seen the line all the same, the line is lost.
+        // The writer was not woken. If it has not taken the line yet, the line is dropped.
         if (state.lock.Advance(LineLock::Complete, LineLock::Inserting)) {
             state.lock.Release(CallingThread());
             throw;

@@ -75,7 +75,7 @@ bool TakeFront(std::string_view& text, std::string_view front)
 
 DriveRecord Parse(std::string_view text)
 {
-    const DriveRecord unreadable{DriveEnd::Unreadable, {}};
+    DriveRecord unreadable{DriveEnd::Unreadable, {}};
     const std::size_t sumLine = sumPrefix.size() + 9;
     if (text.size() < sumLine) {
         return unreadable;

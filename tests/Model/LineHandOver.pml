@@ -4,7 +4,8 @@
  * Spin tries every order in which the steps of the threads can follow each other, and reports an
  * order that violates an assert(). README.md says how to read and change this file.
  *
- * The names are those of Tolvex/Log/Private: LineLock, LineQueue, WriterLife, LoggerCore.
+ * The names are those of Tolvex/Log/LoggerCore and of LineLock, LineQueue and WriterLife in
+ * Tolvex/Log/Private.
  */
 
 /* ---- Sizes and parts of a variant; Check.sh sets them with -D. ---- */
@@ -306,14 +307,6 @@ inline Announce()
     Unlock(lifeMutex)
 }
 
-inline Withdraw()
-{
-    Lock(lifeMutex);
-    toldToEnd = current;
-    stoppedFlag = true;
-    Unlock(lifeMutex)
-}
-
 inline Admit()
 {
     Lock(lifeMutex);
@@ -437,10 +430,11 @@ inline Enable()
           fi;
           if
           :: taken -> Admit()
-          :: else -> TellToEnd(); Notify(); AwaitStopped()
+          :: else -> StopWriter(); AwaitStopped()
           fi
 #ifdef NO_THREAD
-       :: number = 0; Withdraw()
+       :: number = 0;
+          Lock(lifeMutex); Refuse(); Drop(); stoppedFlag = true; Unlock(lifeMutex) /* Gone() */
 #endif
        fi
     fi;
@@ -502,13 +496,9 @@ inline EndOfThread()
 
 /* ---- The threads ---- */
 
-#ifdef FAULT_9
-#define TOLD_TO_END (toldToEnd == mine)
-#else
 #define TOLD_TO_END (toldToEnd >= mine)
-#endif
 
-/* RunWriter() */
+/* Writer::Run() and WriterLife::Next() */
 proctype Writer(byte me; byte mine) EXISTS
 {
     bool moved = false;
@@ -593,7 +583,6 @@ gone:
     :: else ->
        Refuse();
        Drop();
-       TellToEnd();
        atomic {
            Advance(Complete, Taken);
            endedLine = (endedLine && !moved) /* lost: no thread is left that could write it */
@@ -726,7 +715,7 @@ close:
 }
 
 #ifdef FORK
-/* Forks  of its own; the child enables the logger and logs. */
+/* A thread that forks. The child enables the logger and logs. */
 proctype Forker(byte me) EXISTS
 {
     LOCALS;

@@ -29,10 +29,9 @@ constexpr std::chrono::milliseconds LongestSleep()
 inline void SleepFor(std::chrono::milliseconds duration)
 {
     while (duration > LongestSleep()) {
-        // GCOV_EXCL_START: never where std::time_t has 64 bits
+        // Never where std::time_t has 64 bits.
         std::this_thread::sleep_for(LongestSleep());
         duration -= LongestSleep();
-        // GCOV_EXCL_STOP
     }
     std::this_thread::sleep_for(duration);
 }

@@ -64,7 +64,7 @@ bool LineLock::Await(std::uintptr_t ignoredFlags, Deadline deadline)
             if (queue.Contains(place)) {
                 break;
             }
-            place.Sleep(noDeadline);  // The signal of the thread that has taken the place out.
+            place.Sleep(noDeadline);  // Another thread has taken the place out and signals it now.
         }
 
         // The first line that becomes free from now on is this thread's.

@@ -19,10 +19,12 @@ namespace Tolvex::Ilog {
 /// of the line and three flags, so that they change together or not at all:
 ///
 ///     Free -> Inserting <-> Open          a thread composes
-///             Inserting  -> Complete      the line is handed over; nobody owns it
+///             Inserting  -> Complete      the line is handed over; no thread owns it
 ///             Complete   -> Taken         the writer copies the text
 ///             Taken      -> Writing       the writer is in the policy
 ///     any phase with an owner -> Free     Release()
+///     Open -> Free, Inserting -> Dropped  Drop()
+///     Writing -> Abandoned                Abandon()
 /// @par Errors
 /// std::system_error when the mutex of the queue cannot be locked.
 /// @par Thread safety
@@ -59,7 +61,7 @@ public:
     /// Waits until the line is free and takes it in phase Inserting. No cancellation point.
     ///
     /// Threads that sleep get the line in the order in which they came. A thread that does not
-    /// sleep may overtake them until the first of them has been woken and has found the line taken.
+    /// sleep may overtake them until the first of them has been woken and runs.
     /// @param entry     Who asks.
     /// @param deadline  When to give up; one in the past tries once.
     /// @return false when lines are refused or the deadline has passed.

@@ -32,8 +32,8 @@ public:
         /// @return false when the deadline came first.
         bool Sleep(Deadline deadline);
 
-        /// Ends Sleep(). The place must have been taken out of the queue; it may not exist any
-        /// more when the call returns.
+        /// Ends Sleep(). Take the place out of the queue first. Do not touch it after the call: its
+        /// thread may have destroyed it.
         void Wake() { sem_post(&woken); }
 
     private:

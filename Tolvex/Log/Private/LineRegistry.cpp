@@ -45,7 +45,7 @@ void DropLinesOfThread(void* /*value*/)
     ForEachLogger([](LoggerState& state) { state.lock.Release(CallingThread()); });
 }
 
-/// Called twice for one fork where two registrations were made; see RegisterLogger().
+/// If a fork made the process register twice, the second call for one fork returns at once.
 void LockBeforeFork()
 {
     if (forkingThread == CallingThread()) {

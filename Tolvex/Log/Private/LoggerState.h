@@ -18,7 +18,7 @@
 namespace Tolvex::Ilog {
 
 /// The state of one logger. Outlives the logger when a writer hangs in its policy. The references
-/// and the policy are the logger's and go away with it.
+/// and the policy belong to the logger and dangle once it is destroyed.
 struct LoggerState
 {
     LoggerState(std::stringstream& line, Interfaces::ISemaphore& semaphore,

@@ -134,7 +134,6 @@ WriterLife::Step WriterLife::Next(std::uint32_t number)
 
 void WriterLife::Gone(std::uint32_t number)
 {
-    lock.Release(CallingThread());
     const std::lock_guard guard(mutex);
     if (loggerGone || number != current || Stopped()) {
         return;

@@ -59,7 +59,7 @@ public:
 
     void Begin(std::uint32_t number);
     Step Next(std::uint32_t number);
-    /// The thread ends, perhaps because it was cancelled, or could not be created.
+    /// The thread ends, perhaps because it was cancelled, or could not be created. It has no line.
     void Gone(std::uint32_t number);
 
     /// In a forked child: there is no writer.
