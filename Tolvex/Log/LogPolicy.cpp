@@ -46,18 +46,37 @@ private:
     int descriptor;
 };
 
-/// @return whether the file is a regular one and its last byte is not a newline.
-bool EndsInTheMiddleOfALine(const char* name)
+/// Which file a descriptor or a mark stands for.
+struct FileIdentity
+{
+    dev_t device = 0;
+    ino_t inode = 0;  ///< 0: any file
+
+    bool Includes(const FileIdentity& other) const
+    {
+        return inode == 0 || (device == other.device && inode == other.inode);
+    }
+};
+
+/// @return the identity of a regular file; nothing for anything else.
+std::optional<FileIdentity> IdentityOf(const OpenFile& file)
 {
     struct stat64 status
     {
     };
-    if (stat64(name, &status) != 0 || !S_ISREG(status.st_mode)) {
-        return false;  // To open a FIFO would block.
+    if (!file.IsOpen() || fstat64(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
     }
-    const OpenFile file(name, O_RDONLY);
+    return FileIdentity{status.st_dev, static_cast<ino_t>(status.st_ino)};
+}
+
+/// @return whether the file is among those meant and its last byte is not a newline.
+bool EndsInTheMiddleOfALine(const char* name, const FileIdentity& meant)
+{
+    const OpenFile file(name, O_RDONLY | O_NONBLOCK);  // To open a FIFO does not block.
+    const std::optional<FileIdentity> identity = IdentityOf(file);
     char last = '\n';
-    return file.IsOpen() && lseek64(file.Get(), -1, SEEK_END) >= 0 &&
+    return identity && meant.Includes(*identity) && lseek64(file.Get(), -1, SEEK_END) >= 0 &&
            read(file.Get(), &last, 1) == 1 && last != '\n';
 }
 
@@ -110,7 +129,14 @@ void ILogPolicy::Close() {}
 
 void ILogPolicy::WriteHeader(LogType) {}
 
-FileLogPolicy::FileLogPolicy() : tornLine(std::make_shared<bool>(false)) {}
+/// A file that may end in a part of a line.
+struct FileLogPolicy::TornEnd
+{
+    bool possible = false;
+    FileIdentity file;
+};
+
+FileLogPolicy::FileLogPolicy() : tornEnd(std::make_shared<TornEnd>()) {}
 
 FileLogPolicy::~FileLogPolicy() = default;
 
@@ -118,7 +144,7 @@ void FileLogPolicy::SetOutput(const std::string& name)
 {
     // Required: the file is neither opened nor created nor checked here.
     if (name != fileName) {
-        tornLine = std::make_shared<bool>(false);  // A line was torn in the file before only.
+        tornEnd = std::make_shared<TornEnd>();  // A line was torn in the file before only.
         fileName = name;
     }
     Base::StoreShared(outputSet, true);
@@ -126,7 +152,7 @@ void FileLogPolicy::SetOutput(const std::string& name)
 
 void FileLogPolicy::RepairEnd()
 {
-    *tornLine = true;
+    *tornEnd = {true, {}};
 }
 
 void FileLogPolicy::Close()
@@ -142,10 +168,12 @@ void FileLogPolicy::Write(const std::string& line)
         return;
     }
 
-    // A write that hangs may outlast the policy: from open() on no member is touched.
-    const std::shared_ptr<bool> torn = tornLine;
-    const bool newLineFirst = *torn && EndsInTheMiddleOfALine(fileName.c_str());
-    const OpenFile file(fileName.c_str(), O_WRONLY | O_CREAT | O_APPEND);
+    // A system call that hangs may outlast the policy: after the first one no member is touched.
+    const std::shared_ptr<TornEnd> torn = tornEnd;
+    const std::string nameKept = torn->possible ? fileName : std::string();
+    const char* const name = torn->possible ? nameKept.c_str() : fileName.c_str();
+    const bool newLineFirst = torn->possible && EndsInTheMiddleOfALine(name, torn->file);
+    const OpenFile file(name, O_WRONLY | O_CREAT | O_APPEND);
     if (!file.IsOpen()) {
         return;  // Required: a line for which there is no file is lost without a report.
     }
@@ -153,7 +181,11 @@ void FileLogPolicy::Write(const std::string& line)
     const std::string repaired = newLineFirst ? '\n' + line : std::string();
     const std::string_view text = newLineFirst ? repaired : line;
     const std::size_t written = WriteAll(file.Get(), text);
-    *torn = written != text.size() && (written != 0 || *torn);
+    if (written == text.size()) {
+        torn->possible = false;
+    } else if (written != 0) {
+        *torn = {true, IdentityOf(file).value_or(FileIdentity())};
+    }
 }
 
 ConsoleLogPolicy::ConsoleLogPolicy() = default;

@@ -36,6 +36,7 @@ public:
     virtual void Write(const std::string& line) = 0;
 
     /// Ends the use of the output. Does nothing here.
+    /// @note Called during a Write() that hangs for more than 2.1 s.
     virtual void Close();
 
     /// Tells the type of the line that the next Write() brings. Does nothing here.
@@ -55,6 +56,8 @@ public:
 /// Caller serialises.
 class TOLVEX_EXPORT FileLogPolicy : public ILogPolicy
 {
+    struct TornEnd;
+
 public:
     /// Has no output yet.
     FileLogPolicy();
@@ -79,8 +82,8 @@ public:
 
 private:
     std::string fileName;
-    bool outputSet = false;          ///< shared: Close() may come while a Write() hangs
-    std::shared_ptr<bool> tornLine;  ///< the file may end in a part of a line; outlives a Write()
+    bool outputSet = false;            ///< shared: Close() may come while a Write() hangs
+    std::shared_ptr<TornEnd> tornEnd;  ///< outlives a Write() that hangs
 };
 
 /// Prints each line on standard output, in the colour of its type.

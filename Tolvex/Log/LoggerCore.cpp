@@ -88,6 +88,11 @@ private:
 /// Makes the buffer empty, good and formatting as a new stream does. Keeps its memory.
 void Reset(std::stringstream& buffer, const std::locale& locale)
 {
+    std::ios& stream = buffer;
+    if (stream.rdbuf() != buffer.rdbuf()) {
+        stream.rdbuf(buffer.rdbuf());
+    }
+    buffer.tie(nullptr);
     if (buffer.getloc() != locale) {
         buffer.imbue(locale);
     }
@@ -303,7 +308,9 @@ LoggerCore::~LoggerCore()
     try {
         Close();
     } catch (const std::exception&) {
-        // A destructor reports nothing.
+        // A lock could not be taken. The writer has to end all the same, because it uses this
+        // object.
+        StopWriter(*state);
     }
     UnregisterLogger(*state);
     state->writers.Detach();
@@ -343,7 +350,14 @@ bool LoggerCore::Enable(const std::string* output)
         return false;
     }
     static_cast<void>(writer.release());  // owned by its thread
-    if (!openOutput()) {
+    bool opened = false;
+    try {
+        opened = openOutput();
+    } catch (...) {
+        StopWriter(*state);
+        throw;
+    }
+    if (!opened) {
         StopWriter(*state);
         state->writers.AwaitStopped();
         return false;

@@ -2,15 +2,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstddef>
-#include <cstdio>
 #include <ostream>
-#include <pthread.h>
 #include <string>
-#include <sys/types.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -22,9 +17,7 @@
 #include "tests/Support/CapturingPolicy.h"
 #include "tests/Support/Gate.h"
 #include "tests/Support/HeldLogger.h"
-#include "tests/Support/OwnProcess.h"
 #include "tests/Support/Pace.h"
-#include "tests/Support/Patience.h"
 #include "tests/Support/SleepingThread.h"
 
 namespace {
@@ -35,12 +28,10 @@ using Tolvex::LogModule;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::AwaitLines;
 using Tolvex::Support::CapturingLogger;
-using Tolvex::Support::Eventually;
 using Tolvex::Support::Gate;
 using Tolvex::Support::HeldLogger;
 using Tolvex::Support::Scaled;
 using Tolvex::Support::SleepingThread;
-using Tolvex::Support::Sleeps;
 using Tolvex::Support::WithoutDate;
 using Tolvex::Support::WriteLine;
 

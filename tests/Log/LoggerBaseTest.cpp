@@ -30,6 +30,7 @@
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
+#include "tests/Support/SleepingThread.h"
 #include "tests/Support/ThreadsInForks.h"
 #include "tests/Support/TimeZone.h"
 
@@ -709,6 +710,57 @@ TEST(LoggerBaseTest, LineThatIsEndedBeforeCloseIsWrittenHoweverSlowTheWriterIs)
 
         EXPECT_THAT(logger.GetPolicy().Lines(), SizeIs(2));
     }
+}
+
+TEST(LoggerBaseTest, DestructorClosesThePolicy)
+{
+    static int closes = 0;
+    struct CountingPolicy : Tolvex::Support::CapturingPolicy
+    {
+        void Close() override { ++closes; }
+    };
+    {
+        LoggerBase<CountingPolicy> logger;
+        ASSERT_TRUE(logger.Enable());
+    }
+
+    EXPECT_EQ(closes, 1);
+}
+
+TEST(LoggerBaseTest, CloseDropsAnOpenLineAlthoughAThreadWaitsToChangeTheOutput)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+    std::thread changing =
+        Tolvex::Support::SleepingThread([&logger] { logger.SetOutput("other"); });
+
+    std::thread([&logger] { logger.Close(); }).join();
+    changing.join();
+
+    EXPECT_THAT(logger.GetPolicy().Outputs(), ElementsAre("other"));
+}
+
+TEST(LoggerBaseTest, BufferThatAManipulatorTookIsBackInTheNextLine)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+    logger << TakingTheBuffer;
+    logger.DropLine();
+    WriteLine(logger, "next");
+
+    EXPECT_THAT(AwaitLines(logger, 1), SizeIs(1));
+}
+
+TEST(LoggerBaseTest, EndlAddsANewlineToATextThatEndsInOne)
+{
+    const auto lines = LinesOf(1, [](CapturingLogger& logger) {
+        logger.WriteHeader(LogType::Info);
+        logger << "a\n" << std::endl;
+    });
+
+    EXPECT_THAT(lines, ElementsAre("a\n\n"));
 }
 
 TEST(LoggerBaseTest, CloseOfTheOwnOpenLineDropsIt)

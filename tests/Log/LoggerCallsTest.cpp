@@ -168,7 +168,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using Tolvex::Ilog::Logger;
-using Tolvex::Ilog::LoggerBase;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::AwaitLines;
@@ -489,6 +488,16 @@ TEST(LoggerCallsTest, TokenThatComesLateDoesNotEndTheNextWriterBeforeItsFirstLin
 TEST(LoggerCallsTest, DestructorKeepsToItselfThatTheLoggerCannotBeClosed)
 {
     auto logger = std::make_unique<CapturingLogger>();
+
+    locksBeforeFailure = 0;
+    EXPECT_NO_THROW(logger.reset());
+    EXPECT_EQ(locksBeforeFailure, -1);
+}
+
+TEST(LoggerCallsTest, DestructorEndsTheWriterThoughTheFirstLockCannotBeTaken)
+{
+    auto logger = std::make_unique<CapturingLogger>();
+    ASSERT_TRUE(logger->Enable());
 
     locksBeforeFailure = 0;
     EXPECT_NO_THROW(logger.reset());

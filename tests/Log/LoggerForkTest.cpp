@@ -119,7 +119,7 @@ TEST(LoggerForkTest, ForkedChildHasNoneOfTheThreadsThatWaitInTheParent)
     const auto child = RunInChild([&logger] {
         logger.GetPolicy().onWrite = nullptr;
         EXPECT_TRUE(logger.Enable());
-        for (int line = 0; line < 100; ++line) {  // more than may overtake a thread that waits
+        for (int line = 0; line < 100; ++line) {
             WriteLine(logger, "child");
         }
         EXPECT_THAT(AwaitLines(logger, 100), SizeIs(100));

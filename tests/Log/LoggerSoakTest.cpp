@@ -306,8 +306,7 @@ TEST(LoggerSoakTest, NoticeOfTheIgnitionIsInTheFileEachTime)
             EXPECT_FALSE(Log().IsFileEnabled());
             const std::string text = ReadFile(path);
             std::filesystem::remove(path);
-            // A line of the load that was waiting may still have come in behind it.
-            if (text.find("]All triggers have been stopped\n") == std::string::npos) {
+            if (!text.ends_with("]All triggers have been stopped\n")) {
                 ADD_FAILURE() << "not in round " << round;
                 break;
             }

@@ -49,11 +49,10 @@ bool IsToBeBlocked(int signal)
         case SIGFPE:
         case SIGILL:
         case SIGTRAP:
-        case SIGSYS:
-            return false;  // raised by the kernel for a fault of the thread
+        case SIGSYS:  // these the kernel raises for a fault of the thread
         case SIGKILL:
-        case SIGSTOP:
-            return false;  // cannot be blocked
+        case SIGSTOP:  // these cannot be blocked
+            return false;
         default:
             return signal < 32 || signal >= SIGRTMIN;  // The C library keeps those between.
     }

@@ -242,7 +242,7 @@ struct FilePolicyMembers : Ilog::ILogPolicy
 {
     std::string fileName;
     bool outputSet;
-    std::shared_ptr<bool> tornLine;
+    std::shared_ptr<void> tornEnd;
 };
 static_assert(sameLayout<Ilog::FileLogPolicy, FilePolicyMembers>);
 

@@ -143,7 +143,7 @@ TEST(EventFileTest, TwoProcessesOfEightThreadsNeverGetTheSameFile)
         EXPECT_EQ(ReadFile(entry.path().string()), "mine\n") << entry.path();
     }
     // Without a gap: a number is given up only when its file is there.
-    constexpr std::size_t files = 2 * threadsPerProcess * filesPerThread;
+    constexpr std::size_t files = std::size_t{2} * threadsPerProcess * filesPerThread;
     EXPECT_EQ(numbers.size(), files);
     EXPECT_EQ(numbers.rbegin()->first, files);
 }

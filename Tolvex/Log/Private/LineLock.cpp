@@ -47,12 +47,13 @@ bool LineLock::Await(std::uintptr_t ignoredFlags, Deadline deadline)
     std::unique_lock lock(mutex);
     queue.Append(place);
     bool taken = false;
+    std::uintptr_t claimed = 0;  // reserved, once this thread has reserved the line
     for (;;) {
         // The flag first: a thread that frees the line after this thread has tried sees the flag.
         UpdateWaiting();
         // Read first: lines that are refused now may be admitted before this thread tries.
         const bool refused = (word & refusing & ~ignoredFlags) != 0;
-        taken = queue.IsFirst(place) && TryTake(waiting | reserved | ignoredFlags);
+        taken = queue.IsFirst(place) && TryTake(waiting | claimed | ignoredFlags);
         if (taken || refused) {
             break;
         }
@@ -68,13 +69,14 @@ bool LineLock::Await(std::uintptr_t ignoredFlags, Deadline deadline)
         }
 
         // The first line that becomes free from now on is this thread's.
+        claimed = reserved;
         word |= reserved;
         wakePending = false;
         queue.Prepend(place);
     }
 
-    if (queue.IsFirst(place) && !taken) {
-        word &= ~reserved;
+    if (!taken) {
+        word &= ~claimed;
     }
     queue.Remove(place);
     UpdateWaiting();
@@ -112,7 +114,8 @@ void LineLock::UpdateWaiting()
 void LineLock::WakeFirst()
 {
     std::unique_lock lock(mutex);
-    LineQueue::Place* const place = queue.TakeFirst();
+    // One at a time: a second thread that is woken could overtake the first.
+    LineQueue::Place* const place = wakePending ? nullptr : queue.TakeFirst();
     if (place == nullptr) {
         return;
     }
@@ -157,15 +160,14 @@ void LineLock::Admit()
 void LineLock::Refuse()
 {
     word |= refusing;
-    for (;;) {
-        std::unique_lock lock(mutex);
-        LineQueue::Place* const place = queue.TakeFirst();
-        UpdateWaiting();
-        lock.unlock();
-        if (place == nullptr) {
-            return;
-        }
+    std::unique_lock lock(mutex);
+    LineQueue::Place* place = queue.TakeAll();
+    UpdateWaiting();
+    lock.unlock();
+    while (place != nullptr) {
+        LineQueue::Place* const next = place->Next();
         place->Wake();
+        place = next;
     }
 }
 

@@ -71,4 +71,14 @@ LineQueue::Place* LineQueue::TakeFirst()
     return place;
 }
 
+LineQueue::Place* LineQueue::TakeAll()
+{
+    Place* const all = first;
+    for (Place* place = all; place != nullptr; place = place->next) {
+        place->previous = nullptr;  // No longer in the queue, see Contains().
+    }
+    Clear();
+    return all;
+}
+
 }  // namespace Tolvex::Ilog

@@ -36,6 +36,9 @@ public:
         /// thread may have destroyed it.
         void Wake() { sem_post(&woken); }
 
+        /// @return the place behind this one when all places were taken out.
+        Place* Next() const { return next; }
+
     private:
         friend class LineQueue;
 
@@ -56,6 +59,8 @@ public:
     void Remove(Place& place);
     /// Takes the first place out. @return it, to be woken; null when there is none.
     Place* TakeFirst();
+    /// Takes all places out. @return the first, to be woken after its Next() was read.
+    Place* TakeAll();
     /// Forgets all places: in a forked child their threads do not exist.
     void Clear() { first = last = nullptr; }
 
