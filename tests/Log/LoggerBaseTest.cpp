@@ -714,17 +714,17 @@ TEST(LoggerBaseTest, LineThatIsEndedBeforeCloseIsWrittenHoweverSlowTheWriterIs)
 
 TEST(LoggerBaseTest, DestructorClosesThePolicy)
 {
-    static int closes = 0;
+    static int closings = 0;
     struct CountingPolicy : Tolvex::Support::CapturingPolicy
     {
-        void Close() override { ++closes; }
+        void Close() override { ++closings; }
     };
     {
         LoggerBase<CountingPolicy> logger;
         ASSERT_TRUE(logger.Enable());
     }
 
-    EXPECT_EQ(closes, 1);
+    EXPECT_EQ(closings, 1);
 }
 
 TEST(LoggerBaseTest, CloseDropsAnOpenLineAlthoughAThreadWaitsToChangeTheOutput)
