@@ -36,10 +36,10 @@ struct WorkerHealth
 {
     const IThread* worker = nullptr;  ///< tells workers apart; it may be destroyed meanwhile
     std::string name;                 ///< as of the start; empty for none
-    WorkerState state = WorkerState::Finished;
-    std::uint64_t passes = 0;                  ///< that have ended
-    std::chrono::milliseconds lastPass{0};     ///< length of the last pass that has ended
-    std::chrono::milliseconds longestPass{0};  ///< length of the longest that has ended
+    WorkerState state = WorkerState::Finished;  ///< at the moment of the call
+    std::uint64_t passes = 0;                   ///< that have ended
+    std::chrono::milliseconds lastPass{0};      ///< length of the last pass that has ended
+    std::chrono::milliseconds longestPass{0};   ///< length of the longest that has ended
     std::chrono::milliseconds runningPass{0};  ///< since the running pass began; 0 outside of Run()
 
     /// High-water mark of the stack: bytes from its top to the lowest page that was ever written. 0

@@ -50,7 +50,9 @@ public:
     LoggerCore(const LoggerCore&) = delete;
     LoggerCore& operator=(const LoggerCore&) = delete;
 
+    /// As LoggerBase::SetTheadName().
     void SetThreadName(const std::string& name) { threadName = name; }
+    /// @return whether lines are accepted.
     bool IsEnabled() const { return Base::LoadShared(enabled); }
 
     /// @return the locale that lines are formatted in: the global one when the logger was made.
@@ -60,15 +62,20 @@ public:
     /// @param output  Where the lines go from now on; null for where they went before. Not owned.
     /// @return false when nothing has changed.
     bool Enable(const std::string* output);
+    /// As LoggerBase::ChangeOutput().
     bool ChangeOutput(const std::string& name);
+    /// As LoggerBase::WriteHeader().
     void WriteHeader(LogType type);
 
     /// Appends to the line that the calling thread has begun. std::endl ends the line.
     /// @param argument  A null text makes the values after it fail; a null manipulator does
     /// nothing.
     void Append(const LogArgument& argument);
+    /// As LoggerBase::CheckEndOfStream().
     void CheckEndOfStream();
+    /// As LoggerBase::EndOpenLine().
     void EndOpenLine();
+    /// As LoggerBase::DropLine().
     void DropLine();
 
     /// Writes a whole notice, unless the logger is disabled or the line lock cannot be had in time.
@@ -78,6 +85,7 @@ public:
     /// @param deadline  When to give up.
     void WriteNotice(std::string_view text, bool last,
                      std::chrono::steady_clock::time_point deadline);
+    /// As LoggerBase::Close().
     void Close();
 
 private:

@@ -12,12 +12,12 @@ namespace Tolvex::Ilog {
 /// The operations of a policy, whatever its class is. Each takes the address of the policy.
 struct PolicyCalls
 {
-    void (*writeHeader)(void* policy, LogType type);
-    void (*write)(void* policy, const std::string& line);
-    void (*setOutput)(void* policy, const std::string& name);
+    void (*writeHeader)(void* policy, LogType type);           ///< ILogPolicy::WriteHeader()
+    void (*write)(void* policy, const std::string& line);      ///< ILogPolicy::Write()
+    void (*setOutput)(void* policy, const std::string& name);  ///< ILogPolicy::SetOutput()
     /// As setOutput, at the start of a log: the first line then begins on a line of its own.
     void (*openOutput)(void* policy, const std::string& name);
-    void (*close)(void* policy);
+    void (*close)(void* policy);  ///< ILogPolicy::Close()
 };
 
 /// The operations of one class of policies. A policy may have RepairEnd(), as FileLogPolicy does.

@@ -33,7 +33,7 @@ enum class DriveEnd : std::int32_t
 /// The end of one drive.
 struct DriveRecord
 {
-    DriveEnd end = DriveEnd::None;
+    DriveEnd end = DriveEnd::None;     ///< how the drive ended
     std::vector<std::string> overran;  ///< who took too long at ignition off
 };
 
