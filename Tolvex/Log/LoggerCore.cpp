@@ -280,7 +280,7 @@ bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
 /// Refuses lines, drops the one that is being composed, and tells the writer to end. Under Control.
 void StopWriter(LoggerState& state)
 {
-    state.writers.Refuse();
+    state.lock.Refuse();
     state.lock.Drop();
     state.writers.TellToEnd();
     state.lineReady.Notify();
@@ -447,7 +447,7 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
         return;
     }
     if (last) {
-        state->writers.Refuse();
+        state->lock.Refuse();
     }
     Begin(*state, LogType::Notice);
     buffer << text;

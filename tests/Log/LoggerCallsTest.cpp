@@ -28,6 +28,7 @@
 #include "Tolvex/Util/TemperatureMonitor.h"
 #include "Tolvex/Util/UtilTime.h"
 
+#include "tests/Support/CancellableStack.h"
 #include "tests/Support/CapturingPolicy.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Gate.h"
@@ -547,6 +548,7 @@ TEST(LoggerCallsTest, WriterThatIsCancelledInThePolicyLeavesNoLineLockTaken)
     std::atomic<bool> hanging = false;
     logger.GetPolicy().onWrite = [&](const std::string&) {
         if (!hanging.exchange(true)) {
+            const Tolvex::Support::CancellableStack stack;
             pause();  // a cancellation point
         }
     };
@@ -605,6 +607,7 @@ TEST(LoggerCallsTest, ExitDoesNotWaitForTheLineOfAWriterThatWasCancelledInThePol
         logger.GetPolicy().onWrite = [](const std::string&) {
             if (!first.exchange(false)) {
                 hanging = true;
+                const Tolvex::Support::CancellableStack stack;
                 pause();  // a cancellation point
             }
         };

@@ -53,7 +53,10 @@ void LockBeforeFork()
     }
     registryMutex.lock();
     forkingThread = CallingThread();
-    ForEachLogger([](LoggerState& state) { state.lock.LockForFork(); });
+    ForEachLogger([](LoggerState& state) {
+        state.writers.LockForFork();
+        state.lock.LockForFork();
+    });
     LineHeader::LockForFork();
 }
 
@@ -83,6 +86,7 @@ void UnlockAfterFork(bool inChild)
             RenewInChild(state);
         }
         state.lock.UnlockAfterFork();
+        state.writers.UnlockAfterFork();
     });
     forkingThread = 0;
     registryMutex.unlock();

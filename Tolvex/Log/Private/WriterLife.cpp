@@ -1,7 +1,6 @@
 #include "Tolvex/Log/Private/WriterLife.h"
 
 #include <chrono>
-#include <new>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/Private/Sleep.h"
@@ -57,14 +56,9 @@ bool WriterLife::Admit()
     return true;
 }
 
-void WriterLife::Refuse()
-{
-    Base::StoreShared(enabledFlag, false);
-    lock.Refuse();
-}
-
 void WriterLife::TellToEnd()
 {
+    Base::StoreShared(enabledFlag, false);
     toldToEnd = current.load();
 }
 
@@ -139,8 +133,9 @@ void WriterLife::Gone(std::uint32_t number)
         return;
     }
     // Its thread could not be created or was cancelled. No thread is left that could take a line.
-    Refuse();
+    lock.Refuse();
     lock.Drop();
+    TellToEnd();
     if (lock.Advance(LineLock::Complete, LineLock::Taken)) {
         lock.Release(CallingThread());
     }
@@ -149,7 +144,6 @@ void WriterLife::Gone(std::uint32_t number)
 
 void WriterLife::RenewInChild()
 {
-    new (&mutex) std::mutex;  // Not destroyed: a thread of the parent may have held it.
     ++current;
     toldToEnd = current.load();
     currentThread = 0;

@@ -35,11 +35,10 @@ public:
     /// Lets lines begin and sets enabled.
     /// @return false when the writer has ended already; then nothing has changed.
     bool Admit();
-    /// Clears enabled and refuses lines. The line that is being composed stays its owner's.
-    void Refuse();
-    /// Tells the current writer to end; after Refuse(), and when no line can become complete any
-    /// more. The caller then wakes the writer, which writes a complete line first. Not while
-    /// another thread is in Announce().
+    /// Clears enabled, and tells the current writer to end. Refuse lines and drop the open one
+    /// first: a value that is streamed while enabled is false is missing in its line. Wake the
+    /// writer then: it writes a complete line before it ends. Not while another thread is in
+    /// Announce().
     void TellToEnd();
     /// Polls stopped up to 21 times, every 100 ms. @return whether it became true.
     bool AwaitStopped() const;
@@ -62,6 +61,9 @@ public:
     /// The thread ends, perhaps because it was cancelled, or could not be created. It has no line.
     void Gone(std::uint32_t number);
 
+    /// Keep all other threads out while the process forks; before those of LineLock.
+    void LockForFork() { mutex.lock(); }
+    void UnlockAfterFork() { mutex.unlock(); }
     /// In a forked child: there is no writer.
     void RenewInChild();
 
@@ -76,8 +78,8 @@ private:
     std::atomic<std::uint32_t> current = 0;         ///< number of the writer started last
     std::atomic<std::uint32_t> toldToEnd = 0;       ///< writers up to this number are to end
     std::atomic<Base::ThreadId> currentThread = 0;  ///< of the current writer, once it runs
-    std::mutex mutex;         ///< guards changes of current and stopped, and Admit()
-    bool loggerGone = false;  ///< the flags do not exist any more
+    std::mutex mutex;                               ///< guards changes of current and of the flags
+    bool loggerGone = false;                        ///< the flags do not exist any more
 };
 
 }  // namespace Tolvex::Ilog
