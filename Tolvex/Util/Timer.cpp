@@ -33,15 +33,16 @@ timespec ToTimespec(int milliseconds)
 
 }  // namespace
 
-Timer::Timer() : Timer(std::function<void(Timer*)>()) {}
+Timer::Timer() : Timer(std::function<void(Timer*)>())
+{
+    const auto lock = LiveTimers::Get().Add(this);
+}
 
-// Listed last: from then on a late expiry of an earlier timer at this address may call it.
 Timer::Timer(std::function<void(Timer*)> work)
     : callback(std::make_shared<std::function<void(Timer*)>>(std::move(work)))
 {
     SetNamespace("Tolvex::Util");
     SetClassName("Timer");
-    LiveTimers::Get().Add(this);
 }
 
 // Delegates to another constructor, so that the destructor runs if anything below throws.
@@ -58,6 +59,9 @@ Timer::Timer(int milliseconds, std::function<void(Timer*)> work, void* context, 
     notification.sigev_notify_attributes = &attributes;
     userData = context;
 
+    // Held to the end: a late expiry of an earlier timer at this address must not call the
+    // callback, which may delete this timer, before the timer is complete.
+    const auto lock = LiveTimers::Get().Add(this);
     // Required: the results are not checked; a failure stays in the error text.
     Create();
     notification.sigev_notify_attributes = nullptr;  // They are gone after this constructor.

@@ -1166,6 +1166,10 @@ TEST(IThreadTest, StopFromSeveralThreadsAtOnceReturnsInEach)
 
 TEST(IThreadTest, StopCancelAndAbortAtOnceEndTheThreadOnce)
 {
+    if (Tolvex::Support::underThreadSanitizer) {
+        GTEST_SKIP()
+            << "the sanitizer does not see the locks of a thread that is cancelled in a sleep";
+    }
     for (int round = 0; round < 20; ++round) {
         ProbeThread probe;
         std::atomic<bool> go = false;

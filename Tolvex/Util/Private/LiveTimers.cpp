@@ -43,10 +43,11 @@ void LiveTimers::MakeInChild()
     }
 }
 
-void LiveTimers::Add(const void* timer)
+std::unique_lock<std::mutex> LiveTimers::Add(const void* timer)
 {
-    const std::lock_guard lock(mutex);
+    std::unique_lock lock(mutex);
     timers.insert(timer);
+    return lock;
 }
 
 void LiveTimers::Remove(const void* timer)

@@ -21,7 +21,8 @@ public:
     static LiveTimers& Get();
 
     /// Lists a new timer. May throw std::bad_alloc.
-    void Add(const void* timer);
+    /// @return a lock that keeps expiries waiting while it is held.
+    std::unique_lock<std::mutex> Add(const void* timer);
 
     /// Takes a timer out of the list.
     void Remove(const void* timer);
