@@ -16,7 +16,6 @@
 #include <optional>
 #include <ostream>
 #include <pthread.h>
-#include <sstream>
 #include <streambuf>
 #include <string>
 #include <type_traits>
@@ -257,13 +256,8 @@ template <typename Policy>
 struct LoggerBaseMembers : Virtual
 {
     Policy policy;
-    std::stringstream buffer;
     std::shared_ptr<void> state;
-    Interfaces::ISemaphore lineReady;
-    std::string threadName;
-    pthread_t writerHandle;
-    bool enabled;
-    bool stopped;
+    const bool* enabled;
 };
 static_assert(
     sameLayout<Ilog::LoggerBase<Ilog::FileLogPolicy>, LoggerBaseMembers<Ilog::FileLogPolicy>>);
