@@ -1,8 +1,10 @@
 /// @file
-/// Whether broken-down times that were made earlier still hold.
+/// The time zone of the C library: forks while it is used, and whether times that were broken down
+/// earlier still hold.
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 
 namespace Tolvex::Base {
 
@@ -14,9 +16,13 @@ namespace Tolvex::Base {
 /// Thread-safe, without a lock; a load.
 std::uint32_t TimeZoneGeneration();
 
-/// Reads the time zone again, and begins a new generation.
-///
-/// No fork comes in between: in the child the lock of the C library's zone would stay taken.
+/// Keeps the process from forking while the result exists. Hold it in functions of the C library
+/// that use the time zone or create timers: in a child, their locks would stay taken.
+/// @par Thread safety
+/// Thread-safe. Waits for other threads that hold it.
+std::unique_lock<std::mutex> LockAgainstForks();
+
+/// Reads the time zone again, and begins a new generation. No fork comes in between.
 /// @par Thread safety
 /// Thread-safe.
 void RefreshTimeZone();
