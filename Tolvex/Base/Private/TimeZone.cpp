@@ -11,7 +11,7 @@ namespace Tolvex::Base {
 namespace {
 
 constinit std::atomic<std::uint32_t> generation = 0;
-constinit std::mutex refreshMutex;  // held while the zone is read; a fork
+constinit std::mutex refreshMutex;  // held while the zone is read, and during a fork
 
 void LockBeforeFork()
 {
@@ -23,7 +23,7 @@ void UnlockAfterFork()
     refreshMutex.unlock();
 }
 
-/// Best effort: without memory a child that is forked in the wrong moment finds the lock taken.
+/// Best effort: without memory, a child forked during a refresh finds the lock taken.
 void PrepareForForks()
 {
     pthread_atfork(LockBeforeFork, UnlockAfterFork, UnlockAfterFork);
@@ -45,7 +45,7 @@ void RefreshTimeZone()
     const NoCancellation scope;
     const std::lock_guard<std::mutex> lock(refreshMutex);
     tzset();
-    // Afterwards: a time of the old zone never gets the new number.
+    // After tzset(): a time of the old zone never gets the new number.
     generation.fetch_add(1, std::memory_order_release);
 }
 

@@ -1,5 +1,5 @@
 /// @file
-/// Whether broken-down times that were made earlier still hold.
+/// Tells whether a cached local time is still of the current time zone.
 #pragma once
 
 #include <cstdint>
@@ -8,15 +8,15 @@ namespace Tolvex::Base {
 
 /// Counts the calls of Util::RefreshTimeZone(). It wraps.
 ///
-/// Who keeps a broken-down local time, or a text of one, keeps this number with it: read before the
-/// time is broken down. When the number has changed, the time may be one of an earlier zone.
+/// A cache of a broken-down local time stores this number, read before the time was broken down.
+/// If the number has changed since, the cached time may be of an earlier zone.
 /// @par Thread safety
-/// Thread-safe, without a lock; a load.
+/// Thread-safe: one atomic load.
 std::uint32_t TimeZoneGeneration();
 
-/// Reads the time zone again, and begins a new generation.
+/// Reads the time zone again and begins a new generation.
 ///
-/// No fork comes in between: in the child the lock of the C library's zone would stay taken.
+/// A fork waits meanwhile. Otherwise the C library's time zone lock would stay locked in the child.
 /// @par Thread safety
 /// Thread-safe.
 void RefreshTimeZone();
