@@ -10,20 +10,16 @@
 #include <utility>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
-#include "Tolvex/Base/Private/PosixThread.h"
-#include "Tolvex/Log/Private/LineRegistry.h"
+#include "Tolvex/Log/Private/LoggerRegistry.h"
 #include "Tolvex/Log/Private/LoggerState.h"
 #include "Tolvex/Util/EnumString.h"
 
 namespace Tolvex::Ilog {
 
 using Base::CallingThread;
-using Step = WriterLife::Step;
 using Clock = std::chrono::steady_clock;
 
 namespace {
-
-constexpr std::chrono::milliseconds longestWaitForPolicy(2100);
 
 /// One Enable() or Close() at a time; a second one on the same thread, out of the policy, does not
 /// enter. Disables cancellation while it exists.
@@ -63,7 +59,7 @@ public:
     ~LineStep()
     {
         if (taken) {
-            lock.Release(CallingThread());
+            lock.Release();
         }
     }
     LineStep(const LineStep&) = delete;
@@ -131,71 +127,6 @@ bool IsEndl(LogManipulator manipulator)
     return manipulator == static_cast<LogManipulator>(std::endl);
 }
 
-/// A writer of a logger. Made by the logger, then owned by the writer's thread.
-class Writer
-{
-public:
-    explicit Writer(std::shared_ptr<LoggerState> loggerState)
-        : state(std::move(loggerState)), number(state->writers.Announce())
-    {
-    }
-    /// Also when the thread could not be created or was cancelled.
-    ~Writer()
-    {
-        if (running) {
-            state->lock.Release(CallingThread());
-        }
-        state->writers.Gone(number);
-    }
-    Writer(const Writer&) = delete;
-    Writer& operator=(const Writer&) = delete;
-
-    static void* Run(void* writer)
-    {
-        const std::unique_ptr<Writer> self(static_cast<Writer*>(writer));
-        self->running = true;
-        self->state->writers.Begin(self->number);
-        while (self->WriteLines()) {
-        }
-        return nullptr;
-    }
-
-private:
-    /// Waits for a token and writes what is complete. @return false when the writer has to end.
-    bool WriteLines()
-    {
-        state->lineReady.Wait();
-        for (;;) {
-            const Step step = state->writers.Next(number);
-            if (step != Step::Write) {
-                return step == Step::Wait;
-            }
-            WriteLine();
-            if (state->lock.Release(CallingThread()) == LineLock::Abandoned) {
-                return false;
-            }
-        }
-    }
-
-    void WriteLine()
-    {
-        try {
-            text.assign(state->buffer.view());
-            // From here on the logger may be destroyed: only the policy and the text are used.
-            state->lock.Advance(LineLock::Taken, LineLock::Writing);
-            state->calls.write(state->policy, text);
-        } catch (const std::exception&) {
-            // The line is lost; the next one is not.
-        }
-        ++state->written;
-    }
-
-    std::shared_ptr<LoggerState> state;
-    std::uint32_t number;
-    bool running = false;  ///< on its own thread
-    std::string text;      ///< the line in hand; keeps its memory
-};
-
 /// Begins the text of a line.
 void Begin(LoggerState& state, LogType type)
 {
@@ -245,7 +176,7 @@ void HandOver(LoggerState& state, LineStep& step)
     } catch (const std::system_error&) {
         // The writer was not woken. If it has not taken the line yet, the line is dropped.
         if (state.lock.Advance(LineLock::Complete, LineLock::Inserting)) {
-            state.lock.Release(CallingThread());
+            state.lock.Release();
             throw;
         }
     }
@@ -265,7 +196,7 @@ void EndStep(LoggerState& state, LineStep& step)
 template <typename Call>
 bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
 {
-    if (state.lock.Owner() == CallingThread()) {
+    if (state.lock.Look().owner == CallingThread()) {
         call();
         return true;
     }
@@ -275,15 +206,6 @@ bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
         call();
     }
     return static_cast<bool>(step);
-}
-
-/// Refuses lines, drops the one that is being composed, and tells the writer to end. Under Control.
-void StopWriter(LoggerState& state)
-{
-    state.lock.Refuse();
-    state.lock.Drop();
-    state.writers.TellToEnd();
-    state.lineReady.Notify();
 }
 
 /// In a forked child the buffer may have been in use by a thread that does not exist there.
@@ -297,8 +219,7 @@ void RenewStaleBuffer(LoggerState& state)
 }  // namespace
 
 LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy)
-    : state(std::make_shared<LoggerState>(buffer, lineReady, calls, policy, enabled, stopped)),
-      lineReady(0)
+    : state(std::make_shared<LoggerState>(calls, policy)), enabled(state->enabled)
 {
     RegisterLogger(*state);
 }
@@ -308,13 +229,18 @@ LoggerCore::~LoggerCore()
     try {
         Close();
     } catch (const std::exception&) {
-        // A lock could not be taken. The writer has to end all the same, because it uses this
-        // object.
-        StopWriter(*state);
+        // A lock could not be taken. The writer has to end all the same, because it uses the
+        // policy.
+        state->writer.Stop();
     }
     UnregisterLogger(*state);
-    state->writers.Detach();
+    state->writer.AwaitEndOrHang();
     RenewStaleBuffer(*state);
+}
+
+void LoggerCore::SetThreadName(const std::string& name)
+{
+    state->threadName = name;
 }
 
 std::locale LoggerCore::Locale() const
@@ -329,7 +255,7 @@ bool LoggerCore::Enable(const std::string* output)
         return false;
     }
     const auto openOutput = [&] {
-        return output == nullptr || CallPolicy(*state, longestWaitForPolicy, [&] {
+        return output == nullptr || CallPolicy(*state, longestWait, [&] {
                    state->calls.openOutput(state->policy, *output);
                });
     };
@@ -338,37 +264,28 @@ bool LoggerCore::Enable(const std::string* output)
     }
 
     RenewStaleBuffer(*state);
-    StopWriter(*state);  // A notice that is the last line leaves its writer to Close().
-    state->writers.AwaitOldWriter();
-    while (lineReady.TryWait()) {
-        // Tokens that the writer before has not taken.
-    }
-    std::unique_ptr<Writer> writer(new (std::nothrow) Writer(state));
-    if (writer == nullptr ||
-        Base::StartDetachedThread(writerHandle, threadName.c_str(), Writer::Run, writer.get(),
-                                  Base::SignalHandlers::Blocked) != 0) {
+    state->writer.Stop();  // Again: a Close() before may have failed to wake the writer.
+    if (!state->writer.Start()) {
         return false;
     }
-    static_cast<void>(writer.release());  // owned by its thread
     bool opened = false;
     try {
         opened = openOutput();
     } catch (...) {
-        StopWriter(*state);
+        state->writer.Stop();
         throw;
     }
     if (!opened) {
-        StopWriter(*state);
-        state->writers.AwaitStopped();
+        state->writer.Stop();
+        state->writer.AwaitStopped();
         return false;
     }
-    return state->writers.Admit();
+    return state->writer.Admit();
 }
 
 bool LoggerCore::ChangeOutput(const std::string& name)
 {
-    return CallPolicy(*state, longestWaitForPolicy,
-                      [&] { state->calls.setOutput(state->policy, name); });
+    return CallPolicy(*state, longestWait, [&] { state->calls.setOutput(state->policy, name); });
 }
 
 void LoggerCore::WriteHeader(LogType type)
@@ -394,17 +311,17 @@ void LoggerCore::Append(const LogArgument& argument)
     }
     const LogManipulator* const manipulator = std::get_if<LogManipulator>(&argument);
     if (manipulator == nullptr) {
-        Insert(buffer, argument);
+        Insert(state->buffer, argument);
         step.End(LineLock::Open);
         return;
     }
 
     if (IsEndl(*manipulator)) {
-        if (!Terminate(buffer)) {
+        if (!Terminate(state->buffer)) {
             return;  // drops the line
         }
     } else if (*manipulator != nullptr) {
-        (*manipulator)(buffer);
+        (*manipulator)(state->buffer);
     }
     EndStep(*state, step);
 }
@@ -420,7 +337,7 @@ void LoggerCore::CheckEndOfStream()
 void LoggerCore::EndOpenLine()
 {
     LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
-    if (step && (EndsWithNewline(buffer) || Terminate(buffer))) {
+    if (step && (EndsWithNewline(state->buffer) || Terminate(state->buffer))) {
         HandOver(*state, step);
     }
 }
@@ -450,8 +367,8 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
         state->lock.Refuse();
     }
     Begin(*state, LogType::Notice);
-    buffer << text;
-    if (Terminate(buffer)) {
+    state->buffer << text;
+    if (Terminate(state->buffer)) {
         HandOver(*state, step);
     }
 }
@@ -462,10 +379,10 @@ void LoggerCore::Close()
     if (!control) {
         return;  // The policy calls this from its own Close() or SetOutput().
     }
-    StopWriter(*state);
+    state->writer.Stop();
     // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
     const Clock::duration longest =
-        state->writers.AwaitStopped() ? Clock::duration(longestWaitForPolicy) : Clock::duration(0);
+        state->writer.AwaitStopped() ? Clock::duration(longestWait) : Clock::duration(0);
     const auto close = [this] { state->calls.close(state->policy); };
     if (!CallPolicy(*state, longest, close)) {
         close();
