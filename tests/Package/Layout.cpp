@@ -299,13 +299,11 @@ template <typename Policy>
 struct LoggerBaseMembers : Virtual
 {
     Policy policy;
-    std::stringstream buffer;
-    std::shared_ptr<void> state;
-    Interfaces::ISemaphore lineReady;
-    std::string threadName;
-    pthread_t writerHandle;
-    bool enabled;
-    bool stopped;
+    struct Core
+    {
+        std::shared_ptr<void> state;
+        const bool* enabled;
+    } core;
 };
 static_assert(
     sameLayout<Ilog::LoggerBase<Ilog::FileLogPolicy>, LoggerBaseMembers<Ilog::FileLogPolicy>>);
