@@ -31,7 +31,7 @@ void UnlockAfterFork()
     }
 }
 
-/// Best effort: without memory a child that is forked in the wrong moment finds the lock taken.
+/// Best effort: without memory, a child forked during a refresh finds the lock taken.
 void PrepareForForks()
 {
     pthread_atfork(LockBeforeFork, UnlockAfterFork, UnlockAfterFork);
@@ -57,7 +57,7 @@ void RefreshTimeZone()
     const NoCancellation scope;
     const std::unique_lock<std::mutex> lock = LockAgainstForks();
     tzset();
-    // Afterwards: a time of the old zone never gets the new number.
+    // After tzset(): a time of the old zone never gets the new number.
     generation.fetch_add(1, std::memory_order_release);
 }
 
