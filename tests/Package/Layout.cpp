@@ -276,6 +276,15 @@ static_assert(sameLayout<Json::Value, ValueMembers>);
 static_assert(sameLayout<Json::Array, std::vector<Json::Value>>);
 static_assert(sameLayout<Json::Object, std::map<std::string, Json::Value>>);
 
+struct ParseErrorMembers
+{
+    std::size_t offset;
+    std::size_t line;
+    std::size_t column;
+    std::string reason;
+};
+static_assert(sameLayout<Json::ParseError, ParseErrorMembers>);
+
 // -------------------------------------------------------------------------------------------- Log
 
 static_assert(sameLayout<Ilog::ILogPolicy, Virtual>);
