@@ -56,7 +56,6 @@ void LockBeforeFork()
         state.writer.LockForFork();
         state.lock.LockForFork();
     });
-    LineHeader::LockForFork();
 }
 
 void RenewInChild(LoggerState& state)
@@ -76,7 +75,6 @@ void UnlockAfterFork(bool inChild)
     if (forkingThread != CallingThread()) {
         return;
     }
-    LineHeader::UnlockAfterFork();
     ForEachLogger([inChild](LoggerState& state) {
         if (inChild) {
             RenewInChild(state);
