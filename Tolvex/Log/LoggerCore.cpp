@@ -456,7 +456,7 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
     }
 }
 
-void LoggerCore::Close()
+void LoggerCore::Close(Clock::time_point deadline)
 {
     const Control control(*state);
     if (!control) {
@@ -464,8 +464,9 @@ void LoggerCore::Close()
     }
     StopWriter(*state);
     // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
-    const Clock::duration longest =
-        state->writers.AwaitStopped() ? Clock::duration(longestWaitForPolicy) : Clock::duration(0);
+    const Clock::duration longest = state->writers.AwaitStopped(deadline)
+                                        ? Clock::duration(longestWaitForPolicy)
+                                        : Clock::duration(0);
     const auto close = [this] { state->calls.close(state->policy); };
     if (!CallPolicy(*state, longest, close)) {
         close();

@@ -1,5 +1,6 @@
 #include "Tolvex/Log/Private/WriterLife.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
@@ -62,14 +63,16 @@ void WriterLife::TellToEnd()
     toldToEnd = current.load();
 }
 
-bool WriterLife::AwaitStopped() const
+bool WriterLife::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
 {
     const Base::NoCancellation scope;
     for (int poll = 0; poll < stopPolls; ++poll) {
-        if (Stopped()) {
-            return true;
+        const auto now = std::chrono::steady_clock::now();
+        if (Stopped() || now >= deadline) {
+            break;
         }
-        Base::SleepFor(stopPollInterval);
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
+        Base::SleepFor(std::min(left, stopPollInterval));
     }
     return Stopped();
 }

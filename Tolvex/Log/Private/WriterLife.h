@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 
@@ -40,8 +41,10 @@ public:
     /// writer then: it writes a complete line before it ends. Not while another thread is in
     /// Announce().
     void TellToEnd();
-    /// Polls stopped up to 21 times, every 100 ms. @return whether it became true.
-    bool AwaitStopped() const;
+    /// Polls stopped up to 21 times, every 100 ms, or until the deadline.
+    /// @return whether it became true.
+    bool AwaitStopped(std::chrono::steady_clock::time_point deadline =
+                          std::chrono::steady_clock::time_point::max()) const;
     /// The logger is about to be destroyed: waits for a writer that is about to end, and leaves one
     /// that hangs in its policy behind.
     void Detach();
