@@ -77,6 +77,7 @@ void Logger::RunIgnitionOff()
     constexpr std::string_view notice = "All triggers have been stopped";
     const Base::NoCancellation scope;
     const auto deadline = std::chrono::steady_clock::now() + longestWait;
+    fileLogger->policy.BeginIgnitionOff();
     ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });
     ForEachEnabled([&](LoggerCore& core) {
         try {
@@ -85,7 +86,7 @@ void Logger::RunIgnitionOff()
             // Without the notice: the file has to be closed all the same.
         }
     });
-    fileLogger->Close();
+    fileLogger->core.Close(deadline);
 }
 
 }  // namespace Tolvex::Ilog

@@ -366,7 +366,7 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
     }
 }
 
-void LoggerCore::Close()
+void LoggerCore::Close(Clock::time_point deadline)
 {
     const Control control(*state);
     if (!control) {
@@ -374,7 +374,7 @@ void LoggerCore::Close()
     }
     state->writer.Stop();
     // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
-    const auto longest = state->writer.AwaitStopped() ? longestWait : longestWait.zero();
+    const auto longest = state->writer.AwaitStopped(deadline) ? longestWait : longestWait.zero();
     const auto close = [this] { state->calls.close(state->policy); };
     if (!CallPolicy(*state, longest, close)) {
         close();

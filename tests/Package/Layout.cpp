@@ -276,6 +276,15 @@ static_assert(sameLayout<Json::Value, ValueMembers>);
 static_assert(sameLayout<Json::Array, std::vector<Json::Value>>);
 static_assert(sameLayout<Json::Object, std::map<std::string, Json::Value>>);
 
+struct ParseErrorMembers
+{
+    std::size_t offset;
+    std::size_t line;
+    std::size_t column;
+    std::string reason;
+};
+static_assert(sameLayout<Json::ParseError, ParseErrorMembers>);
+
 // -------------------------------------------------------------------------------------------- Log
 
 static_assert(sameLayout<Ilog::ILogPolicy, Virtual>);
@@ -284,7 +293,7 @@ struct FilePolicyMembers : Ilog::ILogPolicy
 {
     std::string fileName;
     bool outputSet;
-    std::shared_ptr<void> tornEnd;
+    std::shared_ptr<void> state;
 };
 static_assert(sameLayout<Ilog::FileLogPolicy, FilePolicyMembers>);
 

@@ -1,5 +1,6 @@
 #include "Tolvex/Log/Private/Writer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <memory>
@@ -170,15 +171,17 @@ void Writer::End(std::uint32_t number)
     Base::StoreShared(logger.stopped, true);
 }
 
-bool Writer::AwaitStopped() const
+bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
 {
     const Base::NoCancellation scope;
     // Required: stopped is polled 21 times, so a writer that hangs costs 2.1 seconds, not two.
     for (auto waited = stopPollInterval; waited <= longestWait; waited += stopPollInterval) {
-        if (Base::LoadShared(logger.stopped)) {
-            return true;
+        const auto now = std::chrono::steady_clock::now();
+        if (Base::LoadShared(logger.stopped) || now >= deadline) {
+            break;
         }
-        Base::SleepFor(stopPollInterval);
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
+        Base::SleepFor(std::min(left, stopPollInterval));
     }
     return Base::LoadShared(logger.stopped);
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 
@@ -39,8 +40,10 @@ public:
     /// writer to end. It writes a complete line before it ends.
     void Stop();
 
-    /// Polls stopped up to 21 times, every 100 ms. @return whether it became true.
-    bool AwaitStopped() const;
+    /// Polls stopped up to 21 times, every 100 ms, or until the deadline.
+    /// @return whether it became true.
+    bool AwaitStopped(std::chrono::steady_clock::time_point deadline =
+                          std::chrono::steady_clock::time_point::max()) const;
 
     /// Waits until no writer uses the logger: each has ended, or hangs in its policy.
     void AwaitEndOrHang() const;
