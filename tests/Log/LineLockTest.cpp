@@ -94,9 +94,10 @@ TEST(LineLockTest, WaitingThreadsGetTheLineInTheOrderInWhichTheyCame)
 
 TEST(LineLockTest, ThreadThatWasWokenGetsTheNextLineThoughAnotherThreadIsFaster)
 {
+    constexpr int rounds = 200;
     CapturingLogger logger;
     ASSERT_TRUE(logger.Enable());
-    for (int round = 0; round < 50; ++round) {
+    for (int round = 0; round < rounds; ++round) {
         std::atomic<pid_t> thread = 0;
         std::atomic<bool> written = false;
         logger.WriteHeader(LogType::Info);
@@ -121,7 +122,7 @@ TEST(LineLockTest, ThreadThatWasWokenGetsTheNextLineThoughAnotherThreadIsFaster)
     logger.Close();
 
     const std::vector<std::string> texts = TextsOf(logger);
-    ASSERT_THAT(texts, SizeIs(200));
+    ASSERT_THAT(texts, SizeIs(4 * rounds));
     for (auto round = texts.begin(); round != texts.end(); round += 4) {
         EXPECT_EQ(round[0], "0\n");
         EXPECT_EQ(round[3], "2\n") << "overtaken twice: " << round[1] << round[2];
