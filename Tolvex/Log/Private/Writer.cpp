@@ -68,7 +68,8 @@ void* Writer::Thread::Run(void* thread)
     return nullptr;
 }
 
-/// Waits for a token and writes what is complete. @return false when the writer has to end.
+/// Waits for a token and writes the line that is complete, if there is one.
+/// @return false when the writer has to end.
 bool Writer::Thread::WriteLines()
 {
     const Writer& writer = state->writer;
@@ -80,8 +81,9 @@ bool Writer::Thread::WriteLines()
         }
         // Read before the look for a line: no line becomes complete once the writer is told to end.
         ending = writer.toldToEnd >= number;
-        // Required: a line that is complete is written before the writer ends.
-    } while (WriteLine());
+        // Required: a line that is complete is written before the writer ends. The token of a
+        // writer that is told to end may be gone.
+    } while (WriteLine() && writer.toldToEnd >= number);
     return !ending;
 }
 
