@@ -127,12 +127,27 @@ bool IsEndl(LogManipulator manipulator)
     return manipulator == static_cast<LogManipulator>(std::endl);
 }
 
+/// Inserts the header of the line that the calling thread has just begun in the other logger.
+/// @return false when the thread has no line there.
+bool InsertHeaderOf(LoggerState& other, std::stringstream& buffer)
+{
+    LineStep step(other.lock, other.lock.Advance(LineLock::Open, LineLock::Inserting));
+    if (!step) {
+        return false;
+    }
+    buffer << other.buffer.view();
+    step.End(LineLock::Open);
+    return true;
+}
+
 /// Begins the text of a line.
 void Begin(LoggerState& state, LogType type)
 {
     Reset(state.buffer, state.locale);
     state.calls.writeHeader(state.policy, type);
-    state.header.InsertInto(state.buffer, type);
+    if (state.model == nullptr || !InsertHeaderOf(*state.model, state.buffer)) {
+        state.header.InsertInto(state.buffer, type);
+    }
 }
 
 /// Inserts "[#", the text of the module, and "]".
@@ -165,9 +180,13 @@ void Insert(std::stringstream& buffer, const LogArgument& argument)
         argument);
 }
 
-/// Hands the complete line over to the writer.
+/// Hands the complete line over to the writer, or to a policy that needs none.
 void HandOver(LoggerState& state, LineStep& step)
 {
+    if (state.calls.keep != nullptr) {
+        state.calls.keep(state.policy, state.buffer.view());
+        return;  // The step frees the line.
+    }
     if (!step.End(LineLock::Complete)) {
         return;
     }
@@ -218,8 +237,10 @@ void RenewStaleBuffer(LoggerState& state)
 
 }  // namespace
 
-LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy)
-    : state(std::make_shared<LoggerState>(calls, policy)), enabled(state->enabled)
+LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy, const LoggerCore* model)
+    : state(std::make_shared<LoggerState>(calls, policy,
+                                          model == nullptr ? nullptr : model->state.get())),
+      enabled(state->enabled)
 {
     RegisterLogger(*state);
 }

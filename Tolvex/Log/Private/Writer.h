@@ -27,7 +27,8 @@ public:
     Writer(const Writer&) = delete;
     Writer& operator=(const Writer&) = delete;
 
-    /// Starts a writer and clears stopped. Waits until the one before has ended or hangs.
+    /// Starts a writer and clears stopped. Waits until the one before has ended or hangs. Does
+    /// nothing for a policy that needs no writer.
     /// @return false when the thread cannot be created.
     bool Start();
 
