@@ -50,37 +50,6 @@ private:
     std::atomic<Base::ThreadId>& controlling;
 };
 
-/// The calling thread's right to use the buffer and the policy. Whatever ends the scope early, an
-/// exception or a cancellation, gives the line up.
-class LineStep
-{
-public:
-    LineStep(LineLock& lineLock, bool lineTaken) : lock(lineLock), taken(lineTaken) {}
-    ~LineStep()
-    {
-        if (taken) {
-            lock.Release();
-        }
-    }
-    LineStep(const LineStep&) = delete;
-    LineStep& operator=(const LineStep&) = delete;
-
-    explicit operator bool() const { return taken; }
-
-    /// Ends the step as intended: the line stays open, or is complete.
-    /// @return false when the logger was closed meanwhile; the line is given up then.
-    bool End(LineLock::Phase phase)
-    {
-        const bool ended = lock.Advance(LineLock::Inserting, phase);
-        taken = !ended;
-        return ended;
-    }
-
-private:
-    LineLock& lock;
-    bool taken;
-};
-
 /// Makes the buffer empty, good and formatting as a new stream does. Keeps its memory.
 void Reset(std::stringstream& buffer, const std::locale& locale)
 {
@@ -122,21 +91,78 @@ bool Terminate(std::stringstream& buffer)
     return buffer.seekp(-1, std::ios_base::end).put('\n').good();
 }
 
-bool IsEndl(LogManipulator manipulator)
+/// The calling thread's right to use the buffer and the policy. Whatever ends the scope early, an
+/// exception or a cancellation, gives the line up.
+class LineStep
 {
-    return manipulator == static_cast<LogManipulator>(std::endl);
-}
+public:
+    /// Goes on with the line that the calling thread has open, if there is one.
+    explicit LineStep(LoggerState& loggerState)
+        : LineStep(loggerState, loggerState.lock.Advance(LineLock::Open, LineLock::Inserting))
+    {
+    }
+    /// @param lineTaken  Whether the calling thread has just taken the line.
+    LineStep(LoggerState& loggerState, bool lineTaken) : state(loggerState), taken(lineTaken) {}
+    ~LineStep()
+    {
+        if (taken) {
+            state.lock.Release();
+        }
+    }
+    LineStep(const LineStep&) = delete;
+    LineStep& operator=(const LineStep&) = delete;
+
+    explicit operator bool() const { return taken; }
+
+    /// Ends the step. If the logger was closed meanwhile, the line is given up.
+    void LeaveOpen() { taken = !state.lock.Advance(LineLock::Inserting, LineLock::Open); }
+
+    /// Ends the step: hands the line over to the writer if it is complete, or leaves it open. A
+    /// policy that needs no writer takes the line at once; the end of the scope frees the line.
+    void End()
+    {
+        if (!EndsWithNewline(state.buffer)) {
+            LeaveOpen();
+            return;
+        }
+        if (state.calls.keep != nullptr) {
+            state.calls.keep(state.policy, state.buffer.view());
+            return;
+        }
+        taken = !state.lock.Advance(LineLock::Inserting, LineLock::Complete);
+        if (!taken) {
+            WakeWriter();
+        }
+    }
+
+private:
+    void WakeWriter()
+    {
+        try {
+            state.lineReady.Notify();
+        } catch (const std::system_error&) {
+            // The writer was not woken. If it has not taken the line yet, the line is dropped.
+            taken = state.lock.Advance(LineLock::Complete, LineLock::Inserting);
+            if (taken) {
+                throw;
+            }
+        }
+    }
+
+    LoggerState& state;
+    bool taken;
+};
 
 /// Inserts the header of the line that the calling thread has just begun in the other logger.
 /// @return false when the thread has no line there.
 bool InsertHeaderOf(LoggerState& other, std::stringstream& buffer)
 {
-    LineStep step(other.lock, other.lock.Advance(LineLock::Open, LineLock::Inserting));
+    LineStep step(other);
     if (!step) {
         return false;
     }
     buffer << other.buffer.view();
-    step.End(LineLock::Open);
+    step.LeaveOpen();
     return true;
 }
 
@@ -180,47 +206,15 @@ void Insert(std::stringstream& buffer, const LogArgument& argument)
         argument);
 }
 
-/// Hands the complete line over to the writer, or to a policy that needs none.
-void HandOver(LoggerState& state, LineStep& step)
-{
-    if (state.calls.keep != nullptr) {
-        state.calls.keep(state.policy, state.buffer.view());
-        return;  // The step frees the line.
-    }
-    if (!step.End(LineLock::Complete)) {
-        return;
-    }
-    try {
-        state.lineReady.Notify();
-    } catch (const std::system_error&) {
-        // The writer was not woken. If it has not taken the line yet, the line is dropped.
-        if (state.lock.Advance(LineLock::Complete, LineLock::Inserting)) {
-            state.lock.Release();
-            throw;
-        }
-    }
-}
-
-/// Hands the line over if it is complete, or leaves it open.
-void EndStep(LoggerState& state, LineStep& step)
-{
-    if (EndsWithNewline(state.buffer)) {
-        HandOver(state, step);
-    } else {
-        step.End(LineLock::Open);
-    }
-}
-
 /// Uses the policy outside of a line. @return false when the line could not be had in time.
 template <typename Call>
-bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
+bool CallPolicy(LoggerState& state, std::chrono::milliseconds longest, const Call& call)
 {
     if (state.lock.Look().owner == CallingThread()) {
         call();
         return true;
     }
-    const LineStep step(state.lock,
-                        state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
+    const LineStep step(state, state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
     if (step) {
         call();
     }
@@ -316,56 +310,56 @@ void LoggerCore::WriteHeader(LogType type)
     }
     EndOpenLine();
     WatchCallingThread();
-    LineStep step(state->lock, state->lock.Take(LineLock::Entry::Line));
+    LineStep step(*state, state->lock.Take(LineLock::Entry::Line));
     if (step) {
         Begin(*state, type);
         // Held on return. Released by the writer, once it has written the line.
-        step.End(LineLock::Open);
+        step.LeaveOpen();
     }
 }
 
 void LoggerCore::Append(const LogArgument& argument)
 {
-    LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
+    LineStep step(*state);
     if (!step) {
         return;
     }
     const LogManipulator* const manipulator = std::get_if<LogManipulator>(&argument);
     if (manipulator == nullptr) {
         Insert(state->buffer, argument);
-        step.End(LineLock::Open);
+        step.LeaveOpen();
         return;
     }
 
-    if (IsEndl(*manipulator)) {
+    if (*manipulator == static_cast<LogManipulator>(std::endl)) {
         if (!Terminate(state->buffer)) {
             return;  // drops the line
         }
     } else if (*manipulator != nullptr) {
         (*manipulator)(state->buffer);
     }
-    EndStep(*state, step);
+    step.End();
 }
 
 void LoggerCore::CheckEndOfStream()
 {
-    LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
+    LineStep step(*state);
     if (step) {
-        EndStep(*state, step);
+        step.End();
     }
 }
 
 void LoggerCore::EndOpenLine()
 {
-    LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
+    LineStep step(*state);
     if (step && (EndsWithNewline(state->buffer) || Terminate(state->buffer))) {
-        HandOver(*state, step);
+        step.End();
     }
 }
 
 void LoggerCore::DropLine()
 {
-    const LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
+    const LineStep step(*state);
 }
 
 void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point deadline)
@@ -380,7 +374,7 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
     if (last && !control.emplace(*state)) {
         return;  // The policy calls this from its own Close() or SetOutput().
     }
-    LineStep step(state->lock, state->lock.Take(LineLock::Entry::Line, deadline));
+    LineStep step(*state, state->lock.Take(LineLock::Entry::Line, deadline));
     if (!step) {
         return;
     }
@@ -390,7 +384,7 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
     Begin(*state, LogType::Notice);
     state->buffer << text;
     if (Terminate(state->buffer)) {
-        HandOver(*state, step);
+        step.End();
     }
 }
 
@@ -402,8 +396,7 @@ void LoggerCore::Close()
     }
     state->writer.Stop();
     // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
-    const Clock::duration longest =
-        state->writer.AwaitStopped() ? Clock::duration(longestWait) : Clock::duration(0);
+    const auto longest = state->writer.AwaitStopped() ? longestWait : longestWait.zero();
     const auto close = [this] { state->calls.close(state->policy); };
     if (!CallPolicy(*state, longest, close)) {
         close();

@@ -276,6 +276,15 @@ static_assert(sameLayout<Json::Value, ValueMembers>);
 static_assert(sameLayout<Json::Array, std::vector<Json::Value>>);
 static_assert(sameLayout<Json::Object, std::map<std::string, Json::Value>>);
 
+struct ParseErrorMembers
+{
+    std::size_t offset;
+    std::size_t line;
+    std::size_t column;
+    std::string reason;
+};
+static_assert(sameLayout<Json::ParseError, ParseErrorMembers>);
+
 // -------------------------------------------------------------------------------------------- Log
 
 static_assert(sameLayout<Ilog::ILogPolicy, Virtual>);
@@ -299,13 +308,11 @@ template <typename Policy>
 struct LoggerBaseMembers : Virtual
 {
     Policy policy;
-    std::stringstream buffer;
-    std::shared_ptr<void> state;
-    Interfaces::ISemaphore lineReady;
-    std::string threadName;
-    pthread_t writerHandle;
-    bool enabled;
-    bool stopped;
+    struct Core
+    {
+        std::shared_ptr<void> state;
+        const bool* enabled;
+    } core;
 };
 static_assert(
     sameLayout<Ilog::LoggerBase<Ilog::FileLogPolicy>, LoggerBaseMembers<Ilog::FileLogPolicy>>);

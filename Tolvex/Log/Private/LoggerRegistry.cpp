@@ -57,7 +57,6 @@ void LockBeforeFork()
         state.writer.LockForFork();
         state.lock.LockForFork();
     });
-    LineHeader::LockForFork();
     BlackBox::LockForFork();
 }
 
@@ -79,7 +78,6 @@ void UnlockAfterFork(bool inChild)
         return;
     }
     BlackBox::UnlockAfterFork();
-    LineHeader::UnlockAfterFork();
     ForEachLogger([inChild](LoggerState& state) {
         if (inChild) {
             RenewInChild(state);
