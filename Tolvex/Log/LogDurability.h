@@ -1,5 +1,9 @@
 /// @file
 /// When the lines of a log file reach the medium.
+/// @code
+/// using namespace std::chrono_literals;
+/// Ilog::Logger::GetInstance()->SetFileDurability(Ilog::LogDurability::Interval, 500ms);
+/// @endcode
 #pragma once
 
 namespace Tolvex::Ilog {
