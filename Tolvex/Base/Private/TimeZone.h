@@ -1,8 +1,10 @@
 /// @file
-/// Tells whether a cached local time is still of the current time zone.
+/// The time zone of the C library: keeps forks away from it, and tells whether a cached local time
+/// is still of the current zone.
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 
 namespace Tolvex::Base {
 
@@ -14,9 +16,13 @@ namespace Tolvex::Base {
 /// Thread-safe: one atomic load.
 std::uint32_t TimeZoneGeneration();
 
-/// Reads the time zone again and begins a new generation.
-///
-/// A fork waits meanwhile. Otherwise the C library's time zone lock would stay locked in the child.
+/// Keeps the process from forking while the result exists. Hold it in functions of the C library
+/// that use the time zone or create timers: in a child, their locks would stay taken.
+/// @par Thread safety
+/// Thread-safe. Waits for other threads that hold it.
+std::unique_lock<std::mutex> LockAgainstForks();
+
+/// Reads the time zone again and begins a new generation. A fork waits meanwhile.
 /// @par Thread safety
 /// Thread-safe.
 void RefreshTimeZone();
