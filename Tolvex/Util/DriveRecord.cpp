@@ -171,7 +171,7 @@ void WriteDriveRecord(const std::string& path, const DriveRecord& record)
         Fail("write: ", error);
     }
 
-    if (!Base::SyncDirectoryOf(path)) {
+    if (!Base::SyncDirectory(Base::DirectoryOf(path))) {
         Fail("directory: ", errno);
     }
 }
