@@ -12,6 +12,7 @@
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Log/Private/LoggerRegistry.h"
 #include "Tolvex/Log/Private/LoggerState.h"
+#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Util/EnumString.h"
 
 namespace Tolvex::Ilog {
@@ -224,10 +225,10 @@ LoggerCore::~LoggerCore()
     } catch (const std::exception&) {
         // A lock could not be taken. The writer has to end all the same, because it uses the
         // policy.
-        state->writer.Stop();
+        Writer(*state).Stop();
     }
     UnregisterLogger(*state);
-    state->writer.AwaitEndOrHang();
+    Writer(*state).AwaitEndOrHang();
     RenewStaleBuffer(*state);
 }
 
@@ -257,23 +258,23 @@ bool LoggerCore::Enable(const std::string* output)
     }
 
     RenewStaleBuffer(*state);
-    state->writer.Stop();  // Again: a Close() before may have failed to wake the writer.
-    if (!state->writer.Start()) {
+    Writer(*state).Stop();  // Again: a Close() before may have failed to wake the writer.
+    if (!Writer(*state).Start()) {
         return false;
     }
     bool opened = false;
     try {
         opened = openOutput();
     } catch (...) {
-        state->writer.Stop();
+        Writer(*state).Stop();
         throw;
     }
     if (!opened) {
-        state->writer.Stop();
-        state->writer.AwaitStopped();
+        Writer(*state).Stop();
+        Writer(*state).AwaitStopped();
         return false;
     }
-    return state->writer.Admit();
+    return Writer(*state).Admit();
 }
 
 bool LoggerCore::ChangeOutput(const std::string& name)
@@ -372,9 +373,9 @@ void LoggerCore::Close(Clock::time_point deadline)
     if (!control) {
         return;  // The policy calls this from its own Close() or SetOutput().
     }
-    state->writer.Stop();
+    Writer(*state).Stop();
     // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
-    const auto longest = state->writer.AwaitStopped(deadline) ? longestWait : longestWait.zero();
+    const auto longest = Writer(*state).AwaitStopped(deadline) ? longestWait : longestWait.zero();
     const auto close = [this] { state->calls.close(state->policy); };
     if (!CallPolicy(*state, longest, close)) {
         close();

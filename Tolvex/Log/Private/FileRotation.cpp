@@ -47,8 +47,8 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
     const std::uint64_t limit = settings->sizeLimit;
     for (int reopenings = 0;; ++reopenings) {
         locked = false;
-        Base::Descriptor file(open(
-            path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_LARGEFILE, newFileMode));
+        Base::Descriptor file(
+            open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, newFileMode));
         const std::optional<FileStatus> status = limit == 0 ? std::nullopt : FileStatus::Of(file);
         if (!status) {
             return file;

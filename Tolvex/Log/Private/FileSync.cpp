@@ -85,8 +85,7 @@ void* FileSync::SyncLater(void* argument)
         self.AwaitInterval();
         self.linesWait =
             threadRuns;  // A line that is written from here on waits for the next sync.
-        const Base::Descriptor file(
-            open(self.path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_LARGEFILE));
+        const Base::Descriptor file(open64(self.path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
         if (file.IsOpen()) {
             self.SyncNow(file);
         }

@@ -9,6 +9,7 @@
 
 #include "Tolvex/Base/Private/Sleep.h"
 #include "Tolvex/Log/Private/LoggerState.h"
+#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Types/LogModule.h"
 #include "Tolvex/Util/EnumString.h"
 
@@ -53,7 +54,7 @@ void LockBeforeFork()
     registryMutex.lock();
     forkingThread = CallingThread();
     ForEachLogger([](LoggerState& state) {
-        state.writer.LockForFork();
+        Writer(state).LockForFork();
         state.lock.LockForFork();
     });
 }
@@ -80,7 +81,7 @@ void UnlockAfterFork(bool inChild)
             RenewInChild(state);
         }
         state.lock.UnlockAfterFork(inChild);
-        state.writer.UnlockAfterFork(inChild);
+        Writer(state).UnlockAfterFork(inChild);
     });
     forkingThread = 0;
     registryMutex.unlock();
