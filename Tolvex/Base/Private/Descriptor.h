@@ -34,9 +34,8 @@ public:
     /// Best effort: a failure to close is not reported.
     ~Descriptor()
     {
-        // A cancellation that leaves a destructor ends the process.
-        const NoCancellation scope;
         if (IsOpen()) {
+            const NoCancellation scope;  // Cancellation that leaves a destructor ends the process.
             close(number);
         }
     }
