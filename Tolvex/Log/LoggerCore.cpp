@@ -12,6 +12,7 @@
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Log/Private/LoggerRegistry.h"
 #include "Tolvex/Log/Private/LoggerState.h"
+#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Util/EnumString.h"
 
 namespace Tolvex::Ilog {
@@ -117,11 +118,16 @@ public:
     /// Ends the step. If the logger was closed meanwhile, the line is given up.
     void LeaveOpen() { taken = !state.lock.Advance(LineLock::Inserting, LineLock::Open); }
 
-    /// Ends the step: hands the line over to the writer if it is complete, or leaves it open.
+    /// Ends the step: hands the line over to the writer if it is complete, or leaves it open. A
+    /// policy that needs no writer takes the line at once; the end of the scope frees the line.
     void End()
     {
         if (!EndsWithNewline(state.buffer)) {
             LeaveOpen();
+            return;
+        }
+        if (state.calls.keep != nullptr) {
+            state.calls.keep(state.policy, state.buffer.view());
             return;
         }
         taken = !state.lock.Advance(LineLock::Inserting, LineLock::Complete);
@@ -148,12 +154,27 @@ private:
     bool taken;
 };
 
+/// Inserts the header of the line that the calling thread has just begun in the other logger.
+/// @return false when the thread has no line there.
+bool InsertHeaderOf(LoggerState& other, std::stringstream& buffer)
+{
+    LineStep step(other);
+    if (!step) {
+        return false;
+    }
+    buffer << other.buffer.view();
+    step.LeaveOpen();
+    return true;
+}
+
 /// Begins the text of a line.
 void Begin(LoggerState& state, LogType type)
 {
     Reset(state.buffer, state.locale);
     state.calls.writeHeader(state.policy, type);
-    state.header.InsertInto(state.buffer, type);
+    if (state.model == nullptr || !InsertHeaderOf(*state.model, state.buffer)) {
+        state.header.InsertInto(state.buffer, type);
+    }
 }
 
 /// Inserts "[#", the text of the module, and "]".
@@ -211,8 +232,10 @@ void RenewStaleBuffer(LoggerState& state)
 
 }  // namespace
 
-LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy)
-    : state(std::make_shared<LoggerState>(calls, policy)), enabled(state->enabled)
+LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy, const LoggerCore* model)
+    : state(std::make_shared<LoggerState>(calls, policy,
+                                          model == nullptr ? nullptr : model->state.get())),
+      enabled(state->enabled)
 {
     RegisterLogger(*state);
 }
@@ -224,10 +247,10 @@ LoggerCore::~LoggerCore()
     } catch (const std::exception&) {
         // A lock could not be taken. The writer has to end all the same, because it uses the
         // policy.
-        state->writer.Stop();
+        Writer(*state).Stop();
     }
     UnregisterLogger(*state);
-    state->writer.AwaitEndOrHang();
+    Writer(*state).AwaitEndOrHang();
     RenewStaleBuffer(*state);
 }
 
@@ -257,23 +280,23 @@ bool LoggerCore::Enable(const std::string* output)
     }
 
     RenewStaleBuffer(*state);
-    state->writer.Stop();  // Again: a Close() before may have failed to wake the writer.
-    if (!state->writer.Start()) {
+    Writer(*state).Stop();  // Again: a Close() before may have failed to wake the writer.
+    if (!Writer(*state).Start()) {
         return false;
     }
     bool opened = false;
     try {
         opened = openOutput();
     } catch (...) {
-        state->writer.Stop();
+        Writer(*state).Stop();
         throw;
     }
     if (!opened) {
-        state->writer.Stop();
-        state->writer.AwaitStopped();
+        Writer(*state).Stop();
+        Writer(*state).AwaitStopped();
         return false;
     }
-    return state->writer.Admit();
+    return Writer(*state).Admit();
 }
 
 bool LoggerCore::ChangeOutput(const std::string& name)
@@ -364,9 +387,9 @@ void LoggerCore::Close(Clock::time_point deadline)
     if (!control) {
         return;  // The policy calls this from its own Close() or SetOutput().
     }
-    state->writer.Stop();
+    Writer(*state).Stop();
     // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
-    const auto longest = state->writer.AwaitStopped(deadline) ? longestWait : longestWait.zero();
+    const auto longest = Writer(*state).AwaitStopped(deadline) ? longestWait : longestWait.zero();
     const auto close = [this] { state->calls.close(state->policy); };
     if (!CallPolicy(*state, longest, close)) {
         close();

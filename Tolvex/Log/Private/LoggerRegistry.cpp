@@ -8,7 +8,9 @@
 #include <pthread.h>
 
 #include "Tolvex/Base/Private/Sleep.h"
+#include "Tolvex/Log/Private/BlackBox.h"
 #include "Tolvex/Log/Private/LoggerState.h"
+#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Types/LogModule.h"
 #include "Tolvex/Util/EnumString.h"
 
@@ -53,9 +55,10 @@ void LockBeforeFork()
     registryMutex.lock();
     forkingThread = CallingThread();
     ForEachLogger([](LoggerState& state) {
-        state.writer.LockForFork();
+        Writer(state).LockForFork();
         state.lock.LockForFork();
     });
+    BlackBox::LockForFork();
 }
 
 void RenewInChild(LoggerState& state)
@@ -75,12 +78,13 @@ void UnlockAfterFork(bool inChild)
     if (forkingThread != CallingThread()) {
         return;
     }
+    BlackBox::UnlockAfterFork();
     ForEachLogger([inChild](LoggerState& state) {
         if (inChild) {
             RenewInChild(state);
         }
         state.lock.UnlockAfterFork(inChild);
-        state.writer.UnlockAfterFork(inChild);
+        Writer(state).UnlockAfterFork(inChild);
     });
     forkingThread = 0;
     registryMutex.unlock();
@@ -145,6 +149,11 @@ void UnregisterLogger(LoggerState& state)
             return;
         }
     }
+}
+
+std::mutex& RegistryMutex()
+{
+    return registryMutex;
 }
 
 void WatchCallingThread()

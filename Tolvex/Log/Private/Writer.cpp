@@ -28,7 +28,7 @@ constexpr std::chrono::milliseconds pollInterval(1);
 struct Writer::Thread
 {
     explicit Thread(LoggerState& loggerState)
-        : state(loggerState.shared_from_this()), number(state->writer.Announce())
+        : state(loggerState.shared_from_this()), number(Writer(loggerState).Announce())
     {
     }
     /// Also when the thread could not be created or was cancelled.
@@ -37,7 +37,7 @@ struct Writer::Thread
         if (running) {
             state->lock.Release();
         }
-        state->writer.End(number);
+        Writer(*state).End(number);
     }
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
@@ -57,10 +57,10 @@ void* Writer::Thread::Run(void* thread)
     const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
     self->running = true;
     {
-        Writer& writer = self->state->writer;
-        const std::lock_guard guard(writer.mutex);
-        if (self->number == writer.current) {
-            writer.currentThread = CallingThread();
+        WriterLife& writers = self->state->writers;
+        const std::lock_guard guard(writers.mutex);
+        if (self->number == writers.current) {
+            writers.currentThread = CallingThread();
         }
     }
     while (self->WriteLines()) {
@@ -72,18 +72,18 @@ void* Writer::Thread::Run(void* thread)
 /// @return false when the writer has to end.
 bool Writer::Thread::WriteLines()
 {
-    const Writer& writer = state->writer;
+    const WriterLife& writers = state->writers;
     state->lineReady.Wait();
     bool ending = false;
     do {
-        if (number != writer.current) {
+        if (number != writers.current) {
             return false;
         }
         // Read before the look for a line: no line becomes complete once the writer is told to end.
-        ending = writer.toldToEnd >= number;
+        ending = writers.toldToEnd >= number;
         // Required: a line that is complete is written before the writer ends. The token of a
         // writer that is told to end may be gone.
-    } while (WriteLine() && writer.toldToEnd >= number);
+    } while (WriteLine() && writers.toldToEnd >= number);
     return !ending;
 }
 
@@ -109,6 +109,9 @@ bool Writer::Thread::WriteLine()
 
 bool Writer::Start()
 {
+    if (logger.calls.keep != nullptr) {
+        return true;
+    }
     AwaitEndOrHang();
     while (logger.lineReady.TryWait()) {
         // Tokens that the writer before has not taken.
@@ -126,16 +129,16 @@ bool Writer::Start()
 /// @return the number of the writer to be created, which is the current one now.
 std::uint32_t Writer::Announce()
 {
-    const std::lock_guard guard(mutex);
+    const std::lock_guard guard(logger.writers.mutex);
     Base::StoreShared(logger.stopped, false);
-    currentThread = 0;
-    return ++current;
+    logger.writers.currentThread = 0;
+    return ++logger.writers.current;
 }
 
 bool Writer::Admit()
 {
-    const std::lock_guard guard(mutex);
-    if (Base::LoadShared(logger.stopped)) {
+    const std::lock_guard guard(logger.writers.mutex);
+    if (logger.calls.keep == nullptr && Base::LoadShared(logger.stopped)) {
         return false;
     }
     logger.lock.Admit();
@@ -155,14 +158,14 @@ void Writer::TellToEnd()
     logger.lock.Refuse();
     logger.lock.Drop();
     Base::StoreShared(logger.enabled, false);
-    toldToEnd = current.load();
+    logger.writers.toldToEnd = logger.writers.current.load();
 }
 
 /// A writer has ended: it was told to, it was cancelled, or its thread could not be created.
 void Writer::End(std::uint32_t number)
 {
-    const std::lock_guard guard(mutex);
-    if (number != current) {
+    const std::lock_guard guard(logger.writers.mutex);
+    if (number != logger.writers.current) {
         return;
     }
     TellToEnd();
@@ -194,7 +197,7 @@ void Writer::AwaitEndOrHang() const
     for (;;) {
         const bool stopped = Base::LoadShared(logger.stopped);
         const auto [phase, owner] = logger.lock.Look();
-        const bool hanging = phase == LineLock::Writing && owner == currentThread;
+        const bool hanging = phase == LineLock::Writing && owner == logger.writers.currentThread;
         if (phase != LineLock::Taken && (stopped || hanging)) {
             return;
         }
@@ -202,15 +205,20 @@ void Writer::AwaitEndOrHang() const
     }
 }
 
+void Writer::LockForFork()
+{
+    logger.writers.mutex.lock();
+}
+
 void Writer::UnlockAfterFork(bool inChild)
 {
     if (inChild) {
-        toldToEnd = ++current;
-        currentThread = 0;
+        logger.writers.toldToEnd = ++logger.writers.current;
+        logger.writers.currentThread = 0;
         Base::StoreShared(logger.enabled, false);
         Base::StoreShared(logger.stopped, true);
     }
-    mutex.unlock();
+    logger.writers.mutex.unlock();
 }
 
 }  // namespace Tolvex::Ilog

@@ -2,12 +2,8 @@
 /// The thread that writes the lines of a logger.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <mutex>
-
-#include "Tolvex/Base/Private/CallingThread.h"
 
 namespace Tolvex::Ilog {
 
@@ -22,13 +18,11 @@ struct LoggerState;
 class Writer
 {
 public:
-    /// @param loggerState  The one that this object belongs to.
+    /// @param loggerState  Not owned; must outlive this object, which holds nothing else.
     explicit Writer(LoggerState& loggerState) : logger(loggerState) {}
 
-    Writer(const Writer&) = delete;
-    Writer& operator=(const Writer&) = delete;
-
-    /// Starts a writer and clears stopped. Waits until the one before has ended or hangs.
+    /// Starts a writer and clears stopped. Waits until the one before has ended or hangs. Does
+    /// nothing for a policy that needs no writer.
     /// @return false when the thread cannot be created.
     bool Start();
 
@@ -50,7 +44,7 @@ public:
 
     /// Keep all other threads out while the process forks; before those of LineLock. In a forked
     /// child there is no writer.
-    void LockForFork() { mutex.lock(); }
+    void LockForFork();
     void UnlockAfterFork(bool inChild);
 
 private:
@@ -61,10 +55,6 @@ private:
     void End(std::uint32_t number);
 
     LoggerState& logger;
-    std::atomic<std::uint32_t> current = 0;         ///< number of the writer started last
-    std::atomic<std::uint32_t> toldToEnd = 0;       ///< writers up to this number are to end
-    std::atomic<Base::ThreadId> currentThread = 0;  ///< of the current writer, once it runs
-    std::mutex mutex;  ///< guards changes of current and of the flags of the logger
 };
 
 }  // namespace Tolvex::Ilog
