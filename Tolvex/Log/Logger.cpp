@@ -177,6 +177,7 @@ void Logger::RunIgnitionOff()
     constexpr std::string_view notice = "All triggers have been stopped";
     const Base::NoCancellation scope;
     const auto deadline = std::chrono::steady_clock::now() + longestWait;
+    fileLogger->policy.BeginIgnitionOff();
     ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });
     ForEachEnabled([&](LoggerCore& core) {
         try {
@@ -185,7 +186,8 @@ void Logger::RunIgnitionOff()
             // Without the notice: the file has to be closed all the same.
         }
     });
-    CloseFile();
+    fileLogger->core.Close(deadline);
+    UpdateAnyEnabled();
 }
 
 }  // namespace Tolvex::Ilog

@@ -12,6 +12,7 @@
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Log/Private/LoggerRegistry.h"
 #include "Tolvex/Log/Private/LoggerState.h"
+#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Util/EnumString.h"
 
 namespace Tolvex::Ilog {
@@ -246,10 +247,10 @@ LoggerCore::~LoggerCore()
     } catch (const std::exception&) {
         // A lock could not be taken. The writer has to end all the same, because it uses the
         // policy.
-        state->writer.Stop();
+        Writer(*state).Stop();
     }
     UnregisterLogger(*state);
-    state->writer.AwaitEndOrHang();
+    Writer(*state).AwaitEndOrHang();
     RenewStaleBuffer(*state);
 }
 
@@ -279,23 +280,23 @@ bool LoggerCore::Enable(const std::string* output)
     }
 
     RenewStaleBuffer(*state);
-    state->writer.Stop();  // Again: a Close() before may have failed to wake the writer.
-    if (!state->writer.Start()) {
+    Writer(*state).Stop();  // Again: a Close() before may have failed to wake the writer.
+    if (!Writer(*state).Start()) {
         return false;
     }
     bool opened = false;
     try {
         opened = openOutput();
     } catch (...) {
-        state->writer.Stop();
+        Writer(*state).Stop();
         throw;
     }
     if (!opened) {
-        state->writer.Stop();
-        state->writer.AwaitStopped();
+        Writer(*state).Stop();
+        Writer(*state).AwaitStopped();
         return false;
     }
-    return state->writer.Admit();
+    return Writer(*state).Admit();
 }
 
 bool LoggerCore::ChangeOutput(const std::string& name)
@@ -388,15 +389,15 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
     }
 }
 
-void LoggerCore::Close()
+void LoggerCore::Close(Clock::time_point deadline)
 {
     const Control control(*state);
     if (!control) {
         return;  // The policy calls this from its own Close() or SetOutput().
     }
-    state->writer.Stop();
+    Writer(*state).Stop();
     // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
-    const auto longest = state->writer.AwaitStopped() ? longestWait : longestWait.zero();
+    const auto longest = Writer(*state).AwaitStopped(deadline) ? longestWait : longestWait.zero();
     const auto close = [this] { state->calls.close(state->policy); };
     if (!CallPolicy(*state, longest, close)) {
         close();

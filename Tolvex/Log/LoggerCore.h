@@ -85,7 +85,9 @@ public:
     void WriteNotice(std::string_view text, bool last,
                      std::chrono::steady_clock::time_point deadline);
     /// As LoggerBase::Close().
-    void Close();
+    /// @param deadline  When to stop waiting for the writer, if that is before the 2.1 s.
+    void Close(std::chrono::steady_clock::time_point deadline =
+                   std::chrono::steady_clock::time_point::max());
 
 private:
     std::shared_ptr<LoggerState> state;  ///< shared with the writers

@@ -293,7 +293,7 @@ struct FilePolicyMembers : Ilog::ILogPolicy
 {
     std::string fileName;
     bool outputSet;
-    std::shared_ptr<void> tornEnd;
+    std::shared_ptr<void> state;
 };
 static_assert(sameLayout<Ilog::FileLogPolicy, FilePolicyMembers>);
 

@@ -10,6 +10,7 @@
 #include "Tolvex/Base/Private/Sleep.h"
 #include "Tolvex/Log/Private/BlackBox.h"
 #include "Tolvex/Log/Private/LoggerState.h"
+#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Types/LogModule.h"
 #include "Tolvex/Util/EnumString.h"
 
@@ -54,7 +55,7 @@ void LockBeforeFork()
     registryMutex.lock();
     forkingThread = CallingThread();
     ForEachLogger([](LoggerState& state) {
-        state.writer.LockForFork();
+        Writer(state).LockForFork();
         state.lock.LockForFork();
     });
     BlackBox::LockForFork();
@@ -83,7 +84,7 @@ void UnlockAfterFork(bool inChild)
             RenewInChild(state);
         }
         state.lock.UnlockAfterFork(inChild);
-        state.writer.UnlockAfterFork(inChild);
+        Writer(state).UnlockAfterFork(inChild);
     });
     forkingThread = 0;
     registryMutex.unlock();

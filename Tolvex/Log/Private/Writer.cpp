@@ -1,5 +1,6 @@
 #include "Tolvex/Log/Private/Writer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <memory>
@@ -27,7 +28,7 @@ constexpr std::chrono::milliseconds pollInterval(1);
 struct Writer::Thread
 {
     explicit Thread(LoggerState& loggerState)
-        : state(loggerState.shared_from_this()), number(state->writer.Announce())
+        : state(loggerState.shared_from_this()), number(Writer(loggerState).Announce())
     {
     }
     /// Also when the thread could not be created or was cancelled.
@@ -36,7 +37,7 @@ struct Writer::Thread
         if (running) {
             state->lock.Release();
         }
-        state->writer.End(number);
+        Writer(*state).End(number);
     }
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
@@ -56,10 +57,10 @@ void* Writer::Thread::Run(void* thread)
     const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
     self->running = true;
     {
-        Writer& writer = self->state->writer;
-        const std::lock_guard guard(writer.mutex);
-        if (self->number == writer.current) {
-            writer.currentThread = CallingThread();
+        WriterLife& writers = self->state->writers;
+        const std::lock_guard guard(writers.mutex);
+        if (self->number == writers.current) {
+            writers.currentThread = CallingThread();
         }
     }
     while (self->WriteLines()) {
@@ -70,15 +71,15 @@ void* Writer::Thread::Run(void* thread)
 /// Waits for a token and writes what is complete. @return false when the writer has to end.
 bool Writer::Thread::WriteLines()
 {
-    const Writer& writer = state->writer;
+    const WriterLife& writers = state->writers;
     state->lineReady.Wait();
     bool ending = false;
     do {
-        if (number != writer.current) {
+        if (number != writers.current) {
             return false;
         }
         // Read before the look for a line: no line becomes complete once the writer is told to end.
-        ending = writer.toldToEnd >= number;
+        ending = writers.toldToEnd >= number;
         // Required: a line that is complete is written before the writer ends.
     } while (WriteLine());
     return !ending;
@@ -126,15 +127,15 @@ bool Writer::Start()
 /// @return the number of the writer to be created, which is the current one now.
 std::uint32_t Writer::Announce()
 {
-    const std::lock_guard guard(mutex);
+    const std::lock_guard guard(logger.writers.mutex);
     Base::StoreShared(logger.stopped, false);
-    currentThread = 0;
-    return ++current;
+    logger.writers.currentThread = 0;
+    return ++logger.writers.current;
 }
 
 bool Writer::Admit()
 {
-    const std::lock_guard guard(mutex);
+    const std::lock_guard guard(logger.writers.mutex);
     if (logger.calls.keep == nullptr && Base::LoadShared(logger.stopped)) {
         return false;
     }
@@ -155,14 +156,14 @@ void Writer::TellToEnd()
     logger.lock.Refuse();
     logger.lock.Drop();
     Base::StoreShared(logger.enabled, false);
-    toldToEnd = current.load();
+    logger.writers.toldToEnd = logger.writers.current.load();
 }
 
 /// A writer has ended: it was told to, it was cancelled, or its thread could not be created.
 void Writer::End(std::uint32_t number)
 {
-    const std::lock_guard guard(mutex);
-    if (number != current) {
+    const std::lock_guard guard(logger.writers.mutex);
+    if (number != logger.writers.current) {
         return;
     }
     TellToEnd();
@@ -173,15 +174,17 @@ void Writer::End(std::uint32_t number)
     Base::StoreShared(logger.stopped, true);
 }
 
-bool Writer::AwaitStopped() const
+bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
 {
     const Base::NoCancellation scope;
     // Required: stopped is polled 21 times, so a writer that hangs costs 2.1 seconds, not two.
     for (auto waited = stopPollInterval; waited <= longestWait; waited += stopPollInterval) {
-        if (Base::LoadShared(logger.stopped)) {
-            return true;
+        const auto now = std::chrono::steady_clock::now();
+        if (Base::LoadShared(logger.stopped) || now >= deadline) {
+            break;
         }
-        Base::SleepFor(stopPollInterval);
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
+        Base::SleepFor(std::min(left, stopPollInterval));
     }
     return Base::LoadShared(logger.stopped);
 }
@@ -192,7 +195,7 @@ void Writer::AwaitEndOrHang() const
     for (;;) {
         const bool stopped = Base::LoadShared(logger.stopped);
         const auto [phase, owner] = logger.lock.Look();
-        const bool hanging = phase == LineLock::Writing && owner == currentThread;
+        const bool hanging = phase == LineLock::Writing && owner == logger.writers.currentThread;
         if (phase != LineLock::Taken && (stopped || hanging)) {
             return;
         }
@@ -200,15 +203,20 @@ void Writer::AwaitEndOrHang() const
     }
 }
 
+void Writer::LockForFork()
+{
+    logger.writers.mutex.lock();
+}
+
 void Writer::UnlockAfterFork(bool inChild)
 {
     if (inChild) {
-        toldToEnd = ++current;
-        currentThread = 0;
+        logger.writers.toldToEnd = ++logger.writers.current;
+        logger.writers.currentThread = 0;
         Base::StoreShared(logger.enabled, false);
         Base::StoreShared(logger.stopped, true);
     }
-    mutex.unlock();
+    logger.writers.mutex.unlock();
 }
 
 }  // namespace Tolvex::Ilog

@@ -2,11 +2,8 @@
 /// The thread that writes the lines of a logger.
 #pragma once
 
-#include <atomic>
+#include <chrono>
 #include <cstdint>
-#include <mutex>
-
-#include "Tolvex/Base/Private/CallingThread.h"
 
 namespace Tolvex::Ilog {
 
@@ -21,11 +18,8 @@ struct LoggerState;
 class Writer
 {
 public:
-    /// @param loggerState  The one that this object belongs to.
+    /// @param loggerState  Not owned; must outlive this object, which holds nothing else.
     explicit Writer(LoggerState& loggerState) : logger(loggerState) {}
-
-    Writer(const Writer&) = delete;
-    Writer& operator=(const Writer&) = delete;
 
     /// Starts a writer and clears stopped. Waits until the one before has ended or hangs. Does
     /// nothing for a policy that needs no writer.
@@ -40,15 +34,17 @@ public:
     /// writer to end. It writes a complete line before it ends.
     void Stop();
 
-    /// Polls stopped up to 21 times, every 100 ms. @return whether it became true.
-    bool AwaitStopped() const;
+    /// Polls stopped up to 21 times, every 100 ms, or until the deadline.
+    /// @return whether it became true.
+    bool AwaitStopped(std::chrono::steady_clock::time_point deadline =
+                          std::chrono::steady_clock::time_point::max()) const;
 
     /// Waits until no writer uses the logger: each has ended, or hangs in its policy.
     void AwaitEndOrHang() const;
 
     /// Keep all other threads out while the process forks; before those of LineLock. In a forked
     /// child there is no writer.
-    void LockForFork() { mutex.lock(); }
+    void LockForFork();
     void UnlockAfterFork(bool inChild);
 
 private:
@@ -59,10 +55,6 @@ private:
     void End(std::uint32_t number);
 
     LoggerState& logger;
-    std::atomic<std::uint32_t> current = 0;         ///< number of the writer started last
-    std::atomic<std::uint32_t> toldToEnd = 0;       ///< writers up to this number are to end
-    std::atomic<Base::ThreadId> currentThread = 0;  ///< of the current writer, once it runs
-    std::mutex mutex;  ///< guards changes of current and of the flags of the logger
 };
 
 }  // namespace Tolvex::Ilog
