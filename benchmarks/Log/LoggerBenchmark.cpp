@@ -1,5 +1,6 @@
 // What does a log line cost that is opened, appended and closed for every line, against the floor
-// of the same system calls on a second thread, and against loggers that flush per line?
+// of the same system calls on a second thread, and against loggers that flush per line? What does a
+// line cost that stays in memory?
 #include "Tolvex/Log/Logger.h"
 
 #include <algorithm>
@@ -116,6 +117,39 @@ public:
     }
 };
 
+/// Subject: the black box alone.
+class TolvexBlackBox
+{
+public:
+    TolvexBlackBox()
+    {
+        if (!logger.EnableBlackBox(1000)) {
+            std::abort();
+        }
+    }
+
+    TolvexBlackBox(const TolvexBlackBox&) = delete;
+    TolvexBlackBox& operator=(const TolvexBlackBox&) = delete;
+    ~TolvexBlackBox() { logger.CloseBlackBox(); }
+
+    void Write(int number)
+    {
+        logger.WriteHeader(LogType::Error);
+        logger << LogModule::WNET << payload << number << std::endl;
+    }
+
+    void Finish() {}
+
+private:
+    Logger& logger = *Logger::GetInstance();
+};
+
+/// Subject: the file logger and the black box.
+class TolvexFileAndBlackBox : public TolvexFourSteps
+{
+    const TolvexBlackBox blackBox;
+};
+
 template <typename Subject>
 void MeasureSubject(benchmark::State& state)
 {
@@ -198,6 +232,12 @@ BENCHMARK(MeasureSubject<TolvexToMedium<LogDurability::None, 1000000000>>)
 BENCHMARK(MeasureSubject<TolvexToMedium<LogDurability::None, 11000>>)
     ->Name("BM_LineRenaming")
     ->Arg(1)
+    ->UseManualTime();
+BENCHMARK(MeasureSubject<TolvexBlackBox>)->Name("BM_BlackBox")->Arg(1)->Arg(4)->UseManualTime();
+BENCHMARK(MeasureSubject<TolvexFileAndBlackBox>)
+    ->Name("BM_FileAndBlackBox")
+    ->Arg(1)
+    ->Arg(4)
     ->UseManualTime();
 BENCHMARK(BM_SpdlogReopening)->Arg(1)->Arg(4)->UseManualTime();
 BENCHMARK(BM_SpdlogFlushed)->Arg(1)->Arg(4)->UseManualTime();

@@ -226,6 +226,32 @@ TEST(BlackBoxThreadsTest, EnablingAndClosingBesideLinesNeitherHangsNorTears)
     EXPECT_THAT(KeptLines(), IsEmpty());
 }
 
+TEST(BlackBoxThreadsTest, EnablingAndClosingLosesNoLineOfTheFile)
+{
+    const ScratchDirectory directory;
+    ASSERT_TRUE(logger.EnableFile(directory.Path("log")));
+    std::atomic<bool> running = true;
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 2; ++number) {
+        threads.emplace_back([&running] {
+            while (running) {
+                EXPECT_TRUE(logger.EnableBlackBox(1));
+                logger.CloseBlackBox();
+            }
+        });
+    }
+    for (int line = 0; line < 3000; ++line) {
+        Write("text");
+    }
+    running = false;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    logger.CloseFile();
+
+    EXPECT_THAT(SplitLines(ReadFile(directory.Path("log"))), SizeIs(3000));
+}
+
 TEST(BlackBoxThreadsTest, ForkedChildHasTheLinesAndMayGoOn)
 {
     const ScratchDirectory directory;
