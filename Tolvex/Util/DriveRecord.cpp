@@ -10,7 +10,9 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Tolvex/Base/Private/Descriptor.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/Private/ReplaceFile.h"
 #include "Tolvex/Exception/IException.h"
 
 namespace Tolvex::Util {
@@ -26,24 +28,6 @@ constexpr std::array<std::pair<DriveEnd, std::string_view>, 3> ends = {
      {DriveEnd::Stopped, "stopped\n"},
      {DriveEnd::IgnitionOff, "ignition off\n"}}};
 constexpr std::size_t mostBytes = 65536;
-
-/// Closes it at the end of the scope.
-class Descriptor
-{
-public:
-    explicit Descriptor(int opened) : number(opened) {}
-    ~Descriptor()
-    {
-        if (number >= 0) {
-            close(number);
-        }
-    }
-
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    const int number;
-};
 
 [[noreturn]] void Fail(const std::string& step, int reason)
 {
@@ -131,32 +115,19 @@ std::string Compose(const DriveRecord& record)
     return text;
 }
 
-/// @return the error number, or 0.
-int WriteToMedium(int descriptor, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t written = write(descriptor, text.data(), text.size());
-        if (written < 0 && errno != EINTR) {
-            return errno;
-        }
-        text.remove_prefix(static_cast<std::size_t>(written < 0 ? 0 : written));
-    }
-    return fdatasync(descriptor) == 0 ? 0 : errno;
-}
-
 }  // namespace
 
 DriveRecord ReadDriveRecord(const std::string& path)
 {
     const Base::NoCancellation scope;
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (file.number < 0) {
+    const Base::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.IsOpen()) {
         return {errno == ENOENT ? DriveEnd::None : DriveEnd::Unreadable, {}};
     }
     std::string text(mostBytes + 1, '\0');
     std::size_t length = 0;
     for (;;) {
-        const ssize_t part = read(file.number, text.data() + length, text.size() - length);
+        const ssize_t part = read(file.Get(), text.data() + length, text.size() - length);
         if (part < 0 && errno == EINTR) {
             continue;
         }
@@ -174,32 +145,9 @@ DriveRecord ReadDriveRecord(const std::string& path)
 
 void WriteDriveRecord(const std::string& path, const DriveRecord& record)
 {
-    const std::string text = Compose(record);
-    const std::string temporary = path + ".new";
-    const std::size_t slash = path.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-
-    const Base::NoCancellation scope;
-    int error = 0;
-    {
-        const Descriptor file(
-            open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-        if (file.number < 0) {
-            Fail("open: ", errno);
-        }
-        error = WriteToMedium(file.number, text);
-    }
-    if (error == 0 && std::rename(temporary.c_str(), path.c_str()) != 0) {
-        error = errno;
-    }
-    if (error != 0) {
-        unlink(temporary.c_str());
-        Fail("write: ", error);
-    }
-
-    const Descriptor holder(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (holder.number < 0 || fsync(holder.number) != 0) {
-        Fail("directory: ", errno);
+    const char* const failedStep = Base::ReplaceFile(path, Compose(record));
+    if (failedStep != nullptr) {
+        Fail(failedStep, errno);
     }
 }
 

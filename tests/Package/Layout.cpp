@@ -73,6 +73,12 @@ static_assert(LogModule(6) == LogModule::LT && LogModule(7) == LogModule::WNET);
 static_assert(LogModule(8) == LogModule::CONFIG && LogModule(9) == LogModule::Event);
 static_assert(LogModule(10) == LogModule::Accelerometer);
 
+static_assert(isStoredAs<Ilog::LogDurability, int>);
+static_assert(Ilog::LogDurability(0) == Ilog::LogDurability::None);
+static_assert(Ilog::LogDurability(1) == Ilog::LogDurability::IgnitionOff);
+static_assert(Ilog::LogDurability(2) == Ilog::LogDurability::Interval);
+static_assert(Ilog::LogDurability(3) == Ilog::LogDurability::EachLine);
+
 static_assert(isStoredAs<Ilog::ColorCode, int>);
 static_assert(Ilog::ColorCode(31) == Ilog::ColorCode::Red);
 static_assert(Ilog::ColorCode(32) == Ilog::ColorCode::Green);
@@ -144,7 +150,50 @@ static_assert(sameLayout<Interfaces::IThread, ThreadMembers>);
 static_assert(sameLayout<Interfaces::IThread::IThreadDelegate, Virtual>);
 static_assert(sameLayout<Interfaces::IgnitionOffMode, Virtual>);
 
+static_assert(isStoredAs<Interfaces::WorkerState, std::int32_t>);
+struct WorkerHealthMembers
+{
+    void* worker;
+    std::string name;
+    Interfaces::WorkerState state;
+    std::uint64_t passes;
+    std::chrono::milliseconds lastPass;
+    std::chrono::milliseconds longestPass;
+    std::chrono::milliseconds runningPass;
+    std::size_t stackUsed;
+};
+static_assert(sameLayout<Interfaces::WorkerHealth, WorkerHealthMembers>);
+
+struct SequenceMembers : Interfaces::IgnitionOffMode, Interfaces::IError
+{
+    std::vector<void*> participants;
+    void* logThread;
+    void* recordThread;
+    Util::DriveRecord lastDrive;
+    std::string recordPath;
+    pid_t process;
+    bool ignitionOff;
+};
+static_assert(sameLayout<Interfaces::IgnitionOffSequence, SequenceMembers>);
+
 // ------------------------------------------------------------------------------------------- Util
+
+static_assert(isStoredAs<Util::DriveEnd, std::int32_t>);
+struct DriveRecordMembers
+{
+    Util::DriveEnd end;
+    std::vector<std::string> overran;
+};
+static_assert(sameLayout<Util::DriveRecord, DriveRecordMembers>);
+
+struct EventFileNameMembers
+{
+    std::string prefix;
+    std::time_t time;
+    std::uint32_t number;
+    std::string extension;
+};
+static_assert(sameLayout<Util::EventFileName, EventFileNameMembers>);
 
 struct AsyncMembers
 {
@@ -223,7 +272,6 @@ struct ValueMembers
     std::int32_t mValueType;
     std::int32_t mIntVal;
     float mFloatVal;
-    std::uint32_t place;
     double mDoubleVal;
     std::string mStringVal;
     std::map<std::string, Json::Value> mObjectVal;
@@ -251,7 +299,7 @@ struct FilePolicyMembers : Ilog::ILogPolicy
 {
     std::string fileName;
     bool outputSet;
-    std::shared_ptr<void> tornEnd;
+    std::shared_ptr<void> state;
 };
 static_assert(sameLayout<Ilog::FileLogPolicy, FilePolicyMembers>);
 
@@ -266,13 +314,11 @@ template <typename Policy>
 struct LoggerBaseMembers : Virtual
 {
     Policy policy;
-    std::stringstream buffer;
-    std::shared_ptr<void> state;
-    Interfaces::ISemaphore lineReady;
-    std::string threadName;
-    pthread_t writerHandle;
-    bool enabled;
-    bool stopped;
+    struct Core
+    {
+        std::shared_ptr<void> state;
+        const bool* enabled;
+    } core;
 };
 static_assert(
     sameLayout<Ilog::LoggerBase<Ilog::FileLogPolicy>, LoggerBaseMembers<Ilog::FileLogPolicy>>);
