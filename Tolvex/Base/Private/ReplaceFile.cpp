@@ -61,7 +61,7 @@ const char* ReplaceFile(const std::string& path, std::string_view text)
         errno = reason;
         return "write: ";
     }
-    return SyncDirectoryOf(path) ? nullptr : "directory: ";
+    return SyncDirectory(DirectoryOf(path)) ? nullptr : "directory: ";
 }
 
 }  // namespace Tolvex::Base
