@@ -60,7 +60,7 @@ TEST(BlackBoxThreadsTest, LinesOfAllThreadsAreWholeAndThereOnce)
 {
     constexpr int threadCount = 4;
     constexpr int lineCount = 2000;
-    const OpenBlackBox box(threadCount * lineCount);
+    const OpenBlackBox box(8000);
     std::vector<std::thread> threads;
     for (int number = 0; number < threadCount; ++number) {
         threads.emplace_back([number] {
