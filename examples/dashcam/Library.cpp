@@ -1,0 +1,54 @@
+#include "examples/dashcam/Library.h"
+
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "Tolvex/Log/Logger.h"
+
+namespace Dashcam {
+namespace {
+
+std::string logPath;
+
+}
+
+Tolvex::Json::Value ParseJson(const std::string& text, std::string& problem)
+{
+    try {
+        Tolvex::Json::Value value = Tolvex::Json::Deserialize(text);
+        problem = value.GetType() == Tolvex::Json::NullVal ? " is malformed" : "";
+        return value;
+    } catch (const std::exception&) {
+        problem = " is not complete";
+        return {};
+    }
+}
+
+std::string ToStandardJson(const Tolvex::Json::Value& value)
+{
+    return Tolvex::Json::Serialize(value);
+}
+
+void StartLog(const std::string& folder)
+{
+    std::error_code ignored;
+    std::filesystem::create_directories(folder, ignored);
+    logPath = folder + "/dashcam.log";
+    Tolvex::Ilog::Logger::GetInstance()->EnableFile(logPath);
+}
+
+std::string LastLogLines()
+{
+    std::ifstream file(logPath, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    std::string all = text.str();
+    for (char& character : all) {
+        character = character == '"' || character == '\\' || character == '\n' ? ' ' : character;
+    }
+    return all.size() > 2000 ? all.substr(all.size() - 2000) : all;
+}
+
+}  // namespace Dashcam
