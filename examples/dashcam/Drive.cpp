@@ -77,11 +77,11 @@ void Drive::Start()
 
 bool Drive::SwitchIgnitionOff()
 {
-    display.End();
     const Moment start = Clock::now();
     sequence.RunIgnitionOff();
     const auto length = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
 
+    display.End();  // now all is safe: a terminal that is held may hold the rest
     const Clips::Count count = clips.Counted();
     for (const std::string& name : sequence.GetOverrun()) {
         std::cout << name << " hangs and was left behind.\n";
