@@ -34,6 +34,8 @@
 #include "Tolvex/Interfaces/Stopped.h"
 #include "Tolvex/Interfaces/WorkerHealth.h"
 #include "Tolvex/Json/Json.h"
+#include "Tolvex/Json/ParseError.h"
+#include "Tolvex/Json/Standard.h"
 #include "Tolvex/Log/LogLine.h"
 #include "Tolvex/Log/LogPolicy.h"
 #include "Tolvex/Log/LogType.h"

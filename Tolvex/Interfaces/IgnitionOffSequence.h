@@ -19,34 +19,34 @@ namespace Tolvex::Interfaces {
 
 /// Calls several participants in order when the ignition goes off, each within a time of its own.
 ///
-/// A participant that takes longer than its budget is left behind: its call goes on on its own
-/// thread, the next participant is called, and the log names the one that was left behind. All in
-/// all RunIgnitionOff() takes no longer than the sum of the budgets and 50 ms, also when every
-/// participant hangs, the log hangs, or the disk does.
+/// A participant that takes longer than its budget is left behind: its call continues on its own
+/// thread, the sequence calls the next participant, and the log names the late one.
+/// RunIgnitionOff() takes at most the sum of the budgets plus 50 ms, also when every participant,
+/// the log and the disk hang.
 ///
 /// With a record file the next start learns how this drive ended. The constructor reads the record
-/// of the last drive, and writes "died", which holds until the destructor writes "stopped" or
-/// RunIgnitionOff() writes "ignition off" and who was left behind.
+/// of the last drive and writes "died". The destructor replaces that by "stopped", RunIgnitionOff()
+/// by "ignition off" with the names of the late participants.
 ///
-/// The logger is a participant as well, mostly the last; it needs up to 2.5 s. See
+/// Add the logger as the last participant, with a budget of at least 2.5 s. See
 /// examples/IgnitionOff.cpp.
 /// @par Errors
 /// Add() returns false and leaves the reason in the error text (IError). After the constructor
-/// GetErrorText() tells which part of its work failed: without a thread for the log ("No thread for
-/// the log") those that are left behind are not logged; without one for the record ("No thread for
-/// the record") it goes on saying "died"; so it does when the disk does not take it in time, with
-/// a line in the log when it refuses.
+/// GetErrorText() names the part of its work that failed. "No thread for the log": late
+/// participants are not logged. "No thread for the record": the record keeps saying "died". The
+/// record also keeps saying "died" when the disk is too slow or refuses the write; a refusal is
+/// logged.
 /// @par Thread safety
-/// Caller serialises. Participants are called on threads of their own, one at a time, except for
-/// those that are left behind. A forked child must not use the object, but may destroy it.
+/// Caller serialises. Participants are called on threads of their own, one after the other; a late
+/// one still runs beside the next. A forked child must not use the object, but may destroy it.
 class TOLVEX_EXPORT IgnitionOffSequence : public IgnitionOffMode, public IError
 {
 public:
     /// @param recordFile  Path; empty for no record. Blocks as long as the file system does.
     explicit IgnitionOffSequence(const std::string& recordFile = std::string());
 
-    /// Writes "stopped", unless the ignition went off. Blocks for 2 s at most; does not wait for
-    /// those that are left behind.
+    /// Writes "stopped", unless the ignition went off. Blocks for at most 2 s; does not wait for
+    /// late participants.
     ~IgnitionOffSequence() override;
 
     IgnitionOffSequence(const IgnitionOffSequence&) = delete;
@@ -54,11 +54,10 @@ public:
 
     /// Appends a participant, and creates the thread on which it will be called.
     ///
-    /// The thread is made here because at ignition off it could be too late: without a thread the
-    /// participant is not added.
+    /// The thread is created here, because at ignition off the system may have none to give.
     /// @param name         For the log and the record; not empty, without line breaks.
-    /// @param participant  Not owned; must outlive the sequence, and its own call when it was left
-    ///                     behind. An std::exception out of it is logged.
+    /// @param participant  Not owned; must outlive the sequence and its own call, which may outlast
+    ///                     the sequence. A std::exception that it throws is logged.
     /// @param budget       1 ms to 1 hour.
     /// @return false with "No participant", "Name not valid", "Budget not valid" or "No thread".
     bool Add(const std::string& name, IgnitionOffMode* participant,
@@ -66,11 +65,11 @@ public:
 
     /// Calls the participants in the order in which they were added, then writes the record.
     ///
-    /// Not cancelled meanwhile. Called again, it leaves out those that are still busy, and names
-    /// them.
+    /// The call is no cancellation point. A second call skips participants that are still busy, and
+    /// names them as late.
     void RunIgnitionOff() override;
 
-    /// @return the participants that the last RunIgnitionOff() has left behind.
+    /// @return the participants that the last RunIgnitionOff() left behind.
     std::vector<std::string> GetOverrun() const;
 
     /// @return how the last drive ended, as read by the constructor.
@@ -88,7 +87,7 @@ private:
     std::unique_ptr<Base::BoundedThread> recordThread;       ///< null: no record, or as above
     Util::DriveRecord lastDrive;
     std::string recordPath;
-    pid_t process;  ///< that has made the object, and the threads
+    pid_t process;  ///< the process that created the object and its threads
     bool ignitionOff = false;
 };
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Tolvex/Json/Json.h"
+#include "Tolvex/Json/ParseError.h"
 #include "Tolvex/Json/Private/Access.h"
 #include "Tolvex/Json/Private/BareToken.h"
 #include "Tolvex/Json/Private/BracketPairs.h"
@@ -16,6 +17,9 @@
 namespace Tolvex::Json {
 
 namespace {
+
+constexpr const char* mismatchedBracket = "bracket does not match the one that it closes";
+constexpr const char* unclosedString = "string has no closing quote";
 
 /// Reads a text by the rules of the dialect, step by step.
 ///
@@ -28,6 +32,16 @@ public:
     explicit RulesReader(std::string_view document) : text(document), pairs(document.data()) {}
 
     Value Read();
+
+    /// A place where the text is malformed.
+    struct Fault
+    {
+        const char* at = nullptr;
+        const char* reason = nullptr;  ///< null: there is none
+    };
+
+    /// The first fault that Read() met, also before it threw.
+    const Fault& FirstFault() const { return firstFault; }
 
 private:
     /// A container being read.
@@ -43,6 +57,11 @@ private:
         Opened,
         Failed
     };
+
+    Step Refuse(const char* at, const char* reason);
+    void RefuseDocument();
+    Step RefuseKey();
+    Step RefuseBareToken(const char* stop);
 
     void Open(Value& value, const char* closing);
     void CloseFrame();
@@ -68,6 +87,7 @@ private:
     std::vector<Frame> frames;
     const char* position = nullptr;
     const char* delimiter = nullptr;  ///< the last one found; valid until position passes it
+    Fault firstFault;
 };
 
 Value RulesReader::Read()
@@ -75,7 +95,8 @@ Value RulesReader::Read()
     Value root;
     if (text.size() < 2 || !((text.front() == '{' && text.back() == '}') ||
                              (text.front() == '[' && text.back() == ']'))) {
-        return root;  // a bare scalar is no document
+        RefuseDocument();  // a bare scalar, too
+        return root;
     }
 
     position = text.data();
@@ -88,6 +109,38 @@ Value RulesReader::Read()
         }
     }
     return root;
+}
+
+/// Notes a fault.
+/// @return Step::Failed.
+RulesReader::Step RulesReader::Refuse(const char* at, const char* reason)
+{
+    if (firstFault.reason == nullptr) {
+        firstFault = {at, reason};
+    }
+    return Step::Failed;
+}
+
+/// Refuses a text that does not begin and end with brackets that belong together.
+void RulesReader::RefuseDocument()
+{
+    const char* const end = text.data() + text.size();
+    if (text.empty() || (text.front() != '{' && text.front() != '[')) {
+        Refuse(text.data(), "expected an object or an array");
+        return;
+    }
+    const BracketPairs::End closing = pairs.FindEnd(text.data(), end);
+    switch (closing.outcome) {
+        case BracketScan::Outcome::Open:
+            Refuse(end, "the closing bracket of the document is missing");
+            break;
+        case BracketScan::Outcome::Closed:
+            Refuse(SkipSpaces(closing.at + 1, end), "text after the end of the document");
+            break;
+        case BracketScan::Outcome::Mismatched:
+            Refuse(closing.at, mismatchedBracket);
+            break;
+    }
 }
 
 /// Starts the container at the position.
@@ -125,7 +178,11 @@ BracketPairs::End RulesReader::FindEnd()
     const BracketPairs::End end = pairs.FindEnd(position, frames.back().end);
     // Required: throws, although all other malformed text reads as null.
     if (end.outcome == BracketScan::Outcome::Open) {
+        Refuse(position, "array or object is not closed");
         throw std::out_of_range("json container is not closed");
+    }
+    if (end.outcome == BracketScan::Outcome::Mismatched) {
+        Refuse(end.at, mismatchedBracket);
     }
     return end;
 }
@@ -139,7 +196,12 @@ bool RulesReader::ReadString(const char* stop, Value& value)
         return false;
     }
     Access::Type(value) = StringVal;
-    DecodeString({position + 1, quote}, Access::String(value));
+    try {
+        DecodeString({position + 1, quote}, Access::String(value));
+    } catch (const std::out_of_range&) {
+        Refuse(position, "\\u escape is cut off by the end of its string");
+        throw;
+    }
     position = quote + 1;
     return true;
 }
@@ -206,10 +268,12 @@ RulesReader::Step RulesReader::ReadScalarElement()
     Value element;
     if (*position == '"') {
         if (!ReadString(stop, element)) {
-            return Step::Failed;
+            return Refuse(position, stop == closing ? unclosedString
+                                                    : "no closing quote before the comma or "
+                                                      "bracket that ends an element");
         }
     } else if (restOfArray || ReadBareToken(position, stop, element) == nullptr) {
-        return Step::Failed;  // a bare token never has an opening bracket in it
+        return RefuseBareToken(stop);  // a bare token never has an opening bracket in it
     }
     // Required: text between a string and the delimiter is dropped. But before an opening bracket
     // that text is the next element.
@@ -243,9 +307,10 @@ void RulesReader::ReadMembers()
         SkipSpace();
         if (position != frames.back().end) {
             Value* const member = ReadKey();
-            step = member == nullptr ? Step::Failed : ReadMemberValue(*member);
+            step = member == nullptr ? RefuseKey() : ReadMemberValue(*member);
         } else if (position != behindMember && frames.back().value->size() == 0) {
-            step = Step::Failed;  // Required: braces with nothing but blanks are malformed.
+            // Required: braces with nothing but blanks are malformed.
+            step = Refuse(behindMember, "object of blanks only");
         } else {
             CloseFrame();
             return;
@@ -298,10 +363,69 @@ RulesReader::Step RulesReader::ReadMemberValue(Value& member)
         return Step::Opened;
     }
     if (*position == '"') {
-        return ReadString(end, member) ? Step::Done : Step::Failed;
+        return ReadString(end, member) ? Step::Done : Refuse(position, unclosedString);
     }
-    position = ReadBareToken(position, end, member);
-    return position == nullptr ? Step::Failed : Step::Done;
+    const char* const afterToken = ReadBareToken(position, end, member);
+    if (afterToken == nullptr) {
+        return RefuseBareToken(end);
+    }
+    position = afterToken;
+    return Step::Done;
+}
+
+/// Refuses what ReadKey() did not take for a key and a colon.
+RulesReader::Step RulesReader::RefuseKey()
+{
+    const char* const end = frames.back().end;
+    const char* const key = *position == ',' ? SkipSpaces(position + 1, end) : position;
+    if (*key != '"') {
+        return Refuse(key, "expected a key in double quotes");
+    }
+    const char* const closing = FindQuote(key + 1, end);
+    if (closing == nullptr) {
+        return Refuse(key, unclosedString);
+    }
+    if (closing == key + 1) {
+        return Refuse(key, "empty key");
+    }
+    return Refuse(SkipSpaces(closing + 1, end), "expected a colon after the key");
+}
+
+/// Refuses what is neither a string nor a container, and what ReadBareToken() does not accept.
+RulesReader::Step RulesReader::RefuseBareToken(const char* stop)
+{
+    // What a number or a literal can consist of. If more follows, a comma is probably missing.
+    const char* at = position;
+    while (at != stop &&
+           (IsDigit(*at) || IsLetter(*at) || *at == '+' || *at == '-' || *at == '.')) {
+        ++at;
+    }
+    at = SkipSpaces(at, stop);
+    if (at == position || at == stop || *at == ',') {
+        return Refuse(position,
+                      "expected a number, true, false, null, or a string in double quotes");
+    }
+    return Refuse(at, "expected a comma or the end of the container");
+}
+
+/// @return the fault as a caller sees it; an empty error if there is none.
+ParseError Locate(std::string_view text, const RulesReader::Fault& fault)
+{
+    ParseError error;
+    if (fault.reason == nullptr) {
+        return error;
+    }
+    error.offset = static_cast<std::size_t>(fault.at - text.data());
+    const std::string_view before = text.substr(0, error.offset);
+    error.line = 1 + static_cast<std::size_t>(std::count(before.begin(), before.end(), '\n'));
+    const std::string_view line = before.substr(before.rfind('\n') + 1);  // npos + 1 is 0
+    const auto beginsCharacter = [](char byte) {
+        return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U;  // in UTF-8
+    };
+    error.column =
+        1 + static_cast<std::size_t>(std::count_if(line.begin(), line.end(), beginsCharacter));
+    error.reason = fault.reason;
+    return error;
 }
 
 }  // namespace
@@ -315,6 +439,31 @@ Value Deserialize(const std::string& text)
     }
     Access::Reset(root);  // frees what was read so far
     return RulesReader(document).Read();
+}
+
+Value Deserialize(const std::string& text, ParseError& error)
+{
+    const std::string_view document = Trim(text);
+    Value root;
+    try {
+        if (PlainReader(document).Read(root)) {
+            error = {};
+            return root;
+        }
+    } catch (const std::out_of_range&) {
+        // The rules throw it once more, and note where.
+    }
+    Access::Reset(root);
+
+    RulesReader reader(document);
+    try {
+        root = reader.Read();
+    } catch (const std::out_of_range&) {
+        error = Locate(text, reader.FirstFault());
+        throw;
+    }
+    error = Locate(text, reader.FirstFault());
+    return root;
 }
 
 }  // namespace Tolvex::Json

@@ -3,6 +3,8 @@
 /// examples/LogLines.cpp.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -44,22 +46,40 @@ public:
     virtual void WriteHeader(LogType type);
 };
 
+/// When the lines of a log file reach the medium, so that a power cut does not lose them.
+enum class LogDurability
+{
+    None,         ///< when the file system writes them, which takes seconds
+    IgnitionOff,  ///< at Logger::RunIgnitionOff(); before that as None
+    Interval,     ///< a set time after they were written at the latest
+    EachLine,     ///< each line before the next one is written
+};
+
 /// Appends each line to a file, which is opened and closed for every line.
 ///
 /// Nothing is held in between: others may move, delete or truncate the file at any time, and the
 /// next line creates the file again or appends to it. A line is one append, so lines of several
 /// processes do not mix. If the disk is full, the line is lost. After a partial write the next line
 /// for the same file starts on a new line.
+/// @code
+/// FileLogPolicy policy;
+/// policy.SetOutput("/var/log/camera.log");
+/// policy.SetDurability(LogDurability::Interval, std::chrono::seconds(1));
+/// policy.SetSizeLimit(1000000, 3);  // camera.log, camera.log.1, camera.log.2, camera.log.3
+/// policy.Write("a line\n");
+/// @endcode
 /// @par Errors
-/// A file that cannot be opened or written loses the line. Nothing is reported.
+/// A file that cannot be opened or written loses the line. A line that cannot be brought to the
+/// medium is as safe as with LogDurability::None; the next one tries again. A file that cannot be
+/// renamed grows beyond its limit; the policy tries again every two seconds. Nothing is reported.
 /// @par Thread safety
-/// Caller serialises.
+/// Caller serialises. SetDurability() and SetSizeLimit() are thread-safe.
 class TOLVEX_EXPORT FileLogPolicy : public ILogPolicy
 {
-    struct TornEnd;
+    struct State;
 
 public:
-    /// Has no output yet.
+    /// Has no output yet. LogDurability::None, no size limit.
     FileLogPolicy();
     /// Closes nothing: the file is open only while a line is written.
     ~FileLogPolicy() override;
@@ -80,10 +100,46 @@ public:
     /// after a power cut, a newline is written before the line.
     void RepairEnd();
 
+    /// Chooses when the lines reach the medium. Applies to all files, from the next line on. Other
+    /// processes that log to the same file should choose the same.
+    ///
+    /// - LogDurability::EachLine: Write() returns when the line is on the medium, and with it all
+    ///   lines before.
+    /// - LogDurability::Interval: a thread of the policy syncs the file and ends. So Write() does
+    ///   not wait. If the thread cannot be created, Write() syncs. The time is that until the sync
+    ///   begins. Close() does not wait for it. A process that exits before the time has passed
+    ///   leaves the lines to the file system.
+    ///
+    /// The first line in a file also syncs the directory, so that the file itself is not lost.
+    /// @param mode      Until the next call.
+    /// @param interval  For LogDurability::Interval; with 0 or less it works as EachLine. A shorter
+    ///                  one applies to lines that wait already, within 100 ms.
+    void SetDurability(LogDurability mode, std::chrono::milliseconds interval = {});
+
+    /// Limits the size of the file. Applies from the next line on.
+    ///
+    /// A line that would make the file longer goes to a new one. Before that the file gets the name
+    /// with ".1" behind it, the one of that name ".2", and so on. The oldest one is removed. No
+    /// line is divided: one that is longer than the limit gets a file of its own.
+    ///
+    /// Several processes may share the file. All of them should set the same limit. They lock the
+    /// file (flock()) for each line, so that a file gets no lines after it was renamed. If another
+    /// process keeps the lock for 200 ms, the line is written without it. A process that is killed
+    /// at any moment loses no line of the others.
+    /// @param bytes      0 for no limit.
+    /// @param keptFiles  How many old files are kept; 0 removes the full file. Older ones that a
+    ///                   larger number has left are not removed.
+    /// @note An old name that belongs to a directory may keep the file from being renamed.
+    void SetSizeLimit(std::uint64_t bytes, unsigned keptFiles);
+
+    /// Syncs each line from now on until the next RepairEnd(), unless the mode is
+    /// LogDurability::None. Thread-safe.
+    void BeginIgnitionOff();
+
 private:
     std::string fileName;
-    bool outputSet = false;            ///< shared: Close() may come while a Write() hangs
-    std::shared_ptr<TornEnd> tornEnd;  ///< outlives a Write() that hangs
+    bool outputSet = false;        ///< shared: Close() may come while a Write() hangs
+    std::shared_ptr<State> state;  ///< what it points to outlives a Write() that hangs
 };
 
 /// Prints each line on standard output, in the colour of its type.

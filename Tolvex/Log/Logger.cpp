@@ -6,14 +6,9 @@
 
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/SharedValue.h"
+#include "Tolvex/Log/Private/LoggerState.h"
 
 namespace Tolvex::Ilog {
-
-namespace {
-
-constexpr std::chrono::milliseconds longestWaitForNotice(2100);
-
-}  // namespace
 
 Logger* Logger::instance = nullptr;
 
@@ -81,7 +76,8 @@ void Logger::RunIgnitionOff()
     // Required: no module tag in this line, and the console goes on.
     constexpr std::string_view notice = "All triggers have been stopped";
     const Base::NoCancellation scope;
-    const auto deadline = std::chrono::steady_clock::now() + longestWaitForNotice;
+    const auto deadline = std::chrono::steady_clock::now() + longestWait;
+    fileLogger->policy.BeginIgnitionOff();
     ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });
     ForEachEnabled([&](LoggerCore& core) {
         try {
@@ -90,7 +86,7 @@ void Logger::RunIgnitionOff()
             // Without the notice: the file has to be closed all the same.
         }
     });
-    fileLogger->Close();
+    fileLogger->core.Close(deadline);
 }
 
 }  // namespace Tolvex::Ilog

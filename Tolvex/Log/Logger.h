@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <concepts>
+#include <cstdint>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -66,6 +68,24 @@ public:
     /// Stops logging to standard output; see LoggerBase::Close(). Blocks as that does.
     void CloseConsole() { consoleLogger->Close(); }
 
+    /// Chooses when the lines of the file log reach the medium; see FileLogPolicy::SetDurability().
+    /// Holds for all files, and may be called at any time.
+    /// @param mode      LogDurability::None at the start of the process.
+    /// @param interval  For LogDurability::Interval.
+    void SetFileDurability(LogDurability mode, std::chrono::milliseconds interval = {})
+    {
+        fileLogger->policy.SetDurability(mode, interval);
+    }
+
+    /// Limits the size of the log file; see FileLogPolicy::SetSizeLimit(). Holds for all files, and
+    /// may be called at any time.
+    /// @param bytes      0 for no limit, as at the start of the process.
+    /// @param keptFiles  How many full files are kept, as ".1", ".2" and so on.
+    void SetFileSizeLimit(std::uint64_t bytes, unsigned keptFiles)
+    {
+        fileLogger->policy.SetSizeLimit(bytes, keptFiles);
+    }
+
     /// @return whether lines go to the file.
     bool IsFileEnabled() const { return fileLogger->IsEnabled(); }
 
@@ -123,9 +143,12 @@ public:
 
     /// Logs "All triggers have been stopped" as a notice, and stops logging to the file.
     ///
-    /// The notice is the last line of the file. The console goes on. Blocks up to 2.1 s until the
-    /// lines before have been written, and then as CloseFile(). When 2.1 s are not enough, the
-    /// notice is missing.
+    /// The notice is the last line of the file. The console goes on. Waits up to 2.1 s in all: for
+    /// the lines before, and for the writer. When that is not enough for the lines before, the
+    /// notice is missing. Also waits for another thread's EnableFile() or CloseFile().
+    ///
+    /// Unless the durability is LogDurability::None, the writer syncs the file before it ends: when
+    /// the call returns before the 2.1 s are over, all lines are on the medium.
     void RunIgnitionOff() override;
 
 private:

@@ -10,20 +10,17 @@
 #include <utility>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
-#include "Tolvex/Base/Private/PosixThread.h"
-#include "Tolvex/Log/Private/LineRegistry.h"
+#include "Tolvex/Log/Private/LoggerRegistry.h"
 #include "Tolvex/Log/Private/LoggerState.h"
+#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Util/EnumString.h"
 
 namespace Tolvex::Ilog {
 
 using Base::CallingThread;
-using Step = WriterLife::Step;
 using Clock = std::chrono::steady_clock;
 
 namespace {
-
-constexpr std::chrono::milliseconds longestWaitForPolicy(2100);
 
 /// One Enable() or Close() at a time; a second one on the same thread, out of the policy, does not
 /// enter. Disables cancellation while it exists.
@@ -52,37 +49,6 @@ private:
     const Base::NoCancellation scope;
     std::unique_lock<std::mutex> lock;
     std::atomic<Base::ThreadId>& controlling;
-};
-
-/// The calling thread's right to use the buffer and the policy. Whatever ends the scope early, an
-/// exception or a cancellation, gives the line up.
-class LineStep
-{
-public:
-    LineStep(LineLock& lineLock, bool lineTaken) : lock(lineLock), taken(lineTaken) {}
-    ~LineStep()
-    {
-        if (taken) {
-            lock.Release(CallingThread());
-        }
-    }
-    LineStep(const LineStep&) = delete;
-    LineStep& operator=(const LineStep&) = delete;
-
-    explicit operator bool() const { return taken; }
-
-    /// Ends the step as intended: the line stays open, or is complete.
-    /// @return false when the logger was closed meanwhile; the line is given up then.
-    bool End(LineLock::Phase phase)
-    {
-        const bool ended = lock.Advance(LineLock::Inserting, phase);
-        taken = !ended;
-        return ended;
-    }
-
-private:
-    LineLock& lock;
-    bool taken;
 };
 
 /// Makes the buffer empty, good and formatting as a new stream does. Keeps its memory.
@@ -126,74 +92,61 @@ bool Terminate(std::stringstream& buffer)
     return buffer.seekp(-1, std::ios_base::end).put('\n').good();
 }
 
-bool IsEndl(LogManipulator manipulator)
-{
-    return manipulator == static_cast<LogManipulator>(std::endl);
-}
-
-/// A writer of a logger. Made by the logger, then owned by the writer's thread.
-class Writer
+/// The calling thread's right to use the buffer and the policy. Whatever ends the scope early, an
+/// exception or a cancellation, gives the line up.
+class LineStep
 {
 public:
-    explicit Writer(std::shared_ptr<LoggerState> loggerState)
-        : state(std::move(loggerState)), number(state->writers.Announce())
+    /// Goes on with the line that the calling thread has open, if there is one.
+    explicit LineStep(LoggerState& loggerState)
+        : LineStep(loggerState, loggerState.lock.Advance(LineLock::Open, LineLock::Inserting))
     {
     }
-    /// Also when the thread could not be created or was cancelled.
-    ~Writer()
+    /// @param lineTaken  Whether the calling thread has just taken the line.
+    LineStep(LoggerState& loggerState, bool lineTaken) : state(loggerState), taken(lineTaken) {}
+    ~LineStep()
     {
-        if (running) {
-            state->lock.Release(CallingThread());
+        if (taken) {
+            state.lock.Release();
         }
-        state->writers.Gone(number);
     }
-    Writer(const Writer&) = delete;
-    Writer& operator=(const Writer&) = delete;
+    LineStep(const LineStep&) = delete;
+    LineStep& operator=(const LineStep&) = delete;
 
-    static void* Run(void* writer)
+    explicit operator bool() const { return taken; }
+
+    /// Ends the step. If the logger was closed meanwhile, the line is given up.
+    void LeaveOpen() { taken = !state.lock.Advance(LineLock::Inserting, LineLock::Open); }
+
+    /// Ends the step: hands the line over to the writer if it is complete, or leaves it open.
+    void End()
     {
-        const std::unique_ptr<Writer> self(static_cast<Writer*>(writer));
-        self->running = true;
-        self->state->writers.Begin(self->number);
-        while (self->WriteLines()) {
+        if (!EndsWithNewline(state.buffer)) {
+            LeaveOpen();
+            return;
         }
-        return nullptr;
+        taken = !state.lock.Advance(LineLock::Inserting, LineLock::Complete);
+        if (!taken) {
+            WakeWriter();
+        }
     }
 
 private:
-    /// Waits for a token and writes what is complete. @return false when the writer has to end.
-    bool WriteLines()
-    {
-        state->lineReady.Wait();
-        for (;;) {
-            const Step step = state->writers.Next(number);
-            if (step != Step::Write) {
-                return step == Step::Wait;
-            }
-            WriteLine();
-            if (state->lock.Release(CallingThread()) == LineLock::Abandoned) {
-                return false;
-            }
-        }
-    }
-
-    void WriteLine()
+    void WakeWriter()
     {
         try {
-            text.assign(state->buffer.view());
-            // From here on the logger may be destroyed: only the policy and the text are used.
-            state->lock.Advance(LineLock::Taken, LineLock::Writing);
-            state->calls.write(state->policy, text);
-        } catch (const std::exception&) {
-            // The line is lost; the next one is not.
+            state.lineReady.Notify();
+        } catch (const std::system_error&) {
+            // The writer was not woken. If it has not taken the line yet, the line is dropped.
+            taken = state.lock.Advance(LineLock::Complete, LineLock::Inserting);
+            if (taken) {
+                throw;
+            }
         }
-        ++state->written;
     }
 
-    std::shared_ptr<LoggerState> state;
-    std::uint32_t number;
-    bool running = false;  ///< on its own thread
-    std::string text;      ///< the line in hand; keeps its memory
+    LoggerState& state;
+    bool taken;
 };
 
 /// Begins the text of a line.
@@ -234,56 +187,19 @@ void Insert(std::stringstream& buffer, const LogArgument& argument)
         argument);
 }
 
-/// Hands the complete line over to the writer.
-void HandOver(LoggerState& state, LineStep& step)
-{
-    if (!step.End(LineLock::Complete)) {
-        return;
-    }
-    try {
-        state.lineReady.Notify();
-    } catch (const std::system_error&) {
-        // The writer was not woken. If it has not taken the line yet, the line is dropped.
-        if (state.lock.Advance(LineLock::Complete, LineLock::Inserting)) {
-            state.lock.Release(CallingThread());
-            throw;
-        }
-    }
-}
-
-/// Hands the line over if it is complete, or leaves it open.
-void EndStep(LoggerState& state, LineStep& step)
-{
-    if (EndsWithNewline(state.buffer)) {
-        HandOver(state, step);
-    } else {
-        step.End(LineLock::Open);
-    }
-}
-
 /// Uses the policy outside of a line. @return false when the line could not be had in time.
 template <typename Call>
-bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
+bool CallPolicy(LoggerState& state, std::chrono::milliseconds longest, const Call& call)
 {
-    if (state.lock.Owner() == CallingThread()) {
+    if (state.lock.Look().owner == CallingThread()) {
         call();
         return true;
     }
-    const LineStep step(state.lock,
-                        state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
+    const LineStep step(state, state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
     if (step) {
         call();
     }
     return static_cast<bool>(step);
-}
-
-/// Refuses lines, drops the one that is being composed, and tells the writer to end. Under Control.
-void StopWriter(LoggerState& state)
-{
-    state.lock.Refuse();
-    state.lock.Drop();
-    state.writers.TellToEnd();
-    state.lineReady.Notify();
 }
 
 /// In a forked child the buffer may have been in use by a thread that does not exist there.
@@ -297,8 +213,7 @@ void RenewStaleBuffer(LoggerState& state)
 }  // namespace
 
 LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy)
-    : state(std::make_shared<LoggerState>(buffer, lineReady, calls, policy, enabled, stopped)),
-      lineReady(0)
+    : state(std::make_shared<LoggerState>(calls, policy)), enabled(state->enabled)
 {
     RegisterLogger(*state);
 }
@@ -308,13 +223,18 @@ LoggerCore::~LoggerCore()
     try {
         Close();
     } catch (const std::exception&) {
-        // A lock could not be taken. The writer has to end all the same, because it uses this
-        // object.
-        StopWriter(*state);
+        // A lock could not be taken. The writer has to end all the same, because it uses the
+        // policy.
+        Writer(*state).Stop();
     }
     UnregisterLogger(*state);
-    state->writers.Detach();
+    Writer(*state).AwaitEndOrHang();
     RenewStaleBuffer(*state);
+}
+
+void LoggerCore::SetThreadName(const std::string& name)
+{
+    state->threadName = name;
 }
 
 std::locale LoggerCore::Locale() const
@@ -329,7 +249,7 @@ bool LoggerCore::Enable(const std::string* output)
         return false;
     }
     const auto openOutput = [&] {
-        return output == nullptr || CallPolicy(*state, longestWaitForPolicy, [&] {
+        return output == nullptr || CallPolicy(*state, longestWait, [&] {
                    state->calls.openOutput(state->policy, *output);
                });
     };
@@ -338,37 +258,28 @@ bool LoggerCore::Enable(const std::string* output)
     }
 
     RenewStaleBuffer(*state);
-    StopWriter(*state);  // A notice that is the last line leaves its writer to Close().
-    state->writers.AwaitOldWriter();
-    while (lineReady.TryWait()) {
-        // Tokens that the writer before has not taken.
-    }
-    std::unique_ptr<Writer> writer(new (std::nothrow) Writer(state));
-    if (writer == nullptr ||
-        Base::StartDetachedThread(writerHandle, threadName.c_str(), Writer::Run, writer.get(),
-                                  Base::SignalHandlers::Blocked) != 0) {
+    Writer(*state).Stop();  // Again: a Close() before may have failed to wake the writer.
+    if (!Writer(*state).Start()) {
         return false;
     }
-    static_cast<void>(writer.release());  // owned by its thread
     bool opened = false;
     try {
         opened = openOutput();
     } catch (...) {
-        StopWriter(*state);
+        Writer(*state).Stop();
         throw;
     }
     if (!opened) {
-        StopWriter(*state);
-        state->writers.AwaitStopped();
+        Writer(*state).Stop();
+        Writer(*state).AwaitStopped();
         return false;
     }
-    return state->writers.Admit();
+    return Writer(*state).Admit();
 }
 
 bool LoggerCore::ChangeOutput(const std::string& name)
 {
-    return CallPolicy(*state, longestWaitForPolicy,
-                      [&] { state->calls.setOutput(state->policy, name); });
+    return CallPolicy(*state, longestWait, [&] { state->calls.setOutput(state->policy, name); });
 }
 
 void LoggerCore::WriteHeader(LogType type)
@@ -378,56 +289,56 @@ void LoggerCore::WriteHeader(LogType type)
     }
     EndOpenLine();
     WatchCallingThread();
-    LineStep step(state->lock, state->lock.Take(LineLock::Entry::Line));
+    LineStep step(*state, state->lock.Take(LineLock::Entry::Line));
     if (step) {
         Begin(*state, type);
         // Held on return. Released by the writer, once it has written the line.
-        step.End(LineLock::Open);
+        step.LeaveOpen();
     }
 }
 
 void LoggerCore::Append(const LogArgument& argument)
 {
-    LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
+    LineStep step(*state);
     if (!step) {
         return;
     }
     const LogManipulator* const manipulator = std::get_if<LogManipulator>(&argument);
     if (manipulator == nullptr) {
-        Insert(buffer, argument);
-        step.End(LineLock::Open);
+        Insert(state->buffer, argument);
+        step.LeaveOpen();
         return;
     }
 
-    if (IsEndl(*manipulator)) {
-        if (!Terminate(buffer)) {
+    if (*manipulator == static_cast<LogManipulator>(std::endl)) {
+        if (!Terminate(state->buffer)) {
             return;  // drops the line
         }
     } else if (*manipulator != nullptr) {
-        (*manipulator)(buffer);
+        (*manipulator)(state->buffer);
     }
-    EndStep(*state, step);
+    step.End();
 }
 
 void LoggerCore::CheckEndOfStream()
 {
-    LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
+    LineStep step(*state);
     if (step) {
-        EndStep(*state, step);
+        step.End();
     }
 }
 
 void LoggerCore::EndOpenLine()
 {
-    LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
-    if (step && (EndsWithNewline(buffer) || Terminate(buffer))) {
-        HandOver(*state, step);
+    LineStep step(*state);
+    if (step && (EndsWithNewline(state->buffer) || Terminate(state->buffer))) {
+        step.End();
     }
 }
 
 void LoggerCore::DropLine()
 {
-    const LineStep step(state->lock, state->lock.Advance(LineLock::Open, LineLock::Inserting));
+    const LineStep step(*state);
 }
 
 void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point deadline)
@@ -442,7 +353,7 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
     if (last && !control.emplace(*state)) {
         return;  // The policy calls this from its own Close() or SetOutput().
     }
-    LineStep step(state->lock, state->lock.Take(LineLock::Entry::Line, deadline));
+    LineStep step(*state, state->lock.Take(LineLock::Entry::Line, deadline));
     if (!step) {
         return;
     }
@@ -450,22 +361,21 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
         state->lock.Refuse();
     }
     Begin(*state, LogType::Notice);
-    buffer << text;
-    if (Terminate(buffer)) {
-        HandOver(*state, step);
+    state->buffer << text;
+    if (Terminate(state->buffer)) {
+        step.End();
     }
 }
 
-void LoggerCore::Close()
+void LoggerCore::Close(Clock::time_point deadline)
 {
     const Control control(*state);
     if (!control) {
         return;  // The policy calls this from its own Close() or SetOutput().
     }
-    StopWriter(*state);
+    Writer(*state).Stop();
     // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
-    const Clock::duration longest =
-        state->writers.AwaitStopped() ? Clock::duration(longestWaitForPolicy) : Clock::duration(0);
+    const auto longest = Writer(*state).AwaitStopped(deadline) ? longestWait : longestWait.zero();
     const auto close = [this] { state->calls.close(state->policy); };
     if (!CallPolicy(*state, longest, close)) {
         close();

@@ -7,14 +7,11 @@
 #include <locale>
 #include <memory>
 #include <ostream>
-#include <pthread.h>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <variant>
 
 #include "Tolvex/Base/SharedValue.h"
-#include "Tolvex/Interfaces/ISemaphore.h"
 #include "Tolvex/Log/LogType.h"
 #include "Tolvex/Log/PolicyCalls.h"
 #include "Tolvex/Types/Export.h"
@@ -51,7 +48,7 @@ public:
     LoggerCore& operator=(const LoggerCore&) = delete;
 
     /// As LoggerBase::SetTheadName().
-    void SetThreadName(const std::string& name) { threadName = name; }
+    void SetThreadName(const std::string& name);
     /// @return whether lines are accepted.
     bool IsEnabled() const { return Base::LoadShared(enabled); }
 
@@ -86,16 +83,13 @@ public:
     void WriteNotice(std::string_view text, bool last,
                      std::chrono::steady_clock::time_point deadline);
     /// As LoggerBase::Close().
-    void Close();
+    /// @param deadline  When to stop waiting for the writer, if that is before the 2.1 s.
+    void Close(std::chrono::steady_clock::time_point deadline =
+                   std::chrono::steady_clock::time_point::max());
 
 private:
-    std::stringstream buffer;            ///< the line; belongs to the thread that has the lock
-    std::shared_ptr<LoggerState> state;  ///< the line lock and more; shared with the writers
-    Interfaces::ISemaphore lineReady;    ///< one token per complete line, and one per Close()
-    std::string threadName;
-    pthread_t writerHandle = 0;  ///< of the writer that was started last
-    bool enabled = false;        ///< shared: lines are accepted
-    bool stopped = true;         ///< shared: there is no writer
+    std::shared_ptr<LoggerState> state;  ///< shared with the writers
+    const bool& enabled;                 ///< shared: lines are accepted; in the state
 };
 
 }  // namespace Tolvex::Ilog

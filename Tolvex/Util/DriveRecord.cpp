@@ -10,6 +10,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Tolvex/Base/Private/Descriptor.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Exception/IException.h"
 
@@ -26,24 +27,6 @@ constexpr std::array<std::pair<DriveEnd, std::string_view>, 3> ends = {
      {DriveEnd::Stopped, "stopped\n"},
      {DriveEnd::IgnitionOff, "ignition off\n"}}};
 constexpr std::size_t mostBytes = 65536;
-
-/// Closes it at the end of the scope.
-class Descriptor
-{
-public:
-    explicit Descriptor(int opened) : number(opened) {}
-    ~Descriptor()
-    {
-        if (number >= 0) {
-            close(number);
-        }
-    }
-
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    const int number;
-};
 
 [[noreturn]] void Fail(const std::string& step, int reason)
 {
@@ -132,16 +115,9 @@ std::string Compose(const DriveRecord& record)
 }
 
 /// @return the error number, or 0.
-int WriteToMedium(int descriptor, std::string_view text)
+int WriteToMedium(const Base::Descriptor& file, std::string_view text)
 {
-    while (!text.empty()) {
-        const ssize_t written = write(descriptor, text.data(), text.size());
-        if (written < 0 && errno != EINTR) {
-            return errno;
-        }
-        text.remove_prefix(static_cast<std::size_t>(written < 0 ? 0 : written));
-    }
-    return fdatasync(descriptor) == 0 ? 0 : errno;
+    return Base::WriteAll(file, text) == text.size() && Base::SyncData(file) ? 0 : errno;
 }
 
 }  // namespace
@@ -149,14 +125,14 @@ int WriteToMedium(int descriptor, std::string_view text)
 DriveRecord ReadDriveRecord(const std::string& path)
 {
     const Base::NoCancellation scope;
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (file.number < 0) {
+    const Base::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.IsOpen()) {
         return {errno == ENOENT ? DriveEnd::None : DriveEnd::Unreadable, {}};
     }
     std::string text(mostBytes + 1, '\0');
     std::size_t length = 0;
     for (;;) {
-        const ssize_t part = read(file.number, text.data() + length, text.size() - length);
+        const ssize_t part = read(file.Get(), text.data() + length, text.size() - length);
         if (part < 0 && errno == EINTR) {
             continue;
         }
@@ -176,18 +152,16 @@ void WriteDriveRecord(const std::string& path, const DriveRecord& record)
 {
     const std::string text = Compose(record);
     const std::string temporary = path + ".new";
-    const std::size_t slash = path.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
 
     const Base::NoCancellation scope;
     int error = 0;
     {
-        const Descriptor file(
+        const Base::Descriptor file(
             open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-        if (file.number < 0) {
+        if (!file.IsOpen()) {
             Fail("open: ", errno);
         }
-        error = WriteToMedium(file.number, text);
+        error = WriteToMedium(file, text);
     }
     if (error == 0 && std::rename(temporary.c_str(), path.c_str()) != 0) {
         error = errno;
@@ -197,8 +171,7 @@ void WriteDriveRecord(const std::string& path, const DriveRecord& record)
         Fail("write: ", error);
     }
 
-    const Descriptor holder(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (holder.number < 0 || fsync(holder.number) != 0) {
+    if (!Base::SyncDirectoryOf(path)) {
         Fail("directory: ", errno);
     }
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "Tolvex/Base/Private/BlockedSignals.h"
+#include "Tolvex/Base/Private/Descriptor.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
 
 namespace Tolvex::Util {
@@ -17,32 +18,11 @@ constexpr char thermalZone[] = "/sys/devices/virtual/thermal/thermal_zone0/temp"
 constexpr int refreshMilliseconds = 60000;
 constexpr int refreshStackBytes = 16384;
 
-/// Closes the descriptor at the end of its scope.
-class Descriptor
-{
-public:
-    explicit Descriptor(int descriptor) : number(descriptor) {}
-    ~Descriptor()
-    {
-        if (number >= 0) {
-            close(number);
-        }
-    }
-
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int Get() const { return number; }
-
-private:
-    int number;
-};
-
 /// Reads two characters and adds a terminator. @return true if there was at least one character.
 bool ReadFirstCharacters(char (&text)[3])
 {
-    const Descriptor zone(open(thermalZone, O_RDONLY | O_CLOEXEC));
-    if (zone.Get() < 0) {
+    const Base::Descriptor zone(open(thermalZone, O_RDONLY | O_CLOEXEC));
+    if (!zone.IsOpen()) {
         return false;
     }
 

@@ -14,6 +14,8 @@ namespace Tolvex::Util {
 /// Makes a new random identifier, which differs from all others, also from those of other
 /// processes.
 ///
+/// Right after boot the call blocks until the kernel has gathered randomness. On a device without a
+/// hardware source of randomness that can take minutes, unless the boot loader passes a seed.
 /// @return a UUID of version 4 as text: 36 characters, 8-4-4-4-12 lower-case hexadecimal digits.
 /// @par Thread safety
 /// Thread-safe, and safe across fork().

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include "Tolvex/Json/Json.h"
+#include "Tolvex/Json/ParseError.h"
+#include "Tolvex/Json/Standard.h"
 
 #include "tests/Support/CountingNew.h"
 
@@ -54,6 +56,11 @@ TEST(AllocationTest, ReadingFailsCleanlyAtEveryAllocation)
     ASSERT_EQ(whole["broken"].GetType(), NullVal);
 
     EXPECT_GT(FailEverywhere([&] { (void)Deserialize(text); }), 15U);
+    EXPECT_GT(FailEverywhere([&] {
+                  ParseError error;
+                  (void)Deserialize(text, error);
+              }),
+              15U);
 }
 
 TEST(AllocationTest, CopyingFailsCleanlyAtEveryAllocation)
@@ -88,6 +95,7 @@ TEST(AllocationTest, WritingAndComparingFailCleanlyAtEveryAllocation)
     const Value same(value);
 
     EXPECT_GT(FailEverywhere([&] { (void)Serialize(value); }), 0U);
+    EXPECT_GT(FailEverywhere([&] { (void)SerializeStandard(value); }), 5U);
     EXPECT_GT(FailEverywhere([&] { (void)(value == same); }), 0U);
 }
 

@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include "Tolvex/Json/Json.h"
+#include "Tolvex/Json/ParseError.h"
+#include "Tolvex/Json/Standard.h"
 
 namespace {
 
@@ -39,18 +41,24 @@ TEST(ConcurrencyTest, TextsAreReadAtTheSameTime)
     const std::string shared = text;
     const Value expected = Deserialize(shared);
 
-    RunOnThreads([&] { EXPECT_TRUE(Deserialize(shared) == expected); });
+    RunOnThreads([&] {
+        ParseError error;
+        EXPECT_TRUE(Deserialize(shared) == expected);
+        EXPECT_TRUE(Deserialize(shared, error) == expected);
+    });
 }
 
 TEST(ConcurrencyTest, ValueThatNobodyChangesIsWrittenComparedAndCopiedAtTheSameTime)
 {
     const Value shared = Deserialize(text);
     const std::string written = Serialize(shared);
+    const std::string standard = SerializeStandard(shared);
 
     RunOnThreads([&] {
         const Value copy(shared);
         EXPECT_TRUE(copy == shared);
         EXPECT_EQ(Serialize(shared), written);
+        EXPECT_EQ(SerializeStandard(shared), standard);
         EXPECT_EQ(shared["a"][1].ToDouble(), 2.5);
         EXPECT_TRUE(shared.AsObject().HasKey("s"));
     });

@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include "Tolvex/Json/Json.h"
+#include "Tolvex/Json/ParseError.h"
+#include "Tolvex/Json/Standard.h"
 
 #include "tests/Support/Pace.h"
 
@@ -54,6 +56,7 @@ void Exercise(const std::string& text)
     Value copy(value);
     EXPECT_TRUE(copy == value);
     EXPECT_TRUE(Serialize(copy) == text);
+    EXPECT_TRUE(SerializeStandard(copy) == text);
 
     Value moved(std::move(copy));
     Value assigned;
@@ -88,6 +91,20 @@ TEST(DepthTest, DeepMalformedTextIsRefusedWithoutStack)
         EXPECT_EQ(Deserialize(Repeat("[", levels) + "}" + Repeat("]", levels)).GetType(), NullVal);
         EXPECT_EQ(Deserialize(Repeat("[", levels) + ".5" + Repeat("]", levels)).GetType(),
                   ArrayVal);
+    });
+}
+
+TEST(DepthTest, FaultsOfDeepTextAreLocatedWithoutStack)
+{
+    RunOnSmallStack([] {
+        ParseError error;
+        EXPECT_THROW((void)Deserialize(Repeat("[", levels) + "]", error), std::out_of_range);
+        EXPECT_EQ(error.offset, 1U);
+        EXPECT_EQ(Deserialize(Repeat("[", levels) + ".5" + Repeat("]", levels), error).GetType(),
+                  ArrayVal);
+        EXPECT_EQ(error.offset, levels);
+        EXPECT_EQ(Deserialize(Repeat("{\"a\":", levels), error).GetType(), NullVal);
+        EXPECT_EQ(error.offset, 5 * levels);
     });
 }
 

@@ -13,6 +13,8 @@
 #include <typeinfo>
 #include <utility>
 
+#include "Tolvex/Json/ParseError.h"
+
 namespace Tolvex::Json::Judge {
 namespace {
 
@@ -111,6 +113,7 @@ struct LibraryReading
 {
     std::optional<Value> value;
     std::string exception;
+    ParseError error;  ///< stays empty if none was asked for
 };
 
 LibraryReading ReadValue(const std::string& text)
@@ -118,6 +121,27 @@ LibraryReading ReadValue(const std::string& text)
     LibraryReading reading;
     reading.exception = NameOfExceptionFrom([&] { reading.value = Json::Deserialize(text); });
     return reading;
+}
+
+LibraryReading ReadValueAndError(const std::string& text)
+{
+    LibraryReading reading;
+    reading.exception =
+        NameOfExceptionFrom([&] { reading.value = Json::Deserialize(text, reading.error); });
+    return reading;
+}
+
+/// Whether line and column are those of the offset.
+bool IsPlaceIn(const std::string& text, const ParseError& error)
+{
+    std::size_t line = 1;
+    std::size_t column = 1;
+    for (std::size_t at = 0; at < std::min(error.offset, text.size()); ++at) {
+        const bool continues = (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U;
+        column = text[at] == '\n' ? 1 : (continues ? column : column + 1);
+        line = text[at] == '\n' ? line + 1 : line;
+    }
+    return error.offset <= text.size() && error.line == line && error.column == column;
 }
 
 bool SameOutcome(const LibraryReading& actual, const Outcome& expected)
@@ -143,6 +167,15 @@ std::string ComplaintAboutReading(const std::string& text, std::optional<Value>&
     Outcome expected = ReadByReference(text);
     if (!SameOutcome(actual, expected)) {
         return Complain("reading", text, Describe(ReadByLibrary(text)), Describe(expected));
+    }
+    const LibraryReading explained = ReadValueAndError(text);
+    if (!SameOutcome(explained, expected)) {
+        return "reading with an error differs " + Quoted(text);
+    }
+    if (explained.error.reason.empty() == expected.malformed ||
+        (expected.malformed && !IsPlaceIn(text, explained.error))) {
+        return "error of " + Quoted(text) + ": " + std::to_string(explained.error.offset) + " " +
+               explained.error.reason;
     }
     value = std::move(actual.value);
     tree = std::move(expected.tree);
@@ -259,7 +292,9 @@ void DropPairs(std::string& text)
 Outcome ReadByReference(const std::string& text)
 {
     Outcome outcome;
-    outcome.exception = NameOfExceptionFrom([&] { outcome.tree = Reference::Deserialize(text); });
+    outcome.malformed = true;
+    outcome.exception = NameOfExceptionFrom(
+        [&] { outcome.tree = Reference::Deserialize(text, &outcome.malformed); });
     return outcome;
 }
 

@@ -14,7 +14,8 @@ namespace Tolvex::Json::Judge {
 struct Outcome
 {
     Reference::Node tree;
-    std::string exception;  ///< name of the exception's type; empty when there was none
+    std::string exception;   ///< name of the exception's type; empty when there was none
+    bool malformed = false;  ///< of the reference: a container is malformed, or an exception left
 };
 
 /// Reads the text as the rules say. At most some thousand levels deep.

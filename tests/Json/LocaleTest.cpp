@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "Tolvex/Json/Json.h"
+#include "Tolvex/Json/Standard.h"
 
 namespace {
 
@@ -46,6 +47,8 @@ TEST_F(LocaleTest, NumbersAreReadAndWrittenWithAPoint)
 
     EXPECT_EQ(SerializeValue(Value(1.5)), "1.500000");
     EXPECT_EQ(SerializeValue(Value(1e300)).find(','), std::string::npos);
+    EXPECT_EQ(SerializeStandard(1.5), "1.5");
+    EXPECT_EQ(SerializeStandard(Value::FromFloat(-1e-7F)), "-1e-07");
     EXPECT_EQ(Serialize(Deserialize("[2.5,1e-5,0x1.8p3,1.00000000000000000000000001]")),
               "[2.500000,0.000010,12.000000,1.000000]");
     EXPECT_EQ(Deserialize(R"({"a":1 .5})")["a"].ToDouble(), 1.5);

@@ -17,7 +17,11 @@ enum StackDepthType : std::int32_t
     InArray
 };
 
-using DepthStack = std::stack<StackDepthType>;
+/// The open containers. What all steps share also notes whether a container was malformed.
+struct DepthStack : std::stack<StackDepthType>
+{
+    bool sawMalformed = false;
+};
 
 Node DeserializeInternal(const std::string& text, DepthStack& stack);
 Node DeserializeValue(std::string& s, bool* hadError, DepthStack& stack);
@@ -248,11 +252,17 @@ Node ReadString(std::string& s, bool* hadError)
     return node;
 }
 
+Node Malformed(DepthStack& stack)
+{
+    stack.sawMalformed = true;
+    return Node();
+}
+
 Node DeserializeObj(const std::string& t, DepthStack& stack)
 {
     std::string o = Trim(t);
     if (o.empty() || (o.front() != '{' && o.back() != '}')) {
-        return Node();
+        return Malformed(stack);
     }
     o = o.substr(1, o.size() - 2);
 
@@ -260,25 +270,25 @@ Node DeserializeObj(const std::string& t, DepthStack& stack)
     while (!o.empty()) {
         const std::size_t q1 = GetQuotePos(o, 0);
         if (q1 == std::string::npos) {
-            return Node();
+            return Malformed(stack);
         }
         const std::size_t q2 = GetQuotePos(o, q1 + 1);
         if (q2 == std::string::npos) {
-            return Node();
+            return Malformed(stack);
         }
         const std::size_t colon = o.find(':', q2);
         if (colon == std::string::npos) {
-            return Node();
+            return Malformed(stack);
         }
         const std::string key = o.substr(q1 + 1, q2 - q1 - 1);
         if (key.empty()) {
-            return Node();
+            return Malformed(stack);
         }
         o = o.substr(colon + 1);
         bool hadError = false;
         result.members[key] = DeserializeValue(o, &hadError, stack);
         if (hadError) {
-            return Node();
+            return Malformed(stack);
         }
     }
     return result;
@@ -311,7 +321,7 @@ Node DeserializeArray(std::string& s, DepthStack& stack)
 {
     s = Trim(s);
     if (s.empty() || s.front() != '[' || s.back() != ']') {
-        return Node();
+        return Malformed(stack);
     }
     s = s.substr(1, s.size() - 2);
 
@@ -326,7 +336,7 @@ Node DeserializeArray(std::string& s, DepthStack& stack)
             element = DeserializeValue(s, &hadError, stack);
         }
         if (hadError) {
-            return Node();
+            return Malformed(stack);
         }
         if (element.kind != Kind::Null) {
             result.elements.push_back(element);
@@ -402,7 +412,7 @@ Node DeserializeInternal(const std::string& text, DepthStack& stack)
         PopOwnEntry(result, InArray, stack);
         return result;
     }
-    return Node();
+    return Malformed(stack);
 }
 
 std::string PrintedInt(std::int32_t number)
@@ -491,10 +501,12 @@ Node EmptyArray()
     return node;
 }
 
-Node Deserialize(const std::string& text)
+Node Deserialize(const std::string& text, bool* sawMalformed)
 {
     DepthStack stack;
-    return DeserializeInternal(text, stack);
+    Node node = DeserializeInternal(text, stack);
+    *sawMalformed = stack.sawMalformed;
+    return node;
 }
 
 std::string Serialize(const Node& node)

@@ -46,8 +46,9 @@ Node FromBool(bool truth);
 Node EmptyObject();
 Node EmptyArray();
 
+/// @param sawMalformed  Set to whether the document or a container in it was malformed.
 /// @throws std::out_of_range for an unterminated nested container and for a cut `\u` escape.
-Node Deserialize(const std::string& text);
+Node Deserialize(const std::string& text, bool* sawMalformed);
 
 std::string Serialize(const Node& node);
 std::string SerializeValue(const Node& node);

@@ -92,9 +92,9 @@ finds fault-3 -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DFAULT_3
 finds fault-4 -DCOMPOSERS=2 -DLINES=2 -DCLOSE -DPATIENT -DFAULT_4
 # A writer that is left behind sets stopped.
 finds fault-5 -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN -DFAULT_5
-# The thread that writes the last notice tells the writer to end, without control.
-finds fault-6 -DCOMPOSERS=0 -DIGNITION -DENABLE -DTHROW -DFAULT_6
-# A forked child keeps the mutex of WriterLife.
+# Lines are admitted although the new writer was cancelled.
+finds fault-6 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DCANCEL -DFAULT_6
+# A forked child keeps the mutex of Writer.
 finds fault-7 -DCOMPOSERS=0 -DENABLE -DFORK -DFAULT_7
 # A waiting thread reads refusing after its try to take the line.
 finds fault-8 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_8

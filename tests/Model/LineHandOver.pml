@@ -4,7 +4,7 @@
  * Spin tries every order in which the steps of the threads can follow each other, and reports an
  * order that violates an assert(). README.md says how to read and change this file.
  *
- * The names are those of Tolvex/Log/LoggerCore and of LineLock, LineQueue and WriterLife in
+ * The names are those of Tolvex/Log/LoggerCore and of LineLock, LineQueue and Writer in
  * Tolvex/Log/Private.
  */
 
@@ -35,7 +35,7 @@
 
 /* ---- LineLock. The parts of `word` change together: each d_step is one atomic operation. ---- */
 
-mtype = { Free, Open, Inserting, Dropped, Complete, Taken, Writing, Abandoned };
+mtype = { Free, Open, Inserting, Dropped, Complete, Taken, Writing };
 
 mtype phase = Free;
 byte owner = 0;
@@ -44,19 +44,18 @@ bool waiting = false;
 bool reserved = false;
 
 byte mutex = 0; /* the thread that holds LineLock::mutex */
-bool wakePending = false;
-chan queue = [COMPOSERS + 3] of { byte }; /* LineQueue: the threads that sleep in Take() */
-byte woken[threads];                      /* LineQueue::Place::woken */
+chan queue = [COMPOSERS + 3] of { byte }; /* LineQueue: the threads that wait in Take() */
+bool woken[threads];                      /* LineQueue::Place::woken */
+byte semaphore[threads];                  /* LineQueue::Place::semaphore */
 
-/* ---- WriterLife ---- */
+/* ---- Writer; the flags are LoggerState::enabled (for Spin a reserved word) and stopped ---- */
 
 bool enabledFlag = false;
 bool stoppedFlag = true;
 byte current = 0;
 byte toldToEnd = 0;
 byte currentThread = 0;
-byte lifeMutex = 0; /* the thread that holds WriterLife::mutex */
-bool loggerGone = false;
+byte writerMutex = 0; /* the thread that holds Writer::mutex */
 
 /* ---- LoggerCore ---- */
 
@@ -75,6 +74,7 @@ byte running = 0;            /* number of the current writer while its thread ru
 bool inChild = false;
 byte forkingProcess = 0;
 byte firstProcessInChild = 255;
+bool loggerGone = false;     /* the logger is destroyed, and its policy with it */
 
 /*
  * ---- Mutexes ----
@@ -95,9 +95,15 @@ inline Unlock(aMutex)
 
 /* ---- LineLock: taking the line ---- */
 
+/* Leaves `other` at 0. */
 inline UpdateWaiting()
 {
-    d_step { waiting = (len(queue) > 0 && !wakePending) }
+    d_step {
+        if
+        :: len(queue) > 0 -> queue?<other>; waiting = !woken[other]; other = 0
+        :: else -> waiting = false
+        fi
+    }
 }
 
 inline WakeFirst()
@@ -105,13 +111,18 @@ inline WakeFirst()
     atomic {
         Lock(mutex);
         if
-        :: len(queue) > 0 -> queue?next; wakePending = true; UpdateWaiting()
+        :: len(queue) > 0 ->
+           queue?<next>;
+           if
+           :: woken[next] -> next = 0
+           :: else -> woken[next] = true; UpdateWaiting()
+           fi
         :: else
         fi;
         Unlock(mutex)
     }
     if
-    :: next != 0 -> atomic { woken[next]++; next = 0 }
+    :: next != 0 -> atomic { semaphore[next]++; next = 0 } /* Signal() */
     :: else
     fi
 }
@@ -167,43 +178,31 @@ inline Take(isPolicy, mayGiveUp)
           :: else -> Unlock(mutex)
           fi;
           if /* Sleep() */
-          :: atomic { woken[me] > 0 -> woken[me]-- }
+          :: atomic { semaphore[me] > 0 -> semaphore[me]-- }
              Lock(mutex)
           :: mayGiveUp ->
              Lock(mutex);
              if
-             :: queue??[eval(me)] -> break
-             :: else -> atomic { woken[me] > 0 -> woken[me]-- }
+             :: !woken[me] -> break
+             :: else -> atomic { semaphore[me] > 0 -> semaphore[me]-- }
              fi
           fi;
-          atomic {
-              reserved = true;
-              Unlock(mutex)
-          }
-          atomic {
-              Lock(mutex);
-              wakePending = false;
-              next = len(queue); /* Prepend() */
-              queue!me;
-              do
-              :: next > 0 -> queue?other; queue!other; next--
-              :: else -> break
-              od;
-              other = 0;
+          woken[me] = false;
+          if
+          :: queue?[eval(me)] -> atomic { claimed = true; reserved = true }
+          :: else
+          fi;
 #ifndef FAULT_1
-              UpdateWaiting()
+          UpdateWaiting()
 #endif
-          }
        od;
-       if
-       :: !taken && queue?[eval(me)] -> reserved = false
-       :: else
-       fi;
        atomic {
            if
-           :: queue??[eval(me)] -> queue??eval(me) /* Remove() */
+           :: claimed -> reserved = false; claimed = false
            :: else
            fi;
+           queue??eval(me); /* Remove() */
+           assert(!woken[me] && semaphore[me] == 0); /* no thread signals a place that is gone */
            UpdateWaiting();
            Unlock(mutex)
        }
@@ -231,14 +230,12 @@ inline Advance(from, to)
     }
 }
 
-/* `before` receives the phase; `_` is a variable that keeps nothing. */
-inline Release(before)
+inline Release()
 {
     d_step {
         wake = false;
-        before = Free;
         if
-        :: owner == me -> before = phase; wake = waiting; phase = Free; owner = 0; notice = false
+        :: owner == me -> wake = waiting; phase = Free; owner = 0; notice = false
         :: else
         fi
     }
@@ -248,25 +245,21 @@ inline Release(before)
     fi
 }
 
-inline RefuseInLock()
+inline Refuse()
 {
     refusing = true;
-    do
-    :: true ->
-       atomic {
-           Lock(mutex);
-           if
-           :: len(queue) > 0 -> queue?next
-           :: else
-           fi;
-           UpdateWaiting();
-           Unlock(mutex)
-       }
-       if
-       :: next == 0 -> break
-       :: else -> atomic { woken[next]++; next = 0 }
-       fi
-    od
+    atomic {
+        Lock(mutex);
+        for (next : 0 .. threads - 1) { /* WakeAll() */
+            if
+            :: queue??[eval(next)] && !woken[next] -> woken[next] = true; semaphore[next]++
+            :: else
+            fi
+        }
+        next = 0;
+        UpdateWaiting();
+        Unlock(mutex)
+    }
 }
 
 inline Drop()
@@ -285,49 +278,89 @@ inline Drop()
     fi
 }
 
-/* ---- WriterLife ---- */
+/* ---- Writer ---- */
 
-inline AwaitOldWriter()
+/* The flag first, then the word, then currentThread. */
+inline AwaitEndOrHang()
 {
-    do /* The phase and the owner are read one after the other. */
-    :: stoppedFlag -> break
-    :: phase == Writing ->
+    do
+    :: true ->
+       moved = stoppedFlag;
+       d_step { seen = phase; other = owner }
        if
-       :: owner == currentThread -> break
-       :: else -> (stoppedFlag || phase != Writing || owner == currentThread)
-       fi
-    od
+       :: seen != Taken && (moved || (seen == Writing && other == currentThread)) -> break
+       :: else
+       fi;
+       (phase != Taken && (stoppedFlag || (phase == Writing && owner == currentThread)))
+    od;
+    atomic { moved = false; seen = Free; other = 0 }
 }
 
 inline Announce()
 {
-    Lock(lifeMutex);
+    Lock(writerMutex);
     stoppedFlag = false;
     atomic { currentThread = 0; current++; number = current; assert(firstWriter + number < threads) }
-    Unlock(lifeMutex)
+    Unlock(writerMutex)
 }
 
 inline Admit()
 {
-    Lock(lifeMutex);
+    Lock(writerMutex);
     if
+#ifdef FAULT_6
+    :: true ->
+#else
     :: !stoppedFlag ->
+#endif
        atomic { refusing = false; noticeTaken = false }
        enabledFlag = true
     :: else
     fi;
-    Unlock(lifeMutex)
-}
-
-inline Refuse()
-{
-    enabledFlag = false;
-    RefuseInLock()
+    Unlock(writerMutex)
 }
 
 inline TellToEnd()
 {
+    Refuse();
+#ifdef FAULT_2
+    toldToEnd = current;
+    Drop();
+    enabledFlag = false
+#else
+    Drop();
+    enabledFlag = false;
     toldToEnd = current
+#endif
+}
+
+/* The end of a writer, or of one whose thread could not be created. */
+inline End(mine)
+{
+    Lock(writerMutex);
+    if
+#ifdef FAULT_5
+    :: true ->
+#else
+    :: mine == current ->
+#endif
+       TellToEnd();
+       atomic {
+           Advance(Complete, Taken); /* lost: no thread is left that could write it */
+#if defined(CANCEL) || defined(NO_THREAD)
+           endedLine = (endedLine && !moved)
+#else
+           assert(!moved)
+#endif
+       }
+       if
+       :: moved -> Release()
+       :: else
+       fi;
+       stoppedFlag = true
+    :: else
+    fi;
+    Unlock(writerMutex)
 }
 
 /* ---- LoggerCore ---- */
@@ -351,7 +384,7 @@ inline LeaveBuffer()
 inline LeaveStep()
 {
     LeaveBuffer();
-    Release(_)
+    Release()
 }
 
 /* Leaves `moved` at whether the line was handed over. */
@@ -383,16 +416,9 @@ inline AwaitStopped()
 }
 
 /* Called by Close() and Enable(). */
-inline StopWriter()
+inline Stop()
 {
-    Refuse();
-#ifdef FAULT_2
     TellToEnd();
-    Drop();
-#else
-    Drop();
-    TellToEnd();
-#endif
     Notify()
 }
 
@@ -416,10 +442,8 @@ inline Enable()
     if
     :: enabledFlag
     :: else ->
-#ifndef FAULT_6
-       StopWriter();
-#endif
-       AwaitOldWriter();
+       Stop();
+       AwaitEndOrHang();
        lineReady = 0;
        Announce();
        if
@@ -430,11 +454,11 @@ inline Enable()
           fi;
           if
           :: taken -> Admit()
-          :: else -> StopWriter(); AwaitStopped()
+          :: else -> Stop(); AwaitStopped()
           fi
 #ifdef NO_THREAD
        :: number = 0;
-          Lock(lifeMutex); Refuse(); Drop(); stoppedFlag = true; Unlock(lifeMutex) /* Gone() */
+          End(current)
 #endif
        fi
     fi;
@@ -444,44 +468,21 @@ inline Enable()
 inline Close()
 {
     Lock(control);
-    StopWriter();
+    Stop();
     AwaitStopped();
     CallPolicy();
     Unlock(control)
 }
 
-inline Detach()
+inline Destroy()
 {
-    mtype released = Free;
-    do
-    :: true ->
-       Lock(lifeMutex); /* TryDetach() */
-       released = phase;
-       moved = (released == Writing && owner == currentThread); /* hanging */
-       if
-       :: released == Taken || (!stoppedFlag && !moved) -> moved = false
-       :: else ->
-          d_step {
-              moved = (released != Writing || phase == Writing);
-              if
-              :: released == Writing && moved -> phase = Abandoned
-              :: else
-              fi
-          }
-          loggerGone = moved
-       fi;
-       Unlock(lifeMutex);
-       if
-       :: moved -> break
-       :: else ->
-          (phase != Taken && (stoppedFlag || (phase == Writing && owner == currentThread)))
-       fi
-    od
+    AwaitEndOrHang();
+    loggerGone = true
 }
 
 inline EndOfThread()
 {
-    Release(_); /* DropLinesOfThread() */
+    Release(); /* DropLinesOfThread() */
     finished++
 }
 
@@ -489,40 +490,41 @@ inline EndOfThread()
     bool taken = false;                                                                            \
     bool moved = false;                                                                            \
     bool wake = false;                                                                             \
+    mtype seen = Free;                                                                             \
     byte next = 0;                                                                                 \
     byte other = 0;                                                                                \
     bool refused = false;                                                                          \
+    bool claimed = false;                                                                          \
     byte number = 0
 
 /* ---- The threads ---- */
 
 #define TOLD_TO_END (toldToEnd >= mine)
 
-/* Writer::Run() and WriterLife::Next() */
+/* Writer::Thread::Run(), WriteLines() and WriteLine() */
 proctype Writer(byte me; byte mine) EXISTS
 {
     bool moved = false;
     bool wake = false;
     bool ending = false;
-    mtype released = Free;
     byte next = 0;
+    byte other = 0;
 
-    Lock(lifeMutex); /* Begin() */
+    Lock(writerMutex);
     if
     :: mine == current -> currentThread = me
     :: else
     fi;
-    Unlock(lifeMutex);
+    Unlock(writerMutex);
 
 waitForToken:
-    assert(!loggerGone);
     if
     :: atomic { lineReady > 0 -> lineReady-- }
 #ifdef CANCEL
     :: goto gone
 #endif
     fi;
-nextStep:
+nextLine:
     if
     :: mine != current -> goto gone
     :: else
@@ -539,7 +541,7 @@ nextStep:
     }
     if
     :: moved ->
-       atomic { LeaveBuffer(); Advance(Taken, Writing) }
+       atomic { LeaveBuffer(); Advance(Taken, Writing); assert(!loggerGone) }
        assert(notice || !noticeTaken); /* no line follows the last notice */
        if
        :: true
@@ -547,14 +549,11 @@ nextStep:
        :: goto gone /* cancelled in Write() of the policy */
 #endif
 #ifdef DETACH
-       :: true -> false /* hangs for ever in Write() of the policy */
+       :: true -> loggerGone /* hangs in Write() of the policy */
 #endif
        fi;
-       Release(released);
-       if
-       :: released == Abandoned -> goto gone
-       :: else -> released = Free; goto nextStep
-       fi
+       Release();
+       goto nextLine
     :: else
     fi;
 #ifdef FAULT_3
@@ -564,39 +563,11 @@ nextStep:
     :: !ending -> goto waitForToken
     :: else
     fi;
-    Lock(lifeMutex);
-    if
-#ifdef FAULT_5
-    :: !loggerGone -> stoppedFlag = true
-#else
-    :: mine == current && !loggerGone -> stoppedFlag = true
-#endif
-    :: else
-    fi;
-    Unlock(lifeMutex);
 
 gone:
-    Release(_);
-    Lock(lifeMutex);
-    if
-    :: loggerGone || mine != current || stoppedFlag
-    :: else ->
-       Refuse();
-       Drop();
-       atomic {
-           Advance(Complete, Taken);
-           endedLine = (endedLine && !moved) /* lost: no thread is left that could write it */
-       }
-       if
-       :: moved -> Release(_)
-       :: else
-       fi;
-       stoppedFlag = true
-    fi;
-    atomic {
-        Unlock(lifeMutex);
-        running = (running == mine -> 0 : running)
-    }
+    Release();
+    End(mine);
+    atomic { running = (running == mine -> 0 : running) }
 }
 
 /* A thread that logs: WriteHeader(), insertions, std::endl. */
@@ -665,7 +636,7 @@ proctype Closer(byte me) EXISTS
 #endif
 #ifdef DETACH
     finished == started - 1; /* no thread may use a logger that is being destroyed */
-    Detach();
+    Destroy();
 #endif
     EndOfThread()
 }
@@ -699,10 +670,6 @@ proctype Ignition(byte me) EXISTS
           :: moved = true; LeaveStep(); goto close
 #endif
           fi;
-#ifdef FAULT_6
-          TellToEnd();
-          Notify();
-#endif
           if
           :: moved
           :: else -> LeaveStep()
@@ -734,10 +701,10 @@ proctype Forker(byte me) EXISTS
         :: else -> break
         od;
         for (next : 0 .. threads - 1) {
-            woken[next] = 0;
+            woken[next] = false;
+            semaphore[next] = 0;
         }
         next = 0;
-        wakePending = false;
         current++;
         toldToEnd = current;
         currentThread = 0;
@@ -751,7 +718,7 @@ proctype Forker(byte me) EXISTS
         notice = false;
         running = 0;
 #ifndef FAULT_7
-        lifeMutex = 0;
+        writerMutex = 0;
 #endif
     }
     Unlock(mutex); /* UnlockAfterFork() */
@@ -793,14 +760,13 @@ active proctype Judge()
         assert(finished == started);              /* no thread waits for ever */
         assert(!endedLine);                       /* no ended line is lost */
 #ifdef DETACH
-        assert(loggerGone && (phase == Free || phase == Abandoned));
-#else
+        assert(loggerGone);
+#endif
         assert(phase == Free && owner == 0);      /* the lock is free */
         assert(stoppedFlag == (running == 0));    /* the flag tells whether there is a writer */
-#endif
         assert(bufferUser == 0);
-        assert(mutex == 0 && lifeMutex == 0 && control == 0);
-        assert(len(queue) == 0 && !waiting && !reserved && !wakePending);
+        assert(mutex == 0 && writerMutex == 0 && control == 0);
+        assert(len(queue) == 0 && !waiting && !reserved);
         assert(enabledFlag == !refusing && !(enabledFlag && stoppedFlag))
     }
 }

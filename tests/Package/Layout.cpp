@@ -144,7 +144,50 @@ static_assert(sameLayout<Interfaces::IThread, ThreadMembers>);
 static_assert(sameLayout<Interfaces::IThread::IThreadDelegate, Virtual>);
 static_assert(sameLayout<Interfaces::IgnitionOffMode, Virtual>);
 
+static_assert(isStoredAs<Interfaces::WorkerState, std::int32_t>);
+struct WorkerHealthMembers
+{
+    void* worker;
+    std::string name;
+    Interfaces::WorkerState state;
+    std::uint64_t passes;
+    std::chrono::milliseconds lastPass;
+    std::chrono::milliseconds longestPass;
+    std::chrono::milliseconds runningPass;
+    std::size_t stackUsed;
+};
+static_assert(sameLayout<Interfaces::WorkerHealth, WorkerHealthMembers>);
+
+struct SequenceMembers : Interfaces::IgnitionOffMode, Interfaces::IError
+{
+    std::vector<void*> participants;
+    void* logThread;
+    void* recordThread;
+    Util::DriveRecord lastDrive;
+    std::string recordPath;
+    pid_t process;
+    bool ignitionOff;
+};
+static_assert(sameLayout<Interfaces::IgnitionOffSequence, SequenceMembers>);
+
 // ------------------------------------------------------------------------------------------- Util
+
+static_assert(isStoredAs<Util::DriveEnd, std::int32_t>);
+struct DriveRecordMembers
+{
+    Util::DriveEnd end;
+    std::vector<std::string> overran;
+};
+static_assert(sameLayout<Util::DriveRecord, DriveRecordMembers>);
+
+struct EventFileNameMembers
+{
+    std::string prefix;
+    std::time_t time;
+    std::uint32_t number;
+    std::string extension;
+};
+static_assert(sameLayout<Util::EventFileName, EventFileNameMembers>);
 
 struct AsyncMembers
 {
@@ -223,7 +266,6 @@ struct ValueMembers
     std::int32_t mValueType;
     std::int32_t mIntVal;
     float mFloatVal;
-    std::uint32_t place;
     double mDoubleVal;
     std::string mStringVal;
     std::map<std::string, Json::Value> mObjectVal;
@@ -234,6 +276,15 @@ static_assert(sameLayout<Json::Value, ValueMembers>);
 static_assert(sameLayout<Json::Array, std::vector<Json::Value>>);
 static_assert(sameLayout<Json::Object, std::map<std::string, Json::Value>>);
 
+struct ParseErrorMembers
+{
+    std::size_t offset;
+    std::size_t line;
+    std::size_t column;
+    std::string reason;
+};
+static_assert(sameLayout<Json::ParseError, ParseErrorMembers>);
+
 // -------------------------------------------------------------------------------------------- Log
 
 static_assert(sameLayout<Ilog::ILogPolicy, Virtual>);
@@ -242,7 +293,7 @@ struct FilePolicyMembers : Ilog::ILogPolicy
 {
     std::string fileName;
     bool outputSet;
-    std::shared_ptr<void> tornEnd;
+    std::shared_ptr<void> state;
 };
 static_assert(sameLayout<Ilog::FileLogPolicy, FilePolicyMembers>);
 
@@ -257,13 +308,11 @@ template <typename Policy>
 struct LoggerBaseMembers : Virtual
 {
     Policy policy;
-    std::stringstream buffer;
-    std::shared_ptr<void> state;
-    Interfaces::ISemaphore lineReady;
-    std::string threadName;
-    pthread_t writerHandle;
-    bool enabled;
-    bool stopped;
+    struct Core
+    {
+        std::shared_ptr<void> state;
+        const bool* enabled;
+    } core;
 };
 static_assert(
     sameLayout<Ilog::LoggerBase<Ilog::FileLogPolicy>, LoggerBaseMembers<Ilog::FileLogPolicy>>);

@@ -1,5 +1,5 @@
 /// @file
-/// A thread for calls that may hang, made before they are needed.
+/// A thread for calls that may hang, created before they are needed.
 #pragma once
 
 #include <chrono>
@@ -11,10 +11,10 @@ namespace Tolvex::Base {
 
 /// A thread that makes one call at a time, for a caller who waits for a limited time only.
 ///
-/// The thread is made with the object, so that none is missing later. The object may be destroyed
-/// while a call hangs: the call goes on alone.
+/// The constructor creates the thread, so that a later call cannot fail for lack of one. The object
+/// may be destroyed while a call hangs: the call continues on the detached thread.
 /// @par Thread safety
-/// Caller serialises. In a forked child, which does not have the thread, do not call Run().
+/// Caller serialises. Do not call Run() in a forked child: the thread does not exist there.
 class BoundedThread
 {
 public:
@@ -23,32 +23,32 @@ public:
     enum class Result
     {
         Done,
-        Busy,    ///< nothing was called: an earlier call goes on
-        Overrun  ///< the call has not ended by the deadline
+        Busy,    ///< not called: an earlier call still runs
+        Overrun  ///< the call had not ended at the deadline
     };
 
     enum class Late
     {
-        NotCalled,  ///< it is never made
-        Called      ///< it is made as soon as the thread comes to it
+        NotCalled,  ///< the call is never made
+        Called      ///< the call is made as soon as the thread is free
     };
 
     /// @param name  OS name of the thread.
-    /// @param kept  Kept until the thread has ended, for what the calls need; may be null.
-    /// @return null without a thread.
+    /// @param kept  Owned until the thread ends: an object that the calls use; may be null.
+    /// @return null if the thread cannot be created.
     static std::unique_ptr<BoundedThread> Create(const std::string& name,
                                                  std::shared_ptr<const void> kept = nullptr);
 
-    /// Does not wait. A call that Run() has left to the thread is made.
+    /// Does not wait. A pending call with Late::Called is still made.
     ~BoundedThread();
 
     BoundedThread(const BoundedThread&) = delete;
     BoundedThread& operator=(const BoundedThread&) = delete;
 
-    /// Makes the call on the thread, and waits for its end or for the deadline.
+    /// Makes the call on the thread and waits until it ends or the deadline passes.
     /// Allocates nothing.
-    /// @param call  Lets no exception out.
-    /// @param late  What happens to a call that the thread has not begun by the deadline.
+    /// @param call  Must not throw.
+    /// @param late  What happens to a call that has not begun at the deadline.
     Result Run(std::function<void()> call, Deadline deadline, Late late);
 
 private:

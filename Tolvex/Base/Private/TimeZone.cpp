@@ -2,28 +2,36 @@
 
 #include <atomic>
 #include <ctime>
-#include <mutex>
 #include <pthread.h>
 
+#include "Tolvex/Base/Private/CallingThread.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
 
 namespace Tolvex::Base {
 namespace {
 
 constinit std::atomic<std::uint32_t> generation = 0;
-constinit std::mutex refreshMutex;  // held while the zone is read; a fork
+constinit std::mutex forkMutex;                     // held while the zone is used; a fork
+constinit std::atomic<ThreadId> forkingThread = 0;  // the thread that holds it for a fork
 
+/// If a fork made the process register twice, the second call for one fork returns at once.
 void LockBeforeFork()
 {
-    refreshMutex.lock();
+    if (forkingThread != CallingThread()) {
+        forkMutex.lock();
+        forkingThread = CallingThread();
+    }
 }
 
 void UnlockAfterFork()
 {
-    refreshMutex.unlock();
+    if (forkingThread == CallingThread()) {
+        forkingThread = 0;
+        forkMutex.unlock();
+    }
 }
 
-/// Best effort: without memory a child that is forked in the wrong moment finds the lock taken.
+/// Best effort: without memory, a child forked during a refresh finds the lock taken.
 void PrepareForForks()
 {
     pthread_atfork(LockBeforeFork, UnlockAfterFork, UnlockAfterFork);
@@ -36,16 +44,20 @@ std::uint32_t TimeZoneGeneration()
     return generation.load(std::memory_order_acquire);
 }
 
-void RefreshTimeZone()
+std::unique_lock<std::mutex> LockAgainstForks()
 {
-    // If a fork interrupts the registration, the child registers again, which does no harm.
+    // If a fork interrupts the registration, the child registers again.
     static pthread_once_t prepared = PTHREAD_ONCE_INIT;
     pthread_once(&prepared, PrepareForForks);
+    return std::unique_lock(forkMutex);
+}
 
+void RefreshTimeZone()
+{
     const NoCancellation scope;
-    const std::lock_guard<std::mutex> lock(refreshMutex);
+    const std::unique_lock<std::mutex> lock = LockAgainstForks();
     tzset();
-    // Afterwards: a time of the old zone never gets the new number.
+    // After tzset(): a time of the old zone never gets the new number.
     generation.fetch_add(1, std::memory_order_release);
 }
 

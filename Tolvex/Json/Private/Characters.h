@@ -41,6 +41,11 @@ inline bool IsDigit(char byte)
     return byte >= '0' && byte <= '9';
 }
 
+inline bool IsLetter(char byte)
+{
+    return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
+}
+
 /// Reads eight bytes as one number, the first byte lowest.
 inline std::uint64_t LoadEight(const char* at)
 {

@@ -13,12 +13,6 @@
 
 namespace Tolvex::Ilog {
 
-namespace {
-
-constinit std::mutex refreshMutex;  // held while a time is broken down, and during a fork
-
-}  // namespace
-
 void LineHeader::InsertInto(std::ostream& stream, LogType type)
 {
     const std::time_t now = std::time(nullptr);
@@ -44,23 +38,13 @@ void LineHeader::InsertInto(std::ostream& stream, LogType type)
 
 void LineHeader::Refresh(std::time_t now)
 {
-    const std::lock_guard lock(refreshMutex);
+    const std::unique_lock<std::mutex> lock = Base::LockAgainstForks();
     monitor = Util::TemperatureMonitor::GetInstance();
     zoneGeneration = Base::TimeZoneGeneration();
     const std::string time = Util::Date(now, "[%Y-%m-%d %H:%M:%S]");
     timeLength = time.copy(text.data(), text.size() / 2);
     second = now;
     zone = Base::LoadShared(timezone);
-}
-
-void LineHeader::LockForFork()
-{
-    refreshMutex.lock();
-}
-
-void LineHeader::UnlockAfterFork()
-{
-    refreshMutex.unlock();
 }
 
 }  // namespace Tolvex::Ilog

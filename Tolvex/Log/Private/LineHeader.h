@@ -29,11 +29,6 @@ public:
     /// @throws std::system_error when a lock cannot be taken; std::bad_alloc.
     void InsertInto(std::ostream& stream, LogType type);
 
-    /// Keep all threads out of the C library's functions for the time zone and for timers while the
-    /// process forks: the locks of those functions would stay taken in the child.
-    static void LockForFork();
-    static void UnlockAfterFork();
-
 private:
     void Refresh(std::time_t now);
 

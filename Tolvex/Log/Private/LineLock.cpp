@@ -7,7 +7,6 @@
 namespace Tolvex::Ilog {
 
 using Base::CallingThread;
-using Base::ThreadId;
 
 bool LineLock::Take(Entry entry, Deadline deadline)
 {
@@ -15,7 +14,7 @@ bool LineLock::Take(Entry entry, Deadline deadline)
     if (TryTake(waiting | ignoredFlags)) {
         return true;
     }
-    if (Owner() == CallingThread()) {
+    if (Look().owner == CallingThread()) {
         throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
     }
     return Await(ignoredFlags, deadline);
@@ -53,35 +52,34 @@ bool LineLock::Await(std::uintptr_t ignoredFlags, Deadline deadline)
         UpdateWaiting();
         // Read first: lines that are refused now may be admitted before this thread tries.
         const bool refused = (word & refusing & ~ignoredFlags) != 0;
-        taken = queue.IsFirst(place) && TryTake(waiting | claimed | ignoredFlags);
+        taken = queue.First() == &place && TryTake(waiting | claimed | ignoredFlags);
         if (taken || refused) {
             break;
         }
 
         lock.unlock();
-        const bool woken = place.Sleep(deadline);
+        const bool signalled = place.Sleep(deadline);
         lock.lock();
-        if (!woken) {
-            if (queue.Contains(place)) {
+        if (!signalled) {
+            if (!place.woken) {
                 break;
             }
-            place.Sleep(noDeadline);  // Another thread has taken the place out and signals it now.
+            place.Sleep(noDeadline);  // Another thread has marked the place and signals it now.
         }
+        place.woken = false;
 
-        // The first line that becomes free from now on is this thread's.
-        claimed = reserved;
-        word |= reserved;
-        wakePending = false;
-        queue.Prepend(place);
+        if (queue.First() == &place) {
+            // The first line that becomes free from now on is this thread's.
+            claimed = reserved;
+            word |= reserved;
+        }
     }
 
-    if (!taken) {
-        word &= ~claimed;
-    }
+    word &= ~claimed;
     queue.Remove(place);
     UpdateWaiting();
     lock.unlock();
-    if (!taken && CurrentPhase() == Free) {
+    if (!taken && Look().phase == Free) {
         WakeFirst();  // This thread may have been woken for a line that it does not take.
     }
     return taken;
@@ -104,7 +102,8 @@ void LineLock::SpinUntilFree(std::uintptr_t allowedFlags)
 /// Sets the flag when the next thread that frees the line has to wake a thread. Under the mutex.
 void LineLock::UpdateWaiting()
 {
-    if (queue.Empty() || wakePending) {
+    // One at a time: a second thread that is woken could overtake the first.
+    if (queue.First() == nullptr || queue.First()->woken) {
         word &= ~waiting;
     } else {
         word |= waiting;
@@ -114,15 +113,14 @@ void LineLock::UpdateWaiting()
 void LineLock::WakeFirst()
 {
     std::unique_lock lock(mutex);
-    // One at a time: a second thread that is woken could overtake the first.
-    LineQueue::Place* const place = wakePending ? nullptr : queue.TakeFirst();
-    if (place == nullptr) {
+    LineQueue::Place* const place = queue.First();
+    if (place == nullptr || place->woken) {
         return;
     }
-    wakePending = true;
+    place->woken = true;
     UpdateWaiting();
     lock.unlock();
-    place->Wake();
+    place->Signal();
 }
 
 bool LineLock::Advance(Phase from, Phase to)
@@ -138,37 +136,25 @@ bool LineLock::Advance(Phase from, Phase to)
     return false;
 }
 
-LineLock::Phase LineLock::Release(ThreadId owner)
+void LineLock::Release()
 {
     std::uintptr_t seen = word.load(std::memory_order_relaxed);
     do {
-        if ((seen & ~Base::threadIdSpareBits) != owner) {
-            return Free;
+        if ((seen & ~Base::threadIdSpareBits) != CallingThread()) {
+            return;
         }
     } while (!word.compare_exchange_weak(seen, seen & flags));
     if ((seen & waiting) != 0) {
         WakeFirst();
     }
-    return PhaseOf(seen);
-}
-
-void LineLock::Admit()
-{
-    word &= ~refusing;
 }
 
 void LineLock::Refuse()
 {
     word |= refusing;
-    std::unique_lock lock(mutex);
-    LineQueue::Place* place = queue.TakeAll();
+    const std::lock_guard lock(mutex);
+    queue.WakeAll();
     UpdateWaiting();
-    lock.unlock();
-    while (place != nullptr) {
-        LineQueue::Place* const next = place->Next();
-        place->Wake();
-        place = next;
-    }
 }
 
 void LineLock::Drop()
@@ -186,23 +172,14 @@ void LineLock::Drop()
     }
 }
 
-bool LineLock::Abandon()
+void LineLock::UnlockAfterFork(bool inChild)
 {
-    std::uintptr_t seen = word;
-    while (PhaseOf(seen) == Writing) {
-        if (word.compare_exchange_weak(seen, (seen & ~phaseMask) | Abandoned)) {
-            return true;
-        }
+    if (inChild) {
+        word = refusing;
+        spinning = false;
+        queue.Clear();
     }
-    return false;
-}
-
-void LineLock::RenewInChild()
-{
-    word = refusing;
-    spinning = false;
-    queue.Clear();
-    wakePending = false;
+    mutex.unlock();
 }
 
 }  // namespace Tolvex::Ilog

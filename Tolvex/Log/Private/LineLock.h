@@ -24,7 +24,6 @@ namespace Tolvex::Ilog {
 ///             Taken      -> Writing       the writer is in the policy
 ///     any phase with an owner -> Free     Release()
 ///     Open -> Free, Inserting -> Dropped  Drop()
-///     Writing -> Abandoned                Abandon()
 /// @par Errors
 /// std::system_error when the mutex of the queue cannot be locked.
 /// @par Thread safety
@@ -33,7 +32,7 @@ class LineLock
 {
 public:
     using Deadline = LineQueue::Deadline;
-    static constexpr Deadline noDeadline = Deadline::max();
+    static constexpr Deadline noDeadline = LineQueue::noDeadline;
 
     enum Phase : std::uintptr_t
     {
@@ -42,9 +41,15 @@ public:
         Inserting,  ///< a thread has the line and changes the text
         Dropped,    ///< as Inserting, but the logger was closed: the line is to be given up
         Complete,   ///< handed over; owned by no thread
-        Taken,      ///< the writer has the line and still uses the logger
-        Writing,    ///< the writer has the line and uses the policy only
-        Abandoned,  ///< as Writing, but the logger does not exist any more
+        Taken,      ///< the writer has the line and copies the text
+        Writing,    ///< the writer has the line and is in the policy
+    };
+
+    /// What the word says of the line at one moment.
+    struct Holding
+    {
+        Phase phase;
+        Base::ThreadId owner;  ///< 0 when the line is free or complete
     };
 
     /// Who is let in by Take().
@@ -73,12 +78,12 @@ public:
     /// @return false when the line is not the caller's or not in that phase.
     bool Advance(Phase from, Phase to);
 
-    /// Frees the line that the thread has, if it has one, and wakes the first waiting thread.
-    /// @return the phase in which the line was; Free when the thread had none.
-    Phase Release(Base::ThreadId owner);
+    /// Frees the line that the calling thread has, if it has one, and wakes the first waiting
+    /// thread.
+    void Release();
 
     /// Lets lines begin.
-    void Admit();
+    void Admit() { word &= ~refusing; }
 
     /// Refuses lines from now on; waiting threads return from Take(). Leaves the line that is being
     /// composed to its owner.
@@ -87,22 +92,13 @@ public:
     /// Drops the line that is being composed, if there is one.
     void Drop();
 
-    /// Leaves the line that a writer is writing to that writer: the logger is about to be
-    /// destroyed.
-    /// @return false when no line is being written.
-    bool Abandon();
+    /// @return who has the line at this moment.
+    Holding Look() const { return {PhaseOf(word), word & ~Base::threadIdSpareBits}; }
 
-    Phase CurrentPhase() const { return PhaseOf(word); }
-
-    /// @return the thread that has the line; 0 when it is free or complete.
-    Base::ThreadId Owner() const { return word & ~Base::threadIdSpareBits; }
-
-    /// Keep all other threads out of the queue while the process forks.
+    /// Keep all other threads out of the queue while the process forks. In a forked child the lock
+    /// is free then, refusing, and without waiting threads.
     void LockForFork() { mutex.lock(); }
-    void UnlockAfterFork() { mutex.unlock(); }
-
-    /// In a forked child: free, refusing, without waiting threads. The mutex stays locked.
-    void RenewInChild();
+    void UnlockAfterFork(bool inChild);
 
 private:
     static constexpr std::uintptr_t phaseMask = 7;
@@ -123,9 +119,8 @@ private:
     std::atomic<bool> spinning = false;           ///< a thread spins for the line
     Base::AdaptiveSpin spin;                      ///< used by the thread that has set spinning
 
-    std::mutex mutex;          ///< guards what follows; held for one change of it
-    LineQueue queue;           ///< the threads that sleep in Take()
-    bool wakePending = false;  ///< a thread was woken and has not looked at the line yet
+    std::mutex mutex;  ///< guards the queue; held for one change of it
+    LineQueue queue;   ///< the threads that sleep in Take()
 };
 
 }  // namespace Tolvex::Ilog

@@ -3,49 +3,61 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <locale>
+#include <memory>
 #include <mutex>
+#include <pthread.h>
 #include <sstream>
+#include <string>
 
 #include "Tolvex/Base/Private/CallingThread.h"
 #include "Tolvex/Interfaces/ISemaphore.h"
 #include "Tolvex/Log/PolicyCalls.h"
 #include "Tolvex/Log/Private/LineHeader.h"
 #include "Tolvex/Log/Private/LineLock.h"
-#include "Tolvex/Log/Private/WriterLife.h"
 
 namespace Tolvex::Ilog {
 
-/// The state of one logger. Outlives the logger when a writer hangs in its policy. The references
-/// and the policy belong to the logger and dangle once it is destroyed.
-struct LoggerState
+/// How long the log waits for a policy that may hang.
+constexpr std::chrono::milliseconds longestWait(2100);
+
+/// Which writer of a logger is current, and which ones have to end. Writers are numbered.
+struct WriterLife
 {
-    LoggerState(std::stringstream& line, Interfaces::ISemaphore& semaphore,
-                const PolicyCalls& policyCalls, void* loggerPolicy, bool& enabled, bool& stopped)
-        : writers(lock, enabled, stopped),
-          buffer(line),
-          lineReady(semaphore),
-          calls(policyCalls),
-          policy(loggerPolicy)
+    std::atomic<std::uint32_t> current = 0;         ///< number of the writer started last
+    std::atomic<std::uint32_t> toldToEnd = 0;       ///< writers up to this number are to end
+    std::atomic<Base::ThreadId> currentThread = 0;  ///< of the current writer, once it runs
+    std::mutex mutex;  ///< guards changes of current and of the flags of the logger
+};
+
+/// The state of one logger. Outlives the logger when a writer hangs in its policy. The policy
+/// belongs to the logger and does not exist any more then.
+struct LoggerState : std::enable_shared_from_this<LoggerState>
+{
+    LoggerState(const PolicyCalls& policyCalls, void* loggerPolicy)
+        : calls(policyCalls), policy(loggerPolicy)
     {
     }
 
-    LineLock lock;
-    WriterLife writers;
-    LineHeader header;  ///< used by the thread that has the line
-
-    std::stringstream& buffer;          ///< the line; used by the thread that has the line
-    Interfaces::ISemaphore& lineReady;  ///< one token per complete line, and one per Close()
     const PolicyCalls& calls;
-    void* policy;
-    const std::locale
-        locale;  ///< the global one when the logger was made; lines are formatted in it
+    void* const policy;
+    std::stringstream buffer;                ///< the line; used by the thread that has the line
+    LineLock lock;                           ///< who may use buffer, header and policy
+    Interfaces::ISemaphore lineReady{0};     ///< one token per complete line, and one per Close()
+    std::string threadName;                  ///< of the next writer
+    pthread_t writerHandle = 0;              ///< of the writer that was started last
+    bool enabled = false;                    ///< shared: lines are accepted
+    bool stopped = true;                     ///< shared: there is no current writer
+    bool bufferStale = false;                ///< a fork left the buffer in an unknown state
+    WriterLife writers;                      ///< which writer is current; used by Writer
+    LineHeader header;                       ///< used by the thread that has the line
+    const std::locale locale;                ///< the global one when the logger was made
+    std::atomic<std::uint32_t> written = 0;  ///< lines that the writers have finished
 
     std::mutex control;                           ///< held during one Enable() or Close()
     std::atomic<Base::ThreadId> controlling = 0;  ///< the thread that holds control
-    std::atomic<std::uint32_t> written = 0;       ///< lines that the writers have finished
-    bool bufferStale = false;                     ///< a fork left the buffer in an unknown state
     LoggerState* next = nullptr;                  ///< in the registry; under its lock
 };
 

@@ -1,4 +1,4 @@
-#include "Tolvex/Log/Private/LineRegistry.h"
+#include "Tolvex/Log/Private/LoggerRegistry.h"
 
 #include <atomic>
 #include <chrono>
@@ -9,6 +9,7 @@
 
 #include "Tolvex/Base/Private/Sleep.h"
 #include "Tolvex/Log/Private/LoggerState.h"
+#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Types/LogModule.h"
 #include "Tolvex/Util/EnumString.h"
 
@@ -19,7 +20,6 @@ using Base::ThreadId;
 
 namespace {
 
-constexpr std::chrono::milliseconds longestDrain(2100);
 constexpr std::chrono::milliseconds pollInterval(1);
 
 constinit std::mutex registryMutex;  // guards the list; taken before the locks of its members
@@ -42,7 +42,7 @@ void ForEachLogger(const Action& action)
 void DropLinesOfThread(void* /*value*/)
 {
     const std::lock_guard guard(registryMutex);
-    ForEachLogger([](LoggerState& state) { state.lock.Release(CallingThread()); });
+    ForEachLogger([](LoggerState& state) { state.lock.Release(); });
 }
 
 /// If a fork made the process register twice, the second call for one fork returns at once.
@@ -54,21 +54,17 @@ void LockBeforeFork()
     registryMutex.lock();
     forkingThread = CallingThread();
     ForEachLogger([](LoggerState& state) {
-        state.writers.LockForFork();
+        Writer(state).LockForFork();
         state.lock.LockForFork();
     });
-    LineHeader::LockForFork();
 }
 
 void RenewInChild(LoggerState& state)
 {
     // In these phases the buffer is in use, perhaps by a thread that does not exist here.
-    const LineLock::Phase phase = state.lock.CurrentPhase();
+    const LineLock::Phase phase = state.lock.Look().phase;
     state.bufferStale = state.bufferStale || phase == LineLock::Inserting ||
-                        phase == LineLock::Dropped || phase == LineLock::Taken ||
-                        phase == LineLock::Writing;
-    state.lock.RenewInChild();
-    state.writers.RenewInChild();
+                        phase == LineLock::Dropped || phase == LineLock::Taken;
     // Not destroyed: a thread of the parent may have held the one or waited for the other.
     new (&state.control) std::mutex;
     new (&state.lineReady) Interfaces::ISemaphore(0);
@@ -80,13 +76,12 @@ void UnlockAfterFork(bool inChild)
     if (forkingThread != CallingThread()) {
         return;
     }
-    LineHeader::UnlockAfterFork();
     ForEachLogger([inChild](LoggerState& state) {
         if (inChild) {
             RenewInChild(state);
         }
-        state.lock.UnlockAfterFork();
-        state.writers.UnlockAfterFork();
+        state.lock.UnlockAfterFork(inChild);
+        Writer(state).UnlockAfterFork(inChild);
     });
     forkingThread = 0;
     registryMutex.unlock();
@@ -95,17 +90,17 @@ void UnlockAfterFork(bool inChild)
 /// @return whether an ended line of the logger is with its writer, which is another thread.
 bool IsBusy(const LoggerState& state)
 {
-    const LineLock::Phase phase = state.lock.CurrentPhase();
+    const auto [phase, owner] = state.lock.Look();
     const bool withWriter =
         phase == LineLock::Complete || phase == LineLock::Taken || phase == LineLock::Writing;
-    return withWriter && state.lock.Owner() != CallingThread();
+    return withWriter && owner != CallingThread();
 }
 
 /// Required: a line that was ended before exit() is written; a writer that hangs costs 2.1 s.
 void DrainAtExit()
 {
     // By the clock: on a busy machine each of the short sleeps takes many times its length.
-    const auto deadline = std::chrono::steady_clock::now() + longestDrain;
+    const auto deadline = std::chrono::steady_clock::now() + longestWait;
     const std::lock_guard guard(registryMutex);
     ForEachLogger([deadline](const LoggerState& state) {
         const std::uint32_t written = state.written;

@@ -1,0 +1,63 @@
+#include "Tolvex/Log/Private/FileOutput.h"
+
+#include <fcntl.h>
+#include <string_view>
+#include <unistd.h>
+
+#include "Tolvex/Base/Private/Descriptor.h"
+
+namespace Tolvex::Ilog {
+
+FileOutput::FileOutput(const std::string& filePath,
+                       const std::shared_ptr<const FileSettings>& fileSettings)
+    : path(filePath),
+      rotation(filePath, fileSettings),
+      sync(std::make_shared<FileSync>(filePath, fileSettings))
+{
+}
+
+void FileOutput::RepairEnd()
+{
+    tornPossible = true;
+    torn.reset();
+}
+
+void FileOutput::Append(const std::string& line)
+{
+    const Base::Descriptor file = rotation.Open(line.size() + (tornPossible ? 1 : 0));
+    if (!file.IsOpen()) {
+        return;  // Required: a line for which there is no file is lost without a report.
+    }
+    const std::optional<FileStatus> before =
+        tornPossible || sync->IsWanted() ? FileStatus::Of(file) : std::nullopt;
+    const bool newLineFirst = tornPossible && before && (!torn || torn->IsSameFile(*before)) &&
+                              EndsInTheMiddleOfALine(*before);
+
+    const std::string repaired = newLineFirst ? '\n' + line : std::string();
+    const std::string_view text = newLineFirst ? repaired : line;
+    const std::size_t written = Base::WriteAll(file, text);
+    rotation.Unlock(file);
+
+    if (written == text.size()) {
+        tornPossible = false;
+    } else if (written != 0) {
+        tornPossible = true;
+        torn = FileStatus::Of(file);
+    }
+    if (sync->IsWanted()) {
+        sync->AfterLine(file, before);
+    }
+}
+
+/// @return whether the last byte of the file is not a newline.
+bool FileOutput::EndsInTheMiddleOfALine(const FileStatus& file) const
+{
+    const Base::Descriptor opened(
+        open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_LARGEFILE));  // No wait for a FIFO
+    const std::optional<FileStatus> found = FileStatus::Of(opened);
+    char last = '\n';
+    return found && found->IsSameFile(file) && lseek64(opened.Get(), -1, SEEK_END) >= 0 &&
+           read(opened.Get(), &last, 1) == 1 && last != '\n';
+}
+
+}  // namespace Tolvex::Ilog

@@ -1,0 +1,142 @@
+#include "Tolvex/Log/Private/FileRotation.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <optional>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "Tolvex/Base/Private/Sleep.h"
+
+namespace Tolvex::Ilog {
+
+namespace {
+
+constexpr mode_t newFileMode = 0666;                          // less the umask
+constexpr std::chrono::milliseconds longestWaitForLock(200);  // of a process that hangs
+constexpr std::chrono::milliseconds lockPollInterval(1);
+constexpr std::chrono::seconds retryInterval(2);
+constexpr int mostReopenings = 20;  // Others rename the file each time.
+
+std::string NumberedPath(const std::string& path, unsigned number)
+{
+    return number == 0 ? path : path + '.' + std::to_string(number);
+}
+
+/// @return whether the name is in use, or may be.
+bool IsTaken(const std::string& path)
+{
+    struct stat64 status
+    {
+    };
+    return lstat64(path.c_str(), &status) == 0 || errno != ENOENT;
+}
+
+}  // namespace
+
+FileRotation::FileRotation(std::string filePath, std::shared_ptr<const FileSettings> fileSettings)
+    : path(std::move(filePath)), settings(std::move(fileSettings))
+{
+}
+
+Base::Descriptor FileRotation::Open(std::size_t lineBytes)
+{
+    const std::uint64_t limit = settings->sizeLimit;
+    for (int reopenings = 0;; ++reopenings) {
+        locked = false;
+        Base::Descriptor file(open(
+            path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_LARGEFILE, newFileMode));
+        const std::optional<FileStatus> status = limit == 0 ? std::nullopt : FileStatus::Of(file);
+        if (!status) {
+            return file;
+        }
+
+        const bool full =
+            status->size != 0 && (lineBytes > limit || status->size > limit - lineBytes);
+        const bool rotating = full && Clock::now() >= retryAt;
+        if (rotating) {
+            SyncIfWanted(file);  // So that the second one, under the lock, takes little time.
+        }
+        locked = Lock(file, rotating ? LOCK_EX : LOCK_SH);
+        if (locked && !LeadsTo(*status) && reopenings < mostReopenings) {
+            continue;  // The file was renamed before it was locked.
+        }
+        if (!locked || !rotating) {
+            return file;
+        }
+        if (!Rotate(file)) {
+            retryAt = Clock::now() + retryInterval;
+            return file;
+        }
+    }
+}
+
+void FileRotation::Unlock(const Base::Descriptor& file)
+{
+    // Not left to the close: a child that was forked meanwhile has a copy of the descriptor.
+    if (locked) {
+        flock(file.Get(), LOCK_UN);
+    }
+}
+
+/// Waits for a limited time, and for some time after a failure not at all.
+bool FileRotation::Lock(const Base::Descriptor& file, int operation)
+{
+    const auto lock = [&] { return flock(file.Get(), operation | LOCK_NB) == 0; };
+    if (lock()) {
+        return true;
+    }
+    const Clock::time_point start = Clock::now();
+    if (start < retryAt) {
+        return false;
+    }
+    while ((errno == EWOULDBLOCK || errno == EINTR) && Clock::now() - start < longestWaitForLock) {
+        Base::SleepFor(lockPollInterval);
+        if (lock()) {
+            return true;
+        }
+    }
+    retryAt = Clock::now() + retryInterval;
+    return false;
+}
+
+bool FileRotation::LeadsTo(const FileStatus& file) const
+{
+    const std::optional<FileStatus> found = FileStatus::Of(path);
+    return found && found->IsSameFile(file);
+}
+
+/// Lines that other processes leave to a later sync of the file would not be found by it.
+void FileRotation::SyncIfWanted(const Base::Descriptor& file) const
+{
+    if (settings->durability != LogDurability::None) {
+        Base::SyncData(file);
+    }
+}
+
+/// Renames the locked file, and the older ones before it. @return false if that is not possible.
+bool FileRotation::Rotate(const Base::Descriptor& file) const
+{
+    SyncIfWanted(file);
+    const unsigned kept = settings->keptFiles;
+    if (kept == 0) {
+        return unlink(path.c_str()) == 0;
+    }
+
+    unsigned number = 1;
+    while (number < kept && IsTaken(NumberedPath(path, number))) {
+        ++number;
+    }
+    for (; number > 0; --number) {
+        if (std::rename(NumberedPath(path, number - 1).c_str(),
+                        NumberedPath(path, number).c_str()) != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace Tolvex::Ilog

@@ -1,0 +1,118 @@
+#include "Tolvex/Log/Private/FileSync.h"
+
+#include <algorithm>
+#include <chrono>
+#include <fcntl.h>
+#include <new>
+#include <pthread.h>
+#include <unistd.h>
+#include <utility>
+
+#include "Tolvex/Base/Private/PosixThread.h"
+#include "Tolvex/Base/Private/Sleep.h"
+
+namespace Tolvex::Ilog {
+
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr unsigned threadRuns = 1;
+constexpr unsigned lineWaits = 2;
+
+/// After so long a thread that sleeps notices a shorter interval.
+constexpr std::chrono::milliseconds longestSleep(100);
+
+}  // namespace
+
+FileSync::FileSync(std::string filePath, std::shared_ptr<const FileSettings> fileSettings)
+    : path(std::move(filePath)), settings(std::move(fileSettings))
+{
+}
+
+bool FileSync::IsWanted() const
+{
+    return settings->durability != LogDurability::None;
+}
+
+void FileSync::AfterLine(const Base::Descriptor& file, const std::optional<FileStatus>& before)
+{
+    const bool fileIsNew = before && (before->size == 0 || !known || !known->IsSameFile(*before));
+    known = before;
+    if (fileIsNew) {
+        directoryWaits = true;
+    }
+
+    const LogDurability mode = settings->durability;
+    if (settings->ignitionOff || mode == LogDurability::EachLine ||
+        (mode == LogDurability::Interval && settings->interval.load().count() <= 0)) {
+        SyncNow(file);
+    } else if (mode == LogDurability::Interval) {
+        Start(file);
+    }
+}
+
+/// Leaves the line to a thread that syncs the file in time.
+void FileSync::Start(const Base::Descriptor& file)
+{
+    if (std::exchange(process, getpid()) != process) {
+        linesWait = 0;  // In a forked child: the thread runs in the parent.
+    }
+    if ((linesWait.fetch_or(threadRuns | lineWaits) & threadRuns) != 0) {
+        return;
+    }
+    std::unique_ptr<std::shared_ptr<FileSync>> self(
+        new (std::nothrow) std::shared_ptr<FileSync>(shared_from_this()));
+    pthread_t handle = 0;
+    if (self != nullptr && Base::StartDetachedThread(handle, "LOG_SYNC", SyncLater, self.get(),
+                                                     Base::SignalHandlers::Blocked) == 0) {
+        static_cast<void>(self.release());  // owned by the thread
+        return;
+    }
+    linesWait = 0;
+    SyncNow(file);
+}
+
+void* FileSync::SyncLater(void* argument)
+{
+    const std::unique_ptr<std::shared_ptr<FileSync>> owner(
+        static_cast<std::shared_ptr<FileSync>*>(argument));
+    FileSync& self = **owner;
+    unsigned expected = threadRuns;
+    do {
+        self.AwaitInterval();
+        self.linesWait =
+            threadRuns;  // A line that is written from here on waits for the next sync.
+        const Base::Descriptor file(
+            open(self.path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_LARGEFILE));
+        if (file.IsOpen()) {
+            self.SyncNow(file);
+        }
+        expected = threadRuns;
+    } while (!self.linesWait.compare_exchange_strong(expected, 0));
+    return nullptr;
+}
+
+void FileSync::AwaitInterval() const
+{
+    const Clock::time_point start = Clock::now();
+    for (;;) {
+        const auto slept = std::chrono::floor<std::chrono::milliseconds>(Clock::now() - start);
+        const std::chrono::milliseconds interval = settings->interval;
+        if (slept >= interval) {
+            return;
+        }
+        Base::SleepFor(std::min(interval - slept, longestSleep));
+    }
+}
+
+/// A failure is not reported: the next line tries again.
+void FileSync::SyncNow(const Base::Descriptor& file)
+{
+    Base::SyncData(file);
+    if (directoryWaits.exchange(false) && !Base::SyncDirectoryOf(path)) {
+        directoryWaits = true;
+    }
+}
+
+}  // namespace Tolvex::Ilog

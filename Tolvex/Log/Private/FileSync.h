@@ -1,0 +1,54 @@
+/// @file
+/// When the lines of a file reach the medium.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+
+#include "Tolvex/Base/Private/Descriptor.h"
+#include "Tolvex/Log/Private/FileSettings.h"
+#include "Tolvex/Log/Private/FileStatus.h"
+
+namespace Tolvex::Ilog {
+
+/// Syncs a file as LogDurability says.
+///
+/// For LogDurability::Interval the first line that waits starts a thread. The thread sleeps, opens
+/// the file, syncs it, and ends if no line has come meanwhile. So at most one thread of a process
+/// syncs a file, and none while there are no lines. No lock is held: a fork at any moment leaves
+/// nothing locked in the child.
+/// @par Thread safety
+/// Caller serialises. Held by std::shared_ptr: the thread may outlive the policy.
+class FileSync : public std::enable_shared_from_this<FileSync>
+{
+public:
+    /// @param filePath      Of the file.
+    /// @param fileSettings  Read for every line.
+    FileSync(std::string filePath, std::shared_ptr<const FileSettings> fileSettings);
+
+    /// @return whether lines have to reach the medium at all.
+    bool IsWanted() const;
+
+    /// After a line, or a part of one, was written.
+    /// @param file    Which it was written to.
+    /// @param before  The file before the line; nothing if it is not a regular one.
+    void AfterLine(const Base::Descriptor& file, const std::optional<FileStatus>& before);
+
+private:
+    void Start(const Base::Descriptor& file);
+    void SyncNow(const Base::Descriptor& file);
+    void AwaitInterval() const;
+    static void* SyncLater(void* argument);
+
+    const std::string path;
+    const std::shared_ptr<const FileSettings> settings;
+    std::optional<FileStatus> known;           ///< the file of the line before
+    std::atomic<bool> directoryWaits = false;  ///< the directory has to be synced, too
+    std::atomic<unsigned> linesWait = 0;       ///< bits: a thread runs; lines wait for it
+    pid_t process = 0;                         ///< the one that linesWait speaks of
+};
+
+}  // namespace Tolvex::Ilog

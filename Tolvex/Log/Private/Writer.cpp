@@ -1,0 +1,219 @@
+#include "Tolvex/Log/Private/Writer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/Private/PosixThread.h"
+#include "Tolvex/Base/Private/Sleep.h"
+#include "Tolvex/Base/SharedValue.h"
+#include "Tolvex/Log/Private/LoggerState.h"
+
+namespace Tolvex::Ilog {
+
+using Base::CallingThread;
+
+namespace {
+
+constexpr std::chrono::milliseconds stopPollInterval(100);
+constexpr std::chrono::milliseconds pollInterval(1);
+
+}  // namespace
+
+/// One writer. Made by Start(), then owned by its own thread.
+struct Writer::Thread
+{
+    explicit Thread(LoggerState& loggerState)
+        : state(loggerState.shared_from_this()), number(Writer(loggerState).Announce())
+    {
+    }
+    /// Also when the thread could not be created or was cancelled.
+    ~Thread()
+    {
+        if (running) {
+            state->lock.Release();
+        }
+        Writer(*state).End(number);
+    }
+    Thread(const Thread&) = delete;
+    Thread& operator=(const Thread&) = delete;
+
+    static void* Run(void* thread);
+    bool WriteLines();
+    bool WriteLine();
+
+    const std::shared_ptr<LoggerState> state;
+    const std::uint32_t number;
+    bool running = false;  ///< on its own thread
+    std::string text;      ///< the line in hand; keeps its memory
+};
+
+void* Writer::Thread::Run(void* thread)
+{
+    const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
+    self->running = true;
+    {
+        WriterLife& writers = self->state->writers;
+        const std::lock_guard guard(writers.mutex);
+        if (self->number == writers.current) {
+            writers.currentThread = CallingThread();
+        }
+    }
+    while (self->WriteLines()) {
+    }
+    return nullptr;
+}
+
+/// Waits for a token and writes what is complete. @return false when the writer has to end.
+bool Writer::Thread::WriteLines()
+{
+    const WriterLife& writers = state->writers;
+    state->lineReady.Wait();
+    bool ending = false;
+    do {
+        if (number != writers.current) {
+            return false;
+        }
+        // Read before the look for a line: no line becomes complete once the writer is told to end.
+        ending = writers.toldToEnd >= number;
+        // Required: a line that is complete is written before the writer ends.
+    } while (WriteLine());
+    return !ending;
+}
+
+/// @return false when no line is complete.
+bool Writer::Thread::WriteLine()
+{
+    LineLock& lock = state->lock;
+    if (!lock.Advance(LineLock::Complete, LineLock::Taken)) {
+        return false;
+    }
+    try {
+        text.assign(state->buffer.view());
+        // From here on the logger may be destroyed: only the state and the text are used.
+        lock.Advance(LineLock::Taken, LineLock::Writing);
+        state->calls.write(state->policy, text);
+    } catch (const std::exception&) {
+        // The line is lost; the next one is not.
+    }
+    ++state->written;
+    lock.Release();
+    return true;
+}
+
+bool Writer::Start()
+{
+    AwaitEndOrHang();
+    while (logger.lineReady.TryWait()) {
+        // Tokens that the writer before has not taken.
+    }
+    std::unique_ptr<Thread> thread(new (std::nothrow) Thread(logger));
+    if (thread == nullptr ||
+        Base::StartDetachedThread(logger.writerHandle, logger.threadName.c_str(), Thread::Run,
+                                  thread.get(), Base::SignalHandlers::Blocked) != 0) {
+        return false;
+    }
+    static_cast<void>(thread.release());  // owned by its thread
+    return true;
+}
+
+/// @return the number of the writer to be created, which is the current one now.
+std::uint32_t Writer::Announce()
+{
+    const std::lock_guard guard(logger.writers.mutex);
+    Base::StoreShared(logger.stopped, false);
+    logger.writers.currentThread = 0;
+    return ++logger.writers.current;
+}
+
+bool Writer::Admit()
+{
+    const std::lock_guard guard(logger.writers.mutex);
+    if (Base::LoadShared(logger.stopped)) {
+        return false;
+    }
+    logger.lock.Admit();
+    Base::StoreShared(logger.enabled, true);
+    return true;
+}
+
+void Writer::Stop()
+{
+    TellToEnd();
+    logger.lineReady.Notify();
+}
+
+void Writer::TellToEnd()
+{
+    // In this order: a value that is streamed while enabled is false is missing in its line.
+    logger.lock.Refuse();
+    logger.lock.Drop();
+    Base::StoreShared(logger.enabled, false);
+    logger.writers.toldToEnd = logger.writers.current.load();
+}
+
+/// A writer has ended: it was told to, it was cancelled, or its thread could not be created.
+void Writer::End(std::uint32_t number)
+{
+    const std::lock_guard guard(logger.writers.mutex);
+    if (number != logger.writers.current) {
+        return;
+    }
+    TellToEnd();
+    // No thread is left that could write a complete line.
+    if (logger.lock.Advance(LineLock::Complete, LineLock::Taken)) {
+        logger.lock.Release();
+    }
+    Base::StoreShared(logger.stopped, true);
+}
+
+bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
+{
+    const Base::NoCancellation scope;
+    // Required: stopped is polled 21 times, so a writer that hangs costs 2.1 seconds, not two.
+    for (auto waited = stopPollInterval; waited <= longestWait; waited += stopPollInterval) {
+        const auto now = std::chrono::steady_clock::now();
+        if (Base::LoadShared(logger.stopped) || now >= deadline) {
+            break;
+        }
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
+        Base::SleepFor(std::min(left, stopPollInterval));
+    }
+    return Base::LoadShared(logger.stopped);
+}
+
+void Writer::AwaitEndOrHang() const
+{
+    const Base::NoCancellation scope;
+    for (;;) {
+        const bool stopped = Base::LoadShared(logger.stopped);
+        const auto [phase, owner] = logger.lock.Look();
+        const bool hanging = phase == LineLock::Writing && owner == logger.writers.currentThread;
+        if (phase != LineLock::Taken && (stopped || hanging)) {
+            return;
+        }
+        Base::SleepFor(pollInterval);
+    }
+}
+
+void Writer::LockForFork()
+{
+    logger.writers.mutex.lock();
+}
+
+void Writer::UnlockAfterFork(bool inChild)
+{
+    if (inChild) {
+        logger.writers.toldToEnd = ++logger.writers.current;
+        logger.writers.currentThread = 0;
+        Base::StoreShared(logger.enabled, false);
+        Base::StoreShared(logger.stopped, true);
+    }
+    logger.writers.mutex.unlock();
+}
+
+}  // namespace Tolvex::Ilog

@@ -1,0 +1,59 @@
+/// @file
+/// The thread that writes the lines of a logger.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+namespace Tolvex::Ilog {
+
+struct LoggerState;
+
+/// The writers of one logger, of which at most one is current.
+///
+/// A writer that hangs in its policy is left behind: the logger may start another one, or be
+/// destroyed, and the old writer ends when its policy returns.
+/// @par Thread safety
+/// Thread-safe, except that Start(), Stop() and the waits need LoggerState::control.
+class Writer
+{
+public:
+    /// @param loggerState  Not owned; must outlive this object, which holds nothing else.
+    explicit Writer(LoggerState& loggerState) : logger(loggerState) {}
+
+    /// Starts a writer and clears stopped. Waits until the one before has ended or hangs.
+    /// @return false when the thread cannot be created.
+    bool Start();
+
+    /// Lets lines begin and sets enabled.
+    /// @return false when the writer has ended already; then nothing has changed.
+    bool Admit();
+
+    /// Refuses lines, drops the one that is being composed, clears enabled, and tells the current
+    /// writer to end. It writes a complete line before it ends.
+    void Stop();
+
+    /// Polls stopped up to 21 times, every 100 ms, or until the deadline.
+    /// @return whether it became true.
+    bool AwaitStopped(std::chrono::steady_clock::time_point deadline =
+                          std::chrono::steady_clock::time_point::max()) const;
+
+    /// Waits until no writer uses the logger: each has ended, or hangs in its policy.
+    void AwaitEndOrHang() const;
+
+    /// Keep all other threads out while the process forks; before those of LineLock. In a forked
+    /// child there is no writer.
+    void LockForFork();
+    void UnlockAfterFork(bool inChild);
+
+private:
+    struct Thread;
+
+    std::uint32_t Announce();
+    void TellToEnd();
+    void End(std::uint32_t number);
+
+    LoggerState& logger;
+};
+
+}  // namespace Tolvex::Ilog

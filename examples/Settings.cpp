@@ -1,0 +1,34 @@
+// Reads settings that a person edits, says where they are malformed, and reports them to a server
+// as standard JSON.
+#include <iostream>
+#include <string>
+
+#include "Tolvex/Json/Json.h"
+#include "Tolvex/Json/ParseError.h"
+#include "Tolvex/Json/Standard.h"
+
+namespace {
+
+namespace Json = Tolvex::Json;
+
+void Load(const std::string& text)
+{
+    Json::ParseError error;
+    const Json::Value settings = Json::Deserialize(text, error);
+    if (error.reason.empty()) {
+        std::cout << "loaded: " << Json::SerializeStandard(settings) << '\n';
+    } else {
+        std::cout << "line " << error.line << ", column " << error.column << ": " << error.reason
+                  << '\n';
+    }
+}
+
+}  // namespace
+
+int main()
+{
+    Load("{\n    \"driver\": \"J. \\\"Joe\\\" Doe\",\n    \"limit\": 13.9\n}\n");
+    Load("{\n    \"driver\": \"Joe\",\n    \"limit\": fast\n}\n");
+    Load("{\n    \"limit\": 13.9\n    \"driver\": \"Joe\"\n}\n");
+    return 0;
+}
