@@ -46,13 +46,13 @@ bool Capture::Open()
         Complain(source.GetErrorText());
         return false;
     }
-    if (!encoder.Open(source.Width(), source.Height(), settings)) {
+    if (!encoder.Open(source.Width(), settings.height, settings)) {
         Complain(encoder.GetErrorText());
         return false;
     }
     recorder.SetParameters(encoder.Parameters());
     LogLine(LogType::Info, LogModule::Event)
-        << source.Name() << ": " << source.Width() << 'x' << source.Height();
+        << source.Name() << ": " << source.Width() << 'x' << settings.height;
     complaint.clear();
     open = true;
     return true;

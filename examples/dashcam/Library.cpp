@@ -10,9 +10,12 @@
 namespace Dashcam {
 namespace {
 
+constexpr std::uint64_t logBytes = 1000000;
+constexpr unsigned logFilesKept = 2;
+
 std::string logPath;
 
-}
+}  // namespace
 
 Tolvex::Json::Value ParseJson(const std::string& text, std::string& problem)
 {
@@ -36,7 +39,10 @@ void StartLog(const std::string& folder)
     std::error_code ignored;
     std::filesystem::create_directories(folder, ignored);
     logPath = folder + "/dashcam.log";
-    Tolvex::Ilog::Logger::GetInstance()->EnableFile(logPath);
+    Tolvex::Ilog::Logger* const logger = Tolvex::Ilog::Logger::GetInstance();
+    logger->SetFileSizeLimit(logBytes, logFilesKept);
+    logger->SetFileDurability(Tolvex::Ilog::LogDurability::IgnitionOff);
+    logger->EnableFile(logPath);
 }
 
 std::string LastLogLines()

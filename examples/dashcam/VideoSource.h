@@ -1,12 +1,12 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <string>
 
 #include "Tolvex/Interfaces/IError.h"
 
 #include "examples/dashcam/Frame.h"
+#include "examples/dashcam/Input.h"
 #include "examples/dashcam/Settings.h"
 
 namespace Dashcam {
@@ -19,7 +19,7 @@ struct Picture
     Moment time;                ///< when it was taken
 };
 
-/// Where the pictures come from: a V4L2 camera, a video file in a loop, or a test picture.
+/// Where the pictures come from: a camera, a video file in a loop, or a test picture.
 ///
 /// A camera gives the pace itself. Files and the test picture have the frame rate of the settings;
 /// when the reader is more than a second late, pictures are left out, and counted as lost.
@@ -28,53 +28,41 @@ struct Picture
 class VideoSource : public Tolvex::Interfaces::IError
 {
 public:
-    /// @param settings  Must outlive the source.
-    /// @param camera    Such as "/dev/video0"; empty for none.
-    /// @param file      Path; empty for none. Without both: the test picture.
-    VideoSource(const Settings& settings, std::string camera, std::string file);
+    /// @param wishes  Must outlive the source.
+    /// @param device  Such as "/dev/video0"; empty for none.
+    /// @param path    Of a file; empty for none. Without both: the test picture.
+    VideoSource(const Settings& wishes, std::string device, std::string path);
 
-    /// Opens the source, again after a failure. @return false with libav's reason.
+    /// Opens the source, again after a failure. @return false with the reason.
     bool Open();
-    /// Waits for the next picture. @return false when there is none: Open() it again.
+    /// Waits for the next picture. @return false with the reason: Open() the source again.
     bool Read(Picture& picture);
 
-    /// @return the size of every picture, known after the first Open().
+    /// @return the width of every picture, known after the first Open(). The height is that of the
+    /// settings.
     int Width() const { return width; }
-    int Height() const { return settings.height; }
     /// @return what is shown, for people.
     std::string Name() const;
 
 private:
-    bool Fail(int code, const char* method);
-    bool DecodeNext();
-    bool ReceivePicture();
-    bool Rewind();
-    bool AdvanceTo(double seconds);
+    bool FailAsInput();
     void AwaitTurn();
-    void TakeCameraTime();
+    bool ReadFile();
+    bool ReadCamera();
     bool Convert();
 
     const Settings& settings;
     const std::string camera;
     const std::string file;
-
-    AvInput input;
-    AvCodec decoder;
+    Input input;  ///< for a camera or a file
     AvScaler scaler;
-    AvPicture decoded;
-    AvPicture converted;
-    AvPacketOwner packet;
-    int stream = 0;       ///< of the input
-    int width = 0;        ///< of the pictures; 0 until the first Open()
-    double rate = 0.0;    ///< pictures per second
-    bool first = true;    ///< nothing has been decoded since Open()
-    double origin = 0;    ///< time stamp of the first picture, in seconds
-    double position = 0;  ///< of the decoded picture: seconds since the first, all rounds together
-    double round = 0;     ///< position at which this round of the file began
-    double anchor = 0;    ///< position of the camera's picture before this one
+    AvPicture pixels;
 
+    int width = 0;          ///< 0 until the first Open()
+    bool fresh = true;      ///< no picture has come since Open()
     Moment begin;           ///< of turn 0
     std::int64_t turn = 0;  ///< pictures that were due, for files and the test picture
+    double position = 0;    ///< of the camera's last picture
     std::int64_t id = -1;   ///< of the last picture
     Moment time;            ///< of the last picture
 };
