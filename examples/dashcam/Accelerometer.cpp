@@ -44,6 +44,12 @@ bool ReadSample(const std::string& line, unsigned char range, Sample& sample)
 
 }  // namespace
 
+double ForceOf(const Sample& sample)
+{
+    const auto [forward, left, up] = sample.axes;
+    return std::hypot(forward, left, up - 1.0F);
+}
+
 Accelerometer::Accelerometer(const Settings& wishes, std::string file,
                              std::function<void(double)> sink)
     : settings(wishes),
@@ -139,8 +145,7 @@ bool Accelerometer::ReadLine(std::string& line)
 
 void Accelerometer::Judge(const Sample& sample)
 {
-    const auto [forward, left, up] = sample.axes;
-    const double force = std::hypot(forward, left, up - 1.0F);  // without gravity
+    const double force = ForceOf(sample);
     if (!(force >= settings.threshold)) {
         return;
     }

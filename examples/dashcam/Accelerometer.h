@@ -23,6 +23,9 @@ struct Sample
     std::array<float, 3> axes = {};
 };
 
+/// @return the force in g that acts beside gravity.
+double ForceOf(const Sample& sample);
+
 /// The worker that reads the accelerometer, one sample in each pass, and reports what is violent.
 ///
 /// Samples are lines of three raw numbers of the sensor, -128 to 127. They come from a FIFO as they

@@ -15,6 +15,7 @@ Capture::Capture(const Settings& wishes, Recorder& sink, std::string camera, std
     : settings(wishes), recorder(sink), source(wishes, std::move(camera), std::move(file))
 {
     SetThreadName("Capture");
+    av_log_set_level(AV_LOG_FATAL);  // libav would write to the terminal; we log its reasons
 }
 
 void Capture::Run()

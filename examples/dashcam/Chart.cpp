@@ -16,8 +16,8 @@ namespace Json = Tolvex::Json;
 using Row = std::array<double, 4>;
 
 // The canvas, in units of the SVG.
-constexpr double width = 640, height = 250;
-constexpr double left = 44, right = 628, top = 26, bottom = 222;
+constexpr double width = 640, height = 300;
+constexpr double left = 48, right = 628, top = 30, bottom = 266;
 
 std::vector<Row> ReadRows(const Json::Object& side)
 {
@@ -72,16 +72,15 @@ void DrawGrid(std::ostream& svg, const Scale& scale)
     for (double g = -std::floor(scale.limit / step) * step; g <= scale.limit; g += step) {
         svg << "<path class=\"" << (g == 0.0 ? "zero" : "grid") << "\" d=\"M" << left << ' '
             << scale.Y(g) << 'H' << right << "\"/><text x=\"" << left - 8 << "\" y=\""
-            << scale.Y(g) + 4 << "\" text-anchor=\"end\">" << g << "</text>";
+            << scale.Y(g) + 5 << "\" text-anchor=\"end\">" << g << "</text>";
     }
-    const double every = std::max(1.0, std::ceil((scale.last - scale.first) / 12.0));
+    const double every = std::max(1.0, std::ceil((scale.last - scale.first) / 7.0));
     for (double second = std::ceil(scale.first / every) * every; second <= scale.last;
          second += every) {
-        svg << "<text x=\"" << scale.X(second) << "\" y=\"" << bottom + 18
+        svg << "<text x=\"" << scale.X(second) << "\" y=\"" << bottom + 24
             << "\" text-anchor=\"middle\">" << (second > 0 ? "+" : "") << second + 0.0
             << " s</text>";
     }
-    svg << "<text x=\"" << left - 8 << "\" y=\"14\" text-anchor=\"end\">g</text>";
 }
 
 /// Marks the event that has begun the clip, and those that have prolonged it.
@@ -102,7 +101,7 @@ void DrawEvents(std::ostream& svg, const Json::Object& side, const Scale& scale)
         trigger = i == 0 ? second : trigger;
         const double x = std::clamp(scale.X(second - trigger), left, right);
         svg << "<path class=\"event\" d=\"M" << x << ' ' << top - 6 << 'V' << bottom
-            << "\"/><text class=\"event\" x=\"" << x << "\" y=\"14\" text-anchor=\"middle\">event"
+            << "\"/><text class=\"event\" x=\"" << x << "\" y=\"16\" text-anchor=\"middle\">event"
             << "</text>";
     }
 }

@@ -34,7 +34,6 @@ bool Input::OpenFile(const std::string& path)
 bool Input::Open(const char* format, AVDictionary** options)
 {
     ResetError();
-    av_log_set_level(AV_LOG_FATAL);
     AVFormatContext* opened = nullptr;
     int code = avformat_open_input(
         &opened, name.c_str(), format != nullptr ? av_find_input_format(format) : nullptr, options);

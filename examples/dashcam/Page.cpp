@@ -142,19 +142,20 @@ void WriteEvent(std::ostream& page, const std::string& name, const Side& side)
           std::pair("sig", "Signature")}) {
         page << "<a href=\"" << name << '.' << extension << "\">" << text << "</a>";
     }
-    page << "</div></div>\n<div>";
-    if (const std::string chart = DrawChart(side.All()); !chart.empty()) {
-        page
-            << "<figure>" << chart << "\n<figcaption><span><i class=\"x\"></i>forward</span>"
-            << "<span><i class=\"y\"></i>left</span><span><i class=\"z\"></i>up</span></figcaption>"
-            << "</figure>\n";
-    }
-    WriteTable(page, side);
-    page << "</div></div>\n";
+    page << "</div>\n";
     if (const std::string log = side.Text("log"); !log.empty()) {
         page << "<details><summary>Last lines of the log</summary><pre>" << log
              << "</pre></details>\n";
     }
+    page << "</div>\n<div>";
+    if (const std::string chart = DrawChart(side.All()); !chart.empty()) {
+        page
+            << "<figure><figcaption>Acceleration in g<span><i class=\"x\"></i>forward</span>"
+            << "<span><i class=\"y\"></i>left</span><span><i class=\"z\"></i>up</span></figcaption>"
+            << chart << "</figure>\n";
+    }
+    WriteTable(page, side);
+    page << "</div></div>\n";
     page << "</article>\n";
 }
 

@@ -1,5 +1,6 @@
 #include "examples/dashcam/SideFile.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "Tolvex/Util/SunCalculator.h"
@@ -20,14 +21,25 @@ double Rounded(double value)
     return std::round(value * 1000.0) / 1000.0;
 }
 
-Json::Array DescribeEvents(const Clip& clip)
+/// The largest force beside gravity within a second of a shock, which has only begun at the event.
+double PeakForce(const Event& event, const std::vector<Sample>& samples)
+{
+    double peak = event.force;
+    for (const Sample& sample : samples) {
+        const double distance = SecondsBetween(event.time, sample.time);
+        peak = distance >= 0.0 && distance <= 1.0 ? std::max(peak, ForceOf(sample)) : peak;
+    }
+    return peak;
+}
+
+Json::Array DescribeEvents(const Clip& clip, const std::vector<Sample>& samples)
 {
     Json::Array events;
     for (const Event& event : clip.events) {
         Json::Object entry;
         entry["cause"] = event.cause;
         entry["second"] = Rounded(SecondsBetween(clip.frames.front()->Time(), event.time));
-        entry["force"] = Rounded(event.force);
+        entry["force"] = Rounded(event.force > 0.0 ? PeakForce(event, samples) : 0.0);
         events.push_back(std::move(entry));
     }
     return events;
@@ -116,7 +128,7 @@ Json::Object DescribeClip(const std::string& name, const Clip& clip,
     Json::Object side;
     side["identifier"] = Tolvex::Util::NewUid();
     side["clip"] = name + ".mp4";
-    side["events"] = DescribeEvents(clip);
+    side["events"] = DescribeEvents(clip, samples);
     side["localTime"] = Tolvex::Util::DateISO(event.wallTime);
     side["unixTime"] = static_cast<double>(event.wallTime);
     side["bootSeconds"] = Rounded(event.bootSeconds);

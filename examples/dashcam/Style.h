@@ -35,16 +35,17 @@ article > header { display: flex; flex-wrap: wrap; align-items: baseline; gap: 8
   font-size: 13px; white-space: nowrap; }
 .chip.cause { background: color-mix(in srgb, var(--event) 14%, transparent); color: var(--event);
   font-weight: 600; }
-.columns { display: grid; grid-template-columns: minmax(0, 1fr) minmax(0, 1fr); gap: 22px; }
+.columns { display: grid; grid-template-columns: minmax(0, 5fr) minmax(0, 4fr); gap: 26px; }
 video { display: block; width: 100%; aspect-ratio: 16/9; border-radius: 10px; background: #000; }
 .files { display: flex; flex-wrap: wrap; gap: 4px 18px; margin-top: 10px; font-size: 14px; }
 figure { margin: 0; }
-figcaption { display: flex; flex-wrap: wrap; gap: 2px 16px; font-size: 13px; color: var(--soft); }
+figcaption { display: flex; flex-wrap: wrap; gap: 2px 16px; margin-bottom: 4px; font-size: 13px;
+  color: var(--soft); }
 figcaption i { display: inline-block; width: 14px; height: 3px; border-radius: 2px;
   margin-right: 6px; vertical-align: middle; }
 i.x { background: var(--x); } i.y { background: var(--y); } i.z { background: var(--z); }
-svg { display: block; width: 100%; height: auto; }
-svg text { fill: var(--soft); font-size: 12px; font-variant-numeric: tabular-nums; }
+svg { display: block; width: 100%; height: auto; overflow: visible; }
+svg text { fill: var(--soft); font-size: 13px; font-variant-numeric: tabular-nums; }
 svg text.event { fill: var(--event); font-weight: 600; }
 svg path { fill: none; stroke-width: 1; }
 path.grid { stroke: var(--line); } path.zero { stroke: var(--soft); }
@@ -54,7 +55,7 @@ polyline.x { stroke: var(--x); } polyline.y { stroke: var(--y); } polyline.z { s
 table { width: 100%; border-collapse: collapse; margin-top: 12px; font-size: 14px; }
 th, td { padding: 5px 0; border-top: 1px solid var(--line); text-align: left; vertical-align: top;
   font-variant-numeric: tabular-nums; overflow-wrap: anywhere; }
-th { width: 38%; padding-right: 12px; color: var(--soft); font-weight: 400; }
+th { width: 30%; padding-right: 12px; color: var(--soft); font-weight: 400; }
 details { margin-top: 12px; font-size: 14px; }
 summary { cursor: pointer; color: var(--soft); }
 pre { margin: 8px 0 0; padding: 12px; overflow-x: auto; background: var(--page);
@@ -65,7 +66,7 @@ footer { padding: 8px 0 40px; font-size: 13px; color: var(--soft); }
   body > header { padding-top: 22px; }
   article { padding: 14px; border-radius: 12px; }
   .columns { grid-template-columns: minmax(0, 1fr); gap: 16px; }
-  svg text { font-size: 17px; } }
+  svg text { font-size: 21px; } polyline { stroke-width: 2.6; } }
 )css";
 
 }  // namespace Dashcam

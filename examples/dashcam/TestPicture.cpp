@@ -113,18 +113,17 @@ void DrawDigit(AVFrame& picture, int digit, double x, double y, double size)
 void DrawTime(AVFrame& picture, const std::string& text)
 {
     const double size = std::max(12.0, picture.height / 18.0);
-    const double margin = size * 0.8;
+    const double margin = size * 0.8;  // also where the text begins, from the left and the top
     const double width = static_cast<double>(text.size()) * size * 0.75;
-    const double top = picture.height - size - margin;
-    Fill(picture, margin * 0.5, top - margin * 0.5, width + margin * 0.75, size + margin, black);
+    Fill(picture, margin * 0.5, margin * 0.5, width + margin * 0.75, size + margin, black);
     double x = margin;
     for (const char character : text) {
         if (character >= '0' && character <= '9') {
-            DrawDigit(picture, character - '0', x, top, size);
+            DrawDigit(picture, character - '0', x, margin, size);
         } else {
             const double dot = std::max(2.0, size / 6.0);
-            Fill(picture, x + size * 0.2, top + size * 0.25, dot, dot, white);
-            Fill(picture, x + size * 0.2, top + size * 0.7, dot, dot, white);
+            Fill(picture, x + size * 0.2, margin + size * 0.25, dot, dot, white);
+            Fill(picture, x + size * 0.2, margin + size * 0.7, dot, dot, white);
         }
         x += size * 0.75;
     }
