@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <fcntl.h>
 #include <poll.h>
 #include <sstream>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -47,7 +47,7 @@ bool ReadSample(const std::string& line, unsigned char range, Sample& sample)
 double ForceOf(const Sample& sample)
 {
     const auto [forward, left, up] = sample.axes;
-    return std::hypot(forward, left, up - 1.0F);
+    return static_cast<double>(std::hypot(forward, left, up - 1.0F));
 }
 
 Accelerometer::Accelerometer(const Settings& wishes, std::string file,
@@ -125,7 +125,7 @@ bool Accelerometer::ReadLine(std::string& line)
     pollfd input = {descriptor, POLLIN, 0};
     char bytes[bytesInOneRead];
     if (descriptor < 0 || poll(&input, 1, 100) < 0) {
-        Complain(std::strerror(errno));
+        Complain(std::generic_category().message(errno));
         ThreadSleep(1000ms, 50ms);
         return false;
     }
@@ -156,7 +156,7 @@ void Accelerometer::Judge(const Sample& sample)
     }
 }
 
-void Accelerometer::Complain(const char* problem)
+void Accelerometer::Complain(const std::string& problem)
 {
     if (!complained) {
         LogLine(LogType::Warning, LogModule::Accelerometer) << path << ' ' << problem;

@@ -52,7 +52,7 @@ protected:
 private:
     bool ReadLine(std::string& line);
     void Judge(const Sample& sample);
-    void Complain(const char* problem);
+    void Complain(const std::string& problem);
 
     const Settings& settings;
     const std::string path;

@@ -69,17 +69,18 @@ struct Scale
 void DrawGrid(std::ostream& svg, const Scale& scale)
 {
     const double step = scale.limit > 4.0 ? 2.0 : scale.limit > 2.0 ? 1.0 : 0.5;
-    for (double g = -std::floor(scale.limit / step) * step; g <= scale.limit; g += step) {
-        svg << "<path class=\"" << (g == 0.0 ? "zero" : "grid") << "\" d=\"M" << left << ' '
+    const int lines = static_cast<int>(scale.limit / step);
+    for (int line = -lines; line <= lines; ++line) {
+        const double g = line * step;
+        svg << "<path class=\"" << (line == 0 ? "zero" : "grid") << "\" d=\"M" << left << ' '
             << scale.Y(g) << 'H' << right << "\"/><text x=\"" << left - 8 << "\" y=\""
             << scale.Y(g) + 5 << "\" text-anchor=\"end\">" << g << "</text>";
     }
-    const double every = std::max(1.0, std::ceil((scale.last - scale.first) / 7.0));
-    for (double second = std::ceil(scale.first / every) * every; second <= scale.last;
-         second += every) {
+    const int every = std::max(1, static_cast<int>(std::ceil((scale.last - scale.first) / 7.0)));
+    const int begin = static_cast<int>(std::ceil(scale.first / every)) * every;
+    for (int second = begin; second <= scale.last; second += every) {
         svg << "<text x=\"" << scale.X(second) << "\" y=\"" << bottom + 24
-            << "\" text-anchor=\"middle\">" << (second > 0 ? "+" : "") << second + 0.0
-            << " s</text>";
+            << "\" text-anchor=\"middle\">" << (second > 0 ? "+" : "") << second << " s</text>";
     }
 }
 

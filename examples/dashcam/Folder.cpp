@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
+#include <system_error>
 #include <tuple>
 #include <unistd.h>
 #include <utility>
@@ -55,7 +55,7 @@ void WriteAll(const std::string& path, const std::string& bytes)
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
     }
     if (!good || fdatasync(file.Get()) != 0) {
-        Fail(path, std::strerror(errno));
+        Fail(path, std::generic_category().message(errno));
     }
 }
 
@@ -122,7 +122,7 @@ std::string Folder::Reserve(std::time_t time)
     do {
         taken.push_back(Tolvex::Util::CreateEventFile(path, prefix, time, "part"));
     } while (fs::exists(fs::path(taken.back()).replace_extension(".mp4"), ignored));
-    const std::string name = fs::path(taken.back()).stem();
+    std::string name = fs::path(taken.back()).stem();
     taken.pop_back();
     for (const std::string& file : taken) {
         fs::remove(file, ignored);
@@ -179,6 +179,7 @@ std::vector<std::string> Folder::Events() const
     }
     std::sort(found.rbegin(), found.rend());
     std::vector<std::string> names;
+    names.reserve(found.size());
     for (auto& [time, number, name] : found) {
         names.push_back(std::move(name));
     }

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Clips, side files and signatures of whole drives."""
 import os
+import pathlib
 import time
 import unittest
 
@@ -130,6 +131,15 @@ class ClipsTest(unittest.TestCase):
                      "setting sensorRange is out of its range", "setting key needs 1 to 128 bytes",
                      "unknown setting: surprise", "setting latitude is out of its range"):
             self.assertIn(text, drive.log())
+
+    def test_settings_of_the_example_are_complete_and_are_the_defaults(self):
+        folder = scratch(self)
+        example = pathlib.Path(__file__).resolve().parents[2] / "examples/dashcam/settings.json"
+        with Drive(folder, "--settings", str(example)) as drive:
+            drive.await_log("1280x720")
+            drive.ignition_off()
+        for text in ("is missing", "unknown setting", "default is used", "defaults are used"):
+            self.assertNotIn(text, drive.log())
 
     def test_clip_of_an_event_without_pictures_is_counted_as_lost(self):
         folder = scratch(self)

@@ -10,8 +10,7 @@ from dashcam import Drive, check_whole, clips, eventually, main, packets, scratc
 
 folder_of_strangers = pathlib.Path("/usr/share/gem/examples/data")
 strangers = {folder_of_strangers / "alea.mpg": 160,    # MPEG-1, of three hundredths of a second
-             folder_of_strangers / "anim-1.mov": 120,  # Motion JPEG in QuickTime, as cameras make it
-             folder_of_strangers / "homer.avi": 160}   # Indeo 3
+             folder_of_strangers / "anim-1.mov": 120}  # Motion JPEG in QuickTime, as cameras make it
 
 
 def make(path, *options):
