@@ -37,6 +37,7 @@
 #include "Tolvex/Json/ParseError.h"
 #include "Tolvex/Json/Standard.h"
 #include "Tolvex/Log/LogLine.h"
+#include "Tolvex/Log/LogDurability.h"
 #include "Tolvex/Log/LogPolicy.h"
 #include "Tolvex/Log/LogType.h"
 #include "Tolvex/Log/Logger.h"

@@ -313,6 +313,20 @@ def json_growth(goals):
             + table(["", "1 MB", "8 MB", "64 MB", "from 1 to 64 MB", "from 8 to 64 MB"], rows))
 
 
+def json_additions():
+    program = Program("Json.JsonTolvexBenchmark")
+    rows = []
+    for corpus in CORPORA:
+        cases = [f"{what}/{corpus}" for what in ("read", "readWithError", "write", "writeStandard")]
+        if all(program.has(case) for case in cases):
+            rows.append([corpus, *(show(program.counter(case, "bytes_per_second") / 1e6, "MB/s")
+                                   for case in cases)])
+    return ("### Reading with an error, writing standard JSON\n\nSpeeds count the bytes of the document "
+            "that was read.\n\n"
+            + table(["", "`Deserialize`", "with `ParseError`", "`Serialize`", "`SerializeStandard`"],
+                    rows)) if rows else ""
+
+
 def json_memory(goals):
     program = Program("Json.JsonTolvexBenchmark")
     rows, ratios = [], []
@@ -574,7 +588,7 @@ def main():
         "simdjson's tree is read-only and does not copy strings.", goals)
     writing = json_contest("write", "JSON: tree to text", "json-write",
                            "Speeds count the bytes of the document that was read.", goals)
-    growth, memory = json_growth(goals), json_memory(goals)
+    growth, memory = json_growth(goals), json_memory(goals) + json_additions()
     ring_contest, replace_contest, crypto_contest = ring(goals), replacing(goals), crypto(goals)
     sun = Program("Util.SunCalculatorBenchmark").time("ComputesTimesOfDays")
     arm = instructions(goals)

@@ -11,6 +11,7 @@
 
 #include "Tolvex/Json/Private/Access.h"
 #include "Tolvex/Json/Private/Characters.h"
+#include "Tolvex/Json/Private/Prefetch.h"
 #include "Tolvex/Json/Private/Tree.h"
 
 namespace Tolvex::Json {
@@ -177,7 +178,7 @@ void Finish(std::string& text, std::vector<Cursor>& open)
             text += ',';
         }
         if (rest.OverMembers()) {
-            AppendString(rest.Key(), text);
+            AppendString(PrefetchAhead(rest.Key()), text);
             text += ':';
         }
         const Value& value = rest.Current();

@@ -27,8 +27,10 @@ LogLine::LogLine(LogType type, std::optional<LogModule> module)
     : lineType(type), lineModule(module), stream(&text)
 {
     std::optional<std::locale> locale;
-    Logger::GetInstance()->ForEachEnabled(
-        [&locale](const LoggerCore& core) { locale = core.Locale(); });
+    const Logger& logger = *Logger::GetInstance();
+    if (logger.AnyEnabled()) {
+        logger.ForEachEnabled([&locale](const LoggerCore& core) { locale = core.Locale(); });
+    }
     if (!locale) {
         stream.rdbuf(nullptr);  // The stream is bad now, so nothing is formatted.
     } else if (stream.getloc() != *locale) {

@@ -2,6 +2,7 @@
 
 #include <iostream>
 #include <optional>
+#include <utility>
 
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Log/Private/FileOutput.h"
@@ -58,8 +59,9 @@ void FileLogPolicy::SetOutput(const std::string& name)
 {
     // Required: the file is neither opened nor created nor checked here.
     if (name != fileName) {
-        state->file = std::make_shared<FileOutput>(name, state->settings);
+        auto file = std::make_shared<FileOutput>(name, state->settings);
         fileName = name;
+        state->file = std::move(file);
     }
     Base::StoreShared(outputSet, true);
 }

@@ -9,6 +9,7 @@
 #include <ostream>
 #include <string>
 
+#include "Tolvex/Log/LogDurability.h"
 #include "Tolvex/Log/LogType.h"
 #include "Tolvex/Types/Export.h"
 
@@ -44,15 +45,6 @@ public:
     /// Tells the type of the line that the next Write() brings. Does nothing here.
     /// @param type  Any value: LogType may be cast from other numbers.
     virtual void WriteHeader(LogType type);
-};
-
-/// When the lines of a log file reach the medium, so that a power cut does not lose them.
-enum class LogDurability
-{
-    None,         ///< when the file system writes them, which takes seconds
-    IgnitionOff,  ///< at Logger::RunIgnitionOff(); before that as None
-    Interval,     ///< a set time after they were written at the latest
-    EachLine,     ///< each line before the next one is written
 };
 
 /// Appends each line to a file, which is opened and closed for every line.

@@ -1,16 +1,32 @@
 #include "Tolvex/Log/Logger.h"
 
+#include <cerrno>
 #include <chrono>
 #include <exception>
 #include <memory>
+#include <mutex>
+#include <new>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/SharedValue.h"
+#include "Tolvex/Log/Private/BlackBox.h"
+#include "Tolvex/Log/Private/LoggerRegistry.h"
 #include "Tolvex/Log/Private/LoggerState.h"
 
 namespace Tolvex::Ilog {
 
+/// The black box and its logger. Never deleted.
+struct Logger::LastLines
+{
+    explicit LastLines(const LoggerCore& file) : core(BlackBox::calls, &box, &file) {}
+
+    BlackBox box;
+    LoggerCore core;
+};
+
 Logger* Logger::instance = nullptr;
+Logger::LastLines* Logger::lastLines = nullptr;
+bool Logger::anyEnabled = false;
 
 Logger* Logger::Create()
 {
@@ -35,13 +51,97 @@ Logger::Logger()
 // Required: the instance pointer is not cleared.
 Logger::~Logger()
 {
+    CloseBlackBox();
+    Base::StoreShared(anyEnabled, false);
     delete fileLogger;
     delete consoleLogger;
 }
 
 bool Logger::EnableFile(const std::string& fileName)
 {
-    return !fileName.empty() && fileLogger->core.Enable(&fileName);
+    const bool enabled = !fileName.empty() && fileLogger->core.Enable(&fileName);
+    UpdateAnyEnabled();
+    return enabled;
+}
+
+bool Logger::EnableConsole()
+{
+    const bool enabled = consoleLogger->Enable();
+    UpdateAnyEnabled();
+    return enabled;
+}
+
+bool Logger::EnableBlackBox(std::size_t lines)
+{
+    if (lines == 0) {
+        return false;
+    }
+    try {
+        if (Base::LoadShared(lastLines) == nullptr) {
+            auto made = std::make_unique<LastLines>(fileLogger->core);
+            if (Base::SetSharedOnce(lastLines, made.get())) {
+                static_cast<void>(made.release());
+            }
+        }
+        const std::string output = std::to_string(lines);
+        const bool enabled = Base::LoadShared(lastLines)->core.Enable(&output);
+        UpdateAnyEnabled();
+        return enabled;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+void Logger::CloseFile()
+{
+    fileLogger->Close();
+    UpdateAnyEnabled();
+}
+
+void Logger::CloseConsole()
+{
+    consoleLogger->Close();
+    UpdateAnyEnabled();
+}
+
+void Logger::CloseBlackBox()
+{
+    if (LastLines* const kept = Base::LoadShared(lastLines)) {
+        kept->core.Close();
+        UpdateAnyEnabled();
+    }
+}
+
+bool Logger::SaveLastLines(const std::string& path) const
+{
+    const LastLines* const kept = Base::LoadShared(lastLines);
+    if (kept == nullptr) {
+        errno = ENODATA;
+        return false;
+    }
+    return kept->box.Save(path);
+}
+
+std::vector<std::string> Logger::GetLastLines() const
+{
+    const LastLines* const kept = Base::LoadShared(lastLines);
+    return kept == nullptr ? std::vector<std::string>() : kept->box.Lines();
+}
+
+LoggerCore* Logger::EnabledBlackBox()
+{
+    LastLines* const kept = Base::LoadShared(lastLines);
+    return kept != nullptr && kept->core.IsEnabled() ? &kept->core : nullptr;
+}
+
+/// Call after an output has been enabled or closed.
+void Logger::UpdateAnyEnabled() const
+{
+    // One thread at a time: the last one has seen the changes of all.
+    const std::lock_guard guard(RegistryMutex());
+    bool any = false;
+    ForEachEnabled([&any](const LoggerCore&) { any = true; });
+    Base::StoreShared(anyEnabled, any);
 }
 
 /// Leaves no line open in one logger when an exception or a cancellation ends the call for another.
@@ -87,6 +187,7 @@ void Logger::RunIgnitionOff()
         }
     });
     fileLogger->core.Close(deadline);
+    UpdateAnyEnabled();
 }
 
 }  // namespace Tolvex::Ilog

@@ -2,10 +2,12 @@
 
 #include <chrono>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Tolvex/Interfaces/IgnitionOffMode.h"
 #include "Tolvex/Log/LogPolicy.h"
@@ -16,10 +18,11 @@
 
 namespace Tolvex::Ilog {
 
-/// The log of the process: passes every line on to a file and to the console, if they are enabled.
+/// The log of the process: passes every line on to a file, to the console and to a black box in
+/// memory, if they are enabled.
 ///
-/// Nothing is written until EnableFile() or EnableConsole() has been called. LogLine is the way to
-/// write a line. Where its parts come from several places, the four steps are
+/// Nothing is written until EnableFile(), EnableConsole() or EnableBlackBox() has been called.
+/// LogLine is the way to write a line. Where its parts come from several places, the four steps are
 /// @code
 /// Logger::GetInstance()->WriteHeader(LogType::Warning);
 /// *Logger::GetInstance() << LogModule::CELL << "signal " << -113 << " dBm" << std::endl;
@@ -30,7 +33,7 @@ namespace Tolvex::Ilog {
 /// @par Errors
 /// std::system_error out of WriteHeader() when a line lock cannot be taken; no lock is held then.
 /// @par Thread safety
-/// Thread-safe. The order of the line locks is file, console.
+/// Thread-safe. The order of the line locks is file, console, black box.
 class TOLVEX_EXPORT Logger : public Interfaces::IgnitionOffMode
 {
 public:
@@ -41,7 +44,7 @@ public:
         return existing != nullptr ? existing : Create();
     }
 
-    /// Closes both loggers. The library never destroys its logger: a destroyed one must not be used
+    /// Closes all outputs. The library never destroys its logger: a destroyed one must not be used
     /// again, and GetInstance() still returns it.
     ~Logger() override;
 
@@ -60,13 +63,32 @@ public:
 
     /// Logs to standard output from now on.
     /// @return false when the writer thread cannot be created; then nothing has changed.
-    bool EnableConsole() { return consoleLogger->Enable(); }
+    bool EnableConsole();
+
+    /// Keeps the last lines in memory from now on, whether they go to the file or not.
+    ///
+    /// The lines are those of the file log. They are dropped when the process ends, however it
+    /// ends: call SaveLastLines() before. The thread that ends a line keeps it, without a system
+    /// call. On an enabled black box the newest of the kept lines stay. Waits up to 2.1 s for a
+    /// line that is being composed.
+    ///
+    /// The memory is allocated here and never grows: 256 bytes and the size of a pointer per line,
+    /// and at least 64 KiB. If the lines are longer than that on average, fewer lines are kept. A
+    /// line that is longer than all this memory loses its end.
+    /// @param lines  How many lines to keep.
+    /// @return false for 0 lines, without memory, or when the wait was not enough; then nothing has
+    /// changed.
+    bool EnableBlackBox(std::size_t lines);
 
     /// Stops logging to the file; see LoggerBase::Close(). Blocks as that does.
-    void CloseFile() { fileLogger->Close(); }
+    void CloseFile();
 
     /// Stops logging to standard output; see LoggerBase::Close(). Blocks as that does.
-    void CloseConsole() { consoleLogger->Close(); }
+    void CloseConsole();
+
+    /// Stops keeping lines, and releases those that were kept. Waits up to 2.1 s for a line that is
+    /// being composed.
+    void CloseBlackBox();
 
     /// Chooses when the lines of the file log reach the medium; see FileLogPolicy::SetDurability().
     /// Holds for all files, and may be called at any time.
@@ -91,6 +113,28 @@ public:
 
     /// @return whether lines go to standard output.
     bool IsConsoleEnabled() const { return consoleLogger->IsEnabled(); }
+
+    /// @return whether lines are kept in memory.
+    bool IsBlackBoxEnabled() const { return EnabledBlackBox() != nullptr; }
+
+    /// Writes the lines that the black box keeps to a file, the oldest first. Replaces the file in
+    /// one step: after a failure or a loss of power there is the old file or the new one.
+    ///
+    /// Takes no line lock, so a watchdog may call it while another thread hangs in a line. Logging
+    /// goes on meanwhile. Writes the file `path` + ".new", renames it, and returns when all is on
+    /// the medium; waits while another thread or process does the same with that path. Also works
+    /// in a forked child. A signal handler must not call it.
+    /// @param path  Its directory must exist.
+    /// @return false when the file could not be written; errno tells why (ENODATA: there is no
+    /// black box). The old file is left as it was, except when only its directory could not be
+    /// written to the medium.
+    bool SaveLastLines(const std::string& path) const;
+
+    /// Takes no line lock. Also works in a forked child.
+    /// @return the lines that the black box keeps, the oldest first, without their newlines; none
+    /// when there is no black box.
+    /// @throws std::bad_alloc without memory.
+    std::vector<std::string> GetLastLines() const;
 
     /// Begins a line in each enabled logger. Blocks until the lines before have been written.
     /// @param type  Severity of the line.
@@ -138,14 +182,17 @@ public:
     /// Drops the lines that the calling thread has left open, if there are any.
     void DropLine()
     {
-        ForEachEnabled([](LoggerCore& core) { core.DropLine(); });
+        if (AnyEnabled()) {
+            ForEachEnabled([](LoggerCore& core) { core.DropLine(); });
+        }
     }
 
     /// Logs "All triggers have been stopped" as a notice, and stops logging to the file.
     ///
-    /// The notice is the last line of the file. The console goes on. Waits up to 2.1 s in all: for
-    /// the lines before, and for the writer. When that is not enough for the lines before, the
-    /// notice is missing. Also waits for another thread's EnableFile() or CloseFile().
+    /// The notice is the last line of the file. The console and the black box go on. Waits up to
+    /// 2.1 s in all: for the lines before, and for the writer. When that is not enough for the
+    /// lines before, the notice is missing. Also waits for another thread's EnableFile() or
+    /// CloseFile().
     ///
     /// Unless the durability is LogDurability::None, the writer syncs the file before it ends: when
     /// the call returns before the 2.1 s are over, all lines are on the medium.
@@ -157,8 +204,7 @@ private:
     Logger();
     static Logger* Create();
 
-    /// Calls the action with the core of each enabled logger: the file's first, which is the order
-    /// of the line locks.
+    /// Calls the action with the core of each enabled output, in the order of the line locks.
     template <typename Action>
     void ForEachEnabled(const Action& action) const
     {
@@ -168,21 +214,27 @@ private:
         if (consoleLogger->IsEnabled()) {
             action(consoleLogger->core);
         }
+        if (LoggerCore* const core = EnabledBlackBox()) {
+            action(*core);
+        }
     }
 
-    bool AnyEnabled() const
-    {
-        bool any = false;
-        ForEachEnabled([&any](const LoggerCore&) { any = true; });
-        return any;
-    }
+    /// @return whether an output may be enabled. All that a line costs while none is.
+    static bool AnyEnabled() { return Base::LoadShared(anyEnabled); }
+
+    static LoggerCore* EnabledBlackBox();
+    void UpdateAnyEnabled() const;
 
     template <typename Action>
     void Compose(const Action& action);
     void BeginLines(LogType type);
     Logger& Append(const LogArgument& argument);
 
-    static Logger* instance;  ///< shared: set once
+    struct LastLines;
+
+    static Logger* instance;      ///< shared: set once
+    static LastLines* lastLines;  ///< shared: set by the first EnableBlackBox()
+    static bool anyEnabled;       ///< shared: see AnyEnabled()
 
     LoggerBase<FileLogPolicy>* fileLogger;        ///< owned
     LoggerBase<ConsoleLogPolicy>* consoleLogger;  ///< owned

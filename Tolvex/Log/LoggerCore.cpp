@@ -118,11 +118,16 @@ public:
     /// Ends the step. If the logger was closed meanwhile, the line is given up.
     void LeaveOpen() { taken = !state.lock.Advance(LineLock::Inserting, LineLock::Open); }
 
-    /// Ends the step: hands the line over to the writer if it is complete, or leaves it open.
+    /// Ends the step: hands the line over to the writer if it is complete, or leaves it open. A
+    /// policy that needs no writer takes the line at once; the end of the scope frees the line.
     void End()
     {
         if (!EndsWithNewline(state.buffer)) {
             LeaveOpen();
+            return;
+        }
+        if (state.calls.keep != nullptr) {
+            state.calls.keep(state.policy, state.buffer.view());
             return;
         }
         taken = !state.lock.Advance(LineLock::Inserting, LineLock::Complete);
@@ -149,12 +154,27 @@ private:
     bool taken;
 };
 
+/// Inserts the header of the line that the calling thread has just begun in the other logger.
+/// @return false when the thread has no line there.
+bool InsertHeaderOf(LoggerState& other, std::stringstream& buffer)
+{
+    LineStep step(other);
+    if (!step) {
+        return false;
+    }
+    buffer << other.buffer.view();
+    step.LeaveOpen();
+    return true;
+}
+
 /// Begins the text of a line.
 void Begin(LoggerState& state, LogType type)
 {
     Reset(state.buffer, state.locale);
     state.calls.writeHeader(state.policy, type);
-    state.header.InsertInto(state.buffer, type);
+    if (state.model == nullptr || !InsertHeaderOf(*state.model, state.buffer)) {
+        state.header.InsertInto(state.buffer, type);
+    }
 }
 
 /// Inserts "[#", the text of the module, and "]".
@@ -212,8 +232,10 @@ void RenewStaleBuffer(LoggerState& state)
 
 }  // namespace
 
-LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy)
-    : state(std::make_shared<LoggerState>(calls, policy)), enabled(state->enabled)
+LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy, const LoggerCore* model)
+    : state(std::make_shared<LoggerState>(calls, policy,
+                                          model == nullptr ? nullptr : model->state.get())),
+      enabled(state->enabled)
 {
     RegisterLogger(*state);
 }

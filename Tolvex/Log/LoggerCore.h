@@ -39,7 +39,9 @@ public:
     /// Makes a disabled logger. Starts no thread.
     /// @param calls   How to call the policy; must outlive this object.
     /// @param policy  Not owned; must outlive this object.
-    LoggerCore(const PolicyCalls& calls, void* policy);
+    /// @param model   A logger that begins the same lines first. They then have the same header
+    /// here, and the same locale. Not owned; must outlive this object. May be null.
+    LoggerCore(const PolicyCalls& calls, void* policy, const LoggerCore* model = nullptr);
 
     /// Closes the logger; see ~LoggerBase().
     ~LoggerCore();

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "Tolvex/Log/LogType.h"
 
@@ -18,6 +19,9 @@ struct PolicyCalls
     /// As setOutput, at the start of a log: the first line then begins on a line of its own.
     void (*openOutput)(void* policy, const std::string& name);
     void (*close)(void* policy);  ///< ILogPolicy::Close()
+    /// Takes a finished line on the thread that ended it. A logger whose policy has this operation
+    /// has no writer and does not call write.
+    void (*keep)(void* policy, std::string_view line) = nullptr;
 };
 
 /// The operations of one class of policies. A policy may have RepairEnd(), as FileLogPolicy does.

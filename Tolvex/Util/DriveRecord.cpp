@@ -12,6 +12,7 @@
 
 #include "Tolvex/Base/Private/Descriptor.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/Private/ReplaceFile.h"
 #include "Tolvex/Exception/IException.h"
 
 namespace Tolvex::Util {
@@ -114,12 +115,6 @@ std::string Compose(const DriveRecord& record)
     return text;
 }
 
-/// @return the error number, or 0.
-int WriteToMedium(const Base::Descriptor& file, std::string_view text)
-{
-    return Base::WriteAll(file, text) == text.size() && Base::SyncData(file) ? 0 : errno;
-}
-
 }  // namespace
 
 DriveRecord ReadDriveRecord(const std::string& path)
@@ -150,29 +145,9 @@ DriveRecord ReadDriveRecord(const std::string& path)
 
 void WriteDriveRecord(const std::string& path, const DriveRecord& record)
 {
-    const std::string text = Compose(record);
-    const std::string temporary = path + ".new";
-
-    const Base::NoCancellation scope;
-    int error = 0;
-    {
-        const Base::Descriptor file(
-            open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-        if (!file.IsOpen()) {
-            Fail("open: ", errno);
-        }
-        error = WriteToMedium(file, text);
-    }
-    if (error == 0 && std::rename(temporary.c_str(), path.c_str()) != 0) {
-        error = errno;
-    }
-    if (error != 0) {
-        unlink(temporary.c_str());
-        Fail("write: ", error);
-    }
-
-    if (!Base::SyncDirectoryOf(path)) {
-        Fail("directory: ", errno);
+    const char* const failedStep = Base::ReplaceFile(path, Compose(record));
+    if (failedStep != nullptr) {
+        Fail(failedStep, errno);
     }
 }
 

@@ -20,6 +20,9 @@ namespace Tolvex::Util {
 /// @tparam Enum     The enumeration.
 /// @par Thread safety
 /// Thread-safe, the first use included. A child of fork() can use the table at once.
+/// @par Errors
+/// std::bad_alloc without memory for a text. If the first use ends so, the next one fills the
+/// table.
 template <typename Derived, typename Enum>
 class TOLVEX_EXPORT EnumStringBase
 {
@@ -131,7 +134,12 @@ std::map<std::string, Enum>& EnumStringBase<Derived, Enum>::GetMapLocked()
 
     if (bFirstAccess) {
         bFirstAccess = false;  // before the registrations, which call this function again
-        Derived::RegisterEnumerators();
+        try {
+            Derived::RegisterEnumerators();
+        } catch (...) {
+            bFirstAccess = true;  // for the next call, which fills the rest
+            throw;
+        }
     }
     return assocMap;
 }

@@ -7,6 +7,9 @@
 #include <sys/resource.h>
 #include <vector>
 
+#include "Tolvex/Json/ParseError.h"
+#include "Tolvex/Json/Standard.h"
+
 #include "benchmarks/Json/LibraryBenchmark.h"
 #include "benchmarks/Json/TolvexLibrary.h"
 
@@ -70,6 +73,30 @@ void MeasureMemory(benchmark::State& state, const std::string& text)
     }
     state.counters["peak"] = peak;
     state.counters["tree"] = static_cast<double>(TreeBytes(Library::Read(text)));
+}
+
+// --------------------------------------------------------------------------------------- additions
+
+/// What does it cost to ask for the error, where there is none?
+void ReadWithError(benchmark::State& state, const std::string& text)
+{
+    for ([[maybe_unused]] auto _ : state) {
+        Tolvex::Json::ParseError error;
+        Value tree = Tolvex::Json::Deserialize(text, error);
+        benchmark::DoNotOptimize(&tree);
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+}
+
+/// How fast is the writer that escapes, and keeps all digits of doubles?
+void WriteStandard(benchmark::State& state, const std::string& text)
+{
+    const Value tree = Library::Read(text);
+    for ([[maybe_unused]] auto _ : state) {
+        const std::string written = Tolvex::Json::SerializeStandard(tree);
+        benchmark::DoNotOptimize(written.data());
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 
 // ------------------------------------------------------------------------------------------ growth
@@ -169,6 +196,10 @@ const int alsoRegistered = [] {
         benchmark::RegisterBenchmark(("memory/" + corpus.name).c_str(), [&](auto& state) {
             MeasureMemory(state, corpus.text);
         })->Iterations(1);
+        benchmark::RegisterBenchmark(("readWithError/" + corpus.name).c_str(),
+                                     [&](auto& state) { ReadWithError(state, corpus.text); });
+        benchmark::RegisterBenchmark(("writeStandard/" + corpus.name).c_str(),
+                                     [&](auto& state) { WriteStandard(state, corpus.text); });
     }
     return 0;
 }();

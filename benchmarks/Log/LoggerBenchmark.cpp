@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -32,11 +33,13 @@ using Tolvex::Benchmarks::payload;
 using Tolvex::Benchmarks::ScratchPath;
 using Tolvex::Benchmarks::StartProducers;
 using Tolvex::Benchmarks::TolvexFourSteps;
+using Tolvex::Ilog::LogDurability;
 using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 
 constexpr int linesPerThread = 2000;
+constexpr std::chrono::milliseconds syncInterval(500);
 
 /// Has producers write lines at once and reports the time of a line and the callers' latencies.
 template <typename WriteLine, typename Finish>
@@ -91,6 +94,26 @@ class TolvexLogLine : public TolvexFourSteps
 {
 public:
     void Write(int number) { LogLine(LogType::Error, LogModule::WNET) << payload << number; }
+};
+
+/// Subject: LogLine with a durability and a size limit.
+template <LogDurability mode, std::uint64_t sizeLimit>
+class TolvexToMedium : public TolvexLogLine
+{
+public:
+    TolvexToMedium()
+    {
+        Logger::GetInstance()->SetFileDurability(mode, syncInterval);
+        Logger::GetInstance()->SetFileSizeLimit(sizeLimit, 1);
+    }
+    TolvexToMedium(const TolvexToMedium&) = delete;
+    TolvexToMedium& operator=(const TolvexToMedium&) = delete;
+    ~TolvexToMedium()
+    {
+        Logger::GetInstance()->SetFileDurability(LogDurability::None);
+        Logger::GetInstance()->SetFileSizeLimit(0, 0);
+        std::filesystem::remove(ScratchPath() + ".1");
+    }
 };
 
 template <typename Subject>
@@ -157,6 +180,25 @@ BENCHMARK(MeasureSubject<HandOver<std::binary_semaphore>>)
     ->UseManualTime();
 BENCHMARK(MeasureSubject<TolvexFourSteps>)->Name("BM_Logger")->Arg(1)->Arg(4)->UseManualTime();
 BENCHMARK(MeasureSubject<TolvexLogLine>)->Name("BM_LogLine")->Arg(1)->Arg(4)->UseManualTime();
+// What does it cost to bring the lines to the medium? The directory for temporary files has to be
+// on one: a tmpfs syncs nothing.
+BENCHMARK(MeasureSubject<TolvexToMedium<LogDurability::Interval, 0>>)
+    ->Name("BM_LineInterval")
+    ->Arg(1)
+    ->UseManualTime();
+BENCHMARK(MeasureSubject<TolvexToMedium<LogDurability::EachLine, 0>>)
+    ->Name("BM_LineEach")
+    ->Arg(1)
+    ->UseManualTime();
+// What does a size limit cost: a file that is never full, and one that is renamed every 100 lines?
+BENCHMARK(MeasureSubject<TolvexToMedium<LogDurability::None, 1000000000>>)
+    ->Name("BM_LineBelowLimit")
+    ->Arg(1)
+    ->UseManualTime();
+BENCHMARK(MeasureSubject<TolvexToMedium<LogDurability::None, 11000>>)
+    ->Name("BM_LineRenaming")
+    ->Arg(1)
+    ->UseManualTime();
 BENCHMARK(BM_SpdlogReopening)->Arg(1)->Arg(4)->UseManualTime();
 BENCHMARK(BM_SpdlogFlushed)->Arg(1)->Arg(4)->UseManualTime();
 BENCHMARK(BM_GlogFlushed)->Arg(1)->Arg(4)->UseManualTime();

@@ -1,16 +1,17 @@
 #!/usr/bin/env python3
 """Cuts the power of the emulated board: stops it, copies an image as a cut would leave it, goes on.
 
-usage: power_cuts.py flash|log DIRECTORY CUTS
+usage: power_cuts.py flash DIRECTORY CUTS
+       power_cuts.py log DIRECTORY CUTS MODE
 DIRECTORY holds flash.img, card.img, console and the emulator's second monitor, control.
 
 flash: the board stops itself in the middle of a write (PowerCut.cpp), CUTS times with one copy of
 the variables and CUTS times with two. What each cut leaves of the partition goes to the files
 single-N and redundant-N in DIRECTORY/cuts.
 
-log: the board logs to /board/log of its card and says on its console which lines have been written
-(LogCut.cpp). At random moments the card is copied. Its file system is repaired as the next boot
-would do it, and the log in it is compared with the console.
+log: the board logs to /board/log-MODE of its card and says on its console which lines have been
+written, and which of them must not be lost (LogCut.cpp). At random moments the card is copied. Its
+file system is repaired as the next boot would do it, and the log in it is compared with the console.
 """
 import json
 import random
@@ -66,27 +67,32 @@ def cut_flash(directory, cuts):
 
 
 def written_lines(console):
-    return re.findall(r"^written (\d+), (\d+) us each\r?$", console.read_text("latin-1"), re.M)
+    """@return for each line its number, how many lines are safe, and microseconds of a line."""
+    found = re.findall(r"^written (\d+), safe (\d+), (\d+) us each\r?$", console.read_text("latin-1"),
+                       re.M)
+    return [tuple(int(number) for number in line) for line in found]
 
 
-def cut_card(emulator, directory):
+def cut_card(emulator, directory, mode):
     """@return lines lost, and whether the log ends in NUL bytes."""
     copy = directory / "cut.img"
     emulator.tell("stop")
-    written = int(written_lines(directory / "console")[-1][0])
+    written, safe, _ = written_lines(directory / "console")[-1]
     subprocess.run(["cp", "--sparse=always", directory / "card.img", copy], check=True)
     emulator.tell("cont")
     subprocess.run(["e2fsck", "-fy", copy], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    log = subprocess.run(["debugfs", "-R", "cat /board/log", copy], check=True,
+    log = subprocess.run(["debugfs", "-R", f"cat /board/log-{mode}", copy], check=True,
                          stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
     copy.unlink()
     numbers = [int(number) for number in re.findall(rb"\]line (\d+) and some more text\n", log)]
     if numbers != list(range(1, len(numbers) + 1)):
         sys.exit("power_cuts.py: a line in the middle of the log is missing")
+    if len(numbers) < safe:
+        sys.exit(f"power_cuts.py: {len(numbers)} lines are left of {safe} that had to be safe")
     return max(0, written - len(numbers)), log.endswith(b"\0")
 
 
-def cut_log(directory, cuts):
+def cut_log(directory, cuts, mode):
     emulator = Emulator(directory / "control")
     console = directory / "console"
     deadline = time.monotonic() + PATIENCE
@@ -97,15 +103,16 @@ def cut_log(directory, cuts):
     lost, nul_tails = [], 0
     for number in range(1, cuts + 1):
         time.sleep(random.uniform(3, 9))
-        count, nul_tail = cut_card(emulator, directory)
+        count, nul_tail = cut_card(emulator, directory, mode)
         lost.append(count)
         nul_tails += nul_tail
-        print(f"power cut {number}: {count} lines lost{', a tail of NUL bytes' * nul_tail}",
-              flush=True)
-    lines, each = written_lines(console)[-1]
-    print(f"{cuts} cuts, {lines} lines: {statistics.median(lost):g} lines lost (median), "
+        print(f"{mode}: power cut {number}: {count} lines lost"
+              f"{', a tail of NUL bytes' * nul_tail}", flush=True)
+    lines, _, each = written_lines(console)[-1]
+    print(f"{mode}: {cuts} cuts, {lines} lines: {statistics.median(lost):g} lines lost (median), "
           f"{max(lost)} (worst), {nul_tails} tails of NUL bytes, {each} us of processor time a line")
 
 
 if __name__ == "__main__":
-    {"flash": cut_flash, "log": cut_log}[sys.argv[1]](Path(sys.argv[2]), int(sys.argv[3]))
+    {"flash": cut_flash, "log": cut_log}[sys.argv[1]](Path(sys.argv[2]), int(sys.argv[3]),
+                                                      *sys.argv[4:])

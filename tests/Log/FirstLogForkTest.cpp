@@ -8,6 +8,7 @@
 #include "Tolvex/Log/LogLine.h"
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Types/LogModule.h"
+#include "Tolvex/Util/UtilTime.h"
 
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/ForkRegistrations.h"
@@ -53,5 +54,16 @@ INSTANTIATE_TEST_SUITE_P(Halted, FirstLogForkTest,
                                            HaltRow{"BeforeTheLoggersArePreparedFor", {2, false}},
                                            HaltRow{"AfterTheLoggersArePreparedFor", {2, true}}),
                          [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST(FirstTimeZoneForkTest, ChildrenLogWhateverTheFirstReadingOfTheTimeZoneWasHaltedIn)
+{
+    for (const bool afterwards : {false, true}) {
+        const ChildResult result =
+            RunWhileHalted({1, afterwards}, Tolvex::Util::RefreshTimeZone,
+                           [] { ExpectInChildren([] { ExpectOneLine("text"); }); });
+
+        EXPECT_TRUE(result.Succeeded()) << result.output;
+    }
+}
 
 }  // namespace

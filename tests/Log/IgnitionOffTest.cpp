@@ -17,11 +17,11 @@
 #include "Tolvex/Log/LogLine.h"
 #include "Tolvex/Log/Logger.h"
 
-#include "tests/Support/CapturingPolicy.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Gate.h"
 #include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
+#include "tests/Support/ProcessLog.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/SleepingThread.h"
 #include "tests/Support/ThreadsInForks.h"
@@ -35,13 +35,14 @@ using Tolvex::Ilog::LogType;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
 using Tolvex::Support::Gate;
+using Tolvex::Support::LinesWithoutDate;
+using Tolvex::Support::Log;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
 using Tolvex::Support::Scaled;
 using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::SleepingThread;
-using Tolvex::Support::SplitLines;
-using Tolvex::Support::WithoutDate;
+using Tolvex::Support::WriteLine;
 using Clock = std::chrono::steady_clock;
 
 // Every test works in a child process, so that it finds the one logger of a process fresh.
@@ -49,26 +50,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds longestWait(2100);
 constexpr unsigned hangSeconds = 20;  // ends a child that hangs, by SIGALRM
 const std::string notice = "All triggers have been stopped";
-
-Logger& Log()
-{
-    return *Logger::GetInstance();
-}
-
-void WriteLine(const std::string& text)
-{
-    Log().WriteHeader(LogType::Info);
-    Log() << text << std::endl;
-}
-
-std::vector<std::string> LinesWithoutDate(const std::string& text)
-{
-    std::vector<std::string> lines = SplitLines(text);
-    for (std::string& line : lines) {
-        line = WithoutDate(line);
-    }
-    return lines;
-}
 
 /// Threads that log all the time, in both ways, until they are stopped.
 class Load

@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <ostream>
 #include <string>
+#include <sys/types.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -17,7 +19,9 @@
 #include "tests/Support/CapturingPolicy.h"
 #include "tests/Support/Gate.h"
 #include "tests/Support/HeldLogger.h"
+#include "tests/Support/OwnProcess.h"
 #include "tests/Support/Pace.h"
+#include "tests/Support/Patience.h"
 #include "tests/Support/SleepingThread.h"
 
 namespace {
@@ -28,10 +32,14 @@ using Tolvex::LogModule;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::AwaitLines;
 using Tolvex::Support::CapturingLogger;
+using Tolvex::Support::Eventually;
 using Tolvex::Support::Gate;
 using Tolvex::Support::HeldLogger;
 using Tolvex::Support::Scaled;
 using Tolvex::Support::SleepingThread;
+using Tolvex::Support::Sleeps;
+using Tolvex::Support::TextsOf;
+using Tolvex::Support::TimesSlept;
 using Tolvex::Support::WithoutDate;
 using Tolvex::Support::WriteLine;
 
@@ -82,6 +90,43 @@ TEST(LineLockTest, WaitingThreadsGetTheLineInTheOrderInWhichTheyCame)
     std::vector<std::string> lines = AwaitLines(logger, 7);
     std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
     EXPECT_THAT(lines, ElementsAre("held\n", "1\n", "2\n", "3\n", "4\n", "5\n", "6\n"));
+}
+
+TEST(LineLockTest, ThreadThatWasWokenGetsTheNextLineThoughAnotherThreadIsFaster)
+{
+    constexpr int rounds = 200;
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    for (int round = 0; round < rounds; ++round) {
+        std::atomic<pid_t> thread = 0;
+        std::atomic<bool> written = false;
+        logger.WriteHeader(LogType::Info);
+        std::thread waiting([&] {
+            thread = gettid();
+            WriteLine(logger, "waited");
+            written = true;
+        });
+        EXPECT_TRUE(Eventually([&] { return thread != 0 && Sleeps(thread); }));
+        const unsigned long slept = TimesSlept(thread);
+
+        logger << "0" << std::endl;
+        // Often faster than the thread that the writer wakes now.
+        logger.WriteHeader(LogType::Info);
+        logger << "1";
+        // That thread comes too late and sleeps once more, or has written its line before.
+        EXPECT_TRUE(Eventually([&] { return written || TimesSlept(thread) > slept; }));
+        logger << std::endl;
+        WriteLine(logger, "2");
+        waiting.join();
+    }
+    logger.Close();
+
+    const std::vector<std::string> texts = TextsOf(logger);
+    ASSERT_THAT(texts, SizeIs(4 * rounds));
+    for (auto round = texts.begin(); round != texts.end(); round += 4) {
+        EXPECT_EQ(round[0], "0\n");
+        EXPECT_EQ(round[3], "2\n") << "overtaken twice: " << round[1] << round[2];
+    }
 }
 
 TEST(LineLockTest, LinesOfManyThreadsDoNotMixAndKeepTheirOrder)

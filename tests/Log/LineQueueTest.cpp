@@ -35,7 +35,7 @@ using Tolvex::Support::Eventually;
 using Tolvex::Support::SleepingThread;
 using Tolvex::Support::Sleeps;
 using Tolvex::Support::Slowness;
-using Tolvex::Support::WithoutDate;
+using Tolvex::Support::TextsOf;
 using Tolvex::Support::WriteLine;
 
 constexpr std::chrono::milliseconds longestWait(2100);  // of ChangeOutput()
@@ -116,13 +116,6 @@ private:
     std::size_t started = 0;
     pthread_attr_t attributes{};
 };
-
-std::vector<std::string> TextsOf(CapturingLogger& logger)
-{
-    std::vector<std::string> lines = logger.GetPolicy().Lines();
-    std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
-    return lines;
-}
 
 TEST(LineQueueTest, HundredsOfThreadsGetTheLineInTheOrderInWhichTheyCameToSleep)
 {

@@ -347,6 +347,9 @@ TEST_F(LogDurabilityTest, FileThatIsGoneWhenItIsToBeSyncedIsNotMadeAgain)
 
 TEST_F(LogDurabilityTest, ChildSyncsItsOwnLinesThoughTheThreadRunsInTheParent)
 {
+    if (Tolvex::Support::underThreadSanitizer) {
+        GTEST_SKIP() << "the thread sanitizer allows no threads in the child of a threaded process";
+    }
     policy->SetDurability(LogDurability::Interval, longTime);
     policy->Write("a\n");
     const ChildResult child = RunInChild([this] {
@@ -472,7 +475,7 @@ TEST_F(LogDurabilityTest, SettingsMayChangeWhileThreadsLog)
                 for (unsigned round = 0; !stop; ++round) {
                     logger.SetFileDurability(static_cast<LogDurability>(round % 4),
                                              milliseconds(round % 3));
-                    logger.SetFileSizeLimit(round % 2 * 1000, 2000);
+                    logger.SetFileSizeLimit(round % 2 == 0 ? 0 : 1000, 2000);
                     std::this_thread::sleep_for(std::chrono::microseconds(100));
                 }
             });

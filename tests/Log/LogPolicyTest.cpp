@@ -277,6 +277,50 @@ TEST_F(FileLogPolicyTest, TornLineIsStillKnownWhenTheSameFileIsSetAgain)
     EXPECT_EQ(ReadFile(path), "torn\nnext\nand next\n");
 }
 
+TEST_F(FileLogPolicyTest, FileThatTakesThePlaceOfATornOneGetsNoNewline)
+{
+    const std::string other = directory.Path("other");
+    std::ofstream(other) << "of another process";
+    const ChildResult child = RunInChild([&] {
+        policy.SetOutput(path);
+        LimitFiles(4);
+        policy.Write("torn line\n");
+        LiftLimitOfFiles();
+        std::filesystem::rename(other, path);
+        policy.Write(" and this\n");
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(ReadFile(path), "of another process and this\n");
+}
+
+TEST(FileLogPolicyMountTest, FileOfAnotherDeviceWithTheNumberOfATornOneGetsNoNewline)
+{
+    Tolvex::Support::InSmallFileSystem("size=64k", [](const std::string& mounted) {
+        const std::string path = mounted + "/log";
+        const auto numberOf = [&path] {
+            struct stat status = {};
+            EXPECT_EQ(stat(path.c_str(), &status), 0);
+            return status.st_ino;
+        };
+        FileLogPolicy policy;
+        policy.SetOutput(path);
+        LimitFiles(4);
+        policy.Write("torn line\n");
+        LiftLimitOfFiles();
+        const ino_t number = numberOf();
+
+        // Each tmpfs counts its files on its own.
+        EXPECT_EQ(mount("none", mounted.c_str(), "tmpfs", 0, "size=64k"), 0);
+        std::ofstream(path) << "of another process";
+        EXPECT_EQ(numberOf(), number);
+        policy.Write(" and this\n");
+
+        EXPECT_EQ(ReadFile(path), "of another process and this\n");
+    });
+}
+
 /// A file that is found, and what it holds after one line.
 struct FoundFile
 {

@@ -24,7 +24,6 @@
 
 #include "Tolvex/Log/LogPolicy.h"
 
-#include "tests/Support/ChildProcess.h"
 #include "tests/Support/RealFunction.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/SmallFileSystem.h"
@@ -97,12 +96,9 @@ int fsync(int)
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using Tolvex::Ilog::FileLogPolicy;
 using Tolvex::Ilog::LogDurability;
-using Tolvex::Support::ChildResult;
 using Tolvex::Support::ReadFile;
-using Tolvex::Support::RunInChild;
 using Tolvex::Support::ScratchDirectory;
 using Clock = std::chrono::steady_clock;
 
@@ -215,6 +211,26 @@ TEST_F(LogRotationTest, LargestLimitAndLargestNumberAreAccepted)
     EXPECT_THAT(Files(), ElementsAre("c\n", "a\nb\n"));
 }
 
+TEST_F(LogRotationTest, FileOfMoreThanTwoGigabytesGrowsAndIsRenamed)
+{
+    constexpr std::uint64_t size = 3000000000;
+    std::ofstream(path) << "begin\n";
+    std::error_code failed;
+    std::filesystem::resize_file(path, size, failed);  // without the blocks
+    if (failed) {
+        GTEST_SKIP() << "the file system takes no file of that size";
+    }
+    policy.RepairEnd();
+    Write({"a"});
+    EXPECT_EQ(std::filesystem::file_size(path), size + 3);
+    policy.SetSizeLimit(size + 5, 1);
+    Write({"b"});
+    EXPECT_EQ(std::filesystem::file_size(path), size + 5);
+    Write({"c"});
+    EXPECT_EQ(std::filesystem::file_size(Old(1)), size + 5);
+    EXPECT_EQ(ReadFile(path), "c\n");
+}
+
 TEST_F(LogRotationTest, FileThatIsFoundFullIsRenamedBeforeTheFirstLine)
 {
     std::ofstream(path) << "of another process\n";
@@ -321,6 +337,21 @@ TEST_F(LogRotationTest, DirectoryInPlaceOfAnOldFileCostsNoLine)
     policy.SetSizeLimit(2, 1);
     Write({"a", "b", "c"});
     EXPECT_EQ(ReadFile(path), "a\nb\nc\n");
+}
+
+TEST_F(LogRotationTest, OldFileThatIsTheSameFileCostsNoLine)
+{
+    std::ofstream(path) << "full\n";
+    std::filesystem::create_hard_link(path, Old(1));  // rename() then does nothing
+    policy.SetSizeLimit(2, 1);
+    Write({"a"});
+    EXPECT_EQ(ReadFile(path), "full\na\n");
+    Write({"b"});
+    EXPECT_EQ(ReadFile(path), "full\na\nb\n");
+    std::filesystem::remove(Old(1));
+    std::this_thread::sleep_until(Clock::now() + retryInterval);
+    Write({"c"});
+    EXPECT_THAT(Files(), ElementsAre("c\n", "full\na\nb\n"));
 }
 
 TEST_F(LogRotationTest, NameThatIsTooLongWithANumberCostsNoLine)

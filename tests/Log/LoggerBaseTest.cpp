@@ -650,6 +650,25 @@ TEST(LoggerBaseTest, PolicyThatClosesItsLoggerFromCloseDoesNotRecurse)
     logger.GetPolicy().closes = 3;
 }
 
+TEST(LoggerBaseTest, PolicyThatClosesItsLoggerFromWriteIsClosedAndItsLineIsWritten)
+{
+    CapturingLogger logger;
+    logger.GetPolicy().onWrite = [&logger](const std::string&) { logger.Close(); };
+    ASSERT_TRUE(logger.Enable());
+
+    WriteLine(logger, "last");
+
+    EXPECT_THAT(AwaitLines(logger, 1), SizeIs(1));
+    EXPECT_FALSE(logger.IsEnabled());
+    EXPECT_EQ(logger.GetPolicy().Closes(), 1);
+    logger.Close();
+    logger.GetPolicy().onWrite = nullptr;
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "next");
+    logger.Close();
+    EXPECT_THAT(TextsOf(logger), ElementsAre("last\n", "next\n"));
+}
+
 // --------------------------------------------------------------------------- enabling and closing
 
 TEST(LoggerBaseTest, WriterBearsTheNameOfTheLogger)

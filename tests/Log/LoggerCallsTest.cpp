@@ -43,6 +43,7 @@ using Tolvex::Support::Gate;
 using Tolvex::Support::RealFunction;
 
 std::atomic<int> creationError = 0;
+std::atomic<int> syncs = 0;  // calls of fdatasync()
 std::atomic<time_t> clockOffset = 0;
 std::atomic<bool> timerBlocks = false;
 std::atomic<bool> timerIsBlocked = false;
@@ -88,6 +89,12 @@ ExitSleeps exitSleeps;
 }  // namespace
 
 extern "C" {
+
+int fdatasync(int)
+{
+    ++syncs;
+    return 0;
+}
 
 int nanosleep(const timespec* asked, timespec* remaining)
 {
@@ -235,6 +242,26 @@ TEST(LoggerCallsTest, EnableFailsWithoutAThreadAndLeavesTheLoggerDisabled)
     const auto lines = AwaitLines(logger, 1);
     ASSERT_THAT(lines, SizeIs(1));
     EXPECT_EQ(WithoutDate(lines[0]), "line\n");
+}
+
+TEST(LoggerCallsTest, LinesAreSyncedAtOnceWithoutAThreadForTheInterval)
+{
+    const Tolvex::Support::ScratchDirectory directory;
+    Tolvex::Ilog::FileLogPolicy policy;
+    policy.SetOutput(directory.Path("log"));
+    policy.SetDurability(Tolvex::Ilog::LogDurability::Interval, std::chrono::hours(1));
+    syncs = 0;
+
+    creationError = EAGAIN;
+    policy.Write("a\n");
+    EXPECT_EQ(syncs, 1);
+    policy.Write("b\n");
+    EXPECT_EQ(syncs, 2);
+    creationError = 0;
+    policy.Write("c\n");
+    EXPECT_EQ(syncs, 2);  // a thread has it
+    policy.SetDurability(Tolvex::Ilog::LogDurability::Interval, std::chrono::milliseconds(1));
+    EXPECT_TRUE(Tolvex::Support::Eventually([] { return syncs == 3; }));
 }
 
 TEST(LoggerCallsTest, EnableThatFailsWithoutAThreadLeavesTheOutputAsItWas)

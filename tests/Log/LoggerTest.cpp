@@ -14,11 +14,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/Support/CapturingPolicy.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
+#include "tests/Support/ProcessLog.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/ThermalZone.h"
 #include "tests/Support/ThreadsInForks.h"
@@ -32,36 +32,17 @@ using Tolvex::Ilog::LogType;
 using Tolvex::Interfaces::IgnitionOffMode;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
+using Tolvex::Support::LinesWithoutDate;
+using Tolvex::Support::Log;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
 using Tolvex::Support::ScratchDirectory;
-using Tolvex::Support::SplitLines;
 using Tolvex::Support::ThermalZone;
 using Tolvex::Support::ThreadNames;
 using Tolvex::Support::ThreadsBusyAtFork;
-using Tolvex::Support::WithoutDate;
+using Tolvex::Support::WriteLine;
 
 // Every test works in a child process, so that it finds the one logger of a process fresh.
-
-Logger& Log()
-{
-    return *Logger::GetInstance();
-}
-
-void WriteLine(const std::string& text, LogType type = LogType::Info)
-{
-    Log().WriteHeader(type);
-    Log() << text << std::endl;
-}
-
-std::vector<std::string> LinesWithoutDate(const std::string& text)
-{
-    std::vector<std::string> lines = SplitLines(text);
-    for (std::string& line : lines) {
-        line = WithoutDate(line);
-    }
-    return lines;
-}
 
 /// @return whether the file comes to end in text.
 bool AwaitEnd(const std::string& path, const std::string& text)
@@ -127,6 +108,22 @@ TEST(LoggerTest, EmptyFileNameEnablesNothing)
         return 0;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+TEST(LoggerTest, EmptyFileNameChangesNothingOnAnEnabledLog)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        EXPECT_FALSE(Log().EnableFile(""));
+        EXPECT_TRUE(Log().IsFileEnabled());
+        WriteLine("line");
+        Log().CloseFile();
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("line"));
 }
 
 TEST(LoggerTest, EachLineReachesTheFileAndTheConsole)

@@ -73,6 +73,12 @@ static_assert(LogModule(6) == LogModule::LT && LogModule(7) == LogModule::WNET);
 static_assert(LogModule(8) == LogModule::CONFIG && LogModule(9) == LogModule::Event);
 static_assert(LogModule(10) == LogModule::Accelerometer);
 
+static_assert(isStoredAs<Ilog::LogDurability, int>);
+static_assert(Ilog::LogDurability(0) == Ilog::LogDurability::None);
+static_assert(Ilog::LogDurability(1) == Ilog::LogDurability::IgnitionOff);
+static_assert(Ilog::LogDurability(2) == Ilog::LogDurability::Interval);
+static_assert(Ilog::LogDurability(3) == Ilog::LogDurability::EachLine);
+
 static_assert(isStoredAs<Ilog::ColorCode, int>);
 static_assert(Ilog::ColorCode(31) == Ilog::ColorCode::Red);
 static_assert(Ilog::ColorCode(32) == Ilog::ColorCode::Green);

@@ -137,6 +137,14 @@ inline std::string WithoutDate(const std::string& line)
     return std::string(rest);
 }
 
+/// @return the lines written so far, without their dates.
+inline std::vector<std::string> TextsOf(CapturingLogger& logger)
+{
+    std::vector<std::string> lines = logger.GetPolicy().Lines();
+    std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
+    return lines;
+}
+
 /// Runs work, a void(CapturingLogger&), with a new logger and waits until it has written count
 /// lines.
 /// @return those lines without dates.
@@ -146,11 +154,9 @@ std::vector<std::string> LinesOf(std::size_t count, Work work)
     CapturingLogger logger;
     EXPECT_TRUE(logger.Enable());
     work(logger);
-    std::vector<std::string> lines = AwaitLines(logger, count);
+    AwaitLines(logger, count);
     logger.Close();
-    lines = logger.GetPolicy().Lines();
-    std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);
-    return lines;
+    return TextsOf(logger);
 }
 
 }  // namespace Tolvex::Support

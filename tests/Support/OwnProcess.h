@@ -65,6 +65,15 @@ inline bool Sleeps(pid_t thread)
     return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") S") == 0;
 }
 
+/// @return how often the thread with this kernel number has gone to sleep; 0 when it has ended.
+inline unsigned long TimesSlept(pid_t thread)
+{
+    const std::string field = "\nvoluntary_ctxt_switches:";
+    const std::string status = ReadFile("/proc/self/task/" + std::to_string(thread) + "/status");
+    const std::size_t position = status.find(field);
+    return position == std::string::npos ? 0 : std::stoul(status.substr(position + field.size()));
+}
+
 /// @return the number of open descriptors, including the one that counts them.
 inline std::ptrdiff_t CountDescriptors()
 {

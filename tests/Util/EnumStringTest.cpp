@@ -1,6 +1,7 @@
 #include "Tolvex/Util/EnumString.h"
 
 #include <atomic>
+#include <new>
 #include <thread>
 #include <vector>
 
@@ -23,6 +24,14 @@ enum class Door
     Roof
 };
 
+enum class Lamp
+{
+    Left,
+    Right
+};
+
+bool memoryIsShort = true;
+
 }  // namespace
 
 namespace Tolvex::Util {
@@ -36,6 +45,16 @@ void EnumString<Door>::RegisterEnumerators()
     RegisterEnumerator(Door::Roof, "front");
 }
 
+template <>
+void EnumString<Lamp>::RegisterEnumerators()
+{
+    RegisterEnumerator(Lamp::Left, "left");
+    if (memoryIsShort) {
+        throw std::bad_alloc();
+    }
+    RegisterEnumerator(Lamp::Right, "right");
+}
+
 }  // namespace Tolvex::Util
 
 namespace {
@@ -45,6 +64,7 @@ using Tolvex::Support::ChildResult;
 using Tolvex::Support::RunInChild;
 using Modules = Tolvex::Util::EnumString<LogModule>;
 using Doors = Tolvex::Util::EnumString<Door>;
+using Lamps = Tolvex::Util::EnumString<Lamp>;
 
 std::string TextOf(int value)
 {
@@ -72,6 +92,21 @@ TEST(EnumStringTest, ValueWithoutATextGivesTheEmptyString)
     EXPECT_EQ(TextOf(-1), "");
     EXPECT_EQ(&Modules::From(static_cast<LogModule>(11)),
               &Modules::From(static_cast<LogModule>(99)));
+}
+
+TEST(EnumStringTest, FirstUseThatEndsWithAnExceptionLeavesTheFillingToTheNextOne)
+{
+    const ChildResult child = RunInChild([] {
+        EXPECT_THROW(Lamps::GetMap(), std::bad_alloc);
+        EXPECT_THROW(Lamps::From(Lamp::Left), std::bad_alloc);
+
+        memoryIsShort = false;
+
+        EXPECT_EQ(Lamps::From(Lamp::Right), "right");
+        EXPECT_EQ(Lamps::From(Lamp::Left), "left");
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
 }
 
 TEST(EnumStringTest, TextThatIsThereAlreadyKeepsItsFirstValue)

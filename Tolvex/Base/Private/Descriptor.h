@@ -34,9 +34,8 @@ public:
     /// Best effort: a failure to close is not reported.
     ~Descriptor()
     {
-        // A cancellation that leaves a destructor ends the process.
-        const NoCancellation scope;
         if (IsOpen()) {
+            const NoCancellation scope;  // Cancellation that leaves a destructor ends the process.
             close(number);
         }
     }
@@ -84,15 +83,19 @@ inline bool SyncData(const Descriptor& file)
     return result == 0;
 }
 
-/// Has the system write the entries of a directory to the medium: those of new and renamed files.
-///
-/// @param path  Of a file in the directory.
-/// @return false when they may not be there; errno tells why.
-inline bool SyncDirectoryOf(const std::string& path)
+/// @return the path of the directory that a file is in.
+inline std::string DirectoryOf(const std::string& path)
 {
     const std::size_t slash = path.rfind('/');
-    const std::string name = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const Descriptor directory(open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+/// Has the system write the entries of a directory to the medium: those of new and renamed files.
+///
+/// @return false when they may not be there; errno tells why.
+inline bool SyncDirectory(const std::string& path)
+{
+    const Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return directory.IsOpen() && fsync(directory.Get()) == 0;
 }
 

@@ -53,7 +53,7 @@ void FileOutput::Append(const std::string& line)
 bool FileOutput::EndsInTheMiddleOfALine(const FileStatus& file) const
 {
     const Base::Descriptor opened(
-        open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_LARGEFILE));  // No wait for a FIFO
+        open64(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));  // No wait for a FIFO
     const std::optional<FileStatus> found = FileStatus::Of(opened);
     char last = '\n';
     return found && found->IsSameFile(file) && lseek64(opened.Get(), -1, SEEK_END) >= 0 &&

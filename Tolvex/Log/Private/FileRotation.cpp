@@ -19,7 +19,9 @@ constexpr mode_t newFileMode = 0666;                          // less the umask
 constexpr std::chrono::milliseconds longestWaitForLock(200);  // of a process that hangs
 constexpr std::chrono::milliseconds lockPollInterval(1);
 constexpr std::chrono::seconds retryInterval(2);
-constexpr int mostReopenings = 20;  // Others rename the file each time.
+
+// Others rename the file each time, or renaming it does nothing, as with a link of the new name.
+constexpr int mostReopenings = 20;
 
 std::string NumberedPath(const std::string& path, unsigned number)
 {
@@ -47,8 +49,8 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
     const std::uint64_t limit = settings->sizeLimit;
     for (int reopenings = 0;; ++reopenings) {
         locked = false;
-        Base::Descriptor file(open(
-            path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_LARGEFILE, newFileMode));
+        Base::Descriptor file(
+            open64(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, newFileMode));
         const std::optional<FileStatus> status = limit == 0 ? std::nullopt : FileStatus::Of(file);
         if (!status) {
             return file;
@@ -67,7 +69,7 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
         if (!locked || !rotating) {
             return file;
         }
-        if (!Rotate(file)) {
+        if (!Rotate(file) || reopenings == mostReopenings) {
             retryAt = Clock::now() + retryInterval;
             return file;
         }

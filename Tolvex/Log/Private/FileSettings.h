@@ -6,7 +6,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include "Tolvex/Log/LogPolicy.h"
+#include "Tolvex/Log/LogDurability.h"
 
 namespace Tolvex::Ilog {
 

@@ -26,7 +26,9 @@ constexpr std::chrono::milliseconds longestSleep(100);
 }  // namespace
 
 FileSync::FileSync(std::string filePath, std::shared_ptr<const FileSettings> fileSettings)
-    : path(std::move(filePath)), settings(std::move(fileSettings))
+    : path(std::move(filePath)),
+      directory(Base::DirectoryOf(path)),
+      settings(std::move(fileSettings))
 {
 }
 
@@ -83,8 +85,7 @@ void* FileSync::SyncLater(void* argument)
         self.AwaitInterval();
         self.linesWait =
             threadRuns;  // A line that is written from here on waits for the next sync.
-        const Base::Descriptor file(
-            open(self.path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_LARGEFILE));
+        const Base::Descriptor file(open64(self.path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
         if (file.IsOpen()) {
             self.SyncNow(file);
         }
@@ -106,11 +107,11 @@ void FileSync::AwaitInterval() const
     }
 }
 
-/// A failure is not reported: the next line tries again.
+/// Allocates nothing. A failure is not reported: the next line tries again.
 void FileSync::SyncNow(const Base::Descriptor& file)
 {
     Base::SyncData(file);
-    if (directoryWaits.exchange(false) && !Base::SyncDirectoryOf(path)) {
+    if (directoryWaits.exchange(false) && !Base::SyncDirectory(directory)) {
         directoryWaits = true;
     }
 }

@@ -44,6 +44,7 @@ private:
     static void* SyncLater(void* argument);
 
     const std::string path;
+    const std::string directory;  ///< that the file is in
     const std::shared_ptr<const FileSettings> settings;
     std::optional<FileStatus> known;           ///< the file of the line before
     std::atomic<bool> directoryWaits = false;  ///< the directory has to be synced, too

@@ -8,6 +8,7 @@
 #include <pthread.h>
 
 #include "Tolvex/Base/Private/Sleep.h"
+#include "Tolvex/Log/Private/BlackBox.h"
 #include "Tolvex/Log/Private/LoggerState.h"
 #include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Types/LogModule.h"
@@ -57,6 +58,7 @@ void LockBeforeFork()
         Writer(state).LockForFork();
         state.lock.LockForFork();
     });
+    BlackBox::LockForFork();
 }
 
 void RenewInChild(LoggerState& state)
@@ -76,6 +78,7 @@ void UnlockAfterFork(bool inChild)
     if (forkingThread != CallingThread()) {
         return;
     }
+    BlackBox::UnlockAfterFork();
     ForEachLogger([inChild](LoggerState& state) {
         if (inChild) {
             RenewInChild(state);
@@ -146,6 +149,11 @@ void UnregisterLogger(LoggerState& state)
             return;
         }
     }
+}
+
+std::mutex& RegistryMutex()
+{
+    return registryMutex;
 }
 
 void WatchCallingThread()

@@ -36,13 +36,17 @@ struct WriterLife
 /// belongs to the logger and does not exist any more then.
 struct LoggerState : std::enable_shared_from_this<LoggerState>
 {
-    LoggerState(const PolicyCalls& policyCalls, void* loggerPolicy)
-        : calls(policyCalls), policy(loggerPolicy)
+    LoggerState(const PolicyCalls& policyCalls, void* loggerPolicy, LoggerState* loggerModel)
+        : calls(policyCalls),
+          policy(loggerPolicy),
+          model(loggerModel),
+          locale(loggerModel == nullptr ? std::locale() : loggerModel->locale)
     {
     }
 
     const PolicyCalls& calls;
     void* const policy;
+    LoggerState* const model;                ///< see LoggerCore; may be null
     std::stringstream buffer;                ///< the line; used by the thread that has the line
     LineLock lock;                           ///< who may use buffer, header and policy
     Interfaces::ISemaphore lineReady{0};     ///< one token per complete line, and one per Close()
@@ -53,7 +57,7 @@ struct LoggerState : std::enable_shared_from_this<LoggerState>
     bool bufferStale = false;                ///< a fork left the buffer in an unknown state
     WriterLife writers;                      ///< which writer is current; used by Writer
     LineHeader header;                       ///< used by the thread that has the line
-    const std::locale locale;                ///< the global one when the logger was made
+    const std::locale locale;                ///< the model's, or the global one at that time
     std::atomic<std::uint32_t> written = 0;  ///< lines that the writers have finished
 
     std::mutex control;                           ///< held during one Enable() or Close()

@@ -107,6 +107,9 @@ bool Writer::Thread::WriteLine()
 
 bool Writer::Start()
 {
+    if (logger.calls.keep != nullptr) {
+        return true;
+    }
     AwaitEndOrHang();
     while (logger.lineReady.TryWait()) {
         // Tokens that the writer before has not taken.
@@ -133,7 +136,7 @@ std::uint32_t Writer::Announce()
 bool Writer::Admit()
 {
     const std::lock_guard guard(logger.writers.mutex);
-    if (Base::LoadShared(logger.stopped)) {
+    if (logger.calls.keep == nullptr && Base::LoadShared(logger.stopped)) {
         return false;
     }
     logger.lock.Admit();

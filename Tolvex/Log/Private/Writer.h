@@ -21,7 +21,8 @@ public:
     /// @param loggerState  Not owned; must outlive this object, which holds nothing else.
     explicit Writer(LoggerState& loggerState) : logger(loggerState) {}
 
-    /// Starts a writer and clears stopped. Waits until the one before has ended or hangs.
+    /// Starts a writer and clears stopped. Waits until the one before has ended or hangs. Does
+    /// nothing for a policy that needs no writer.
     /// @return false when the thread cannot be created.
     bool Start();
 

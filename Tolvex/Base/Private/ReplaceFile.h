@@ -1,0 +1,23 @@
+/// @file
+/// Replacing a file in one step.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace Tolvex::Base {
+
+/// Replaces a file in one step: after a loss of power there is the old one or the new one.
+///
+/// Writes the file `path` + ".new" to the medium, renames it, and writes the directory to the
+/// medium. Blocks as long as that takes, and while another thread or process writes the same file;
+/// not cancelled meanwhile.
+/// @param path  Its directory must exist. The permissions are those of a new file.
+/// @param text  Any bytes.
+/// @return null for success; otherwise "open: ", "write: " or "directory: ", with the reason in
+/// errno. The old file is left as it was, except when only the directory could not be written.
+/// @par Thread safety
+/// Thread-safe.
+const char* ReplaceFile(const std::string& path, std::string_view text);
+
+}  // namespace Tolvex::Base

@@ -1,0 +1,20 @@
+/// @file
+/// When the lines of a log file reach the medium.
+/// @code
+/// using namespace std::chrono_literals;
+/// Ilog::Logger::GetInstance()->SetFileDurability(Ilog::LogDurability::Interval, 500ms);
+/// @endcode
+#pragma once
+
+namespace Tolvex::Ilog {
+
+/// When the lines of a log file reach the medium, so that a power cut does not lose them.
+enum class LogDurability
+{
+    None,         ///< when the file system writes them, which takes seconds
+    IgnitionOff,  ///< at Logger::RunIgnitionOff(); before that as None
+    Interval,     ///< a set time after they were written at the latest
+    EachLine,     ///< each line before the next one is written
+};
+
+}  // namespace Tolvex::Ilog

@@ -1,0 +1,102 @@
+#include "Tolvex/Log/Private/BlackBox.h"
+
+#include <cerrno>
+#include <charconv>
+#include <mutex>
+#include <new>
+#include <utility>
+
+#include "Tolvex/Base/Private/ReplaceFile.h"
+
+namespace Tolvex::Ilog {
+
+namespace {
+
+constinit std::mutex ringMutex;  // guards the rings; held while lines are copied, and during a fork
+
+}  // namespace
+
+constexpr PolicyCalls BlackBox::calls = {
+    .writeHeader = [](void*, LogType) {},
+    .write = nullptr,
+    .setOutput = [](void*, const std::string&) {},
+    .openOutput =
+        [](void* box, const std::string& output) {
+            std::size_t lines = 0;
+            std::from_chars(output.data(), output.data() + output.size(), lines);
+            static_cast<BlackBox*>(box)->Open(lines);
+        },
+    .close = [](void* box) { static_cast<BlackBox*>(box)->Close(); },
+    .keep = [](void* box, std::string_view line) { static_cast<BlackBox*>(box)->Keep(line); },
+};
+
+/// Makes a new ring, with the newest lines of the one before.
+void BlackBox::Open(std::size_t lines)
+{
+    auto opened = std::make_unique<LineRing>(lines);
+    const std::lock_guard guard(ringMutex);
+    if (ring != nullptr) {
+        for (const std::string& line : ring->Lines()) {
+            opened->Add(line);
+        }
+    }
+    ring = std::move(opened);
+}
+
+void BlackBox::Keep(std::string_view line)
+{
+    const std::lock_guard guard(ringMutex);
+    if (ring != nullptr) {
+        ring->Add(line);
+    }
+}
+
+void BlackBox::Close()
+{
+    const std::lock_guard guard(ringMutex);
+    ring.reset();
+}
+
+bool BlackBox::Save(const std::string& path) const
+{
+    std::string text;
+    try {
+        const std::lock_guard guard(ringMutex);
+        if (ring == nullptr) {
+            errno = ENODATA;
+            return false;
+        }
+        text = ring->Text();
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        return false;
+    }
+    return Base::ReplaceFile(path, text) == nullptr;
+}
+
+std::vector<std::string> BlackBox::Lines() const
+{
+    std::vector<std::string> lines;
+    {
+        const std::lock_guard guard(ringMutex);
+        if (ring != nullptr) {
+            lines = ring->Lines();
+        }
+    }
+    for (std::string& line : lines) {
+        line.pop_back();
+    }
+    return lines;
+}
+
+void BlackBox::LockForFork()
+{
+    ringMutex.lock();
+}
+
+void BlackBox::UnlockAfterFork()
+{
+    ringMutex.unlock();
+}
+
+}  // namespace Tolvex::Ilog

@@ -1,0 +1,295 @@
+// The black box of the log where threads, forked children and open lines meet.
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <map>
+#include <ostream>
+#include <pthread.h>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tolvex/Log/LogLine.h"
+#include "Tolvex/Log/Logger.h"
+
+#include "tests/Support/BlackBox.h"
+#include "tests/Support/CancellableStack.h"
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/Gate.h"
+#include "tests/Support/ScratchDirectory.h"
+#include "tests/Support/SleepingThread.h"
+#include "tests/Support/ThreadsInForks.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using Tolvex::Ilog::Logger;
+using Tolvex::Ilog::LogLine;
+using Tolvex::Ilog::LogType;
+using Tolvex::Support::CancellableStack;
+using Tolvex::Support::Gate;
+using Tolvex::Support::KeptLines;
+using Tolvex::Support::OpenBlackBox;
+using Tolvex::Support::ReadFile;
+using Tolvex::Support::RunInChild;
+using Tolvex::Support::ScratchDirectory;
+using Tolvex::Support::SleepingThread;
+using Tolvex::Support::SplitLines;
+using Tolvex::Support::ThreadsBusyAtFork;
+
+Logger& logger = *Logger::GetInstance();
+
+void Write(const std::string& text)
+{
+    logger.WriteHeader(LogType::Info);
+    logger << text << std::endl;
+}
+
+std::ostream& Throwing(std::ostream& /*stream*/)
+{
+    throw std::runtime_error("thrown");
+}
+
+TEST(BlackBoxThreadsTest, LinesOfAllThreadsAreWholeAndThereOnce)
+{
+    constexpr int threadCount = 4;
+    constexpr int lineCount = 2000;
+    const OpenBlackBox box(threadCount * lineCount);
+    std::vector<std::thread> threads;
+    for (int number = 0; number < threadCount; ++number) {
+        threads.emplace_back([number] {
+            for (int line = 0; line < lineCount; ++line) {
+                if (line % 2 == 0) {
+                    LogLine(LogType::Info) << number << " " << line << " end";
+                } else {
+                    logger.WriteHeader(LogType::Info);
+                    logger << number << " " << line << " end" << std::endl;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+
+    std::map<std::string, int> next;
+    const std::vector<std::string> lines = KeptLines();
+    ASSERT_THAT(lines, SizeIs(threadCount * lineCount));
+    for (const std::string& line : lines) {
+        const std::string thread = line.substr(0, 1);
+        ASSERT_EQ(line, thread + " " + std::to_string(next[thread]++) + " end");
+    }
+}
+
+TEST(BlackBoxThreadsTest, OrderOfTheThreadsIsThatOfTheFile)
+{
+    const ScratchDirectory directory;
+    const OpenBlackBox box(2000);
+    ASSERT_TRUE(logger.EnableFile(directory.Path("log")));
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 4; ++number) {
+        threads.emplace_back([number] {
+            for (int line = 0; line < 300; ++line) {
+                LogLine(LogType::Info) << number << " " << line;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    logger.CloseFile();
+
+    EXPECT_EQ(SplitLines(ReadFile(directory.Path("log"))), logger.GetLastLines());
+}
+
+TEST(BlackBoxThreadsTest, OpenLineIsKeptWhenItsThreadBeginsTheNext)
+{
+    const OpenBlackBox box(5);
+    logger.WriteHeader(LogType::Info);
+    logger << "open";
+    EXPECT_THAT(KeptLines(), IsEmpty());
+    Write("next");
+
+    EXPECT_THAT(KeptLines(), ElementsAre("open", "next"));
+}
+
+TEST(BlackBoxThreadsTest, LineThatIsGivenUpIsDropped)
+{
+    const OpenBlackBox box(5);
+    logger.WriteHeader(LogType::Info);
+    logger << "dropped";
+    logger.DropLine();
+    logger.WriteHeader(LogType::Info);
+    EXPECT_THROW(logger << Throwing, std::runtime_error);
+    std::thread([] {
+        logger.WriteHeader(LogType::Info);
+        logger << "left open";
+    }).join();
+    logger.WriteHeader(LogType::Info);
+    logger << "open while it is closed";
+    logger.CloseBlackBox();
+    ASSERT_TRUE(logger.EnableBlackBox(5));
+    logger << "of no line" << std::endl;
+    Write("next");
+
+    EXPECT_THAT(KeptLines(), ElementsAre("next"));
+}
+
+TEST(BlackBoxThreadsTest, CancelledThreadLeavesNoLineOpen)
+{
+    const OpenBlackBox box(1000000);
+    for (int round = 0; round < 20; ++round) {
+        Gate logged;
+        std::thread thread([&logged] {
+            const CancellableStack stack;
+            Write("of a cancelled thread");
+            logged.Open();
+            for (;;) {
+                Write("of a cancelled thread");
+                logger.WriteHeader(LogType::Info);
+                logger << "open";
+                pthread_testcancel();
+            }
+        });
+        EXPECT_TRUE(logged.Pass());
+        pthread_cancel(thread.native_handle());
+        thread.join();
+        Write("after it");
+        ASSERT_EQ(KeptLines().back(), "after it");
+    }
+}
+
+TEST(BlackBoxThreadsTest, WatchdogSavesWhileAnotherThreadHangsInALine)
+{
+    const ScratchDirectory directory;
+    const OpenBlackBox box(5);
+    Write("before");
+    logger.WriteHeader(LogType::Info);
+    logger << "hanging";
+
+    std::thread waiting = SleepingThread([] { Write("waiting"); });
+    std::thread([&directory] {
+        EXPECT_TRUE(logger.SaveLastLines(directory.Path("saved")));
+        EXPECT_THAT(KeptLines(), ElementsAre("before"));
+    }).join();
+    logger << std::endl;
+    waiting.join();
+
+    EXPECT_THAT(SplitLines(ReadFile(directory.Path("saved"))), SizeIs(1));
+    EXPECT_THAT(KeptLines(), ElementsAre("before", "hanging", "waiting"));
+}
+
+TEST(BlackBoxThreadsTest, ClosingLetsWaitingThreadsGoOnWithoutALine)
+{
+    const OpenBlackBox box(5);
+    logger.WriteHeader(LogType::Info);
+    std::thread waiting = SleepingThread([] { Write("waiting"); });
+    logger.CloseBlackBox();
+    waiting.join();
+
+    EXPECT_FALSE(logger.IsBlackBoxEnabled());
+}
+
+TEST(BlackBoxThreadsTest, EnablingAndClosingBesideLinesNeitherHangsNorTears)
+{
+    std::atomic<bool> running = true;
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 2; ++number) {
+        threads.emplace_back([&running] {
+            while (running) {
+                Write("whole");
+            }
+        });
+        threads.emplace_back([&running] {
+            while (running) {
+                for (const std::string& line : KeptLines()) {
+                    EXPECT_EQ(line, "whole");
+                }
+            }
+        });
+    }
+    for (std::size_t round = 0; round < 300; ++round) {
+        EXPECT_TRUE(logger.EnableBlackBox(round % 7 + 1));
+        EXPECT_TRUE(logger.EnableBlackBox(round % 5 + 1));
+        logger.CloseBlackBox();
+    }
+    running = false;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(KeptLines(), IsEmpty());
+}
+
+TEST(BlackBoxThreadsTest, ForkedChildHasTheLinesAndMayGoOn)
+{
+    const ScratchDirectory directory;
+    const OpenBlackBox box(100);
+    Write("first");
+    std::atomic<bool> running = true;
+    std::vector<std::thread> threads;
+    for (int number = 0; number < ThreadsBusyAtFork(3); ++number) {
+        threads.emplace_back([&running, number] {
+            while (running) {
+                Write("parent");
+                if (number == 0) {
+                    KeptLines();
+                }
+            }
+        });
+    }
+
+    for (int round = 0; round < 20; ++round) {
+        const auto child = RunInChild([&directory] {
+            EXPECT_FALSE(logger.IsBlackBoxEnabled());
+            const std::vector<std::string> inherited = KeptLines();
+            EXPECT_FALSE(inherited.empty());
+            for (const std::string& line : inherited) {
+                EXPECT_TRUE(line == "parent" || line == "first") << line;
+            }
+            Write("dropped");
+            EXPECT_TRUE(logger.SaveLastLines(directory.Path("child")));
+            EXPECT_EQ(KeptLines(), inherited);
+
+            EXPECT_TRUE(logger.EnableBlackBox(inherited.size() + 1));
+            Write("child");
+            std::vector<std::string> all = inherited;
+            all.emplace_back("child");
+            EXPECT_EQ(KeptLines(), all);
+            return 0;
+        });
+        EXPECT_TRUE(child.Succeeded()) << child.output;
+    }
+
+    running = false;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_TRUE(logger.IsBlackBoxEnabled());
+}
+
+TEST(BlackBoxThreadsTest, ExitWaitsForNoThreadThatLogs)
+{
+    const auto child = RunInChild([] {
+        const OpenBlackBox box(100);
+        for (int number = 0; number < 3; ++number) {
+            std::thread([] {
+                for (;;) {
+                    Write("text");
+                    KeptLines();
+                }
+            }).detach();
+        }
+        Write("last");
+        std::exit(7);
+        return 0;
+    });
+    EXPECT_EQ(child.ExitCode(), 7) << child.output;
+}
+
+}  // namespace

@@ -1,0 +1,233 @@
+// Several processes with several threads log to one file with a size limit, and are killed at
+// random moments: every line that a thread knows to be written is in one of the files, once and
+// whole.
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <charconv>
+#include <chrono>
+#include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <random>
+#include <string>
+#include <string_view>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <thread>
+#include <tuple>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Tolvex/Log/LogLine.h"
+#include "Tolvex/Log/Logger.h"
+
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/Pace.h"
+#include "tests/Support/ScratchDirectory.h"
+
+namespace {
+
+using Tolvex::Ilog::LogDurability;
+using Tolvex::Ilog::Logger;
+using Tolvex::Ilog::LogLine;
+using Tolvex::Ilog::LogType;
+using Tolvex::Support::ReadFile;
+using Tolvex::Support::Scaled;
+using Tolvex::Support::ScratchDirectory;
+using Tolvex::Support::StartChild;
+
+constexpr std::size_t threadCount = 3;
+constexpr std::size_t atOnce = 3;  // processes
+constexpr unsigned keepAll = 1000000;
+constexpr unsigned untilKilled = 1000000;
+
+/// For each thread of each process the number of lines that are known to be written. In memory that
+/// a killed process leaves to its parent.
+class Acknowledged
+{
+public:
+    explicit Acknowledged(std::size_t processCount)
+        : bytes(processCount * sizeof(Counts)),
+          counts(static_cast<Counts*>(
+              mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)))
+    {
+    }
+    ~Acknowledged() { munmap(counts, bytes); }
+    Acknowledged(const Acknowledged&) = delete;
+    Acknowledged& operator=(const Acknowledged&) = delete;
+
+    std::atomic<unsigned>& Of(std::size_t process, std::size_t thread) const
+    {
+        return counts[process][thread];
+    }
+
+private:
+    using Counts = std::array<std::atomic<unsigned>, threadCount>;
+    const std::size_t bytes;
+    Counts* const counts;
+};
+
+/// A text that shows whether a line is whole. Some cross the border of a page of the file.
+std::string Filling(unsigned line)
+{
+    return std::string(line % 97, '.');
+}
+
+/// The work of one process: logs until it is killed, or so many lines per thread.
+int LogLines(const std::string& path, const Acknowledged& acknowledged, std::size_t process,
+             unsigned lines)
+{
+    Logger& logger = *Logger::GetInstance();
+    EXPECT_TRUE(logger.EnableFile(path));
+    std::vector<std::thread> threads;
+    for (std::size_t thread = 0; thread < threadCount; ++thread) {
+        threads.emplace_back([&, thread] {
+            for (unsigned line = 1; line <= lines; ++line) {
+                LogLine(LogType::Info) << '<' << process << ' ' << thread << ' ' << line << ' '
+                                       << Filling(line) << '>';
+                // This line was begun after the one before had been written.
+                acknowledged.Of(process, thread) = line - 1;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    logger.CloseFile();
+    for (std::size_t thread = 0; thread < threadCount; ++thread) {
+        acknowledged.Of(process, thread) = lines;
+    }
+    return 0;
+}
+
+using Line = std::tuple<std::size_t, std::size_t, unsigned>;  // process, thread, number
+
+/// Reads the numbers at the beginning of a text. @return the rest of it.
+template <typename... Numbers>
+std::string_view ReadNumbers(std::string_view text, Numbers&... numbers)
+{
+    const auto read = [&text](auto& number) {
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        text = error == std::errc() && end != text.data() + text.size() && *end == ' '
+                   ? text.substr(static_cast<std::size_t>(end + 1 - text.data()))
+                   : std::string_view();
+    };
+    (read(numbers), ...);
+    return text;
+}
+
+/// Counts how often each whole line is in a text.
+void CountLines(std::string_view text, std::map<Line, int>& found)
+{
+    for (std::size_t begin = 0; (begin = text.find('<', begin)) != std::string_view::npos;
+         ++begin) {
+        Line line;
+        auto& [process, thread, number] = line;
+        const std::string_view rest =
+            ReadNumbers(text.substr(begin + 1, 150), process, thread, number);
+        if (rest.starts_with(Filling(number) + ">\n")) {
+            ++found[line];
+        }
+    }
+}
+
+/// @param sizeLimit  Of the file.
+/// @param killing    Whether the processes are killed and replaced; else they end by themselves.
+void LogInManyProcesses(LogDurability mode, std::uint64_t sizeLimit, bool killing,
+                        std::size_t processCount, unsigned lines)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const Acknowledged acknowledged(processCount);
+    Logger& logger = *Logger::GetInstance();
+    logger.SetFileDurability(mode, std::chrono::milliseconds(5));
+    logger.SetFileSizeLimit(sizeLimit, keepAll);
+
+    std::mt19937 random(1);
+    std::vector<pid_t> running;
+    const auto end = [&](std::size_t place) {
+        int status = 0;
+        EXPECT_EQ(waitpid(running[place], &status, 0), running[place]);
+        if (!killing) {
+            EXPECT_EQ(status, 0);
+        }
+        running.erase(running.begin() + static_cast<std::ptrdiff_t>(place));
+    };
+    for (std::size_t process = 0; process < processCount; ++process) {
+        if (running.size() == atOnce) {
+            const std::size_t place = killing ? random() % atOnce : 0;
+            if (killing) {
+                std::this_thread::sleep_for(std::chrono::microseconds(random() % 30000));
+                kill(running[place], SIGKILL);
+            }
+            end(place);
+        }
+        running.push_back(StartChild([&] { return LogLines(path, acknowledged, process, lines); }));
+    }
+    while (!running.empty()) {
+        if (killing) {
+            std::this_thread::sleep_for(std::chrono::microseconds(random() % 30000));
+            kill(running.front(), SIGKILL);
+        }
+        end(0);
+    }
+
+    std::map<Line, int> found;
+    std::size_t files = 0;
+    std::size_t bytes = 0;
+    for (const auto& file :
+         std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
+        const std::string text = ReadFile(file.path());
+        CountLines(text, found);
+        ++files;
+        bytes += text.size();
+    }
+    std::size_t total = 0;
+    for (std::size_t process = 0; process < processCount; ++process) {
+        for (std::size_t thread = 0; thread < threadCount; ++thread) {
+            for (unsigned line = 1; line <= acknowledged.Of(process, thread); ++line, ++total) {
+                EXPECT_EQ(found[Line(process, thread, line)], 1)
+                    << process << ' ' << thread << ' ' << line;
+            }
+        }
+    }
+    // Those that no thread knew to be written were not written twice.
+    EXPECT_TRUE(
+        std::all_of(found.begin(), found.end(), [](const auto& line) { return line.second == 1; }));
+    // On a busy machine a lock may come too late, and a file grows beyond the limit for a while.
+    EXPECT_GE(files, std::min<std::uint64_t>(total, bytes / sizeLimit) / 2);
+    std::cout << total << " lines in " << files << " files\n";
+}
+
+TEST(LogRotationSoakTest, ProcessesThatEndByThemselvesLeaveEveryLineOnce)
+{
+    const auto lines = static_cast<unsigned>(std::max<std::size_t>(100, Scaled(1000)));
+    LogInManyProcesses(LogDurability::None, 3000, false, 6, lines);
+}
+
+TEST(LogRotationSoakTest, LimitOfOneLineGivesEveryLineAFile)
+{
+    LogInManyProcesses(LogDurability::None, 20, false, 4, 20);
+}
+
+class KilledProcessesTest : public ::testing::TestWithParam<LogDurability>
+{
+};
+
+TEST_P(KilledProcessesTest, NoLineThatWasWrittenIsLostTornOrDoubled)
+{
+    const std::size_t processCount = std::max<std::size_t>(20, Scaled(100));
+    LogInManyProcesses(GetParam(), 3000, true, processCount, untilKilled);
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, KilledProcessesTest,
+                         ::testing::Values(LogDurability::None, LogDurability::Interval,
+                                           LogDurability::EachLine));
+
+}  // namespace
