@@ -12,7 +12,7 @@
 #include "Tolvex/Log/Logger.h"
 
 #include "examples/dashcam/Accelerometer.h"
-#include "examples/dashcam/Library.h"
+#include "examples/dashcam/Log.h"
 #include "examples/dashcam/Recorder.h"
 #include "examples/dashcam/Watch.h"
 

@@ -5,10 +5,10 @@
 #include <utility>
 
 #include "Tolvex/Crypto/Crypto.h"
+#include "Tolvex/Json/Standard.h"
 #include "Tolvex/Log/LogLine.h"
 
 #include "examples/dashcam/Container.h"
-#include "examples/dashcam/Library.h"
 #include "examples/dashcam/Page.h"
 #include "examples/dashcam/SideFile.h"
 
@@ -106,7 +106,8 @@ void Clips::Write(const Clip& clip)
     try {
         const auto samples =
             accelerometer->Between(clip.frames.front()->Time(), clip.frames.back()->Time());
-        recording.side = ToStandardJson(DescribeClip(name, clip, samples, settings)) + '\n';
+        recording.side =
+            Tolvex::Json::SerializeStandard(DescribeClip(name, clip, samples, settings)) + '\n';
         recording.signature =
             Tolvex::Crypto::HMAC_SHA1(recording.clip + recording.side, settings.key) + '\n';
         folder.Save(name, recording);

@@ -2,12 +2,13 @@
 
 #include <iostream>
 
+#include "Tolvex/Json/Standard.h"
 #include "Tolvex/Log/LogLine.h"
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Util/TemperatureMonitor.h"
 #include "Tolvex/Util/UtilTime.h"
 
-#include "examples/dashcam/Library.h"
+#include "examples/dashcam/JsonFile.h"
 #include "examples/dashcam/SideFile.h"
 
 namespace Dashcam {
@@ -103,13 +104,13 @@ void Drive::WriteSummary()
     drive["begin"] = Tolvex::Util::DateISO(begin);
     drive["end"] = Tolvex::Util::DateISO(std::time(nullptr));
     drive["clockPlausible"] = IsPlausible(begin);
-    drive["frames"] = static_cast<double>(capture.Frames());
-    drive["framesLost"] = static_cast<double>(capture.Lost());
+    drive["frames"] = ToJson(static_cast<std::int64_t>(capture.Frames()));
+    drive["framesLost"] = ToJson(static_cast<std::int64_t>(capture.Lost()));
     drive["events"] = count.events;
     drive["clipsWritten"] = count.written;
     drive["clipsLost"] = count.lost;
-    drive["samplesSkipped"] = static_cast<double>(accelerometer.Skipped());
-    const std::string text = ToStandardJson(drive);
+    drive["samplesSkipped"] = ToJson(static_cast<std::int64_t>(accelerometer.Skipped()));
+    const std::string text = Tolvex::Json::SerializeStandard(drive);
     LogLine(LogType::Notice, LogModule::Event) << "drive: " << text;
     folder.Write("drive.json", text + '\n');
 }

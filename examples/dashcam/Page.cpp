@@ -1,7 +1,6 @@
 #include "examples/dashcam/Page.h"
 
 #include <cmath>
-#include <fstream>
 #include <iomanip>
 #include <sstream>
 
@@ -9,7 +8,7 @@
 #include "Tolvex/Util/UtilString.h"
 
 #include "examples/dashcam/Chart.h"
-#include "examples/dashcam/Library.h"
+#include "examples/dashcam/JsonFile.h"
 #include "examples/dashcam/Style.h"
 
 namespace Dashcam {
@@ -85,16 +84,6 @@ private:
     Json::Object members;
 };
 
-Side ReadSide(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    std::string problem;
-    const Json::Value document = ParseJson(text.str(), problem);
-    return Side(document.GetType() == Json::ObjectVal ? document.AsObject() : Json::Object());
-}
-
 std::string Cause(const Side& event)
 {
     const std::string cause = event.Text("cause");
@@ -167,7 +156,8 @@ std::string MakePage(const Folder& folder)
     std::ostringstream articles;
     const std::vector<std::string> events = folder.Events();
     for (const std::string& name : events) {
-        const Side side = ReadSide(folder.Path(name + ".json"));
+        std::string problem;  // then the page shows the clip alone
+        const Side side(ReadJsonFile(folder.Path(name + ".json"), problem));
         strip << "<a href=\"#" << name << "\"><img src=\"" << name
               << ".jpg\" alt=\"Still of the event\" loading=\"lazy\">" << side.Text("localTime")
               << "</a>\n";

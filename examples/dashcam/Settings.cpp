@@ -1,16 +1,14 @@
 #include "examples/dashcam/Settings.h"
 
 #include <algorithm>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <type_traits>
 #include <utility>
 
 #include "Tolvex/Json/Json.h"
 #include "Tolvex/Log/LogLine.h"
 
-#include "examples/dashcam/Library.h"
+#include "examples/dashcam/JsonFile.h"
 
 namespace Dashcam {
 namespace {
@@ -129,22 +127,13 @@ Settings ReadSettings(const std::string& path)
         LogLine(LogType::Info, LogModule::CONFIG) << "no settings file: all defaults are used";
         return {};
     }
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (!(text << file.rdbuf())) {
-        LogLine(LogType::Error, LogModule::CONFIG)
-            << path << " cannot be read: all defaults are used";
-        return {};
-    }
     std::string problem;
-    const Json::Value document = ParseJson(text.str(), problem);
-    if (document.GetType() != Json::ObjectVal) {
-        LogLine(LogType::Error, LogModule::CONFIG)
-            << path << (problem.empty() ? " is no JSON object" : problem)
-            << ": all defaults are used";
+    Json::Object document = ReadJsonFile(path, problem);
+    if (!problem.empty()) {
+        LogLine(LogType::Error, LogModule::CONFIG) << problem << ": all defaults are used";
         return {};
     }
-    return ReadMembers(document.AsObject());
+    return ReadMembers(std::move(document));
 }
 
 }  // namespace Dashcam

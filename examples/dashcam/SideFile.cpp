@@ -8,7 +8,8 @@
 #include "Tolvex/Util/Uid.h"
 #include "Tolvex/Util/UtilTime.h"
 
-#include "examples/dashcam/Library.h"
+#include "examples/dashcam/JsonFile.h"
+#include "examples/dashcam/Log.h"
 
 namespace Dashcam {
 namespace {
@@ -53,14 +54,14 @@ Json::Object DescribeFrames(const Clip& clip)
         const std::int64_t missing = clip.frames[i]->GetFrameId() - before - 1;
         if (missing != 0) {
             Json::Object gap;
-            gap["after"] = static_cast<double>(before);
-            gap["missing"] = static_cast<double>(missing);
+            gap["after"] = ToJson(before);
+            gap["missing"] = ToJson(missing);
             gaps.push_back(std::move(gap));
         }
     }
     Json::Object frames;
-    frames["first"] = static_cast<double>(clip.frames.front()->GetFrameId());
-    frames["last"] = static_cast<double>(clip.frames.back()->GetFrameId());
+    frames["first"] = ToJson(clip.frames.front()->GetFrameId());
+    frames["last"] = ToJson(clip.frames.back()->GetFrameId());
     frames["count"] = static_cast<int>(clip.frames.size());
     frames["gaps"] = std::move(gaps);
     return frames;
@@ -130,7 +131,7 @@ Json::Object DescribeClip(const std::string& name, const Clip& clip,
     side["clip"] = name + ".mp4";
     side["events"] = DescribeEvents(clip, samples);
     side["localTime"] = Tolvex::Util::DateISO(event.wallTime);
-    side["unixTime"] = static_cast<double>(event.wallTime);
+    side["unixTime"] = ToJson(event.wallTime);
     side["bootSeconds"] = Rounded(event.bootSeconds);
     side["clockPlausible"] = IsPlausible(event.wallTime);
     side["light"] = LightAt(event.wallTime, settings);

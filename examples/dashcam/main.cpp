@@ -9,7 +9,7 @@
 #include "Tolvex/Util/Timer.h"
 
 #include "examples/dashcam/Drive.h"
-#include "examples/dashcam/Library.h"
+#include "examples/dashcam/Log.h"
 
 namespace {
 

@@ -118,7 +118,7 @@ class ClipsTest(unittest.TestCase):
         with Drive(folder / "clips", "--settings", str(broken)) as drive:
             drive.await_log("1280x720")
             drive.ignition_off()
-        self.assertIn("all defaults are used", drive.log())
+        self.assertRegex(drive.log(), r"broken\.json:2:\d+: .*all defaults are used")
 
     def test_settings_that_are_missing_or_wrong_are_named_and_have_their_defaults(self):
         folder = scratch(self)
