@@ -36,8 +36,10 @@ std::mutex callsMutex;           // guards calls
 std::vector<std::string> calls;  // each with the name of its file, and the bytes in it
 std::atomic<int> syncError = 0;  // of fdatasync(); 0: it works
 std::atomic<int> directoryError = 0;
-std::atomic<int> interruptions = 0;  // fdatasync() fails so often with EINTR
-std::atomic<bool> hanging = false;   // fdatasync() does not return
+std::atomic<bool> directoryHangs = false;   // fsync() does not return
+std::atomic<bool> directoryGoesOn = false;  // now it does
+std::atomic<int> interruptions = 0;         // fdatasync() fails so often with EINTR
+std::atomic<bool> hanging = false;          // fdatasync() does not return
 std::atomic<int> hangingCalls = 0;
 
 void Record(const char* call, int descriptor)
@@ -82,6 +84,9 @@ int fdatasync(int descriptor)
 int fsync(int descriptor)
 {
     Record("fsync", descriptor);
+    if (directoryHangs.exchange(false)) {  // for the first thread only
+        Tolvex::Support::Eventually([] { return directoryGoesOn.load(); });
+    }
     return directoryError == 0 ? 0 : Fail(directoryError);
 }
 
@@ -203,6 +208,21 @@ TEST_F(LogDurabilityTest, FileThatIsAFifoKeepsItsLines)
     char text[16];
     EXPECT_EQ(read(reader, text, sizeof text), 2);
     close(reader);
+}
+
+TEST_F(LogDurabilityTest, DirectoryThatAThreadIsSyncingIsSyncedForTheNoticeToo)
+{
+    directoryHangs = true;
+    policy->SetDurability(LogDurability::Interval, milliseconds(1));
+    policy->Write("a\n");
+    EXPECT_TRUE(Eventually([] { return CountCalls() == 2; }));
+    TakeCalls();
+
+    policy->BeginIgnitionOff();
+    policy->Write("notice\n");
+
+    EXPECT_THAT(TakeCalls(), ElementsAre("fdatasync log 9", "fsync directory"));
+    directoryGoesOn = true;
 }
 
 // ----------------------------------------------------------------------------------- failures

@@ -33,6 +33,7 @@ namespace {
 std::vector<std::string> calls;   // of the functions below, with the names of the files
 int renameError = 0;              // of rename() and unlink(); 0: they work
 int flockError = 0;               // of flock(); 0: it works
+std::vector<int> lockOperations;  // of flock()
 std::function<void(int)> atLock;  // called before flock(), with the descriptor
 
 std::string NameOf(const std::string& path)
@@ -71,6 +72,7 @@ int unlink(const char* path)
 
 int flock(int descriptor, int operation)
 {
+    lockOperations.push_back(operation);
     if (atLock && operation != LOCK_UN) {
         std::exchange(atLock, nullptr)(descriptor);
     }
@@ -444,6 +446,16 @@ TEST_F(LogRotationTest, ProcessThatHangsInTheMiddleOfALineDelaysOneLineAndKeepsT
     std::this_thread::sleep_until(Clock::now() + retryInterval);
     Write({"d"});
     EXPECT_THAT(Files(), ElementsAre("d\n", "a\nb\nc\n"));
+}
+
+TEST_F(LogRotationTest, LinesOfSeveralProcessesBelowTheLimitDoNotWaitForEachOther)
+{
+    policy.SetSizeLimit(100, 1);
+    Write({"a"});
+    const ForeignLock lock(path, LOCK_SH);
+    lockOperations.clear();
+    Write({"b"});
+    EXPECT_THAT(lockOperations, ElementsAre(LOCK_SH | LOCK_NB, LOCK_UN));
 }
 
 TEST_F(LogRotationTest, ProcessThatHangsWhileItRenamesDelaysOneLineOnly)

@@ -42,7 +42,7 @@ void FileSync::AfterLine(const Base::Descriptor& file, const std::optional<FileS
     const bool fileIsNew = before && (before->size == 0 || !known || !known->IsSameFile(*before));
     known = before;
     if (fileIsNew) {
-        directoryWaits = true;
+        ++newFiles;
     }
 
     const LogDurability mode = settings->durability;
@@ -57,7 +57,7 @@ void FileSync::AfterLine(const Base::Descriptor& file, const std::optional<FileS
 /// Leaves the line to a thread that syncs the file in time.
 void FileSync::Start(const Base::Descriptor& file)
 {
-    if (std::exchange(process, getpid()) != process) {
+    if (const pid_t before = std::exchange(process, getpid()); before != process) {
         linesWait = 0;  // In a forked child: the thread runs in the parent.
     }
     if ((linesWait.fetch_or(threadRuns | lineWaits) & threadRuns) != 0) {
@@ -111,8 +111,11 @@ void FileSync::AwaitInterval() const
 void FileSync::SyncNow(const Base::Descriptor& file)
 {
     Base::SyncData(file);
-    if (directoryWaits.exchange(false) && !Base::SyncDirectory(directory)) {
-        directoryWaits = true;
+    // Not cleared before the sync: another thread that syncs meanwhile has to wait for the
+    // directory.
+    const unsigned seen = newFiles;
+    if (seen != syncedFiles && Base::SyncDirectory(directory)) {
+        syncedFiles = seen;
     }
 }
 

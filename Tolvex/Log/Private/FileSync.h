@@ -46,10 +46,11 @@ private:
     const std::string path;
     const std::string directory;  ///< that the file is in
     const std::shared_ptr<const FileSettings> settings;
-    std::optional<FileStatus> known;           ///< the file of the line before
-    std::atomic<bool> directoryWaits = false;  ///< the directory has to be synced, too
-    std::atomic<unsigned> linesWait = 0;       ///< bits: a thread runs; lines wait for it
-    pid_t process = 0;                         ///< the one that linesWait speaks of
+    std::optional<FileStatus> known;        ///< the file of the line before
+    std::atomic<unsigned> newFiles = 0;     ///< so often a line came to a file not known
+    std::atomic<unsigned> syncedFiles = 0;  ///< as newFiles was when the directory was synced last
+    std::atomic<unsigned> linesWait = 0;    ///< bits: a thread runs; lines wait for it
+    pid_t process = 0;                      ///< the one that linesWait speaks of
 };
 
 }  // namespace Tolvex::Ilog
