@@ -307,6 +307,15 @@ TEST_F(LogRotationTest, NewlineBehindATornLineCountsAgainstTheLimit)
     EXPECT_THAT(Files(), ElementsAre("b\n", "torn\na\n"));
 }
 
+TEST_F(LogRotationTest, LineThatFitsWithoutThatNewlineOnlyGoesToANewFile)
+{
+    std::ofstream(path) << "torn";
+    policy.RepairEnd();
+    policy.SetSizeLimit(6, 1);
+    Write({"a"});
+    EXPECT_THAT(Files(), ElementsAre("a\n", "torn"));
+}
+
 // ----------------------------------------------------------------------------------- failures
 
 TEST_F(LogRotationTest, RenameThatFailsCostsNoLineAndIsTriedAgainAfterSomeTimeOnly)
