@@ -558,7 +558,8 @@ def instructions(goals):
             "32-bit ARM. The counts do not depend on the machine; those of operations with two threads "
             "vary by about 1 %. Documents, in thousands of instructions:\n\n" + "\n".join(tables)
             + "\nOne operation each. For a log line, the main thread composes it and the other thread "
-            "writes it; `log-floor` is `snprintf`, open, append and close on one thread.\n\n"
+            "writes it; `log-black-box` keeps it in memory instead, `log-floor` is `snprintf`, open, "
+            "append and close on one thread.\n\n"
             + table(["operation", "instructions", "main thread", "other thread"], rows))
 
 

@@ -128,10 +128,10 @@ std::vector<std::string> Logger::GetLastLines() const
     return kept == nullptr ? std::vector<std::string>() : kept->box.Lines();
 }
 
-LoggerCore* Logger::EnabledBlackBox()
+LoggerCore* Logger::FindEnabledBlackBox()
 {
-    LastLines* const kept = Base::LoadShared(lastLines);
-    return kept != nullptr && kept->core.IsEnabled() ? &kept->core : nullptr;
+    LoggerCore& core = Base::LoadShared(lastLines)->core;
+    return core.IsEnabled() ? &core : nullptr;
 }
 
 /// Call after an output has been enabled or closed.

@@ -222,7 +222,12 @@ private:
     /// @return whether an output may be enabled. All that a line costs while none is.
     static bool AnyEnabled() { return Base::LoadShared(anyEnabled); }
 
-    static LoggerCore* EnabledBlackBox();
+    /// @return null while it is disabled.
+    static LoggerCore* EnabledBlackBox()
+    {
+        return Base::LoadShared(lastLines) == nullptr ? nullptr : FindEnabledBlackBox();
+    }
+    static LoggerCore* FindEnabledBlackBox();
     void UpdateAnyEnabled() const;
 
     template <typename Action>

@@ -95,7 +95,13 @@ public:
     /// @param type  Severity of the line.
     /// @throws std::system_error when the lock cannot be taken; resource_deadlock_would_occur when
     /// the calling thread has it already: the policy, or a manipulator, must not log.
-    void WriteHeader(LogType type) { core.WriteHeader(type); }
+    void WriteHeader(LogType type)
+    {
+        if (IsEnabled()) {
+            core.EndOpenLine();
+            core.WriteHeader(type);
+        }
+    }
 
     /// Inserts "[#", the text of the module, and "]".
     /// @param module  Where the line comes from.

@@ -84,12 +84,12 @@ bool Terminate(std::stringstream& buffer)
 {
     // A failed insertion, such as of a null pointer, must not keep the line from ending.
     buffer.clear();
-    if (buffer.put('\n').good()) {
-        return true;
+    if (!buffer.put('\n').good()) {
+        // No memory for one more character: the newline takes the place of the last one.
+        buffer.clear();
+        buffer.seekp(-1, std::ios_base::end).put('\n');
     }
-    // No memory for one more character: the newline takes the place of the last one.
-    buffer.clear();
-    return buffer.seekp(-1, std::ios_base::end).put('\n').good();
+    return buffer.good();
 }
 
 /// The calling thread's right to use the buffer and the policy. Whatever ends the scope early, an
@@ -306,10 +306,6 @@ bool LoggerCore::ChangeOutput(const std::string& name)
 
 void LoggerCore::WriteHeader(LogType type)
 {
-    if (!IsEnabled()) {
-        return;
-    }
-    EndOpenLine();
     WatchCallingThread();
     LineStep step(*state, state->lock.Take(LineLock::Entry::Line));
     if (step) {
@@ -365,10 +361,6 @@ void LoggerCore::DropLine()
 
 void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point deadline)
 {
-    if (!IsEnabled()) {
-        return;
-    }
-    EndOpenLine();
     WatchCallingThread();
     // Another thread's Close() would drop the last notice while it is being composed.
     std::optional<Control> control;

@@ -63,7 +63,7 @@ public:
     bool Enable(const std::string* output);
     /// As LoggerBase::ChangeOutput().
     bool ChangeOutput(const std::string& name);
-    /// As LoggerBase::WriteHeader().
+    /// Begins a line, unless the logger is disabled. Call EndOpenLine() of all loggers first.
     void WriteHeader(LogType type);
 
     /// Appends to the line that the calling thread has begun. std::endl ends the line.
@@ -78,6 +78,7 @@ public:
     void DropLine();
 
     /// Writes a whole notice, unless the logger is disabled or the line lock cannot be had in time.
+    /// Call EndOpenLine() of all loggers first.
     /// @param text      Without the newline.
     /// @param last      No other line begins once this one has begun; the caller then calls
     /// Close().

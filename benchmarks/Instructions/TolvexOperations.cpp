@@ -67,6 +67,24 @@ void LogByFourSteps(int line)
     logger << LogModule::WNET << payload << line << std::endl;
 }
 
+void KeepByFourSteps(int count)
+{
+    Logger& logger = *Logger::GetInstance();
+    logger.EnableBlackBox(1000);
+    for (int i = 0; i < count; ++i) {
+        LogByFourSteps(1000000 + i);
+    }
+    logger.CloseBlackBox();
+}
+
+void LogAndKeep(int count)
+{
+    Logger& logger = *Logger::GetInstance();
+    logger.EnableBlackBox(1000);
+    RunLogged(count, &LogByFourSteps);
+    logger.CloseBlackBox();
+}
+
 void LogByLogLine(int line)
 {
     LogLine(LogType::Error, LogModule::WNET) << payload << line;
@@ -163,6 +181,8 @@ int main(int argc, char** argv)
     return RunOperation(
         {{"log-line", 2000, [](int count) { RunLogged(count, &LogByFourSteps); }},
          {"log-line-object", 2000, [](int count) { RunLogged(count, &LogByLogLine); }},
+         {"log-black-box", 20000, &KeepByFourSteps},
+         {"log-file-and-black-box", 2000, &LogAndKeep},
          {"log-floor", 2000, &LogFloor},
          {"log-header-dropped", 2000, [](int count) { RunLogged(count, &LogDroppedHeader); }},
          {"log-disabled", 100000, &LogDisabled},

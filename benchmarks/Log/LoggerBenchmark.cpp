@@ -1,5 +1,6 @@
 // What does a log line cost that is opened, appended and closed for every line, against the floor
-// of the same system calls on a second thread, and against loggers that flush per line?
+// of the same system calls on a second thread, and against loggers that flush per line? What does a
+// line cost that stays in memory?
 #include "Tolvex/Log/Logger.h"
 
 #include <algorithm>
@@ -96,6 +97,39 @@ public:
     void Write(int number) { LogLine(LogType::Error, LogModule::WNET) << payload << number; }
 };
 
+/// Subject: the black box alone.
+class TolvexBlackBox
+{
+public:
+    TolvexBlackBox()
+    {
+        if (!logger.EnableBlackBox(1000)) {
+            std::abort();
+        }
+    }
+
+    TolvexBlackBox(const TolvexBlackBox&) = delete;
+    TolvexBlackBox& operator=(const TolvexBlackBox&) = delete;
+    ~TolvexBlackBox() { logger.CloseBlackBox(); }
+
+    void Write(int number)
+    {
+        logger.WriteHeader(LogType::Error);
+        logger << LogModule::WNET << payload << number << std::endl;
+    }
+
+    void Finish() {}
+
+private:
+    Logger& logger = *Logger::GetInstance();
+};
+
+/// Subject: the file logger and the black box.
+class TolvexFileAndBlackBox : public TolvexFourSteps
+{
+    const TolvexBlackBox blackBox;
+};
+
 /// Subject: LogLine with a durability and a size limit.
 template <LogDurability mode, std::uint64_t sizeLimit>
 class TolvexToMedium : public TolvexLogLine
@@ -180,6 +214,12 @@ BENCHMARK(MeasureSubject<HandOver<std::binary_semaphore>>)
     ->UseManualTime();
 BENCHMARK(MeasureSubject<TolvexFourSteps>)->Name("BM_Logger")->Arg(1)->Arg(4)->UseManualTime();
 BENCHMARK(MeasureSubject<TolvexLogLine>)->Name("BM_LogLine")->Arg(1)->Arg(4)->UseManualTime();
+BENCHMARK(MeasureSubject<TolvexBlackBox>)->Name("BM_BlackBox")->Arg(1)->Arg(4)->UseManualTime();
+BENCHMARK(MeasureSubject<TolvexFileAndBlackBox>)
+    ->Name("BM_FileAndBlackBox")
+    ->Arg(1)
+    ->Arg(4)
+    ->UseManualTime();
 // What does it cost to bring the lines to the medium? The directory for temporary files has to be
 // on one: a tmpfs syncs nothing.
 BENCHMARK(MeasureSubject<TolvexToMedium<LogDurability::Interval, 0>>)

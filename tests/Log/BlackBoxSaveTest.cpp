@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -28,8 +29,8 @@
 namespace {
 
 using ::testing::Each;
+using ::testing::ElementsAre;
 using ::testing::EndsWith;
-using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogLine;
@@ -155,6 +156,39 @@ TEST(BlackBoxSaveTest, ProcessThatIsKilledAtAnyMomentLeavesAWholeFile)
         ASSERT_EQ(ReadFile(path), whole);
     }
     EXPECT_EQ(Save(path), 0);
+}
+
+/// The end of a pipe that a handler of crashes writes to.
+int crashed = -1;
+
+TEST(BlackBoxSaveTest, ThreadThatACrashHandlerWakesSavesTheLines)
+{
+    const ScratchDirectory directory;
+    const auto child = RunInChild([&directory] {
+        EXPECT_TRUE(logger.EnableBlackBox(5));
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        crashed = ends[1];
+        std::thread([&directory, from = ends[0]] {
+            char byte = 0;
+            if (read(from, &byte, 1) == 1 && logger.SaveLastLines(directory.Path("saved"))) {
+                _exit(7);
+            }
+        }).detach();
+        std::signal(SIGSEGV, [](int) {
+            static_cast<void>(!write(crashed, "x", 1));
+            sleep(60);
+        });
+        LogLine(LogType::Info) << "the last one";
+        logger.WriteHeader(LogType::Info);
+        logger << "never ended";
+        raise(SIGSEGV);
+        return 1;
+    });
+
+    EXPECT_EQ(child.ExitCode(), 7) << child.output;
+    EXPECT_THAT(SplitLines(ReadFile(directory.Path("saved"))),
+                ElementsAre(EndsWith("the last one")));
 }
 
 TEST(BlackBoxSaveTest, SavesAtTheSameTimeLeaveWholeLines)

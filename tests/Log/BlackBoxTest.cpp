@@ -22,6 +22,7 @@
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using Tolvex::LogModule;
@@ -241,6 +242,25 @@ TEST(BlackBoxTest, ClosingReleasesTheLines)
     EXPECT_THAT(KeptLines(), IsEmpty());
     WriteNumbers(3, 3);
     EXPECT_THAT(KeptLines(), ElementsAre("3"));
+}
+
+TEST(BlackBoxTest, EachOutputGoesOnWhenAnotherIsClosed)
+{
+    const ScratchDirectory directory;
+    const OpenBlackBox box(5);
+    ASSERT_TRUE(logger.EnableFile(directory.Path("log")));
+    WriteNumbers(1, 1);
+    logger.CloseFile();
+    WriteNumbers(2, 2);
+    EXPECT_THAT(KeptLines(), ElementsAre("1", "2"));
+    ASSERT_TRUE(logger.EnableFile(directory.Path("log")));
+    logger.CloseBlackBox();
+    WriteNumbers(3, 3);
+    logger.CloseFile();
+    WriteNumbers(4, 4);
+
+    EXPECT_THAT(SplitLines(ReadFile(directory.Path("log"))),
+                ElementsAre(EndsWith("]1"), EndsWith("]3")));
 }
 
 TEST(BlackBoxTest, IgnitionOffIsItsLastLineSoFarAndItGoesOn)

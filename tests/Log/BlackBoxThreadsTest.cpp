@@ -60,7 +60,7 @@ TEST(BlackBoxThreadsTest, LinesOfAllThreadsAreWholeAndThereOnce)
 {
     constexpr int threadCount = 4;
     constexpr int lineCount = 2000;
-    const OpenBlackBox box(threadCount * lineCount);
+    const OpenBlackBox box(8000);
     std::vector<std::thread> threads;
     for (int number = 0; number < threadCount; ++number) {
         threads.emplace_back([number] {
@@ -224,6 +224,32 @@ TEST(BlackBoxThreadsTest, EnablingAndClosingBesideLinesNeitherHangsNorTears)
         thread.join();
     }
     EXPECT_THAT(KeptLines(), IsEmpty());
+}
+
+TEST(BlackBoxThreadsTest, EnablingAndClosingLosesNoLineOfTheFile)
+{
+    const ScratchDirectory directory;
+    ASSERT_TRUE(logger.EnableFile(directory.Path("log")));
+    std::atomic<bool> running = true;
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 2; ++number) {
+        threads.emplace_back([&running] {
+            while (running) {
+                EXPECT_TRUE(logger.EnableBlackBox(1));
+                logger.CloseBlackBox();
+            }
+        });
+    }
+    for (int line = 0; line < 3000; ++line) {
+        Write("text");
+    }
+    running = false;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    logger.CloseFile();
+
+    EXPECT_THAT(SplitLines(ReadFile(directory.Path("log"))), SizeIs(3000));
 }
 
 TEST(BlackBoxThreadsTest, ForkedChildHasTheLinesAndMayGoOn)

@@ -207,4 +207,22 @@ TEST(LogLineTest, WithoutALoggerNothingIsFormatted)
     EXPECT_EQ(child.output, "");
 }
 
+TEST(LogLineTest, LineThatWasBegunBeforeTheLoggerWasEnabledIsNotWritten)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        {
+            LogLine early(LogType::Info);
+            EXPECT_TRUE(Logger::GetInstance()->EnableFile(path));
+            early << "early";
+        }
+        LogLine(LogType::Info) << "next";
+        Logger::GetInstance()->CloseFile();
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(WithoutDate(ReadFile(path)), "next\n");
+}
+
 }  // namespace

@@ -71,6 +71,7 @@ holds calm -DCOMPOSERS=3
 holds close -DCOMPOSERS=2 -DCLOSE
 holds close-patient -DCOMPOSERS=2 -DCLOSE -DPATIENT
 holds reopen -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN
+holds close-again -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN -DCLOSE_AGAIN
 holds notice -DCOMPOSERS=1 -DLINES=2 -DIGNITION
 holds ignition -DCOMPOSERS=0 -DIGNITION -DENABLE
 holds exception -DCOMPOSERS=0 -DIGNITION -DENABLE -DTHROW
@@ -87,7 +88,7 @@ finds fault-1 -DCOMPOSERS=2 -DFAULT_1
 # The writer is told to end before the open line is dropped.
 finds fault-2 -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DFAULT_2
 # The writer looks for a line before it reads whether it is told to end.
-finds fault-3 -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DFAULT_3
+finds fault-3 -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN -DCLOSE_AGAIN -DFAULT_3
 # A thread that gives up does not wake the next one.
 finds fault-4 -DCOMPOSERS=2 -DLINES=2 -DCLOSE -DPATIENT -DFAULT_4
 # A writer that is left behind sets stopped.

@@ -553,7 +553,10 @@ nextLine:
 #endif
        fi;
        Release();
-       goto nextLine
+       if
+       :: TOLD_TO_END -> goto nextLine
+       :: else -> goto waitForToken
+       fi
     :: else
     fi;
 #ifdef FAULT_3
@@ -633,6 +636,9 @@ proctype Closer(byte me) EXISTS
     Close();
 #ifdef REOPEN
     Enable();
+#endif
+#ifdef CLOSE_AGAIN
+    Close();
 #endif
 #ifdef DETACH
     finished == started - 1; /* no thread may use a logger that is being destroyed */

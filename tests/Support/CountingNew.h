@@ -76,6 +76,22 @@ inline void CountedRelease(void* memory)
     }
 }
 
+// Those of arrays call the ones above, except under a sanitizer.
+[[gnu::noinline]] void* operator new[](std::size_t bytes)
+{
+    return Tolvex::Support::CountedAllocation(bytes);
+}
+
+[[gnu::noinline]] void operator delete[](void* memory) noexcept
+{
+    Tolvex::Support::CountedRelease(memory);
+}
+
+[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept
+{
+    Tolvex::Support::CountedRelease(memory);
+}
+
 [[gnu::noinline]] void operator delete(void* memory) noexcept
 {
     Tolvex::Support::CountedRelease(memory);

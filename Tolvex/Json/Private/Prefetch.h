@@ -18,9 +18,10 @@ namespace Tolvex::Json {
 template <typename Place>
 Place& PrefetchAhead(Place& place, std::ptrdiff_t direction = 1)
 {
-    constexpr std::ptrdiff_t distance = 6144;
+    constexpr std::ptrdiff_t pointerBytes = sizeof(void*);  // sizes of members grow with it
+    constexpr std::ptrdiff_t distance = 768 * pointerBytes;
+    constexpr std::ptrdiff_t fetchedBytes = 64 * pointerBytes;  // two members with keys and links
     constexpr std::ptrdiff_t lineBytes = 64;
-    constexpr std::ptrdiff_t fetchedBytes = 8 * lineBytes;  // two members with their keys and links
     const char* const begin = reinterpret_cast<const char*>(&place) + direction * distance;
     for (std::ptrdiff_t offset = 0; offset < fetchedBytes; offset += lineBytes) {
         __builtin_prefetch(begin + offset);

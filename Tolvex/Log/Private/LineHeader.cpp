@@ -17,7 +17,7 @@ void LineHeader::InsertInto(std::ostream& stream, LogType type)
 {
     const std::time_t now = std::time(nullptr);
     // The C library's global may be written by tzset() on another thread.
-    if (now != second || timeLength == 0 || Base::LoadShared(timezone) != zone ||
+    if (now != second || Base::LoadShared(timezone) != zone ||
         Base::TimeZoneGeneration() != zoneGeneration) {
         Refresh(now);
     }

@@ -32,9 +32,9 @@ public:
 private:
     void Refresh(std::time_t now);
 
-    std::array<char, 96> text{};       ///< begins with the time in brackets; longer than any header
-    std::size_t timeLength = 0;        ///< 0: no time yet
-    std::time_t second = 0;            ///< that the time shows
+    std::array<char, 96> text{};  ///< begins with the time in brackets; longer than any header
+    std::size_t timeLength = 0;
+    std::time_t second = -1;           ///< that the time shows; -1: no time yet
     long zone = 0;                     ///< offset from UTC that the time shows, in seconds
     std::uint32_t zoneGeneration = 0;  ///< see Base::TimeZoneGeneration()
     Util::TemperatureMonitor* monitor = nullptr;

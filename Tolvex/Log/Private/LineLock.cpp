@@ -75,7 +75,9 @@ bool LineLock::Await(std::uintptr_t ignoredFlags, Deadline deadline)
         }
     }
 
-    word &= ~claimed;
+    if (!taken) {
+        word &= ~claimed;
+    }
     queue.Remove(place);
     UpdateWaiting();
     lock.unlock();

@@ -68,7 +68,8 @@ void* Writer::Thread::Run(void* thread)
     return nullptr;
 }
 
-/// Waits for a token and writes what is complete. @return false when the writer has to end.
+/// Waits for a token and writes the line that is complete, if there is one.
+/// @return false when the writer has to end.
 bool Writer::Thread::WriteLines()
 {
     const WriterLife& writers = state->writers;
@@ -80,8 +81,9 @@ bool Writer::Thread::WriteLines()
         }
         // Read before the look for a line: no line becomes complete once the writer is told to end.
         ending = writers.toldToEnd >= number;
-        // Required: a line that is complete is written before the writer ends.
-    } while (WriteLine());
+        // Required: a line that is complete is written before the writer ends. The token of a
+        // writer that is told to end may be gone.
+    } while (WriteLine() && writers.toldToEnd >= number);
     return !ending;
 }
 

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "Tolvex/Interfaces/IThread.h"
+#include "Tolvex/Util/CircularBuffer.h"
+
+#include "examples/dashcam/Frame.h"
+#include "examples/dashcam/Settings.h"
+
+namespace Dashcam {
+
+/// The acceleration of one moment: forward, to the left and up, in g. A car that stands has 0,
+/// 0, 1.
+struct Sample
+{
+    Moment time;
+    std::array<float, 3> axes = {};
+};
+
+/// @return the force in g that acts beside gravity.
+double ForceOf(const Sample& sample);
+
+/// The worker that reads the accelerometer, one sample in each pass, and reports what is violent.
+///
+/// Samples are lines of three raw numbers of the sensor, -128 to 127. They come from a FIFO as they
+/// are written, or from a file at the pace of the settings, again and again.
+/// @par Thread safety
+/// Controlling thread. Between() and Skipped() may be called on any thread.
+class Accelerometer : public Tolvex::Interfaces::IThread
+{
+public:
+    /// @param settings  Must outlive the worker.
+    /// @param path      Of the file or FIFO.
+    /// @param report    Called on the worker thread with a force in g, once for each shock.
+    Accelerometer(const Settings& settings, std::string path, std::function<void(double)> report);
+    ~Accelerometer() override;
+
+    /// @return the samples of a time, the oldest first, as far as they are still known.
+    std::vector<Sample> Between(Moment from, Moment to) const;
+    /// @return how many lines were no samples.
+    std::uint64_t Skipped() const { return Tolvex::Base::LoadShared(skipped); }
+
+protected:
+    void Run() override;
+
+private:
+    bool ReadLine(std::string& line);
+    void Judge(const Sample& sample);
+    void Complain(const std::string& problem);
+
+    const Settings& settings;
+    const std::string path;
+    const std::function<void(double)> report;
+    int descriptor = -1;  ///< -1: not open
+    bool isFile = false;  ///< not a FIFO
+    bool complained = false;
+    std::string buffer;        ///< read, and not taken apart yet
+    Moment due;                ///< of the next sample of a file
+    Moment lastShock;          ///< when the force was last above the threshold
+    mutable std::mutex mutex;  ///< guards samples
+    Tolvex::Util::CircularBuffer<Sample> samples;
+    std::uint64_t skipped = 0;  ///< shared
+};
+
+}  // namespace Dashcam

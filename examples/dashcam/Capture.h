@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "Tolvex/Base/SharedValue.h"
+#include "Tolvex/Interfaces/IThread.h"
+#include "Tolvex/Interfaces/IgnitionOffMode.h"
+
+#include "examples/dashcam/Encoder.h"
+#include "examples/dashcam/Recorder.h"
+#include "examples/dashcam/VideoSource.h"
+
+namespace Dashcam {
+
+/// The worker that takes pictures, encodes them and hands them to the recorder, one in each pass.
+///
+/// A source that fails is opened again every second.
+/// @par Thread safety
+/// Controlling thread. The counters may be read on any thread.
+class Capture : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
+{
+public:
+    /// @param settings   Must outlive the worker.
+    /// @param recorder   Receives the frames; must outlive the worker.
+    /// @param videoSource  Its own.
+    Capture(const Settings& settings, Recorder& recorder, std::string camera, std::string file);
+
+    /// Takes no more pictures.
+    void RunIgnitionOff() override { Stop(); }
+
+    /// @return frames that the recorder has received.
+    std::uint64_t Frames() const { return Tolvex::Base::LoadShared(frames); }
+    /// @return pictures that never became frames.
+    std::uint64_t Lost() const { return Tolvex::Base::LoadShared(lost); }
+
+protected:
+    void Run() override;
+
+private:
+    bool Open();
+    void Complain(const std::string& reason);
+
+    const Settings& settings;
+    Recorder& recorder;
+    VideoSource source;
+    Encoder encoder;
+    std::string complaint;  ///< the last one; it is not logged twice in a row
+    bool open = false;
+    std::int64_t lastId = -1;
+    std::uint64_t frames = 0;  ///< shared
+    std::uint64_t lost = 0;    ///< shared
+};
+
+}  // namespace Dashcam

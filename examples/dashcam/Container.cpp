@@ -1,0 +1,124 @@
+#include "examples/dashcam/Container.h"
+
+#include <new>
+
+#include "Tolvex/Exception/IException.h"
+
+namespace Dashcam {
+namespace {
+
+/// Throws for a negative code.
+int Check(int code, const char* step)
+{
+    if (code < 0) {
+        throw Tolvex::IException((std::string(step) + ": " + AvReason(code)).c_str());
+    }
+    return code;
+}
+
+struct FreeMuxer
+{
+    void operator()(AVFormatContext* muxer) const
+    {
+        if (muxer->pb != nullptr) {
+            std::uint8_t* bytes = nullptr;
+            avio_close_dyn_buf(muxer->pb, &bytes);
+            av_free(bytes);
+        }
+        avformat_free_context(muxer);
+    }
+};
+
+std::int64_t MicrosecondsSince(Moment begin, const Frame& frame)
+{
+    return std::chrono::duration_cast<std::chrono::microseconds>(frame.Time() - begin).count();
+}
+
+void WriteFrames(AVFormatContext* muxer, const std::vector<std::shared_ptr<Frame>>& frames)
+{
+    constexpr AVRational microseconds = {1, 1000000};
+    const AvPacketOwner packet(av_packet_alloc());
+    std::int64_t last = -1;
+    std::int64_t duration = 0;
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        Check(av_packet_ref(packet.get(), &frames[i]->Packet()), "frame");
+        const std::int64_t now = MicrosecondsSince(frames.front()->Time(), *frames[i]);
+        if (i + 1 < frames.size()) {
+            duration = MicrosecondsSince(frames[i]->Time(), *frames[i + 1]);
+        }
+        packet->pts = now;
+        packet->duration = duration;
+        av_packet_rescale_ts(packet.get(), microseconds, muxer->streams[0]->time_base);
+        packet->pts = packet->dts = std::max(last + 1, packet->pts);
+        last = packet->pts;
+        packet->stream_index = 0;
+        Check(av_write_frame(muxer, packet.get()), "frame");
+        av_packet_unref(packet.get());
+    }
+}
+
+AvPicture Decode(const Frame& key, const AVCodecParameters& parameters)
+{
+    const AVCodec* const codec = avcodec_find_decoder(parameters.codec_id);
+    const AvCodec decoder(avcodec_alloc_context3(codec));
+    decoder->thread_count = 1;
+    Check(avcodec_parameters_to_context(decoder.get(), &parameters), "still");
+    Check(avcodec_open2(decoder.get(), codec, nullptr), "still");
+    Check(avcodec_send_packet(decoder.get(), &key.Packet()), "still");
+    Check(avcodec_send_packet(decoder.get(), nullptr), "still");
+    AvPicture picture(av_frame_alloc());
+    Check(avcodec_receive_frame(decoder.get(), picture.get()), "still");
+    return picture;
+}
+
+}  // namespace
+
+std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames,
+                    const AVCodecParameters& parameters)
+{
+    AVFormatContext* made = nullptr;
+    Check(avformat_alloc_output_context2(&made, nullptr, "mp4", nullptr), "mp4");
+    const std::unique_ptr<AVFormatContext, FreeMuxer> muxer(made);
+    Check(avio_open_dyn_buf(&made->pb), "mp4");
+
+    AVStream* const stream = avformat_new_stream(made, nullptr);
+    Check(stream != nullptr ? 0 : AVERROR(ENOMEM), "mp4");
+    Check(avcodec_parameters_copy(stream->codecpar, &parameters), "mp4");
+    stream->time_base = {1, 90000};
+    Check(avformat_write_header(made, nullptr), "mp4");
+    WriteFrames(made, frames);
+    Check(av_write_trailer(made), "mp4");
+
+    std::uint8_t* bytes = nullptr;
+    const int count = avio_close_dyn_buf(made->pb, &bytes);
+    made->pb = nullptr;
+    std::string file(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count));
+    av_free(bytes);
+    return file;
+}
+
+std::string MakeJpeg(const Frame& key, const AVCodecParameters& parameters)
+{
+    const AvPicture picture = Decode(key, parameters);
+    const AVCodec* const codec = avcodec_find_encoder(AV_CODEC_ID_MJPEG);
+    const AvCodec encoder(avcodec_alloc_context3(codec));
+    encoder->width = picture->width;
+    encoder->height = picture->height;
+    encoder->pix_fmt = AV_PIX_FMT_YUV420P;
+    encoder->color_range = AVCOL_RANGE_MPEG;
+    encoder->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;  // for the range of the video
+    encoder->time_base = {1, 1};
+    encoder->thread_count = 1;
+    encoder->flags |= AV_CODEC_FLAG_QSCALE;
+    encoder->global_quality = 4 * FF_QP2LAMBDA;
+    Check(avcodec_open2(encoder.get(), codec, nullptr), "still");
+
+    picture->quality = encoder->global_quality;
+    picture->pict_type = AV_PICTURE_TYPE_I;
+    const AvPacketOwner packet(av_packet_alloc());
+    Check(avcodec_send_frame(encoder.get(), picture.get()), "still");
+    Check(avcodec_receive_packet(encoder.get(), packet.get()), "still");
+    return {reinterpret_cast<const char*>(packet->data), static_cast<std::size_t>(packet->size)};
+}
+
+}  // namespace Dashcam

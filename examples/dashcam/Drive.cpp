@@ -1,0 +1,118 @@
+#include "examples/dashcam/Drive.h"
+
+#include <iostream>
+
+#include "Tolvex/Json/Standard.h"
+#include "Tolvex/Log/LogLine.h"
+#include "Tolvex/Log/Logger.h"
+#include "Tolvex/Util/TemperatureMonitor.h"
+#include "Tolvex/Util/UtilTime.h"
+
+#include "examples/dashcam/JsonFile.h"
+#include "examples/dashcam/SideFile.h"
+
+namespace Dashcam {
+
+using namespace std::chrono_literals;
+using Tolvex::LogModule;
+using Tolvex::Ilog::LogLine;
+using Tolvex::Ilog::LogType;
+using Tolvex::Util::DriveEnd;
+
+Drive::Drive(const Options& options)
+    : settings(ReadSettings(options.settings)),
+      folder(options.folder, settings),
+      sequence(folder.Path("drive")),
+      recorder(settings),
+      clips(settings, recorder, folder),
+      accelerometer(settings, options.acceleration,
+                    [this](double force) { clips.Raise("acceleration", force); }),
+      capture(settings, recorder, options.camera, options.file),
+      watch(folder),
+      display(capture, recorder, clips),
+      sensors([this] {
+          accelerometer.Stop();
+          watch.Stop();
+      }),
+      summary([this] { WriteSummary(); }),
+      begin(std::time(nullptr))
+{
+    clips.SetAccelerometer(accelerometer);
+    // The log is the last: it takes the lines of the others.
+    sequence.Add("Capture", &capture, 2s);
+    sequence.Add("Clips", &clips, 5s);
+    sequence.Add("Sensors", &sensors, 2s);
+    sequence.Add("Summary", &summary, 2s);
+    sequence.Add("Log", Tolvex::Ilog::Logger::GetInstance(), 3s);
+    if (settings.key == Settings().key) {
+        LogLine(LogType::Warning, LogModule::CONFIG) << "clips are signed with the example's key";
+    }
+    TellLastDrive();
+    folder.ClearLeftovers();
+}
+
+void Drive::TellLastDrive()
+{
+    const Tolvex::Util::DriveRecord& last = sequence.GetLastDrive();
+    const bool died = last.end == DriveEnd::Died || last.end == DriveEnd::Unreadable;
+    if (died) {
+        std::cout << "The last drive died: it crashed, was killed, or lost its power." << std::endl;
+    }
+    LogLine(died ? LogType::Error : LogType::Info, LogModule::Event)
+        << (died                         ? "the last drive died"
+            : last.end == DriveEnd::None ? "the first drive"
+                                         : "the last drive ended properly");
+    for (const std::string& name : last.overran) {
+        LogLine(LogType::Warning, LogModule::Event) << name << " took too long at its end";
+    }
+}
+
+void Drive::Start()
+{
+    Tolvex::Util::TemperatureMonitor::Start();
+    clips.Start();
+    capture.Start();
+    accelerometer.Start();
+    watch.Start();
+}
+
+bool Drive::SwitchIgnitionOff()
+{
+    const Moment start = Clock::now();
+    sequence.RunIgnitionOff();
+    const auto length = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+
+    display.End();  // now all is safe: a terminal that is held may hold the rest
+    const Clips::Count count = clips.Counted();
+    for (const std::string& name : sequence.GetOverrun()) {
+        std::cout << name << " hangs and was left behind.\n";
+    }
+    std::cout << count.written << (count.written == 1 ? " clip" : " clips") << " in "
+              << folder.Path("") << "\n";
+    if (count.lost != 0) {
+        std::cout << count.lost << " lost: see " << folder.Path("dashcam.log") << '\n';
+    }
+    std::cout << "Page: " << folder.Path("index.html") << "\nIgnition off took " << length.count()
+              << " ms." << std::endl;
+    return capture.Frames() != 0;
+}
+
+void Drive::WriteSummary()
+{
+    const Clips::Count count = clips.Counted();
+    Tolvex::Json::Object drive;
+    drive["begin"] = Tolvex::Util::DateISO(begin);
+    drive["end"] = Tolvex::Util::DateISO(std::time(nullptr));
+    drive["clockPlausible"] = IsPlausible(begin);
+    drive["frames"] = ToJson(static_cast<std::int64_t>(capture.Frames()));
+    drive["framesLost"] = ToJson(static_cast<std::int64_t>(capture.Lost()));
+    drive["events"] = count.events;
+    drive["clipsWritten"] = count.written;
+    drive["clipsLost"] = count.lost;
+    drive["samplesSkipped"] = ToJson(static_cast<std::int64_t>(accelerometer.Skipped()));
+    const std::string text = Tolvex::Json::SerializeStandard(drive);
+    LogLine(LogType::Notice, LogModule::Event) << "drive: " << text;
+    folder.Write("drive.json", text + '\n');
+}
+
+}  // namespace Dashcam

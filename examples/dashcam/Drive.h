@@ -1,0 +1,84 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Tolvex/Interfaces/IgnitionOffSequence.h"
+
+#include "examples/dashcam/Accelerometer.h"
+#include "examples/dashcam/Capture.h"
+#include "examples/dashcam/Clips.h"
+#include "examples/dashcam/Display.h"
+#include "examples/dashcam/Folder.h"
+#include "examples/dashcam/Recorder.h"
+#include "examples/dashcam/Settings.h"
+#include "examples/dashcam/Watch.h"
+
+namespace Dashcam {
+
+/// What the user can choose at the start.
+struct Options
+{
+    std::string camera;                          ///< empty: none
+    std::string file;                            ///< empty: none
+    std::string acceleration = DASHCAM_SAMPLES;  ///< file or FIFO
+    std::string settings;                        ///< empty: defaults
+    std::string folder = "dashcam-clips";
+    int seconds = 30;  ///< 0: until a signal
+};
+
+/// One drive, from ignition on to ignition off: all parts of the camera, and how they are
+/// connected.
+///
+/// Never destroyed: what hangs at ignition off may use it until the process ends.
+/// @par Thread safety
+/// Caller serialises.
+class Drive
+{
+public:
+    /// Makes all parts, and logs how the last drive ended.
+    explicit Drive(const Options& options);
+
+    /// Starts all workers.
+    void Start();
+    /// The driver has pressed the button.
+    void PressButton() { clips.Raise("button", 0.0); }
+    /// Shows how it goes.
+    void UpdateDisplay() { display.Update(); }
+    /// Ends all, in order and in time, and tells the user what there is.
+    /// @return false when no picture was ever taken.
+    bool SwitchIgnitionOff();
+
+private:
+    /// A participant of the ignition-off sequence.
+    class Step : public Tolvex::Interfaces::IgnitionOffMode
+    {
+    public:
+        explicit Step(std::function<void()> work) : action(std::move(work)) {}
+        void RunIgnitionOff() override { action(); }
+
+    private:
+        const std::function<void()> action;
+    };
+
+    void TellLastDrive();
+    void WriteSummary();
+
+    const Settings settings;
+    Folder folder;
+    Tolvex::Interfaces::IgnitionOffSequence sequence;
+    Recorder recorder;
+    Clips clips;
+    Accelerometer accelerometer;
+    Capture capture;
+    Watch watch;
+    Display display;
+    Step sensors;
+    Step summary;
+    const std::time_t begin;
+};
+
+}  // namespace Dashcam

@@ -1,0 +1,162 @@
+#include "examples/dashcam/Recorder.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Dashcam {
+namespace {
+
+using Tolvex::Pipeline::IPipelineCbElement;
+
+constexpr std::chrono::seconds lateFrames(
+    2);  ///< how long a clip waits for frames that do not come
+
+/// A whole number of key intervals, so that key frames have the same slots on every lap.
+int RingSize(const Settings& settings)
+{
+    const int wanted = (settings.secondsBefore + 1) * settings.framesPerSecond;
+    return (wanted / settings.keyInterval + 2) * settings.keyInterval;
+}
+
+std::shared_ptr<Frame> ToFrame(const std::shared_ptr<IPipelineCbElement>& element)
+{
+    return std::static_pointer_cast<Frame>(element);
+}
+
+}  // namespace
+
+Recorder::Recorder(const Settings& wishes) : IPipelineElement(RingSize(wishes)), settings(wishes) {}
+
+bool Recorder::Process(const std::shared_ptr<IPipelineCbElement>& element)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    const std::shared_ptr<Frame> frame = ToFrame(element);
+    if (closed) {
+        return false;
+    }
+    // After a new start of the source its first key frame has to wait for the slot of one.
+    while (frame->IsKey() && slotsUsed % settings.keyInterval != 0) {
+        AddNext(nullptr);
+        ++slotsUsed;
+    }
+    AddNext(frame);
+    ++slotsUsed;
+
+    if (open != nullptr && (!open->frames.empty() || frame->IsKey())) {
+        open->frames.push_back(frame);
+        if (frame->Time() >= open->until) {
+            Complete();
+        }
+    }
+    return true;
+}
+
+void Recorder::Close()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    closed = true;
+    Complete();
+}
+
+void Recorder::SetParameters(std::shared_ptr<const AVCodecParameters> latest)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    parameters = std::move(latest);
+}
+
+std::shared_ptr<const AVCodecParameters> Recorder::Parameters() const
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    return parameters;
+}
+
+std::shared_ptr<Clip> Recorder::Begin(const Event& event)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    const Moment until = event.time + std::chrono::seconds(settings.secondsAfter);
+    if (open != nullptr) {
+        const Moment begin =
+            open->events.front().time - std::chrono::seconds(settings.secondsBefore);
+        if (until <= begin + std::chrono::seconds(settings.longestClip)) {
+            open->events.push_back(event);
+            open->until = std::max(open->until, until);
+            return nullptr;
+        }
+        Complete();  // it would become too long; the new clip has its own seconds before
+    }
+    auto clip = std::make_shared<Clip>();
+    clip->events = {event};
+    clip->until = until;
+    CollectFromRing(*clip);
+    open = clip;
+    if (closed) {
+        Complete();
+    }
+    return clip;
+}
+
+void Recorder::AwaitEnd(Clip& clip)
+{
+    std::unique_lock<std::mutex> lock(mutex);
+    while (!clip.complete) {
+        const Moment deadline = clip.until + lateFrames;
+        const bool timeOver = completed.wait_until(lock, deadline) == std::cv_status::timeout;
+        if (timeOver && !clip.complete && deadline == clip.until + lateFrames) {
+            Complete();  // the open clip is this one
+        }
+    }
+}
+
+int Recorder::Fill() const
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    return static_cast<int>(std::min<std::int64_t>(slotsUsed, GetRingSize()) * 100 / GetRingSize());
+}
+
+/// The slot of the last key frame that is not after a moment; or of the oldest key frame.
+int Recorder::FirstSlot(Moment begin) const
+{
+    int slot = 0;
+    for (int back = 0; back + settings.keyInterval <= GetRingSize(); back += settings.keyInterval) {
+        const int candidate = SeekBackKeyframe(back, settings.keyInterval);
+        const auto frame = ToFrame(GetElementAt(static_cast<unsigned int>(candidate)));
+        if (frame == nullptr) {
+            break;
+        }
+        slot = candidate;
+        if (frame->Time() <= begin) {
+            break;
+        }
+    }
+    return slot;
+}
+
+void Recorder::CollectFromRing(Clip& clip) const
+{
+    if (!IsDataAvailable()) {
+        return;
+    }
+    const Moment begin = clip.events.front().time - std::chrono::seconds(settings.secondsBefore);
+    const int newest = GetRingPos();
+    for (int slot = FirstSlot(begin);; slot = (slot + 1) % GetRingSize()) {
+        if (const auto frame = ToFrame(GetElementAt(static_cast<unsigned int>(slot)));
+            frame != nullptr) {
+            clip.frames.push_back(frame);
+        }
+        if (slot == newest) {
+            break;
+        }
+    }
+}
+
+/// Ends the open clip, if there is one; the mutex is held.
+void Recorder::Complete()
+{
+    if (open != nullptr) {
+        open->complete = true;
+        open.reset();
+        completed.notify_all();
+    }
+}
+
+}  // namespace Dashcam

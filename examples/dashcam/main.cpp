@@ -1,0 +1,80 @@
+// tolvex-dashcam: an in-vehicle camera on top of the library. README.md tells the rest.
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <ctime>
+#include <iostream>
+#include <memory>
+#include <unistd.h>
+
+#include "Tolvex/Util/Timer.h"
+
+#include "examples/dashcam/Drive.h"
+#include "examples/dashcam/Log.h"
+
+namespace {
+
+constexpr int timerStackBytes = 65536;
+
+/// Blocks the signals that the main thread waits for, in all threads that it starts.
+sigset_t BlockSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGTERM, SIGINT, SIGUSR1}) {
+        sigaddset(&signals, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+/// Returns when the ignition goes off.
+void DriveOn(Dashcam::Drive& drive, const sigset_t& signals)
+{
+    constexpr timespec betweenUpdates = {0, 200'000'000};
+    for (int number = 0; number != SIGTERM && number != SIGINT;) {
+        number = sigtimedwait(&signals, nullptr, &betweenUpdates);
+        if (number == SIGUSR1) {
+            drive.PressButton();
+        }
+        drive.UpdateDisplay();
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    Dashcam::Options options;
+    CLI::App app(
+        "An in-vehicle camera: keeps the last seconds, and makes a clip of every event.\n"
+        "SIGUSR1 is the driver's button; SIGTERM and SIGINT switch the ignition off.");
+    auto* const camera =
+        app.add_option("--camera", options.camera, "V4L2 camera, such as /dev/video0");
+    app.add_option("--file", options.file, "Video file, in a loop, instead of the test picture")
+        ->check(CLI::ExistingFile)
+        ->excludes(camera);
+    app.add_option("--acceleration", options.acceleration,
+                   "File or FIFO with a sample \"X Y Z\" on each line: raw numbers, -128 to 127")
+        ->capture_default_str();
+    app.add_option("--settings", options.settings, "JSON file; see settings.json");
+    app.add_option("--folder", options.folder, "Where the clips go")->capture_default_str();
+    app.add_option("--seconds", options.seconds,
+                   "Length of the drive; 0: until the ignition is off")
+        ->check(CLI::Range(0, 86400))
+        ->capture_default_str();
+    CLI11_PARSE(app, argc, argv);
+
+    std::signal(SIGPIPE, SIG_IGN);
+    const sigset_t signals = BlockSignals();
+    Dashcam::StartLog(options.folder);
+    static Dashcam::Drive& drive = *new Dashcam::Drive(options);
+    drive.Start();
+    const std::unique_ptr<Tolvex::Util::Timer> ignition(
+        options.seconds == 0
+            ? nullptr
+            : new Tolvex::Util::Timer(
+                  options.seconds * 1000, [](Tolvex::Util::Timer*) { kill(getpid(), SIGTERM); },
+                  nullptr, timerStackBytes));
+    DriveOn(drive, signals);
+    return drive.SwitchIgnitionOff() ? 0 : 1;
+}

@@ -1,0 +1,156 @@
+#!/usr/bin/env python3
+"""Clips, side files and signatures of whole drives."""
+import os
+import pathlib
+import time
+import unittest
+
+from dashcam import (Drive, check_whole, clips, decode, eventually, main, packets, scratch, side,
+                     signature, small)
+
+
+class ClipsTest(unittest.TestCase):
+    def check_reach(self, clip):
+        data = check_whole(self, clip)
+        before, after = small["secondsBefore"], small["secondsAfter"]
+        self.assertGreaterEqual(data["events"][0]["second"], before)
+        self.assertGreaterEqual(data["seconds"] - data["events"][-1]["second"], after)
+        times = [moment for moment, _ in packets(clip)]
+        self.assertAlmostEqual(times[-1] - times[0], data["seconds"], delta=0.002)
+        self.assertTrue(all(a < b for a, b in zip(times, times[1:])), "times grow")
+        frames = data["frames"]
+        self.assertEqual(frames["gaps"], [])
+        self.assertEqual(frames["last"] - frames["first"] + 1, frames["count"])
+        return data
+
+    def test_shock_and_button_each_make_a_whole_clip_with_the_seconds_before_and_after(self):
+        folder = scratch(self)
+        with Drive(folder) as drive:
+            drive.await_pictures()
+            drive.shock()
+            eventually(lambda: len(clips(folder)) == 1, "a clip of the shock")
+            drive.press_button()
+            eventually(lambda: len(clips(folder)) == 2, "a clip of the button")
+            drive.ignition_off()
+        shock, button = clips(folder)
+        self.assertEqual(self.check_reach(shock)["events"][0]["cause"], "acceleration")
+        self.assertEqual(self.check_reach(button)["events"][0]["cause"], "button")
+        self.assertEqual(side(shock)["peak"]["x"], -2.0)
+        self.assertIn("All triggers have been stopped", drive.log().splitlines()[-1])
+
+    def test_signature_fails_after_one_changed_byte(self):
+        folder = scratch(self)
+        with Drive(folder) as drive:
+            drive.await_pictures()
+            drive.shock()
+            eventually(lambda: clips(folder), "a clip")
+            drive.ignition_off()
+        clip = clips(folder)[0]
+        good = clip.with_suffix(".sig").read_text().strip()
+        self.assertEqual(signature(clip), good)
+        self.assertNotEqual(signature(clip, "another key"), good)
+        for file in (clip, clip.with_suffix(".json")):
+            bytes_ = bytearray(file.read_bytes())
+            bytes_[len(bytes_) // 2] ^= 1
+            file.write_bytes(bytes_)
+            self.assertNotEqual(signature(clip), good)
+            bytes_[len(bytes_) // 2] ^= 1
+            file.write_bytes(bytes_)
+        self.assertEqual(signature(clip), good)
+
+    def test_second_event_prolongs_the_open_clip(self):
+        folder = scratch(self)
+        with Drive(folder, settings={"secondsAfter": 3}) as drive:
+            drive.await_pictures()
+            drive.press_button()
+            drive.await_log("event: button")
+            time.sleep(1.2)
+            drive.press_button()
+            eventually(lambda: clips(folder), "a clip")
+            drive.ignition_off()
+        self.assertEqual(len(clips(folder)), 1)
+        data = check_whole(self, clips(folder)[0])
+        self.assertEqual(len(data["events"]), 2)
+        self.assertGreaterEqual(data["seconds"] - data["events"][1]["second"], 3)
+
+    def test_ignition_off_finishes_the_open_clip(self):
+        folder = scratch(self)
+        with Drive(folder, settings={"secondsAfter": 60}) as drive:
+            drive.await_pictures()
+            drive.press_button()
+            drive.await_log("event: button")
+            drive.ignition_off()
+        check_whole(self, clips(folder)[0])
+        self.assertIn("Ignition off took", drive.said())
+
+    def test_lines_that_are_no_samples_are_skipped_and_counted(self):
+        folder = scratch(self)
+        with Drive(folder) as drive:
+            drive.await_pictures()
+            for line in ("nan nan nan", "", "1 2", "1 2 3 4", "128 0 0", "-129 0 0", "inf 0 0",
+                         "1e9 0 0", "0 -inf 32", "99999999999999999999 0 0", "\0\0\0", "x" * 9000):
+                os.write(drive.writer, line.encode() + b"\n")
+            drive.await_log("no samples")
+            drive.shock()
+            eventually(lambda: clips(folder), "a clip in spite of them")
+            drive.ignition_off()
+        self.assertEqual(check_whole(self, clips(folder)[0])["events"][0]["cause"], "acceleration")
+        self.assertIn('"samplesSkipped":1', (folder / "drive.json").read_text())
+
+    def test_events_of_one_second_have_different_names(self):
+        folder = scratch(self)
+        with Drive(folder, settings={"secondsBefore": 1, "secondsAfter": 1, "longestClip": 3}) as drive:
+            drive.await_pictures()
+            for _ in range(12):
+                drive.press_button()
+                time.sleep(0.3)
+            drive.ignition_off()
+        found = clips(folder)
+        self.assertGreaterEqual(len(found), 2)
+        for clip in found:
+            check_whole(self, clip)
+            self.assertLess(side(clip)["seconds"], 5)
+
+    def test_broken_settings_are_reported_with_line_and_column(self):
+        folder = scratch(self)
+        broken = folder / "broken.json"
+        broken.write_text('{"threshold": 1.0,\n  "height": }x')
+        with Drive(folder / "clips", "--settings", str(broken)) as drive:
+            drive.await_log("1280x720")
+            drive.ignition_off()
+        self.assertRegex(drive.log(), r"broken\.json:2:\d+: .*all defaults are used")
+
+    def test_settings_that_are_missing_or_wrong_are_named_and_have_their_defaults(self):
+        folder = scratch(self)
+        wrong = {"threshold": "high", "framesPerSecond": 15.5, "sensorRange": 0, "key": "",
+                 "surprise": 1, "latitude": 91}
+        with Drive(folder, settings=wrong) as drive:
+            drive.await_log("160x120")
+            drive.ignition_off()
+        for text in ("setting threshold is no number", "setting framesPerSecond is no whole number",
+                     "setting sensorRange is out of its range", "setting key needs 1 to 128 bytes",
+                     "unknown setting: surprise", "setting latitude is out of its range"):
+            self.assertIn(text, drive.log())
+
+    def test_settings_of_the_example_are_complete_and_are_the_defaults(self):
+        folder = scratch(self)
+        example = pathlib.Path(__file__).resolve().parents[2] / "examples/dashcam/settings.json"
+        with Drive(folder, "--settings", str(example)) as drive:
+            drive.await_log("1280x720")
+            drive.ignition_off()
+        for text in ("is missing", "unknown setting", "default is used", "defaults are used"):
+            self.assertNotIn(text, drive.log())
+
+    def test_clip_of_an_event_without_pictures_is_counted_as_lost(self):
+        folder = scratch(self)
+        with Drive(folder, "--camera", "/dev/null") as drive:
+            drive.await_log("no picture")
+            drive.press_button()
+            drive.await_log("clip lost")
+            drive.process.terminate()
+            self.assertEqual(drive.process.wait(60), 1)
+        self.assertEqual(clips(folder), [])
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,44 @@
+#!/usr/bin/env python3
+"""The drive that ends by itself, with the recorded samples."""
+import pathlib
+import subprocess
+import unittest
+
+from dashcam import check_whole, clips, main, program, scratch
+
+samples = pathlib.Path(__file__).resolve().parents[2] / "examples/dashcam/drive.txt"
+
+
+class DemonstrationTest(unittest.TestCase):
+    def test_recorded_drive_makes_two_clips_and_says_where_they_are(self):
+        folder = scratch(self)
+        run = subprocess.run([program, "--folder", folder, "--seconds", "27"], timeout=120,
+                             capture_output=True, text=True, stdin=subprocess.DEVNULL)
+        self.assertEqual(run.returncode, 0, run.stderr)
+        self.assertEqual(len(clips(folder)), 2)
+        for clip in clips(folder):
+            data = check_whole(self, clip)
+            self.assertEqual(data["frames"]["gaps"], [])
+            self.assertGreaterEqual(data["events"][0]["second"], 5)
+            self.assertGreaterEqual(data["seconds"] - data["events"][0]["second"], 4)
+        self.assertIn(f"2 clips in {folder}", run.stdout)
+        self.assertIn(f"Page: {folder}/index.html", run.stdout)
+        self.assertIn("Ignition off took", run.stdout)
+        self.assertNotIn("\r", run.stdout)
+        self.assertNotIn("lost", run.stdout)
+
+    def test_help_names_every_option(self):
+        run = subprocess.run([program, "--help"], capture_output=True, text=True, check=True)
+        for option in ("--camera", "--file", "--acceleration", "--settings", "--folder",
+                       "--seconds", "SIGUSR1"):
+            self.assertIn(option, run.stdout)
+
+    def test_wrong_options_are_refused(self):
+        for options in (["--file", "/nowhere"], ["--seconds", "-1"], ["--camera"], ["--surprise"],
+                        ["--camera", "/dev/video0", "--file", str(samples)]):
+            run = subprocess.run([program] + options, capture_output=True, text=True, timeout=60)
+            self.assertNotEqual(run.returncode, 0, options)
+
+
+if __name__ == "__main__":
+    main()

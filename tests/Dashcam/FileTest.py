@@ -1,0 +1,81 @@
+#!/usr/bin/env python3
+"""Video files of several kinds as the source."""
+import pathlib
+import shutil
+import subprocess
+import time
+import unittest
+
+from dashcam import Drive, check_whole, clips, eventually, main, packets, scratch, small
+
+folder_of_strangers = pathlib.Path("/usr/share/gem/examples/data")
+strangers = {folder_of_strangers / "alea.mpg": 160,    # MPEG-1, of three hundredths of a second
+             folder_of_strangers / "anim-1.mov": 120}  # Motion JPEG in QuickTime, as cameras make it
+
+
+def make(path, *options):
+    subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i",
+                    "testsrc2=size=320x240:rate=25:duration=2", *options, path], check=True)
+
+
+@unittest.skipUnless(shutil.which("ffmpeg"), "needs ffmpeg")
+class FileTest(unittest.TestCase):
+    def check(self, path, width=160):
+        """Drives with the file and returns the data of a clip that is longer than the file."""
+        folder = scratch(self)
+        with Drive(folder, "--file", str(path)) as drive:
+            drive.await_log(f"{width}x120")
+            time.sleep(2.5)
+            drive.press_button()
+            eventually(lambda: clips(folder), f"a clip:\n{drive.log()}")
+            drive.ignition_off()
+        self.assertNotIn("no picture", drive.log())
+        data = check_whole(self, clips(folder)[0])
+        self.assertEqual(data["frames"]["gaps"], [])
+        steps = [moment for moment, _ in packets(clips(folder)[0])]
+        for before, after in zip(steps, steps[1:]):
+            self.assertAlmostEqual(after - before, 1 / small["framesPerSecond"], delta=0.01)
+
+    def test_file_with_reordered_frames_plays_in_a_loop(self):
+        path = scratch(self) / "drive.mp4"
+        make(path, "-c:v", "libx264", "-bf", "2", "-pix_fmt", "yuv420p")
+        self.check(path)
+
+    def test_file_whose_times_begin_late_and_whose_pixels_differ_plays(self):
+        path = scratch(self) / "drive.avi"
+        make(path, "-c:v", "mjpeg", "-pix_fmt", "yuvj422p", "-vf", "scale=200:100", "-r", "50")
+        self.check(path, width=240)
+
+    def test_file_with_sound_and_uneven_times_plays(self):
+        path = scratch(self) / "drive.mkv"
+        make(path, "-f", "lavfi", "-i", "sine=duration=2", "-c:v", "mpeg4", "-c:a", "aac", "-vf",
+             "select='not(mod(n,3))'", "-fps_mode", "vfr", "-output_ts_offset", "7")
+        self.check(path)
+
+    def test_file_that_is_no_video_is_told_and_ends_with_an_error(self):
+        folder = scratch(self)
+        path = folder / "text.mp4"
+        path.write_text("no video\n" * 1000)
+        with Drive(folder, "--file", str(path)) as drive:
+            drive.await_log("no picture")
+            drive.process.terminate()
+            self.assertEqual(drive.process.wait(60), 1)
+
+    def test_file_that_is_cut_off_plays_as_far_as_it_goes(self):
+        path = scratch(self) / "drive.ts"
+        make(path, "-c:v", "mpeg2video")
+        whole = path.read_bytes()
+        path.write_bytes(whole[:len(whole) * 2 // 3 + 77])
+        self.check(path)
+
+    def test_files_that_nobody_made_for_this_test_play(self):
+        found = [path for path in strangers if path.is_file()]
+        if not found:
+            self.skipTest("needs the files of gem-doc")
+        for path, width in strangers.items():
+            with self.subTest(path.name):
+                self.check(path, width)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,155 @@
+"""What the tests of the dashcam share: a drive in a folder of its own, and a look at what it leaves.
+
+Every test is called with the path of tolvex-dashcam.
+"""
+import json
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+program = sys.argv.pop(1)
+patience = 60  # seconds; bounds a hang and asserts no speed
+small = {"width": 160, "height": 120, "framesPerSecond": 15, "keyInterval": 5,
+         "kilobitsPerSecond": 200, "secondsBefore": 1, "secondsAfter": 1, "longestClip": 10,
+         "threshold": 0.6, "sensorRange": 4, "samplesPerSecond": 50, "latitude": 46.9,
+         "longitude": 7.4, "folderMegabytes": 100, "diskFloorMegabytes": 0, "key": "a test's key"}
+
+
+def eventually(condition, what):
+    """Waits until a condition holds, and returns its value."""
+    deadline = time.monotonic() + patience
+    while not (value := condition()):
+        if time.monotonic() > deadline:
+            raise AssertionError(f"never: {what}")
+        time.sleep(0.02)
+    return value
+
+
+class Drive:
+    """The program, running. The folder may be that of an earlier drive."""
+
+    def __init__(self, folder, *options, settings=None, output=None):
+        self.folder = pathlib.Path(folder)
+        self.final = ""
+        self.work = pathlib.Path(tempfile.mkdtemp(prefix="dashcam."))
+        self.fifo = self.work / "acceleration"
+        os.mkfifo(self.fifo)
+        self.writer = os.open(self.fifo, os.O_RDWR)
+        (self.work / "settings.json").write_text(json.dumps(small | (settings or {})))
+        arguments = {"--folder": str(folder), "--settings": str(self.work / "settings.json"),
+                     "--acceleration": str(self.fifo), "--seconds": "0"}
+        arguments |= dict(zip(options[::2], options[1::2]))
+        self.output = open(self.work / "output", "w+")
+        self.process = subprocess.Popen(
+            [program] + [word for pair in arguments.items() for word in pair],
+            stdin=subprocess.DEVNULL, stdout=output or self.output, stderr=subprocess.STDOUT)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+        self.final = self.said()
+        os.close(self.writer)
+        self.output.close()
+        shutil.rmtree(self.work)
+
+    def said(self):
+        """What the program has printed."""
+        return self.final or (self.work / "output").read_text(errors="replace")
+
+    def log(self):
+        path = self.folder / "dashcam.log"
+        return path.read_text(errors="replace") if path.exists() else ""
+
+    def await_log(self, text, times=1):
+        eventually(lambda: self.log().count(text) >= times, f"{times} x {text!r} in:\n{self.log()}")
+
+    def await_pictures(self):
+        """Waits until the ring holds the seconds before an event."""
+        self.await_log("160x120")
+        time.sleep(small["secondsBefore"] + 0.5)
+
+    def sample(self, x, y, z):
+        os.write(self.writer, f"{x} {y} {z}\n".encode())
+
+    def shock(self):
+        self.sample(-64, 0, 32)
+
+    def press_button(self):
+        self.process.send_signal(signal.SIGUSR1)
+
+    def ignition_off(self):
+        self.process.send_signal(signal.SIGTERM)
+        code = self.process.wait(patience)
+        if code != 0:
+            raise AssertionError(f"ended with {code}:\n{self.said()}{self.log()}")
+
+
+def clips(folder):
+    """The finished clips, the oldest first."""
+    return sorted(pathlib.Path(folder).glob("*.mp4"), key=lambda path: path.stat().st_mtime_ns)
+
+
+def side(clip):
+    """The side file of a clip, by a reader that takes standard JSON alone."""
+    def refuse(word):
+        raise AssertionError(f"{word} is no JSON")
+    return json.loads(clip.with_suffix(".json").read_text(encoding="utf-8"), parse_constant=refuse)
+
+
+def signature(clip, key=small["key"]):
+    """What openssl makes of a clip and its side file."""
+    text = clip.read_bytes() + clip.with_suffix(".json").read_bytes()
+    made = subprocess.run(["openssl", "dgst", "-sha1", "-hmac", key, "-binary"], input=text,
+                          capture_output=True, check=True)
+    return subprocess.run(["base64"], input=made.stdout, capture_output=True,
+                          check=True).stdout.decode().strip()
+
+
+def decode(clip):
+    """Decodes every frame. Returns what was wrong; empty when nothing was."""
+    run = subprocess.run(["ffmpeg", "-v", "error", "-xerror", "-i", clip, "-f", "null", "-"],
+                         capture_output=True, text=True, timeout=patience)
+    return run.stderr or ("" if run.returncode == 0 else f"code {run.returncode}")
+
+
+def packets(clip):
+    """Time and key flag of every frame in the file."""
+    run = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "packet=pts_time,flags",
+                          "-of", "json", clip], capture_output=True, text=True, check=True,
+                         timeout=patience)
+    return [(float(packet["pts_time"]), "K" in packet["flags"])
+            for packet in json.loads(run.stdout)["packets"]]
+
+
+def check_whole(test, clip):
+    """A clip as it has to be: decodes, begins with a key frame, belongs to its other files."""
+    test.assertEqual(decode(clip), "", clip)
+    frames = packets(clip)
+    test.assertTrue(frames[0][1], "begins with a key frame")
+    data = side(clip)
+    test.assertEqual(data["clip"], clip.name)
+    test.assertEqual(len(frames), data["frames"]["count"])
+    test.assertEqual(clip.with_suffix(".sig").read_text().strip(), signature(clip))
+    test.assertEqual(clip.with_suffix(".jpg").read_bytes()[:2], b"\xff\xd8")
+    return data
+
+
+def scratch(test):
+    """A folder that ends with the test."""
+    directory = tempfile.TemporaryDirectory(prefix="dashcam.")
+    test.addCleanup(directory.cleanup)
+    return pathlib.Path(directory.name)
+
+
+def main():
+    unittest.main(verbosity=2)
