@@ -209,7 +209,7 @@ void Insert(std::stringstream& buffer, const LogArgument& argument)
 
 /// Uses the policy outside of a line. @return false when the line could not be had in time.
 template <typename Call>
-bool CallPolicy(LoggerState& state, std::chrono::milliseconds longest, const Call& call)
+bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
 {
     if (state.lock.Look().owner == CallingThread()) {
         call();
@@ -389,7 +389,10 @@ void LoggerCore::Close(Clock::time_point deadline)
     }
     Writer(*state).Stop();
     // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
-    const auto longest = Writer(*state).AwaitStopped(deadline) ? longestWait : longestWait.zero();
+    const Clock::duration longest =
+        Writer(*state).AwaitStopped(deadline)
+            ? std::min<Clock::duration>(longestWait, deadline - Clock::now())
+            : Clock::duration::zero();
     const auto close = [this] { state->calls.close(state->policy); };
     if (!CallPolicy(*state, longest, close)) {
         close();

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <fcntl.h>
+#include <ostream>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
@@ -164,6 +165,41 @@ TEST(IgnitionOffTest, OpenLineOfTheCallerIsWrittenBeforeTheNotice)
 
     EXPECT_TRUE(child.Succeeded()) << child.output;
     EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("open", notice));
+}
+
+std::atomic<bool> manipulatorHangs = false;
+
+std::ostream& Hang(std::ostream& stream)
+{
+    manipulatorHangs = true;
+    Eventually([] { return !manipulatorHangs; });
+    return stream;
+}
+
+TEST(IgnitionOffTest, ManipulatorThatHangsDelaysTheCallByOneBoundOnly)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        alarm(hangSeconds);
+        EXPECT_TRUE(Log().EnableFile(path));
+        std::thread composing([] {
+            Log().WriteHeader(LogType::Info);
+            Log() << Hang;
+        });
+        EXPECT_TRUE(Eventually([] { return manipulatorHangs.load(); }));
+
+        const auto start = Clock::now();
+        Log().RunIgnitionOff();
+        EXPECT_GE(Clock::now() - start, longestWait);
+        EXPECT_LT(Clock::now() - start, 2 * longestWait - std::chrono::milliseconds(200));
+        EXPECT_FALSE(Log().IsFileEnabled());
+
+        manipulatorHangs = false;
+        composing.join();
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
 }
 
 TEST(IgnitionOffTest, LineThatIsNeverEndedCostsTheNoticeAndNotTheLinesOfTheNextStart)

@@ -171,6 +171,19 @@ TEST_F(LogDurabilityTest, FileThatIsMadeAgainHasItsDirectorySyncedAgain)
     EXPECT_THAT(TakeCalls(), ElementsAre("fdatasync log 2", "fsync directory"));
 }
 
+TEST_F(LogDurabilityTest, DirectoryIsSyncedForAFileThatTookThePlaceOfTheOneBefore)
+{
+    policy->SetDurability(LogDurability::EachLine);
+    policy->Write("a\n");
+    std::ofstream(directory.Path("other")) << "other\n";
+    std::filesystem::rename(directory.Path("other"), path);
+    TakeCalls();
+
+    policy->Write("b\n");
+
+    EXPECT_THAT(TakeCalls(), ElementsAre("fdatasync log 8", "fsync directory"));
+}
+
 TEST_F(LogDurabilityTest, DirectoryIsSyncedForAFileThatAnotherProcessMayHaveMadeJustNow)
 {
     std::ofstream(path) << "of another process\n";

@@ -258,6 +258,24 @@ TEST_F(FileLogPolicyTest, TornLineOfOneFilePutsNoNewlineIntoAnother)
     EXPECT_EQ(ReadFile(other), "of another process and this\n");
 }
 
+TEST_F(FileLogPolicyTest, TornLinePutsNoNewlineIntoAFileThatTookThePlaceOfItsOwn)
+{
+    const std::string other = directory.Path("other");
+    std::ofstream(other) << "of another process";
+    const ChildResult child = RunInChild([&] {
+        policy.SetOutput(path);
+        LimitFiles(4);
+        policy.Write("torn line\n");
+        LiftLimitOfFiles();
+        std::filesystem::rename(other, path);
+        policy.Write(" and this\n");
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(ReadFile(path), "of another process and this\n");
+}
+
 TEST_F(FileLogPolicyTest, TornLineIsStillKnownWhenTheSameFileIsSetAgain)
 {
     const ChildResult child = RunInChild([&] {
