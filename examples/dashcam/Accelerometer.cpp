@@ -139,6 +139,8 @@ bool Accelerometer::ReadLine(std::string& line)
         ThreadSleep(1000ms, 50ms);
     } else if (isFile) {
         lseek(descriptor, 0, SEEK_SET);
+    } else {
+        ThreadSleep(100ms, 50ms);  // a device that has nothing
     }
     return false;
 }

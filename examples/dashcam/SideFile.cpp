@@ -67,7 +67,7 @@ Json::Object DescribeFrames(const Clip& clip)
     return frames;
 }
 
-/// The largest acceleration of each axis in either direction.
+/// The largest acceleration of each axis in either direction; null without samples.
 Json::Object DescribePeaks(const std::vector<Sample>& samples)
 {
     Json::Object peaks;
@@ -77,7 +77,8 @@ Json::Object DescribePeaks(const std::vector<Sample>& samples)
             const double value = static_cast<double>(sample.axes[axis]);
             peak = std::abs(value) > std::abs(peak) ? value : peak;
         }
-        peaks[std::string(1, "xyz"[axis])] = Rounded(peak);
+        peaks[std::string(1, "xyz"[axis])] =
+            samples.empty() ? Json::Value() : Json::Value(Rounded(peak));
     }
     return peaks;
 }

@@ -141,6 +141,16 @@ class ClipsTest(unittest.TestCase):
         for text in ("is missing", "unknown setting", "default is used", "defaults are used"):
             self.assertNotIn(text, drive.log())
 
+    def test_sensor_that_gives_nothing_costs_nothing_and_its_peaks_are_null(self):
+        folder = scratch(self)
+        with Drive(folder, "--acceleration", "/dev/null") as drive:
+            drive.await_pictures()
+            drive.press_button()
+            eventually(lambda: clips(folder), "a clip")
+            drive.ignition_off()
+        self.assertEqual(side(clips(folder)[0])["peak"], {"x": None, "y": None, "z": None})
+        self.assertEqual(side(clips(folder)[0])["acceleration"], [])
+
     def test_clip_of_an_event_without_pictures_is_counted_as_lost(self):
         folder = scratch(self)
         with Drive(folder, "--camera", "/dev/null") as drive:

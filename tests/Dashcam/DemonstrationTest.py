@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The drive that ends by itself, with the recorded samples."""
+"""The drive that ends by itself, with the recorded samples and the key of the example."""
 import pathlib
 import subprocess
 import unittest
@@ -17,7 +17,7 @@ class DemonstrationTest(unittest.TestCase):
         self.assertEqual(run.returncode, 0, run.stderr)
         self.assertEqual(len(clips(folder)), 2)
         for clip in clips(folder):
-            data = check_whole(self, clip)
+            data = check_whole(self, clip, "change this key")
             self.assertEqual(data["frames"]["gaps"], [])
             self.assertGreaterEqual(data["events"][0]["second"], 5)
             self.assertGreaterEqual(data["seconds"] - data["events"][0]["second"], 4)

@@ -131,7 +131,7 @@ def packets(clip):
             for packet in json.loads(run.stdout)["packets"]]
 
 
-def check_whole(test, clip):
+def check_whole(test, clip, key=small["key"]):
     """A clip as it has to be: decodes, begins with a key frame, belongs to its other files."""
     test.assertEqual(decode(clip), "", clip)
     frames = packets(clip)
@@ -139,7 +139,7 @@ def check_whole(test, clip):
     data = side(clip)
     test.assertEqual(data["clip"], clip.name)
     test.assertEqual(len(frames), data["frames"]["count"])
-    test.assertEqual(clip.with_suffix(".sig").read_text().strip(), signature(clip))
+    test.assertEqual(clip.with_suffix(".sig").read_text().strip(), signature(clip, key))
     test.assertEqual(clip.with_suffix(".jpg").read_bytes()[:2], b"\xff\xd8")
     return data
 
