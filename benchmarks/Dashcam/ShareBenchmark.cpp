@@ -1,6 +1,7 @@
 // How much of a processor does the camera need beside capture, encoding and clip writing? Hands
 // over ready frames of 720p at 30 a second, samples at 50 a second and an event every five seconds,
-// with the log, the watch and the display, and prints the share of one processor in percent.
+// with the log and the watch, and prints the share of one processor in percent. The dispatcher and
+// the display are left out.
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
