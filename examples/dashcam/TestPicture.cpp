@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -30,7 +31,8 @@ void Fill(AVFrame& picture, double left, double top, double width, double height
     const int length = even(left + width, picture.width) - x;
     const int end = even(top + height, picture.height);
     const auto set = [&picture](int plane, int from, int row, int count, std::uint8_t value) {
-        std::uint8_t* const line = picture.data[plane] + row * picture.linesize[plane];
+        std::uint8_t* const line =
+            picture.data[plane] + std::ptrdiff_t{row} * picture.linesize[plane];
         std::fill_n(line + from, std::max(0, count), value);
     };
     for (int row = even(top, picture.height); row < end; ++row) {
@@ -55,7 +57,7 @@ void DrawSky(AVFrame& picture, double horizon, double seconds)
 
 void DrawRoad(AVFrame& picture, double horizon, double seconds)
 {
-    for (double row = horizon; row < picture.height; row += 2.0) {
+    for (int row = static_cast<int>(horizon); row < picture.height; row += 2) {
         const double near =
             (row - horizon + 1.0) / (picture.height - horizon);  // 0: at the horizon
         const double distance = 1.0 / near + seconds * 6.0;

@@ -1,8 +1,9 @@
 // tolvex-dashcam: an in-vehicle camera on top of the library. README.md tells the rest.
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <cstdio>
 #include <ctime>
-#include <iostream>
+#include <exception>
 #include <memory>
 #include <unistd.h>
 
@@ -40,9 +41,7 @@ void DriveOn(Dashcam::Drive& drive, const sigset_t& signals)
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int Run(int argc, char** argv)
 {
     Dashcam::Options options;
     CLI::App app(
@@ -77,4 +76,16 @@ int main(int argc, char** argv)
                   nullptr, timerStackBytes));
     DriveOn(drive, signals);
     return drive.SwitchIgnitionOff() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "tolvex-dashcam: %s\n", failure.what());
+        return 1;
+    }
 }
