@@ -30,7 +30,6 @@
 namespace {
 
 using ::testing::ElementsAre;
-using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::ChildResult;

@@ -392,7 +392,7 @@ TEST_F(LogRotationTest, LockThatASignalInterruptsIsTriedAgain)
 {
     policy.SetSizeLimit(2, 1);
     flockError = EINTR;
-    atLock = [this](int) { atLock = [](int) { flockError = 0; }; };
+    atLock = [](int) { atLock = [](int) { flockError = 0; }; };
     Write({"a", "b"});
     EXPECT_THAT(Files(), ElementsAre("b\n", "a\n"));
 }
