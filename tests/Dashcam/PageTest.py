@@ -16,6 +16,7 @@ class PageTest(unittest.TestCase):
             drive.shock()
             eventually(lambda: len(clips(self.folder)) == 1, "a clip of the shock")
             drive.press_button()
+            drive.sample(0, 0, 32)  # at rest: so that this clip has a chart too
             eventually(lambda: len(clips(self.folder)) == 2, "a clip of the button")
             drive.ignition_off()
         self.page = self.folder / "index.html"
