@@ -19,8 +19,6 @@ struct HandlerRecord
 
 }  // namespace
 
-// ------------------------------------------------------------------------------------- observers
-
 ISignal::ISignalDelegate::~ISignalDelegate() = default;
 
 void ISignal::ISignalDelegate::InvokeSignal(ISignal* /*signal*/, void* /*data*/) {}
@@ -56,8 +54,6 @@ void ISignal::DoCallback(void* data)
         }
     }
 }
-
-// --------------------------------------------------------------------------------------- threads
 
 ISignal::ISignal() = default;
 

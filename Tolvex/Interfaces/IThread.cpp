@@ -27,8 +27,6 @@ constexpr milliseconds oldThreadLimit(2000);  // longest wait for a thread of an
 
 }  // namespace
 
-// ---------------------------------------------------------------------------------- one thread
-
 /// The scope of one run of a worker: lasts until End(), or until the thread is unwound.
 ///
 /// After it the thread does not touch the object, which may be destroyed.
@@ -187,8 +185,6 @@ void IThread::AwaitHandOver() const
         Base::SleepFor(handOverPollPeriod);
     }
 }
-
-// ---------------------------------------------------------------------------------- lifecycle
 
 IThread::IThread() : workerThreads(std::make_shared<WorkerThreads>()) {}
 
@@ -362,8 +358,6 @@ bool IThread::WaitUntilFinished(milliseconds limit) const
     }
 }
 
-// -------------------------------------------------------------------------- hooks and delegates
-
 void IThread::RunBefore() {}
 
 void IThread::RunAfter() {}
@@ -427,8 +421,6 @@ void IThread::DoCallbackStop()
         delete this;
     }
 }
-
-// -------------------------------------------------------------------------------------- sleeping
 
 void IThread::ThreadSleep(const milliseconds& total, const milliseconds& step)
 {

@@ -8,8 +8,6 @@
 
 namespace Tolvex::Json {
 
-// ------------------------------------------------------------------------------------------- Array
-
 Array::Array(const Array& other)
 {
     CopyInto(other, *this);
@@ -92,8 +90,6 @@ void Array::ReleaseElements() noexcept
         elements.pop_back();
     }
 }
-
-// ------------------------------------------------------------------------------------------ Object
 
 Object::Object(const Object& other)
 {

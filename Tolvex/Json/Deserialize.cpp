@@ -206,8 +206,6 @@ bool RulesReader::ReadString(const char* stop, Value& value)
     return true;
 }
 
-// ------------------------------------------------------------------------------------------ arrays
-
 /// The elements of the innermost container, an array.
 std::vector<Value>& RulesReader::Elements()
 {
@@ -295,8 +293,6 @@ const char* RulesReader::FindDelimiter()
     }
     return delimiter;
 }
-
-// ----------------------------------------------------------------------------------------- objects
 
 /// Continues in an object, the innermost container, until it ends or another container opens.
 void RulesReader::ReadMembers()

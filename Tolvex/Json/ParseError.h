@@ -4,9 +4,8 @@
 /// Json::ParseError error;
 /// const Json::Value settings = Json::Deserialize("{\"fps\": 25,\n \"zone\": north}", error);
 /// if (!error.reason.empty()) {
-///     std::cerr << "settings:" << error.line << ':' << error.column << ": " << error.reason <<
-///     '\n';
-/// }  // settings:2:10: expected a number, true, false, null, or a string in double quotes
+///     std::cerr << error.line << ':' << error.column << ": " << error.reason << '\n';
+/// }  // 2:10: expected a number, true, false, null, or a string in double quotes
 /// @endcode
 #pragma once
 

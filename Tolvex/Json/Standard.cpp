@@ -30,8 +30,6 @@ constexpr ByteSet MakeSpecialBytes()
 /// The bytes of a string that are not simply copied.
 constexpr ByteSet specialBytes = MakeSpecialBytes();
 
-// ----------------------------------------------------------------------------------------- strings
-
 /// The bytes at some place that form a character in UTF-8, or as much of one as there is.
 struct Character
 {
@@ -102,8 +100,6 @@ void AppendString(std::string_view bytes, std::string& text)
     text += '"';
 }
 
-// ----------------------------------------------------------------------------------------- numbers
-
 /// @tparam Number  float or double; each has its own shortest text.
 template <typename Number>
 void AppendFloating(Number number, std::string& text)
@@ -127,8 +123,6 @@ void AppendInt(std::int32_t number, std::string& text)
     text.append(digits.data(),
                 std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
 }
-
-// ------------------------------------------------------------------------------------------- trees
 
 /// Appends a scalar, or the opening bracket of a container, whose values are added to the open
 /// ones.

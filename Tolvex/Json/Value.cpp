@@ -10,8 +10,6 @@ namespace Tolvex::Json {
 static_assert(sizeof(Value) == 136);
 #endif
 
-// ------------------------------------------------------------------------------------ construction
-
 Value::Value(int number) noexcept
 {
     Access::SetInt(*this, number);
@@ -47,8 +45,6 @@ Value Value::FromFloat(float number) noexcept
     value.mDoubleVal = static_cast<double>(number);
     return value;
 }
-
-// ---------------------------------------------------------------------------------- copies, moves
 
 void Value::CopyNumbers(const Value& other) noexcept
 {
@@ -140,8 +136,6 @@ Value& Value::operator=(Value&& other) noexcept
     mValueType = type;
     return *this;
 }
-
-// --------------------------------------------------------------------------------------- accessors
 
 void Value::RequireNumeric() const
 {

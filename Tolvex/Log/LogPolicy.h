@@ -131,7 +131,7 @@ public:
 private:
     std::string fileName;
     bool outputSet = false;        ///< shared: Close() may come while a Write() hangs
-    std::shared_ptr<State> state;  ///< what it points to outlives a Write() that hangs
+    std::shared_ptr<State> state;  ///< settings and current file; Write() keeps the file
 };
 
 /// Prints each line on standard output, in the colour of its type.

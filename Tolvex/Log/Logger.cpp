@@ -158,8 +158,8 @@ void Logger::Compose(const Action& action)
 
 void Logger::BeginLines(LogType type)
 {
-    // Both, before a lock is waited for: a line left open on the console would otherwise be held
-    // while waiting for the file, against the order of the locks.
+    // End all open lines before waiting for a lock. Otherwise the thread would hold the console's
+    // line while it waits for the file's, against the order of the locks.
     ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });
 
     Compose([type](LoggerCore& core) { core.WriteHeader(type); });

@@ -22,8 +22,8 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-/// One Enable() or Close() at a time; a second one on the same thread, out of the policy, does not
-/// enter. Disables cancellation while it exists.
+/// Lets one thread at a time run Enable() or Close(). A nested call from the policy gets no lock.
+/// Disables cancellation while it exists.
 class Control
 {
 public:
@@ -207,7 +207,7 @@ void Insert(std::stringstream& buffer, const LogArgument& argument)
         argument);
 }
 
-/// Uses the policy outside of a line. @return false when the line could not be had in time.
+/// Uses the policy outside of a line. @return false when the line was not free in time.
 template <typename Call>
 bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
 {

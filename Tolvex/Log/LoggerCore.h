@@ -77,7 +77,7 @@ public:
     /// As LoggerBase::DropLine().
     void DropLine();
 
-    /// Writes a whole notice, unless the logger is disabled or the line lock cannot be had in time.
+    /// Writes a whole notice, unless the logger is disabled or the line lock is not free in time.
     /// Call EndOpenLine() of all loggers first.
     /// @param text      Without the newline.
     /// @param last      No other line begins once this one has begun; the caller then calls

@@ -55,7 +55,7 @@ bool stoppedFlag = true;
 byte current = 0;
 byte toldToEnd = 0;
 byte currentThread = 0;
-byte writerMutex = 0; /* the thread that holds Writer::mutex */
+byte writerMutex = 0; /* the thread that holds CurrentWriter::mutex */
 
 /* ---- LoggerCore ---- */
 

@@ -1,5 +1,5 @@
 /// @file
-/// A descriptor of the system, and what is done with whole texts through one.
+/// File descriptors: an owner, and writes and syncs that are complete.
 #pragma once
 
 #include <cerrno>

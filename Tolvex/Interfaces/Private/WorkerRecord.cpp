@@ -42,8 +42,6 @@ std::int64_t TickLength()
 
 }  // namespace
 
-// -------------------------------------------------------------------------------------- the list
-
 void WorkerRecord::LockBeforeFork()
 {
     listMutex.lock();
@@ -168,8 +166,6 @@ void WorkerRefusals::Log(const std::string& name) const
     warn("priority", priority);
     warn("CPU affinity", affinity);
 }
-
-// ------------------------------------------------------------------------------------ the passes
 
 PassClock::PassClock(WorkerRecord& kept) : record(kept), tickLength(TickLength())
 {

@@ -20,7 +20,8 @@ constexpr std::chrono::milliseconds longestWaitForLock(200);  // of a process th
 constexpr std::chrono::milliseconds lockPollInterval(1);
 constexpr std::chrono::seconds retryInterval(2);
 
-// Others rename the file each time, or renaming it does nothing, as with a link of the new name.
+// Bounds two loops: other processes rename the file every time, or rename() does nothing because
+// both names are links to one file.
 constexpr int mostReopenings = 20;
 
 std::string NumberedPath(const std::string& path, unsigned number)
@@ -60,7 +61,7 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
             status->size != 0 && (lineBytes > limit || status->size > limit - lineBytes);
         const bool rotating = full && Clock::now() >= retryAt;
         if (rotating) {
-            SyncIfWanted(file);  // So that the second one, under the lock, takes little time.
+            SyncIfWanted(file);  // First without the lock, so that the sync under it is short.
         }
         locked = Lock(file, rotating ? LOCK_EX : LOCK_SH);
         if (locked && !LeadsTo(*status) && reopenings < mostReopenings) {
@@ -111,7 +112,7 @@ bool FileRotation::LeadsTo(const FileStatus& file) const
     return found && found->IsSameFile(file);
 }
 
-/// Lines that other processes leave to a later sync of the file would not be found by it.
+/// Before the rename: a later sync opens the path and would miss this file.
 void FileRotation::SyncIfWanted(const Base::Descriptor& file) const
 {
     if (settings->durability != LogDurability::None) {

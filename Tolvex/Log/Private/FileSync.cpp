@@ -83,8 +83,8 @@ void* FileSync::SyncLater(void* argument)
     unsigned expected = threadRuns;
     do {
         self.AwaitInterval();
-        self.linesWait =
-            threadRuns;  // A line that is written from here on waits for the next sync.
+        // A line that is written from here on waits for the next sync.
+        self.linesWait = threadRuns;
         const Base::Descriptor file(open64(self.path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
         if (file.IsOpen()) {
             self.SyncNow(file);
@@ -111,8 +111,8 @@ void FileSync::AwaitInterval() const
 void FileSync::SyncNow(const Base::Descriptor& file)
 {
     Base::SyncData(file);
-    // Not cleared before the sync: another thread that syncs meanwhile has to wait for the
-    // directory.
+    // Updated only after the sync: a thread that syncs at the same time must wait for the directory
+    // too.
     const unsigned seen = newFiles;
     if (seen != syncedFiles && Base::SyncDirectory(directory)) {
         syncedFiles = seen;

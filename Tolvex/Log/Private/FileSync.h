@@ -47,10 +47,10 @@ private:
     const std::string directory;  ///< that the file is in
     const std::shared_ptr<const FileSettings> settings;
     std::optional<FileStatus> known;        ///< the file of the line before
-    std::atomic<unsigned> newFiles = 0;     ///< so often a line came to a file not known
-    std::atomic<unsigned> syncedFiles = 0;  ///< as newFiles was when the directory was synced last
+    std::atomic<unsigned> newFiles = 0;     ///< how many times a line went to an unknown file
+    std::atomic<unsigned> syncedFiles = 0;  ///< newFiles at the last sync of the directory
     std::atomic<unsigned> linesWait = 0;    ///< bits: a thread runs; lines wait for it
-    pid_t process = 0;                      ///< the one that linesWait speaks of
+    pid_t process = 0;                      ///< the process whose thread linesWait describes
 };
 
 }  // namespace Tolvex::Ilog

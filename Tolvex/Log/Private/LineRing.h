@@ -28,9 +28,6 @@ public:
     /// not its newline.
     void Add(std::string_view line);
 
-    /// @return how many lines it keeps at most.
-    std::size_t LineLimit() const { return lineLimit; }
-
     /// @return the lines with their newlines, the oldest first.
     std::vector<std::string> Lines() const;
 

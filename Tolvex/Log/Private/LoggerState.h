@@ -24,7 +24,7 @@ namespace Tolvex::Ilog {
 constexpr std::chrono::milliseconds longestWait(2100);
 
 /// Which writer of a logger is current, and which ones have to end. Writers are numbered.
-struct WriterLife
+struct CurrentWriter
 {
     std::atomic<std::uint32_t> current = 0;         ///< number of the writer started last
     std::atomic<std::uint32_t> toldToEnd = 0;       ///< writers up to this number are to end
@@ -55,7 +55,7 @@ struct LoggerState : std::enable_shared_from_this<LoggerState>
     bool enabled = false;                    ///< shared: lines are accepted
     bool stopped = true;                     ///< shared: there is no current writer
     bool bufferStale = false;                ///< a fork left the buffer in an unknown state
-    WriterLife writers;                      ///< which writer is current; used by Writer
+    CurrentWriter writers;                   ///< which writer is current; used by Writer
     LineHeader header;                       ///< used by the thread that has the line
     const std::locale locale;                ///< the model's, or the global one at that time
     std::atomic<std::uint32_t> written = 0;  ///< lines that the writers have finished

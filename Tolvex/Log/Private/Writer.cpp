@@ -57,7 +57,7 @@ void* Writer::Thread::Run(void* thread)
     const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
     self->running = true;
     {
-        WriterLife& writers = self->state->writers;
+        CurrentWriter& writers = self->state->writers;
         const std::lock_guard guard(writers.mutex);
         if (self->number == writers.current) {
             writers.currentThread = CallingThread();
@@ -72,7 +72,7 @@ void* Writer::Thread::Run(void* thread)
 /// @return false when the writer has to end.
 bool Writer::Thread::WriteLines()
 {
-    const WriterLife& writers = state->writers;
+    const CurrentWriter& writers = state->writers;
     state->lineReady.Wait();
     bool ending = false;
     do {
