@@ -122,8 +122,8 @@ public:
     ///
     /// Takes no line lock, so a watchdog may call it while another thread hangs in a line. Logging
     /// goes on meanwhile. Writes the file `path` + ".new", renames it, and returns when all is on
-    /// the medium; waits while another thread or process does the same with that path. Also works
-    /// in a forked child. A signal handler must not call it.
+    /// the medium; waits up to 5 s while another thread or process does the same with that path.
+    /// Also works in a forked child. A signal handler must not call it.
     /// @param path  Its directory must exist.
     /// @return false when the file could not be written; errno tells why (ENODATA: there is no
     /// black box). The old file is left as it was, except when only its directory could not be

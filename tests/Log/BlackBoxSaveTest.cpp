@@ -4,10 +4,12 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <ostream>
 #include <string>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -90,6 +92,23 @@ TEST(BlackBoxSaveTest, RemnantOfAnInterruptedSaveIsOverwritten)
 
     EXPECT_EQ(ReadFile(directory.Path("saved")), logger.GetLastLines()[0] + '\n');
     EXPECT_THAT(FilesIn(directory.Path("")), SizeIs(1));
+}
+
+TEST(BlackBoxSaveTest, SaverThatHangsIsWaitedForForALimitedTime)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("saved");
+    std::ofstream(path) << "old\n";
+    const OpenBlackBox box(2);
+    LogLine(LogType::Info) << "line";
+    const int hanging = open((path + ".new").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(flock(hanging, LOCK_EX), 0);
+
+    EXPECT_EQ(Save(path), EWOULDBLOCK);
+    EXPECT_EQ(ReadFile(path), "old\n");
+
+    close(hanging);
+    EXPECT_EQ(Save(path), 0);
 }
 
 TEST(BlackBoxSaveTest, PathThatCannotBeAFileIsAnErrorWithItsReason)

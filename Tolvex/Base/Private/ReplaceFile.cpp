@@ -1,6 +1,7 @@
 #include "Tolvex/Base/Private/ReplaceFile.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -9,35 +10,58 @@
 
 #include "Tolvex/Base/Private/Descriptor.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
+#include "Tolvex/Base/Private/Sleep.h"
 
 namespace Tolvex::Base {
 
 namespace {
 
-/// Waits until no other thread or process writes the file.
-/// @return false when the name stands for another file by now, or for none.
-bool LockNamed(const Descriptor& file, const std::string& name)
+constexpr std::chrono::milliseconds longestWaitForLock(5000);  // of a process that hangs
+constexpr std::chrono::milliseconds lockPollInterval(1);
+
+enum class Lock
 {
-    while (flock(file.Get(), LOCK_EX) != 0) {
-        if (errno != EINTR) {
-            return true;  // Best effort: not every file system has locks.
+    Held,
+    Gone,  ///< the name stands for another file by now, or for none
+    Busy   ///< another thread or process still writes the file
+};
+
+/// Waits for other writers of the file.
+Lock LockNamed(const Descriptor& file, const std::string& name)
+{
+    for (auto waited = lockPollInterval; flock(file.Get(), LOCK_EX | LOCK_NB) != 0;
+         waited += lockPollInterval) {
+        if (errno != EINTR && errno != EWOULDBLOCK) {
+            return Lock::Held;  // Best effort: not every file system has locks.
         }
+        if (waited > longestWaitForLock) {
+            return Lock::Busy;
+        }
+        SleepFor(lockPollInterval);
     }
     struct stat64 locked;
     struct stat64 named;
-    return fstat64(file.Get(), &locked) != 0 ||
-           (stat64(name.c_str(), &named) == 0 && locked.st_ino == named.st_ino);
+    const bool gone = fstat64(file.Get(), &locked) == 0 &&
+                      (stat64(name.c_str(), &named) != 0 || locked.st_dev != named.st_dev ||
+                       locked.st_ino != named.st_ino);
+    return gone ? Lock::Gone : Lock::Held;
 }
 
-/// Opens a file that no other thread or process writes, and empties it.
+/// Opens a file that no other thread or process writes.
+/// @return no descriptor if that fails; errno tells why.
 Descriptor OpenAlone(const std::string& name)
 {
     for (;;) {
         // O_NONBLOCK: a FIFO that no process reads is refused.
         Descriptor file(
             open(name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK, 0666));
-        if (!file.IsOpen() || LockNamed(file, name)) {
+        const Lock lock = file.IsOpen() ? LockNamed(file, name) : Lock::Held;
+        if (lock == Lock::Held) {
             return file;
+        }
+        if (lock == Lock::Busy) {
+            errno = EWOULDBLOCK;
+            return Descriptor(-1);
         }
     }
 }

@@ -10,8 +10,8 @@ namespace Tolvex::Base {
 /// Replaces a file in one step: after a loss of power there is the old one or the new one.
 ///
 /// Writes the file `path` + ".new" to the medium, renames it, and writes the directory to the
-/// medium. Blocks as long as that takes, and while another thread or process writes the same file;
-/// not cancelled meanwhile.
+/// medium. Blocks as long as that takes, and up to 5 s while another thread or process writes the
+/// same file; then fails with EWOULDBLOCK. Not cancelled meanwhile.
 /// @param path  Its directory must exist. The permissions are those of a new file.
 /// @param text  Any bytes.
 /// @return null for success; otherwise "open: ", "write: " or "directory: ", with the reason in
