@@ -1,5 +1,6 @@
 #include "Tolvex/Log/LogPolicy.h"
 
+#include <algorithm>
 #include <iostream>
 #include <optional>
 #include <utility>
@@ -82,8 +83,10 @@ void FileLogPolicy::SetDurability(LogDurability mode, std::chrono::milliseconds 
 
 void FileLogPolicy::SetSizeLimit(std::uint64_t bytes, unsigned keptFiles)
 {
-    state->settings->keptFiles = keptFiles;
-    state->settings->sizeLimit = bytes;
+    // The masks change nothing; they tell the compiler that the values fit.
+    state->settings->sizeLimit =
+        SizeLimit{std::min(bytes, SizeLimit::mostBytes) & SizeLimit::mostBytes,
+                  std::min<std::uint64_t>(keptFiles, SizeLimit::mostKept) & SizeLimit::mostKept};
 }
 
 void FileLogPolicy::BeginIgnitionOff()

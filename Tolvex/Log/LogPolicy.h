@@ -119,8 +119,8 @@ public:
     /// process keeps the lock for 200 ms, the line is written without it. A process that is killed
     /// at any moment loses no line of the others.
     /// @param bytes      0 for no limit.
-    /// @param keptFiles  How many old files are kept; 0 removes the full file. Older ones that a
-    ///                   larger number has left are not removed.
+    /// @param keptFiles  How many old files are kept, at most 65535; 0 removes the full file. Older
+    ///                   ones that a larger number has left are not removed.
     /// @note An old name that belongs to a directory may keep the file from being renamed.
     void SetSizeLimit(std::uint64_t bytes, unsigned keptFiles);
 

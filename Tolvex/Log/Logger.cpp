@@ -177,7 +177,6 @@ void Logger::RunIgnitionOff()
     constexpr std::string_view notice = "All triggers have been stopped";
     const Base::NoCancellation scope;
     const auto deadline = std::chrono::steady_clock::now() + longestWait;
-    fileLogger->policy.BeginIgnitionOff();
     ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });
     ForEachEnabled([&](LoggerCore& core) {
         try {

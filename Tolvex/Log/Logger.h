@@ -195,7 +195,8 @@ public:
     /// CloseFile().
     ///
     /// Unless the durability is LogDurability::None, the writer syncs the file before it ends: when
-    /// the call returns before the 2.1 s are over, all lines are on the medium.
+    /// the call returns before the 2.1 s are over, all lines in this file are on the medium. A file
+    /// that was closed, or left for another one, is not synced again.
     void RunIgnitionOff() override;
 
 private:

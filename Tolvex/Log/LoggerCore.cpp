@@ -211,6 +211,16 @@ void Insert(std::stringstream& buffer, const LogArgument& argument)
 template <typename Call>
 bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
 {
+    if (LineStep own(state); own) {  // A step: no other thread takes the line meanwhile.
+        try {
+            call();
+        } catch (...) {
+            own.LeaveOpen();
+            throw;
+        }
+        own.LeaveOpen();
+        return true;
+    }
     if (state.lock.Look().owner == CallingThread()) {
         call();
         return true;
@@ -373,6 +383,7 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
     }
     if (last) {
         state->lock.Refuse();
+        state->calls.beginLastLine(state->policy);
     }
     Begin(*state, LogType::Notice);
     state->buffer << text;

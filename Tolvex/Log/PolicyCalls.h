@@ -19,12 +19,15 @@ struct PolicyCalls
     /// As setOutput, at the start of a log: the first line then begins on a line of its own.
     void (*openOutput)(void* policy, const std::string& name);
     void (*close)(void* policy);  ///< ILogPolicy::Close()
+    /// The line that is being composed is the last one before close.
+    void (*beginLastLine)(void* policy);
     /// Takes a finished line on the thread that ended it. A logger whose policy has this operation
     /// has no writer and does not call write.
     void (*keep)(void* policy, std::string_view line) = nullptr;
 };
 
-/// The operations of one class of policies. A policy may have RepairEnd(), as FileLogPolicy does.
+/// The operations of one class of policies. A policy may have RepairEnd() and BeginIgnitionOff(),
+/// as FileLogPolicy does.
 template <typename Policy>
 inline constexpr PolicyCalls policyCallsOf = {
     [](void* policy, LogType type) { static_cast<Policy*>(policy)->WriteHeader(type); },
@@ -38,6 +41,11 @@ inline constexpr PolicyCalls policyCallsOf = {
         }
     },
     [](void* policy) { static_cast<Policy*>(policy)->Close(); },
+    [](void* policy) {
+        if constexpr (requires { static_cast<Policy*>(policy)->BeginIgnitionOff(); }) {
+            static_cast<Policy*>(policy)->BeginIgnitionOff();
+        }
+    },
 };
 
 }  // namespace Tolvex::Ilog

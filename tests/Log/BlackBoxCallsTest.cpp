@@ -98,17 +98,17 @@ TEST(BlackBoxCallsTest, LineMakesNoSystemCall)
     EXPECT_LT(calls, 200);
 }
 
-TEST(BlackBoxCallsTest, LineOfTheFileMakesSystemCalls)
+TEST(BlackBoxCallsTest, SystemCallsAreCounted)
 {
-    const ScratchDirectory directory;
-    const int calls = SystemCallsOf([&directory] {
-        EXPECT_TRUE(logger.EnableFile(directory.Path("log")));
-        WriteBothWays(2000);
+    const int calls = SystemCallsOf([] {
+        for (int call = 0; call < 1000; ++call) {
+            getppid();
+        }
     });
     if (calls < 0) {
         GTEST_SKIP() << "needs the right to watch a process";
     }
-    EXPECT_GT(calls, 1000);
+    EXPECT_GE(calls, 1000);
 }
 
 TEST(BlackBoxCallsTest, LineTakesItsHeaderFromTheLineOfTheFile)
@@ -165,13 +165,16 @@ TEST(BlackBoxCallsTest, WithoutMemoryNothingIsSaved)
     const std::string path = directory.Path("saved");
     const OpenBlackBox box(2);
     LogLine(LogType::Info) << "a line that is longer than what a string has room for";
-    {
-        const AllocationBudget none(0);
-        EXPECT_FALSE(logger.SaveLastLines(path));
-        EXPECT_EQ(errno, ENOMEM);
-        EXPECT_THROW(static_cast<void>(logger.GetLastLines()), std::bad_alloc);
+    bool saved = false;
+    for (std::size_t budget = 0; !saved; ++budget) {
+        const AllocationBudget few(budget);
+        errno = 0;
+        saved = logger.SaveLastLines(path);
+        EXPECT_EQ(errno, saved ? 0 : ENOMEM) << budget;
+        EXPECT_EQ(access(path.c_str(), F_OK) == 0, saved) << budget;
     }
-    EXPECT_TRUE(logger.SaveLastLines(path));
+    const AllocationBudget none(0);
+    EXPECT_THROW(static_cast<void>(logger.GetLastLines()), std::bad_alloc);
 }
 
 }  // namespace

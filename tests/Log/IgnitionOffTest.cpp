@@ -91,13 +91,16 @@ TEST(IgnitionOffTest, NoticeIsTheLastLineOfTheFileHoweverManyThreadsLog)
     const ScratchDirectory directory;
     const ChildResult child = RunInChild([&] {
         std::vector<std::string> texts;
+        std::vector<bool> inTime;  // On a starved machine the bound may pass before the notice.
         {
             const Load load(8);
             for (std::size_t round = 0; round < rounds; ++round) {
                 const std::string path = directory.Path(std::to_string(round));
                 EXPECT_TRUE(Log().EnableFile(path));
                 EXPECT_TRUE(Eventually([&path] { return ReadFile(path).ends_with("load\n"); }));
+                const auto start = std::chrono::steady_clock::now();
                 Log().RunIgnitionOff();
+                inTime.push_back(std::chrono::steady_clock::now() - start < longestWait);
                 EXPECT_FALSE(Log().IsFileEnabled());
                 texts.push_back(ReadFile(path));
             }
@@ -105,11 +108,14 @@ TEST(IgnitionOffTest, NoticeIsTheLastLineOfTheFileHoweverManyThreadsLog)
 
         for (std::size_t round = 0; round < rounds; ++round) {
             std::vector<std::string> lines = LinesWithoutDate(texts[round]);
-            EXPECT_EQ(lines.back(), notice) << "round " << round;
-            EXPECT_EQ(std::count(lines.begin(), lines.end(), notice), 1) << "round " << round;
+            if (inTime[round]) {
+                EXPECT_EQ(lines.back(), notice) << "round " << round;
+                EXPECT_EQ(std::count(lines.begin(), lines.end(), notice), 1) << "round " << round;
+            }
             // Nothing came after the call has returned.
             EXPECT_EQ(ReadFile(directory.Path(std::to_string(round))), texts[round]);
         }
+        EXPECT_GT(std::count(inTime.begin(), inTime.end(), true), 0);
         return 0;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output;

@@ -452,6 +452,35 @@ TEST_F(LogDurabilityTest, IgnitionOffSyncsNothingUnlessItIsAskedFor)
     EXPECT_TRUE(child.Succeeded()) << child.output;
 }
 
+TEST_F(LogDurabilityTest, IgnitionOffSyncsTheNoticeAloneHoweverManyThreadsLog)
+{
+    const ChildResult child = RunInChild([this] {
+        Logger& logger = *Logger::GetInstance();
+        logger.SetFileDurability(LogDurability::IgnitionOff);
+        EXPECT_TRUE(logger.EnableFile(path));
+        std::atomic<bool> logging = true;
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < 8; ++thread) {
+            threads.emplace_back([&logging] {
+                while (logging) {
+                    LogLine(LogType::Info) << "line";
+                }
+            });
+        }
+        EXPECT_TRUE(Eventually([this] { return ReadFile(path).size() > 1000; }));
+
+        logger.RunIgnitionOff();
+
+        logging = false;
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(TakeCalls().size(), 2U);  // the file and its directory
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
 TEST_F(LogDurabilityTest, SyncThatHangsDoesNotHoldIgnitionOffBeyondItsBound)
 {
     const ChildResult child = RunInChild([this] {

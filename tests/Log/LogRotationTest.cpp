@@ -509,6 +509,29 @@ TEST_F(LogRotationTest, FileThatIsRenamedBeforeItIsLockedGetsNoLine)
     }
 }
 
+TEST_F(LogRotationTest, FileThatIsRenamedDuringAWaitInVainGetsNoLine)
+{
+    policy.SetSizeLimit(100, 1);
+    Write({"a"});
+    flockError = EWOULDBLOCK;
+    atLock = [this](int) { std::filesystem::rename(path, Old(1)); };
+
+    Write({"b"});
+
+    EXPECT_THAT(Files(), ElementsAre("b\n", "a\n"));
+}
+
+TEST_F(LogRotationTest, LimitThatIsSwitchedOffWhileTheFileIsRenamedRemovesNothing)
+{
+    policy.SetSizeLimit(2, 3);
+    Write({"a"});
+    atLock = [this](int) { policy.SetSizeLimit(0, 0); };
+
+    Write({"b"});
+
+    EXPECT_THAT(Files(), ElementsAre("b\n", "a\n"));
+}
+
 TEST_F(LogRotationTest, FileThatIsRenamedAllTheTimeStillGetsItsLine)
 {
     policy.SetSizeLimit(10, 1);

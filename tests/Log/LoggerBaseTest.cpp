@@ -549,6 +549,40 @@ TEST(LoggerBaseTest, OutputIsForwardedToThePolicy)
     EXPECT_THAT(AwaitLines(logger, 1), SizeIs(1));
 }
 
+/// Notices that it is closed while it changes its output.
+class SlowOutputPolicy : public ILogPolicy
+{
+public:
+    void SetOutput(const std::string&) override
+    {
+        changing = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        changing = false;
+    }
+    void Write(const std::string&) override {}
+    void Close() override { closedMeanwhile = changing.load(); }
+
+    std::atomic<bool> changing = false;
+    std::atomic<bool> closedMeanwhile = false;
+};
+
+TEST(LoggerBaseTest, PolicyIsNotClosedWhileAThreadWithAnOpenLineChangesItsOutput)
+{
+    LoggerBase<SlowOutputPolicy> logger;
+    ASSERT_TRUE(logger.Enable());
+    std::thread changing([&logger] {
+        logger.WriteHeader(LogType::Info);
+        logger.SetOutput("new");
+        logger.DropLine();
+    });
+    EXPECT_TRUE(Eventually([&logger] { return logger.GetPolicy().changing.load(); }));
+
+    logger.Close();
+
+    changing.join();
+    EXPECT_FALSE(logger.GetPolicy().closedMeanwhile);
+}
+
 TEST(LoggerBaseTest, OutputDoesNotChangeInTheMiddleOfAnotherThreadsLine)
 {
     CapturingLogger logger;

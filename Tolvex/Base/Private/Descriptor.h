@@ -96,7 +96,11 @@ inline std::string DirectoryOf(const std::string& path)
 inline bool SyncDirectory(const std::string& path)
 {
     const Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return directory.IsOpen() && fsync(directory.Get()) == 0;
+    int result = directory.IsOpen() ? fsync(directory.Get()) : -1;
+    while (result != 0 && directory.IsOpen() && errno == EINTR) {
+        result = fsync(directory.Get());
+    }
+    return result == 0;
 }
 
 }  // namespace Tolvex::Base

@@ -52,9 +52,10 @@ Lock LockNamed(const Descriptor& file, const std::string& name)
 Descriptor OpenAlone(const std::string& name)
 {
     for (;;) {
-        // O_NONBLOCK: a FIFO that no process reads is refused.
-        Descriptor file(
-            open(name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK, 0666));
+        // O_NONBLOCK: a FIFO that no process reads is refused. O_NOFOLLOW: so is a link.
+        Descriptor file(open(name.c_str(),
+                             O_WRONLY | O_CREAT | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK | O_NOFOLLOW,
+                             0666));
         const Lock lock = file.IsOpen() ? LockNamed(file, name) : Lock::Held;
         if (lock == Lock::Held) {
             return file;
@@ -71,6 +72,7 @@ Descriptor OpenAlone(const std::string& name)
 const char* ReplaceFile(const std::string& path, std::string_view text)
 {
     const std::string temporary = path + ".new";
+    const std::string directory = DirectoryOf(path);
     const NoCancellation scope;
 
     // Closed last: the name is locked until it has become the other one.
@@ -85,7 +87,7 @@ const char* ReplaceFile(const std::string& path, std::string_view text)
         errno = reason;
         return "write: ";
     }
-    return SyncDirectory(DirectoryOf(path)) ? nullptr : "directory: ";
+    return SyncDirectory(directory) ? nullptr : "directory: ";
 }
 
 }  // namespace Tolvex::Base

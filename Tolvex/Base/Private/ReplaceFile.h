@@ -16,6 +16,7 @@ namespace Tolvex::Base {
 /// @param text  Any bytes.
 /// @return null for success; otherwise "open: ", "write: " or "directory: ", with the reason in
 /// errno. The old file is left as it was, except when only the directory could not be written.
+/// @throws std::bad_alloc without memory, before anything has changed.
 /// @par Thread safety
 /// Thread-safe.
 const char* ReplaceFile(const std::string& path, std::string_view text);

@@ -27,6 +27,7 @@ constexpr PolicyCalls BlackBox::calls = {
             static_cast<BlackBox*>(box)->Open(lines);
         },
     .close = [](void* box) { static_cast<BlackBox*>(box)->Close(); },
+    .beginLastLine = [](void*) {},
     .keep = [](void* box, std::string_view line) { static_cast<BlackBox*>(box)->Keep(line); },
 };
 
@@ -59,19 +60,21 @@ void BlackBox::Close()
 
 bool BlackBox::Save(const std::string& path) const
 {
-    std::string text;
     try {
-        const std::lock_guard guard(ringMutex);
-        if (ring == nullptr) {
-            errno = ENODATA;
-            return false;
+        std::string text;
+        {
+            const std::lock_guard guard(ringMutex);
+            if (ring == nullptr) {
+                errno = ENODATA;
+                return false;
+            }
+            text = ring->Text();
         }
-        text = ring->Text();
+        return Base::ReplaceFile(path, text) == nullptr;
     } catch (const std::bad_alloc&) {
         errno = ENOMEM;
         return false;
     }
-    return Base::ReplaceFile(path, text) == nullptr;
 }
 
 std::vector<std::string> BlackBox::Lines() const

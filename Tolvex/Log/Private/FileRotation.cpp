@@ -47,7 +47,8 @@ FileRotation::FileRotation(std::string filePath, std::shared_ptr<const FileSetti
 
 Base::Descriptor FileRotation::Open(std::size_t lineBytes)
 {
-    const std::uint64_t limit = settings->sizeLimit;
+    const SizeLimit setting = settings->sizeLimit;  // Once: it may change meanwhile.
+    const std::uint64_t limit = setting.bytes;
     for (int reopenings = 0;; ++reopenings) {
         locked = false;
         Base::Descriptor file(
@@ -60,17 +61,20 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
         const bool full =
             status->size != 0 && (lineBytes > limit || status->size > limit - lineBytes);
         const bool rotating = full && Clock::now() >= retryAt;
-        if (rotating) {
+        if (rotating && setting.kept != 0) {
             SyncIfWanted(file);  // First without the lock, so that the sync under it is short.
         }
         locked = Lock(file, rotating ? LOCK_EX : LOCK_SH);
-        if (locked && !LeadsTo(*status) && reopenings < mostReopenings) {
-            continue;  // The file was renamed before it was locked.
+        if (!LeadsTo(*status)) {
+            if (reopenings < mostReopenings) {
+                continue;  // The file was renamed before it was locked.
+            }
+            return file;
         }
         if (!locked || !rotating) {
             return file;
         }
-        if (!Rotate(file) || reopenings == mostReopenings) {
+        if (!Rotate(file, static_cast<unsigned>(setting.kept)) || reopenings == mostReopenings) {
             retryAt = Clock::now() + retryInterval;
             return file;
         }
@@ -121,13 +125,12 @@ void FileRotation::SyncIfWanted(const Base::Descriptor& file) const
 }
 
 /// Renames the locked file, and the older ones before it. @return false if that is not possible.
-bool FileRotation::Rotate(const Base::Descriptor& file) const
+bool FileRotation::Rotate(const Base::Descriptor& file, unsigned kept) const
 {
-    SyncIfWanted(file);
-    const unsigned kept = settings->keptFiles;
     if (kept == 0) {
         return unlink(path.c_str()) == 0;
     }
+    SyncIfWanted(file);
 
     unsigned number = 1;
     while (number < kept && IsTaken(NumberedPath(path, number))) {

@@ -45,7 +45,7 @@ private:
     bool Lock(const Base::Descriptor& file, int operation);
     bool LeadsTo(const FileStatus& file) const;
     void SyncIfWanted(const Base::Descriptor& file) const;
-    bool Rotate(const Base::Descriptor& file) const;
+    bool Rotate(const Base::Descriptor& file, unsigned kept) const;
 
     const std::string path;
     const std::shared_ptr<const FileSettings> settings;

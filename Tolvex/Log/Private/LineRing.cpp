@@ -71,7 +71,9 @@ std::vector<std::string> LineRing::Lines() const
 /// @return bytes from a place on.
 std::string LineRing::Piece(std::size_t from, std::size_t length) const
 {
-    std::string piece(&bytes[from], std::min(length, byteLimit - from));
+    std::string piece;
+    piece.reserve(length);
+    piece.append(&bytes[from], std::min(length, byteLimit - from));
     piece.append(bytes.get(), length - piece.size());
     return piece;
 }
