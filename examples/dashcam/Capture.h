@@ -23,7 +23,8 @@ class Capture : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::I
 public:
     /// @param settings   Must outlive the worker.
     /// @param recorder   Receives the frames; must outlive the worker.
-    /// @param videoSource  Its own.
+    /// @param camera     Such as "/dev/video0"; empty for none.
+    /// @param file       Of a video; empty for none. Without both: the test picture.
     Capture(const Settings& settings, Recorder& recorder, std::string camera, std::string file);
 
     /// Takes no more pictures.

@@ -35,8 +35,7 @@ public:
         std::string last;  ///< what happened last, for people
     };
 
-    /// @param settings       Not owned, as all others; must exist as long as the process.
-    /// @param accelerometer  Set with SetAccelerometer(), because it reports to this object.
+    /// @param settings, recorder, folder  Not owned; must exist as long as the process.
     Clips(const Settings& settings, Recorder& recorder, Folder& folder);
 
     /// Says where the samples of a clip come from. Before Start().

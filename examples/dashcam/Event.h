@@ -27,7 +27,7 @@ struct Clip
 {
     std::vector<Event> events;                   ///< the first one has begun the clip
     std::vector<std::shared_ptr<Frame>> frames;  ///< the first one is a key frame
-    Moment until;                                ///< the last frame is not older, if all goes well
+    Moment until;                                ///< the first frame at or after it ends the clip
     bool complete = false;                       ///< no frame follows
 };
 

@@ -116,7 +116,8 @@ void Folder::ClearLeftovers()
 std::string Folder::Reserve(std::time_t time)
 {
     RequireDisk();
-    // A ".part" file holds the name. A clip may have it already: then it holds the next one, too.
+    // The ".part" file reserves the name. If a clip has that name already, the reservation stays,
+    // and the next name is tried.
     std::vector<std::string> taken;
     std::error_code ignored;
     do {

@@ -56,7 +56,9 @@ int Run(int argc, char** argv)
                    "File or FIFO with a sample \"X Y Z\" on each line: raw numbers, -128 to 127")
         ->capture_default_str();
     app.add_option("--settings", options.settings, "JSON file; see settings.json");
-    app.add_option("--folder", options.folder, "Where the clips go")->capture_default_str();
+    app.add_option("--folder", options.folder, "Where the clips go")
+        ->capture_default_str()
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);  // scripts/dashcam gives one too
     app.add_option("--seconds", options.seconds,
                    "Length of the drive; 0: until the ignition is off")
         ->check(CLI::Range(0, 86400))
@@ -66,6 +68,7 @@ int Run(int argc, char** argv)
     std::signal(SIGPIPE, SIG_IGN);
     const sigset_t signals = BlockSignals();
     Dashcam::StartLog(options.folder);
+    // Never destroyed, see Drive. Static, so that leak checkers find it.
     static Dashcam::Drive& drive = *new Dashcam::Drive(options);
     drive.Start();
     const std::unique_ptr<Tolvex::Util::Timer> ignition(

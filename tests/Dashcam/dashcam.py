@@ -2,6 +2,7 @@
 
 Every test is called with the path of tolvex-dashcam.
 """
+import functools
 import json
 import os
 import pathlib
@@ -144,6 +145,33 @@ def check_whole(test, clip, key=small["key"]):
     test.assertEqual(clip.with_suffix(".sig").read_text().strip(), signature(clip, key))
     test.assertEqual(clip.with_suffix(".jpg").read_bytes()[:2], b"\xff\xd8")
     return data
+
+
+class TooSlow(AssertionError):
+    """The machine was too slow for some pictures, and the side file says so."""
+
+
+def check_no_gap(test, frames):
+    """Every picture is in the clip. What is missing has to be named as a gap all the same."""
+    missing = sum(gap["missing"] for gap in frames["gaps"])
+    test.assertEqual(frames["last"] - frames["first"] + 1, frames["count"] + missing)
+    if missing:
+        raise TooSlow(frames["gaps"])
+
+
+def repeated_when_too_slow(method):
+    """Tries again: pictures that a busy machine had no time for are no fault of the program."""
+    @functools.wraps(method)
+    def repeated(test, *arguments, **named):
+        for last in (False, False, True):
+            try:
+                return method(test, *arguments, **named)
+            except TooSlow:
+                if last and "DASHCAM_SANITIZED" in os.environ:
+                    test.skipTest("the sanitizer is too slow for every picture")
+                if last:
+                    raise
+    return repeated
 
 
 def scratch(test):

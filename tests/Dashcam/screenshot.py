@@ -3,24 +3,30 @@
 
 usage: screenshot.py PROGRAM [FILE.png]      needs chromium and chromium-driver
 """
+import json
 import pathlib
 import subprocess
 import sys
 import tempfile
 import time
 
-root = pathlib.Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(root / "tests/Dashcam"))
-from browser import Browser  # noqa: E402
+from browser import Browser
 
+root = pathlib.Path(__file__).resolve().parents[2]
 program = sys.argv[1]
 picture = pathlib.Path(sys.argv[2]) if len(sys.argv) > 2 else root / "docs/dashcam.png"
 with tempfile.TemporaryDirectory() as folder:
-    subprocess.run([program, "--folder", folder, "--seconds", "27"], check=True)
+    # At a place where it is noon now: the test picture is one of the day.
+    noon = (12 - time.gmtime().tm_hour) * 15
+    settings = json.loads((root / "examples/dashcam/settings.json").read_text())
+    chosen = pathlib.Path(folder) / "settings.json"
+    chosen.write_text(json.dumps(settings | {"latitude": 0, "longitude": noon}))
+    subprocess.run([program, "--folder", folder, "--settings", chosen, "--seconds", "27"], check=True)
     with Browser() as browser:
-        browser.resize(1180, 1100)
+        browser.resize(1180, 1360)
         browser.open(f"{folder}/index.html")
         browser.await_videos()
+        browser.run("document.querySelectorAll('video').forEach(v => v.controls = false)")
         time.sleep(2)  # until the players show no sign of loading
         browser.screenshot(picture)
 print(picture, picture.stat().st_size, "bytes")
