@@ -33,6 +33,12 @@ class DemonstrationTest(unittest.TestCase):
                        "--seconds", "SIGUSR1"):
             self.assertIn(option, run.stdout)
 
+    def test_folder_that_is_given_again_replaces_the_first_one(self):
+        folder = scratch(self)
+        subprocess.run([program, "--folder", folder / "first", "--folder", folder / "second",
+                        "--seconds", "1"], check=True, capture_output=True, timeout=60)
+        self.assertEqual([path.name for path in folder.iterdir()], ["second"])
+
     def test_wrong_options_are_refused(self):
         for options in (["--file", "/nowhere"], ["--seconds", "-1"], ["--camera"], ["--surprise"],
                         ["--camera", "/dev/video0", "--file", str(samples)]):
