@@ -60,7 +60,6 @@ details { margin-top: 12px; font-size: 14px; }
 summary { cursor: pointer; color: var(--soft); }
 pre { margin: 8px 0 0; padding: 12px; overflow-x: auto; background: var(--page);
   border: 1px solid var(--line); border-radius: 8px; font-size: 12px; line-height: 1.5; }
-footer { padding: 8px 0 40px; font-size: 13px; color: var(--soft); }
 @media (max-width: 760px) {
   main, body > header { padding-left: 14px; padding-right: 14px; }
   body > header { padding-top: 22px; }
