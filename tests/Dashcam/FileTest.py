@@ -8,9 +8,9 @@ import unittest
 
 from dashcam import Drive, check_whole, clips, eventually, main, packets, scratch, small
 
-folder_of_strangers = pathlib.Path("/usr/share/gem/examples/data")
-strangers = {folder_of_strangers / "alea.mpg": 160,    # MPEG-1, of three hundredths of a second
-             folder_of_strangers / "anim-1.mov": 120}  # Motion JPEG in QuickTime, as cameras make it
+package_folder = pathlib.Path("/usr/share/gem/examples/data")
+package_files = {package_folder / "alea.mpg": 160,    # MPEG-1, of three hundredths of a second
+                 package_folder / "anim-1.mov": 120}  # Motion JPEG in QuickTime, as cameras make it
 
 
 def make(path, *options):
@@ -21,7 +21,7 @@ def make(path, *options):
 @unittest.skipUnless(shutil.which("ffmpeg"), "needs ffmpeg")
 class FileTest(unittest.TestCase):
     def check(self, path, width=160):
-        """Drives with the file and returns the data of a clip that is longer than the file."""
+        """Drives with the file and checks a clip that is longer than the file."""
         folder = scratch(self)
         with Drive(folder, "--file", str(path)) as drive:
             drive.await_log(f"{width}x120")
@@ -68,13 +68,13 @@ class FileTest(unittest.TestCase):
         path.write_bytes(whole[:len(whole) * 2 // 3 + 77])
         self.check(path)
 
-    def test_files_that_nobody_made_for_this_test_play(self):
-        found = [path for path in strangers if path.is_file()]
+    def test_files_of_another_package_play(self):
+        found = [path for path in package_files if path.is_file()]
         if not found:
             self.skipTest("needs the files of gem-doc")
-        for path, width in strangers.items():
+        for path in found:
             with self.subTest(path.name):
-                self.check(path, width)
+                self.check(path, package_files[path])
 
 
 if __name__ == "__main__":
