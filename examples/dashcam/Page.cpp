@@ -108,7 +108,7 @@ void WriteTable(std::ostream& page, const Side& side)
     row("Frames", frames.Number("count", 0, "") + ", " + frames.Number("first", 0, "") + " to " +
                       frames.Number("last", 0, "") +
                       (gaps == 0 ? ", no gap" : ", " + std::to_string(gaps) + " gaps"));
-    row("Since start", side.Number("bootSeconds", 0, " s"));
+    row("Since boot", side.Number("bootSeconds", 0, " s"));
     row("Identifier", side.Text("identifier"));
     page << "</table>\n";
 }
