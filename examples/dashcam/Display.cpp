@@ -50,7 +50,7 @@ void Display::Update()
 {
     pollfd output = {STDOUT_FILENO, POLLOUT, 0};
     if (poll(&output, 1, 0) <= 0) {
-        return;  // a terminal that is held must not hold the drive
+        return;  // Ctrl-S blocks writes to the terminal; the drive must not wait for it
     }
     if (isTerminal) {
         std::cout << '\r' << Line().substr(0, Columns() - 1) << "\033[K" << std::flush;

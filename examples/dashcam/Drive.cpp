@@ -85,7 +85,7 @@ bool Drive::SwitchIgnitionOff()
     sequence.RunIgnitionOff();
     const auto length = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
 
-    display.End();  // now all is safe: a terminal that is held may hold the rest
+    display.End();  // all files are written; a blocked terminal does no harm now
     const Clips::Count count = clips.Counted();
     for (const std::string& name : sequence.GetOverrun()) {
         std::cout << name << " hangs and was left behind.\n";

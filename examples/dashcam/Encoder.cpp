@@ -23,7 +23,7 @@ bool Encoder::Open(int width, int height, const Settings& settings)
     codec->max_b_frames = 0;
     codec->thread_count = 1;
     codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    // Every key frame starts the stream anew, and none comes on its own between two of ours.
+    // Decoding can start at every key frame; the encoder adds none of its own.
     AVDictionary* options = nullptr;
     av_dict_set(&options, "preset", "ultrafast", 0);
     av_dict_set(&options, "tune", "zerolatency", 0);

@@ -27,8 +27,8 @@ struct Clip
 {
     std::vector<Event> events;                   ///< the first one has begun the clip
     std::vector<std::shared_ptr<Frame>> frames;  ///< the first one is a key frame
-    Moment until;                                ///< the last frame is not older, if all goes well
-    bool complete = false;                       ///< no frame follows
+    Moment until;           ///< the clip ends with the first frame at or after this moment
+    bool complete = false;  ///< no frame follows
 };
 
 }  // namespace Dashcam

@@ -116,7 +116,8 @@ void Folder::ClearLeftovers()
 std::string Folder::Reserve(std::time_t time)
 {
     RequireDisk();
-    // A ".part" file holds the name. A clip may have it already: then it holds the next one, too.
+    // The .part file reserves the name. If a clip has that name already, keep the reservation and
+    // try the next name.
     std::vector<std::string> taken;
     std::error_code ignored;
     do {
@@ -215,7 +216,9 @@ void Folder::MakeRoom(std::uintmax_t bytes)
 void Folder::Remove(const std::string& name)
 {
     std::error_code ignored;
-    for (const std::string extension : {".mp4", ".part", ".jpg", ".json", ".sig"}) {
+    fs::remove(Path(name + ".mp4"), ignored);
+    fs::remove(Path(name + ".part"), ignored);
+    for (const char* extension : companions) {
         fs::remove(Path(name + extension), ignored);
     }
 }

@@ -19,7 +19,8 @@ struct Recording
     std::string signature;
 };
 
-/// The folder with the clips: writes so that what has its final name is whole, and makes room.
+/// The folder with the clips. A file under its final name is complete. The oldest events make room
+/// for new ones.
 ///
 /// A file is written under a name that ends in ".part", flushed to the medium, and renamed. The
 /// clip is the last of an event's files, so all belongs together whenever the power fails.

@@ -81,7 +81,7 @@ bool Input::Next()
     for (int rounds = 0; !Receive();) {
         const int code = av_read_frame(input.get(), packet.get());
         if (code == AVERROR_EOF && loops && rounds < 2) {
-            ++rounds;  // a second one without a picture has none
+            ++rounds;  // after two rounds without a picture the file has none
             avcodec_send_packet(decoder.get(), nullptr);
             if (Receive()) {
                 return true;  // one of the last that the decoder has kept back

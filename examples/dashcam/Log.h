@@ -6,7 +6,7 @@
 
 namespace Dashcam {
 
-/// Starts the log. Comes before all others, which log.
+/// Starts the log. Call before anything that logs.
 /// @param folder  Made if it does not exist.
 void StartLog(const std::string& folder);
 

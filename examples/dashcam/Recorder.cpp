@@ -34,7 +34,8 @@ bool Recorder::Process(const std::shared_ptr<IPipelineCbElement>& element)
     if (closed) {
         return false;
     }
-    // After a new start of the source its first key frame has to wait for the slot of one.
+    // Key frames must have slots that are multiples of the key interval. After the source was
+    // reopened, empty slots fill the gap.
     while (frame->IsKey() && slotsUsed % settings.keyInterval != 0) {
         AddNext(nullptr);
         ++slotsUsed;

@@ -112,8 +112,8 @@ bool VideoSource::ReadFile()
     return !isNew || Convert();
 }
 
-/// Waits for the camera, whose clock tells what it has lost. Our clock may not part from it for
-/// long.
+/// Waits for the next picture. A step of more than 1.5 pictures in the camera's time stamps is a
+/// loss. If its clock and ours differ by more than a second, ours counts.
 bool VideoSource::ReadCamera()
 {
     if (!fresh && !input.Next()) {

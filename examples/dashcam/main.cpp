@@ -68,6 +68,7 @@ int Run(int argc, char** argv)
     std::signal(SIGPIPE, SIG_IGN);
     const sigset_t signals = BlockSignals();
     Dashcam::StartLog(options.folder);
+    // Never destroyed, see Drive. Static, so that leak checkers find it.
     static Dashcam::Drive& drive = *new Dashcam::Drive(options);
     drive.Start();
     const std::unique_ptr<Tolvex::Util::Timer> ignition(
