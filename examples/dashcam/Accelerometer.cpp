@@ -87,7 +87,7 @@ void Accelerometer::Run()
     }
     Sample sample;
     if (!ReadSample(line, static_cast<unsigned char>(settings.sensorRange), sample)) {
-        Tolvex::Base::StoreShared(skipped, skipped + 1);
+        ++skipped;
         Complain("has lines that are no samples");
         return;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -44,7 +45,7 @@ public:
     /// @return the samples of a time, the oldest first, as far as they are still known.
     std::vector<Sample> Between(Moment from, Moment to) const;
     /// @return how many lines were no samples.
-    std::uint64_t Skipped() const { return Tolvex::Base::LoadShared(skipped); }
+    std::uint64_t Skipped() const { return skipped; }
 
 protected:
     void Run() override;
@@ -65,7 +66,7 @@ private:
     Moment lastShock;          ///< when the force was last above the threshold
     mutable std::mutex mutex;  ///< guards samples
     Tolvex::Util::CircularBuffer<Sample> samples;
-    std::uint64_t skipped = 0;  ///< shared
+    std::atomic<std::uint64_t> skipped = 0;
 };
 
 }  // namespace Dashcam

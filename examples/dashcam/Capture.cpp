@@ -33,8 +33,8 @@ void Capture::Run()
     if (const std::shared_ptr<Frame> frame = encoder.Encode(picture); frame != nullptr) {
         recorder.Process(frame);
         const std::int64_t missing = frame->GetFrameId() - lastId - 1;
-        Tolvex::Base::StoreShared(lost, lost + static_cast<std::uint64_t>(missing));
-        Tolvex::Base::StoreShared(frames, frames + 1);
+        lost += static_cast<std::uint64_t>(missing);
+        ++frames;
         lastId = frame->GetFrameId();
     } else {
         Complain(encoder.GetErrorText());

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
-#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/IThread.h"
 #include "Tolvex/Interfaces/IgnitionOffMode.h"
 
@@ -31,9 +31,9 @@ public:
     void RunIgnitionOff() override { Stop(); }
 
     /// @return frames that the recorder has received.
-    std::uint64_t Frames() const { return Tolvex::Base::LoadShared(frames); }
+    std::uint64_t Frames() const { return frames; }
     /// @return pictures that never became frames.
-    std::uint64_t Lost() const { return Tolvex::Base::LoadShared(lost); }
+    std::uint64_t Lost() const { return lost; }
 
 protected:
     void Run() override;
@@ -49,8 +49,8 @@ private:
     std::string complaint;  ///< the last one; it is not logged twice in a row
     bool open = false;
     std::int64_t lastId = -1;
-    std::uint64_t frames = 0;  ///< shared
-    std::uint64_t lost = 0;    ///< shared
+    std::atomic<std::uint64_t> frames = 0;
+    std::atomic<std::uint64_t> lost = 0;
 };
 
 }  // namespace Dashcam

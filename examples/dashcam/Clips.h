@@ -38,7 +38,8 @@ public:
     /// @param settings, recorder, folder  Not owned; must exist as long as the process.
     Clips(const Settings& settings, Recorder& recorder, Folder& folder);
 
-    /// Says where the samples of a clip come from. Before Start().
+    /// Says where the samples of a clip come from. Before Start(). The accelerometer reports to
+    /// this object, so it is made later.
     void SetAccelerometer(const Accelerometer& source) { accelerometer = &source; }
 
     /// Reports that something has happened at this moment. Does not block.

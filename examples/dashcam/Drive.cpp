@@ -27,6 +27,7 @@ Drive::Drive(const Options& options)
       clips(settings, recorder, folder),
       accelerometer(settings, options.acceleration,
                     [this](double force) { clips.Raise("acceleration", force); }),
+      hasAccelerometer(!options.acceleration.empty()),
       capture(settings, recorder, options.camera, options.file),
       watch(folder),
       display(capture, recorder, clips),
@@ -72,7 +73,9 @@ void Drive::Start()
     Tolvex::Util::TemperatureMonitor::Start();
     clips.Start();
     capture.Start();
-    accelerometer.Start();
+    if (hasAccelerometer) {
+        accelerometer.Start();
+    }
     watch.Start();
 }
 

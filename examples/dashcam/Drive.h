@@ -22,10 +22,10 @@ namespace Dashcam {
 /// What the user can choose at the start.
 struct Options
 {
-    std::string camera;                          ///< empty: none
-    std::string file;                            ///< empty: none
-    std::string acceleration = DASHCAM_SAMPLES;  ///< file or FIFO
-    std::string settings;                        ///< empty: defaults
+    std::string camera;        ///< empty: none
+    std::string file;          ///< empty: none
+    std::string acceleration;  ///< file or FIFO; empty: none
+    std::string settings;      ///< empty: defaults
     std::string folder = "dashcam-clips";
     int seconds = 30;  ///< 0: until a signal
 };
@@ -73,6 +73,7 @@ private:
     Recorder recorder;
     Clips clips;
     Accelerometer accelerometer;
+    const bool hasAccelerometer;
     Capture capture;
     Watch watch;
     Display display;

@@ -216,7 +216,9 @@ void Folder::MakeRoom(std::uintmax_t bytes)
 void Folder::Remove(const std::string& name)
 {
     std::error_code ignored;
-    for (const std::string extension : {".mp4", ".part", ".jpg", ".json", ".sig"}) {
+    fs::remove(Path(name + ".mp4"), ignored);
+    fs::remove(Path(name + ".part"), ignored);
+    for (const char* extension : companions) {
         fs::remove(Path(name + extension), ignored);
     }
 }

@@ -54,7 +54,7 @@ int Run(int argc, char** argv)
         ->excludes(camera);
     app.add_option("--acceleration", options.acceleration,
                    "File or FIFO with a sample \"X Y Z\" on each line: raw numbers, -128 to 127")
-        ->capture_default_str();
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     app.add_option("--settings", options.settings, "JSON file; see settings.json");
     app.add_option("--folder", options.folder, "Where the clips go")
         ->capture_default_str()

@@ -13,8 +13,8 @@ class DemonstrationTest(unittest.TestCase):
     @repeated_when_too_slow
     def test_recorded_drive_makes_two_clips_and_says_where_they_are(self):
         folder = scratch(self)
-        run = subprocess.run([program, "--folder", folder, "--seconds", "27"], timeout=120,
-                             capture_output=True, text=True, stdin=subprocess.DEVNULL)
+        run = subprocess.run([program, "--folder", folder, "--acceleration", samples, "--seconds", "27"],
+                             timeout=120, capture_output=True, text=True, stdin=subprocess.DEVNULL)
         self.assertEqual(run.returncode, 0, run.stderr)
         self.assertEqual(len(clips(folder)), 2)
         for clip in clips(folder):
@@ -33,6 +33,21 @@ class DemonstrationTest(unittest.TestCase):
         for option in ("--camera", "--file", "--acceleration", "--settings", "--folder",
                        "--seconds", "SIGUSR1"):
             self.assertIn(option, run.stdout)
+
+    def test_options_of_the_script_that_are_given_again_replace_its_own(self):
+        folder = scratch(self)
+        subprocess.run([program, "--folder", folder / "first", "--folder", folder / "second",
+                        "--acceleration", folder / "missing", "--acceleration", samples,
+                        "--seconds", "1"], check=True, capture_output=True, timeout=60)
+        self.assertEqual([path.name for path in folder.iterdir()], ["second"])
+        self.assertNotIn("missing", (folder / "second/dashcam.log").read_text())
+
+    def test_drive_without_an_accelerometer_complains_of_none(self):
+        folder = scratch(self)
+        subprocess.run([program, "--folder", folder, "--seconds", "2"], check=True,
+                       capture_output=True, timeout=60)
+        self.assertNotIn("No such file", (folder / "dashcam.log").read_text())
+        self.assertIn('"samplesSkipped":0', (folder / "drive.json").read_text())
 
     def test_wrong_options_are_refused(self):
         for options in (["--file", "/nowhere"], ["--seconds", "-1"], ["--camera"], ["--surprise"],

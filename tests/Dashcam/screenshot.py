@@ -15,17 +15,24 @@ from browser import Browser
 root = pathlib.Path(__file__).resolve().parents[2]
 program = sys.argv[1]
 picture = pathlib.Path(sys.argv[2]) if len(sys.argv) > 2 else root / "docs/dashcam.png"
-with tempfile.TemporaryDirectory() as folder:
-    # At a place where it is noon now: the test picture is one of the day.
-    noon = (12 - time.gmtime().tm_hour) * 15
-    settings = json.loads((root / "examples/dashcam/settings.json").read_text())
-    chosen = pathlib.Path(folder) / "settings.json"
-    chosen.write_text(json.dumps(settings | {"latitude": 0, "longitude": noon}))
-    subprocess.run([program, "--folder", folder, "--settings", chosen, "--seconds", "27"], check=True)
+
+# The test picture shows daylight: drive where it is noon now, at the equator.
+now = time.gmtime()
+longitude = (12 - now.tm_hour - now.tm_min / 60) * 15
+settings = json.loads((root / "examples/dashcam/settings.json").read_text())
+settings |= {"latitude": 0.0, "longitude": longitude}
+
+with tempfile.TemporaryDirectory() as work:
+    (pathlib.Path(work) / "settings.json").write_text(json.dumps(settings))
+    folder = f"{work}/clips"
+    subprocess.run([program, "--folder", folder, "--settings", f"{work}/settings.json",
+                    "--acceleration", root / "examples/dashcam/drive.txt", "--seconds", "27"],
+                   check=True)
     with Browser() as browser:
         browser.resize(1180, 1360)
         browser.open(f"{folder}/index.html")
         browser.await_videos()
+        # The controls of a player cover the road.
         browser.run("document.querySelectorAll('video').forEach(v => v.controls = false)")
         time.sleep(2)  # until the players show no sign of loading
         browser.screenshot(picture)
