@@ -100,7 +100,7 @@ TEST(DriveRecordTest, WhatIsNoRecordIsUnreadable)
     std::filesystem::create_directory(path);
     EXPECT_EQ(EndIn(path), DriveEnd::Unreadable);
     std::filesystem::remove(path);
-    std::ofstream(path) << std::string(8000000, 'x');
+    std::ofstream(path) << std::string(5000000, 'x') << std::string(5000000, 'x');
     EXPECT_EQ(EndIn(path), DriveEnd::Unreadable);
     std::filesystem::remove(path);
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
