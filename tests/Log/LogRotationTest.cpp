@@ -545,6 +545,24 @@ TEST_F(LogRotationTest, FileThatIsRenamedAllTheTimeStillGetsItsLine)
     EXPECT_EQ(ReadFile(Old(7)), "a\n");
 }
 
+TEST_F(LogRotationTest, FileThatIsRemovedManyTimesBeforeItIsLockedLosesNoLine)
+{
+    for (const unsigned kept : {0U, 1U}) {
+        policy.SetSizeLimit(10, kept);
+        int removals = 0;
+        const std::function<void(int)> removeAgain = [&](int) {
+            std::filesystem::remove(path);
+            if (++removals < 100) {
+                atLock = removeAgain;
+            }
+        };
+        atLock = removeAgain;
+        Write({"a"});
+        EXPECT_EQ(removals, 100);
+        EXPECT_THAT(Files(), ElementsAre("a\n"));
+    }
+}
+
 TEST_F(LogRotationTest, LockEndsWithTheLineAlsoWhenAForkedChildHasACopyOfTheDescriptor)
 {
     policy.SetSizeLimit(100, 1);

@@ -20,7 +20,7 @@ constexpr std::chrono::milliseconds longestWaitForLock(200);  // of a process th
 constexpr std::chrono::milliseconds lockPollInterval(1);
 constexpr std::chrono::seconds retryInterval(2);
 
-// Bounds two loops: other processes rename the file every time, or rename() does nothing because
+// Bounds two loops: another process renames the file every time, or rename() does nothing because
 // both names are links to one file.
 constexpr int mostReopenings = 20;
 
@@ -36,6 +36,15 @@ bool IsTaken(const std::string& path)
     {
     };
     return lstat64(path.c_str(), &status) == 0 || errno != ENOENT;
+}
+
+/// @return whether no name leads to the file any more: a line in it would be lost.
+bool IsRemoved(const Base::Descriptor& file)
+{
+    struct stat64 status
+    {
+    };
+    return fstat64(file.Get(), &status) == 0 && status.st_nlink == 0;
 }
 
 }  // namespace
@@ -66,8 +75,10 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
         }
         locked = Lock(file, rotating ? LOCK_EX : LOCK_SH);
         if (!LeadsTo(*status)) {
-            if (reopenings < mostReopenings) {
-                continue;  // The file was renamed before it was locked.
+            // The file was renamed before it was locked. A removed file is never used, however
+            // often that happens: each time another process has removed a file in between.
+            if (reopenings < mostReopenings || IsRemoved(file)) {
+                continue;
             }
             return file;
         }
