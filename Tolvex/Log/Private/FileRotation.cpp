@@ -9,7 +9,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "Tolvex/Base/Private/Sleep.h"
+#include "Tolvex/Base/Private/SharedFile.h"
 
 namespace Tolvex::Ilog {
 
@@ -17,7 +17,6 @@ namespace {
 
 constexpr mode_t newFileMode = 0666;                          // less the umask
 constexpr std::chrono::milliseconds longestWaitForLock(200);  // of a process that hangs
-constexpr std::chrono::milliseconds lockPollInterval(1);
 constexpr std::chrono::seconds retryInterval(2);
 
 // Bounds two loops: another process renames the file every time, or rename() does nothing because
@@ -62,7 +61,8 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
         locked = false;
         Base::Descriptor file(
             open64(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, newFileMode));
-        const std::optional<FileStatus> status = limit == 0 ? std::nullopt : FileStatus::Of(file);
+        const std::optional<Base::FileStatus> status =
+            limit == 0 ? std::nullopt : Base::FileStatus::Of(file);
         if (!status) {
             return file;
         }
@@ -74,7 +74,7 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
             SyncIfWanted(file);  // First without the lock, so that the sync under it is short.
         }
         locked = Lock(file, rotating ? LOCK_EX : LOCK_SH);
-        if (!LeadsTo(*status)) {
+        if (!status->IsSameFile(Base::FileStatus::Of(path))) {
             // The file was renamed before it was locked. A removed file is never used, however
             // often that happens: each time another process has removed a file in between.
             if (reopenings < mostReopenings || IsRemoved(file)) {
@@ -85,7 +85,7 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
         if (!locked || !rotating) {
             return file;
         }
-        if (!Rotate(file, static_cast<unsigned>(setting.kept)) || reopenings == mostReopenings) {
+        if (!Rotate(file, static_cast<unsigned>(setting.kept)) || reopenings >= mostReopenings) {
             retryAt = Clock::now() + retryInterval;
             return file;
         }
@@ -103,28 +103,14 @@ void FileRotation::Unlock(const Base::Descriptor& file)
 /// Waits for a limited time, and for some time after a failure not at all.
 bool FileRotation::Lock(const Base::Descriptor& file, int operation)
 {
-    const auto lock = [&] { return flock(file.Get(), operation | LOCK_NB) == 0; };
-    if (lock()) {
+    if (Clock::now() < retryAt) {
+        return Base::LockFile(file, operation, std::chrono::milliseconds(0));
+    }
+    if (Base::LockFile(file, operation, longestWaitForLock)) {
         return true;
-    }
-    const Clock::time_point start = Clock::now();
-    if (start < retryAt) {
-        return false;
-    }
-    while ((errno == EWOULDBLOCK || errno == EINTR) && Clock::now() - start < longestWaitForLock) {
-        Base::SleepFor(lockPollInterval);
-        if (lock()) {
-            return true;
-        }
     }
     retryAt = Clock::now() + retryInterval;
     return false;
-}
-
-bool FileRotation::LeadsTo(const FileStatus& file) const
-{
-    const std::optional<FileStatus> found = FileStatus::Of(path);
-    return found && found->IsSameFile(file);
 }
 
 /// Before the rename: a later sync opens the path and would miss this file.

@@ -37,7 +37,8 @@ bool FileSync::IsWanted() const
     return settings->durability != LogDurability::None;
 }
 
-void FileSync::AfterLine(const Base::Descriptor& file, const std::optional<FileStatus>& before)
+void FileSync::AfterLine(const Base::Descriptor& file,
+                         const std::optional<Base::FileStatus>& before)
 {
     const bool fileIsNew = before && (before->size == 0 || !known || !known->IsSameFile(*before));
     known = before;
