@@ -55,22 +55,20 @@ FileRotation::FileRotation(std::string filePath, std::shared_ptr<const FileSetti
 
 Base::Descriptor FileRotation::Open(std::size_t lineBytes)
 {
-    const SizeLimit setting = settings->sizeLimit;  // Once: it may change meanwhile.
-    const std::uint64_t limit = setting.bytes;
+    const SizeLimit limit = settings->sizeLimit;  // Once: it may change meanwhile.
     for (int reopenings = 0;; ++reopenings) {
         locked = false;
         Base::Descriptor file(
             open64(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, newFileMode));
         const std::optional<Base::FileStatus> status =
-            limit == 0 ? std::nullopt : Base::FileStatus::Of(file);
+            limit.Bytes() == 0 ? std::nullopt : Base::FileStatus::Of(file);
         if (!status) {
             return file;
         }
 
-        const bool full =
-            status->size != 0 && (lineBytes > limit || status->size > limit - lineBytes);
+        const bool full = status->size != 0 && status->size + lineBytes > limit.Bytes();
         const bool rotating = full && Clock::now() >= retryAt;
-        if (rotating && setting.kept != 0) {
+        if (rotating && limit.KeptFiles() != 0) {
             SyncIfWanted(file);  // First without the lock, so that the sync under it is short.
         }
         locked = Lock(file, rotating ? LOCK_EX : LOCK_SH);
@@ -85,7 +83,7 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
         if (!locked || !rotating) {
             return file;
         }
-        if (!Rotate(file, static_cast<unsigned>(setting.kept)) || reopenings >= mostReopenings) {
+        if (!Rotate(file, limit.KeptFiles()) || reopenings >= mostReopenings) {
             retryAt = Clock::now() + retryInterval;
             return file;
         }
