@@ -49,8 +49,10 @@ private:
     std::optional<Base::FileStatus> known;  ///< the file of the line before
     std::atomic<unsigned> newFiles = 0;     ///< how many times a line went to an unknown file
     std::atomic<unsigned> syncedFiles = 0;  ///< newFiles at the last sync of the directory
-    std::atomic<unsigned> linesWait = 0;    ///< bits: a thread runs; lines wait for it
-    pid_t process = 0;                      ///< the process whose thread linesWait describes
+
+    /// The process that has a thread for the file: negative while lines wait, 0 for none. In a
+    /// forked child it still names the parent, so the child starts a thread of its own.
+    std::atomic<pid_t> threadOf = 0;
 };
 
 }  // namespace Tolvex::Ilog
