@@ -37,6 +37,7 @@ using Tolvex::Support::Eventually;
 using Tolvex::Support::Gate;
 using Tolvex::Support::LinesWithoutDate;
 using Tolvex::Support::Log;
+using Tolvex::Support::longestLogWait;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
 using Tolvex::Support::Scaled;
@@ -47,7 +48,6 @@ using Clock = std::chrono::steady_clock;
 
 // Every test works in a child process, so that it finds the one logger of a process fresh.
 
-constexpr std::chrono::milliseconds longestWait(2100);
 constexpr unsigned hangSeconds = 20;  // ends a child that hangs, by SIGALRM
 const std::string notice = "All triggers have been stopped";
 
@@ -100,7 +100,7 @@ TEST(IgnitionOffTest, NoticeIsTheLastLineOfTheFileHoweverManyThreadsLog)
                 EXPECT_TRUE(Eventually([&path] { return ReadFile(path).ends_with("load\n"); }));
                 const auto start = std::chrono::steady_clock::now();
                 Log().RunIgnitionOff();
-                inTime.push_back(std::chrono::steady_clock::now() - start < longestWait);
+                inTime.push_back(std::chrono::steady_clock::now() - start < longestLogWait);
                 EXPECT_FALSE(Log().IsFileEnabled());
                 texts.push_back(ReadFile(path));
             }
@@ -196,8 +196,8 @@ TEST(IgnitionOffTest, ManipulatorThatHangsDelaysTheCallByOneBoundOnly)
 
         const auto start = Clock::now();
         Log().RunIgnitionOff();
-        EXPECT_GE(Clock::now() - start, longestWait);
-        EXPECT_LT(Clock::now() - start, 2 * longestWait - std::chrono::milliseconds(200));
+        EXPECT_GE(Clock::now() - start, longestLogWait);
+        EXPECT_LT(Clock::now() - start, 2 * longestLogWait - std::chrono::milliseconds(200));
         EXPECT_FALSE(Log().IsFileEnabled());
 
         manipulatorHangs = false;
@@ -227,7 +227,7 @@ TEST(IgnitionOffTest, LineThatIsNeverEndedCostsTheNoticeAndNotTheLinesOfTheNextS
 
         const auto start = Clock::now();
         Log().RunIgnitionOff();
-        EXPECT_GE(Clock::now() - start, longestWait);
+        EXPECT_GE(Clock::now() - start, longestLogWait);
         EXPECT_FALSE(Log().IsFileEnabled());
 
         closed.Open();
@@ -281,7 +281,7 @@ void RunWithHangingWriter(int threadCount)
             threads.emplace_back([] {
                 const auto start = Clock::now();
                 Log().RunIgnitionOff();
-                EXPECT_GE(Clock::now() - start, longestWait);
+                EXPECT_GE(Clock::now() - start, longestLogWait);
                 EXPECT_FALSE(Log().IsFileEnabled());
             });
         }
