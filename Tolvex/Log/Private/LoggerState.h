@@ -26,9 +26,8 @@ constexpr std::chrono::milliseconds longestWait(2100);
 /// Which writer of a logger is current, and which ones have to end. Writers are numbered.
 struct CurrentWriter
 {
-    std::atomic<std::uint32_t> current = 0;         ///< number of the writer started last
-    std::atomic<std::uint32_t> toldToEnd = 0;       ///< writers up to this number are to end
-    std::atomic<Base::ThreadId> currentThread = 0;  ///< of the current writer, once it runs
+    std::atomic<std::uint32_t> current = 0;    ///< number of the writer started last
+    std::atomic<std::uint32_t> toldToEnd = 0;  ///< writers up to this number are to end
     std::mutex mutex;  ///< guards changes of current and of the flags of the logger
 };
 

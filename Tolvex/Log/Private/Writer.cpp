@@ -15,8 +15,6 @@
 
 namespace Tolvex::Ilog {
 
-using Base::CallingThread;
-
 namespace {
 
 constexpr std::chrono::milliseconds stopPollInterval(100);
@@ -56,13 +54,6 @@ void* Writer::Thread::Run(void* thread)
 {
     const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
     self->running = true;
-    {
-        CurrentWriter& writers = self->state->writers;
-        const std::lock_guard guard(writers.mutex);
-        if (self->number == writers.current) {
-            writers.currentThread = CallingThread();
-        }
-    }
     while (self->WriteLines()) {
     }
     return nullptr;
@@ -113,9 +104,6 @@ bool Writer::Start()
         return true;
     }
     AwaitEndOrHang();
-    while (logger.lineReady.TryWait()) {
-        // Tokens that the writer before has not taken.
-    }
     std::unique_ptr<Thread> thread(new (std::nothrow) Thread(logger));
     if (thread == nullptr ||
         Base::StartDetachedThread(logger.writerHandle, logger.threadName.c_str(), Thread::Run,
@@ -131,7 +119,6 @@ std::uint32_t Writer::Announce()
 {
     const std::lock_guard guard(logger.writers.mutex);
     Base::StoreShared(logger.stopped, false);
-    logger.writers.currentThread = 0;
     return ++logger.writers.current;
 }
 
@@ -196,9 +183,8 @@ void Writer::AwaitEndOrHang() const
     const Base::NoCancellation scope;
     for (;;) {
         const bool stopped = Base::LoadShared(logger.stopped);
-        const auto [phase, owner] = logger.lock.Look();
-        const bool hanging = phase == LineLock::Writing && owner == logger.writers.currentThread;
-        if (phase != LineLock::Taken && (stopped || hanging)) {
+        const LineLock::Phase phase = logger.lock.Look().phase;
+        if (phase == LineLock::Writing || (stopped && phase != LineLock::Taken)) {
             return;
         }
         Base::SleepFor(pollInterval);
@@ -214,7 +200,6 @@ void Writer::UnlockAfterFork(bool inChild)
 {
     if (inChild) {
         logger.writers.toldToEnd = ++logger.writers.current;
-        logger.writers.currentThread = 0;
         Base::StoreShared(logger.enabled, false);
         Base::StoreShared(logger.stopped, true);
     }
