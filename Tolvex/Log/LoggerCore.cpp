@@ -52,22 +52,17 @@ private:
 };
 
 /// Makes the buffer empty, good and formatting as a new stream does. Keeps its memory.
-void Reset(std::stringstream& buffer, const std::locale& locale)
+void Reset(LoggerState& state)
 {
-    std::ios& stream = buffer;
-    if (stream.rdbuf() != buffer.rdbuf()) {
-        stream.rdbuf(buffer.rdbuf());
+    std::stringstream& buffer = state.buffer;
+    // Only a manipulator can have changed the format.
+    if (std::exchange(state.formatChanged, false)) {
+        std::ios fresh(nullptr);
+        fresh.imbue(state.locale);
+        buffer.copyfmt(fresh);
+        static_cast<std::ios&>(buffer).rdbuf(buffer.rdbuf());
     }
-    buffer.tie(nullptr);
-    if (buffer.getloc() != locale) {
-        buffer.imbue(locale);
-    }
-    buffer.exceptions(std::ios_base::goodbit);
     buffer.clear();
-    buffer.flags(std::ios_base::skipws | std::ios_base::dec);
-    buffer.precision(6);
-    buffer.width(0);
-    buffer.fill(' ');
     if (!buffer.view().empty()) {
         buffer.str(std::string());
     }
@@ -170,7 +165,7 @@ bool InsertHeaderOf(LoggerState& other, std::stringstream& buffer)
 /// Begins the text of a line.
 void Begin(LoggerState& state, LogType type)
 {
-    Reset(state.buffer, state.locale);
+    Reset(state);
     state.calls.writeHeader(state.policy, type);
     if (state.model == nullptr || !InsertHeaderOf(*state.model, state.buffer)) {
         state.header.InsertInto(state.buffer, type);
@@ -237,6 +232,7 @@ void RenewStaleBuffer(LoggerState& state)
 {
     if (std::exchange(state.bufferStale, false)) {
         new (&state.buffer) std::stringstream;  // The old one cannot even be destroyed.
+        state.formatChanged = true;
     }
 }
 
@@ -343,6 +339,7 @@ void LoggerCore::Append(const LogArgument& argument)
             return;  // drops the line
         }
     } else if (*manipulator != nullptr) {
+        state->formatChanged = true;
         (*manipulator)(state->buffer);
     }
     step.End();

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <ios>
+#include <iostream>
 #include <limits>
 #include <memory>
 #include <new>
@@ -288,8 +289,13 @@ TEST(LoggerBaseTest, NullManipulatorDoesNothing)
     EXPECT_THAT(lines, ElementsAre("ab\n"));
 }
 
+const int wordOfManipulators = std::ios_base::xalloc();
+
 std::ostream& OddFormat(std::ostream& stream)
 {
+    stream.tie(&std::cerr);
+    stream.iword(wordOfManipulators) = 1;
+    stream.exceptions(std::ios_base::failbit);
     stream << std::hex << std::showbase;
     stream.precision(2);
     stream.fill('*');
@@ -299,13 +305,21 @@ std::ostream& OddFormat(std::ostream& stream)
     return stream;
 }
 
+std::ostream& ExpectNewStream(std::ostream& stream)
+{
+    EXPECT_EQ(stream.tie(), nullptr);
+    EXPECT_EQ(stream.iword(wordOfManipulators), 0);
+    EXPECT_EQ(stream.exceptions(), std::ios_base::goodbit);
+    return stream;
+}
+
 TEST(LoggerBaseTest, FormatThatALineSetsEndsWithIt)
 {
     const auto lines = LinesOf(2, [](CapturingLogger& logger) {
         logger.WriteHeader(LogType::Info);
         logger << OddFormat << 255 << " " << 3.14159 << OddFormat << std::endl;
         logger.WriteHeader(LogType::Info);
-        logger << 255 << " " << 3.14159 << std::endl;
+        logger << 255 << " " << 3.14159 << ExpectNewStream << std::endl;
     });
 
     EXPECT_THAT(lines, ElementsAre("*****0xff 3.1\n", "255 3.14159\n"));

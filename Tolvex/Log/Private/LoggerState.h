@@ -47,6 +47,7 @@ struct LoggerState : std::enable_shared_from_this<LoggerState>
     void* const policy;
     LoggerState* const model;                ///< see LoggerCore; may be null
     std::stringstream buffer;                ///< the line; used by the thread that has the line
+    bool formatChanged = true;               ///< the format of buffer may not be that of a new line
     LineLock lock;                           ///< who may use buffer, header and policy
     Interfaces::ISemaphore lineReady{0};     ///< one token per complete line, and one per Close()
     std::string threadName;                  ///< of the next writer
