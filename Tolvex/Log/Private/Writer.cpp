@@ -30,13 +30,7 @@ struct Writer::Thread
     {
     }
     /// Also when the thread could not be created or was cancelled.
-    ~Thread()
-    {
-        if (running) {
-            state->lock.Release();
-        }
-        Writer(*state).End(number);
-    }
+    ~Thread() { Writer(*state).End(number); }
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
@@ -46,14 +40,12 @@ struct Writer::Thread
 
     const std::shared_ptr<LoggerState> state;
     const std::uint32_t number;
-    bool running = false;  ///< on its own thread
-    std::string text;      ///< the line in hand; keeps its memory
+    std::string text;  ///< the line in hand; keeps its memory
 };
 
 void* Writer::Thread::Run(void* thread)
 {
     const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
-    self->running = true;
     while (self->WriteLines()) {
     }
     return nullptr;
@@ -85,6 +77,9 @@ bool Writer::Thread::WriteLine()
     if (!lock.Advance(LineLock::Complete, LineLock::Taken)) {
         return false;
     }
+    // By scope: the writer may also be cancelled in the policy.
+    const auto release = [](LineLock* taken) { taken->Release(); };
+    const std::unique_ptr<LineLock, decltype(release)> scope(&lock);
     try {
         text.assign(state->buffer.view());
         // From here on the logger may be destroyed: only the state and the text are used.
@@ -94,7 +89,6 @@ bool Writer::Thread::WriteLine()
         // The line is lost; the next one is not.
     }
     ++state->written;
-    lock.Release();
     return true;
 }
 
