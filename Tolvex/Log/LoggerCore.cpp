@@ -206,25 +206,21 @@ void Insert(std::stringstream& buffer, const LogArgument& argument)
 template <typename Call>
 bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
 {
-    if (LineStep own(state); own) {  // A step: no other thread takes the line meanwhile.
-        try {
-            call();
-        } catch (...) {
-            own.LeaveOpen();
-            throw;
-        }
-        own.LeaveOpen();
+    // In a step, also in the middle of an own line: no other thread takes the line meanwhile.
+    const bool open = state.lock.Advance(LineLock::Open, LineLock::Inserting);
+    if (!open && state.lock.Look().owner == CallingThread()) {
+        call();  // The policy or a manipulator calls, in a step already.
         return true;
     }
-    if (state.lock.Look().owner == CallingThread()) {
-        call();
-        return true;
+    LineStep step(state, open || state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
+    if (!step) {
+        return false;
     }
-    const LineStep step(state, state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
-    if (step) {
-        call();
+    call();
+    if (open) {
+        step.LeaveOpen();
     }
-    return static_cast<bool>(step);
+    return true;
 }
 
 /// In a forked child the buffer may have been in use by a thread that does not exist there.

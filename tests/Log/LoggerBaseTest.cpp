@@ -16,6 +16,7 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -46,6 +47,7 @@ using Tolvex::Ilog::LoggerBase;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::AwaitLines;
 using Tolvex::Support::CapturingLogger;
+using Tolvex::Support::CapturingPolicy;
 using Tolvex::Support::Closing;
 using Tolvex::Support::Eventually;
 using Tolvex::Support::Gate;
@@ -61,6 +63,11 @@ using Tolvex::Support::WithoutDate;
 using Tolvex::Support::WriteLine;
 
 // ------------------------------------------------------------------------------------- the line
+
+static_assert(!std::is_copy_constructible_v<CapturingLogger>);
+static_assert(!std::is_copy_assignable_v<CapturingLogger>);
+static_assert(!std::is_copy_constructible_v<LoggerBase<Tolvex::Ilog::FileLogPolicy>>);
+static_assert(!std::is_copy_assignable_v<LoggerBase<Tolvex::Ilog::ConsoleLogPolicy>>);
 
 TEST(LoggerBaseTest, DisabledLoggerTakesNoLockAndKeepsNoText)
 {
@@ -595,6 +602,31 @@ TEST(LoggerBaseTest, PolicyIsNotClosedWhileAThreadWithAnOpenLineChangesItsOutput
 
     changing.join();
     EXPECT_FALSE(logger.GetPolicy().closedMeanwhile);
+}
+
+/// Knows no output.
+class RefusingPolicy : public CapturingPolicy
+{
+public:
+    void SetOutput(const std::string&) override { throw std::runtime_error("policy"); }
+};
+
+TEST(LoggerBaseTest, ExceptionOutOfTheChangeOfTheOutputDropsTheOwnOpenLine)
+{
+    LoggerBase<RefusingPolicy> logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+
+    EXPECT_THROW(logger.SetOutput("new"), std::runtime_error);
+
+    logger << "dropped" << std::endl;
+    std::thread([&logger] {
+        logger.WriteHeader(LogType::Info);
+        logger << "whole" << std::endl;
+    }).join();
+    logger.Close();
+    ASSERT_THAT(logger.GetPolicy().Lines(), SizeIs(1));
+    EXPECT_EQ(WithoutDate(logger.GetPolicy().Lines()[0]), "whole\n");
 }
 
 TEST(LoggerBaseTest, OutputDoesNotChangeInTheMiddleOfAnotherThreadsLine)
