@@ -250,6 +250,7 @@ LoggerCore::~LoggerCore()
         // A lock could not be taken. The writer has to end all the same, because it uses the
         // policy.
         Writer(*state).Stop();
+        Writer(*state).AwaitStopped();
     }
     UnregisterLogger(*state);
     Writer(*state).AwaitEndOrHang();
