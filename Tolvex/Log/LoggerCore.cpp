@@ -287,19 +287,16 @@ bool LoggerCore::Enable(const std::string* output)
     if (!Writer(*state).Start()) {
         return false;
     }
-    bool opened = false;
     try {
-        opened = openOutput();
+        if (openOutput()) {
+            return Writer(*state).Admit();
+        }
     } catch (...) {
         Writer(*state).Stop();
         throw;
     }
-    if (!opened) {
-        Writer(*state).Stop();
-        Writer(*state).AwaitStopped();
-        return false;
-    }
-    return Writer(*state).Admit();
+    Writer(*state).Stop();
+    return false;
 }
 
 bool LoggerCore::ChangeOutput(const std::string& name)

@@ -452,7 +452,7 @@ inline Enable()
           fi;
           if
           :: taken -> Admit()
-          :: else -> Stop(); AwaitStopped()
+          :: else -> Stop()
           fi
 #ifdef NO_THREAD
        :: number = 0;
