@@ -91,7 +91,8 @@ public:
     /// Does nothing while the logger is disabled.
     ///
     /// Blocks until the line before has been written. On return the line lock is held. A line that
-    /// the calling thread has left open is ended and written first.
+    /// the calling thread has left open is ended and written first. Leaves errno as it is, so that
+    /// the line may hold std::strerror(errno).
     /// @param type  Severity of the line.
     /// @throws std::system_error when the lock cannot be taken; resource_deadlock_would_occur when
     /// the calling thread has it already: the policy, or a manipulator, must not log.

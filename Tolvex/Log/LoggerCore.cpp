@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <exception>
 #include <new>
 #include <optional>
@@ -306,6 +307,7 @@ bool LoggerCore::ChangeOutput(const std::string& name)
 
 void LoggerCore::WriteHeader(LogType type)
 {
+    const int errorOfCaller = errno;
     WatchCallingThread();
     LineStep step(*state, state->lock.Take(LineLock::Entry::Line));
     if (step) {
@@ -313,6 +315,7 @@ void LoggerCore::WriteHeader(LogType type)
         // Held on return. Released by the writer, once it has written the line.
         step.LeaveOpen();
     }
+    errno = errorOfCaller;  // The line may be about it.
 }
 
 void LoggerCore::Append(const LogArgument& argument)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
@@ -602,6 +603,24 @@ TEST(LoggerBaseTest, PolicyIsNotClosedWhileAThreadWithAnOpenLineChangesItsOutput
 
     changing.join();
     EXPECT_FALSE(logger.GetPolicy().closedMeanwhile);
+}
+
+/// Changes errno.
+class FailingPolicy : public CapturingPolicy
+{
+public:
+    void WriteHeader(LogType) override { errno = EIO; }
+};
+
+TEST(LoggerBaseTest, HeaderLeavesErrnoForTheTextOfTheLine)
+{
+    LoggerBase<FailingPolicy> logger;
+    ASSERT_TRUE(logger.Enable());
+
+    errno = ENOENT;
+    logger.WriteHeader(LogType::Error);
+
+    EXPECT_EQ(errno, ENOENT);
 }
 
 /// Knows no output.
