@@ -33,17 +33,15 @@ char DecodeHex(std::string_view body, std::size_t escape)
 /// @return its length in the body.
 std::size_t AppendEscape(std::string_view body, std::size_t escape, std::string& text)
 {
-    static constexpr std::string_view letters = "\"/\\bfnrt";
-    static constexpr std::string_view meanings = "\"/\\\b\f\n\r\t";
     const char letter = body[escape + 1];
     if (letter == 'u') {
         text += DecodeHex(body, escape);
         return unicodeEscape;
     }
-    const std::size_t index = letters.find(letter);
+    const std::size_t index = escapeLetters.find(letter);
     // Required: drops an unknown escape, backslash and letter.
     if (index != std::string_view::npos) {
-        text += meanings[index];
+        text += escapedBytes[index];
     }
     return simpleEscape;
 }

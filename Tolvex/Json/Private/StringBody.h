@@ -7,6 +7,10 @@
 
 namespace Tolvex::Json {
 
+/// The letters of the simple escapes, and the bytes that they stand for, in the same order.
+inline constexpr std::string_view escapeLetters = "\"/\\bfnrt";
+inline constexpr std::string_view escapedBytes = "\"/\\\b\f\n\r\t";
+
 /// @return the next double quote that no backslash escapes, or null.
 const char* FindQuote(const char* begin, const char* end);
 
