@@ -20,6 +20,7 @@
 #include "tests/Support/CancellableStack.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Gate.h"
+#include "tests/Support/Pace.h"
 #include "tests/Support/ProcessLog.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/SleepingThread.h"
@@ -39,6 +40,7 @@ using Tolvex::Support::LastLines;
 using Tolvex::Support::OpenBlackBox;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
+using Tolvex::Support::Scaled;
 using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::SleepingThread;
 using Tolvex::Support::SplitLines;
@@ -50,6 +52,27 @@ Logger& logger = *Logger::GetInstance();
 std::ostream& Throwing(std::ostream& /*stream*/)
 {
     throw std::runtime_error("thrown");
+}
+
+TEST(BlackBoxThreadsTest, OutputThatIsEnabledWhileAnotherOneIsClosedGetsItsLines)
+{
+    std::atomic<bool> running = true;
+    std::thread closing([&running] {
+        while (running) {
+            logger.CloseFile();
+        }
+    });
+    const int rounds = static_cast<int>(Scaled(200000));
+    int kept = 0;
+    for (int round = 0; round < rounds; ++round) {
+        const OpenBlackBox box(1);
+        WriteLine("line");
+        kept += LastLines().size() == 1;
+    }
+    running = false;
+    closing.join();
+
+    EXPECT_EQ(kept, rounds);
 }
 
 TEST(BlackBoxThreadsTest, LinesOfAllThreadsAreWholeAndThereOnce)

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <barrier>
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <fcntl.h>
 #include <ostream>
@@ -333,6 +334,40 @@ TEST(IgnitionOffTest, WriterThatHangsLetsNoThreadWaitForTheLineForEver)
         return 0;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
+}
+
+TEST(IgnitionOffTest, ConsoleThatHangsCostsTheNoticeOfTheConsoleOnly)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        alarm(hangSeconds);
+        signal(SIGPIPE, SIG_IGN);
+        const int output = dup(STDOUT_FILENO);
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        dup2(ends[1], STDOUT_FILENO);
+        close(ends[1]);
+        EXPECT_TRUE(Log().EnableFile(path));
+        EXPECT_TRUE(Log().EnableConsole());
+        WriteLine(std::string(1000000, 'x'));  // No process reads the pipe, so the console hangs.
+
+        const auto start = Clock::now();
+        Log().RunIgnitionOff();
+        const auto duration = Clock::now() - start;
+        const bool consoleEnabled = Log().IsConsoleEnabled();
+
+        close(ends[0]);  // The write of the console fails.
+        dup2(output, STDOUT_FILENO);
+        Log().CloseConsole();
+        EXPECT_GE(duration, longestWait);
+        EXPECT_TRUE(consoleEnabled);
+        EXPECT_FALSE(Log().IsFileEnabled());
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
+    EXPECT_EQ(LinesWithoutDate(ReadFile(path)).back(), notice);
 }
 
 }  // namespace

@@ -2,27 +2,52 @@
 /// Runs a piece of a test in its own process.
 #pragma once
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <iostream>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "tests/Support/OwnProcess.h"
+
 namespace Tolvex::Support {
 
-/// How many of count threads a test may keep busy while it forks.
-///
-/// None under the address sanitizer: its allocator may stay locked in the child.
+// The address sanitizer does not release its allocator in a forked child. If another thread is in
+// it at the fork, the child hangs at its next allocation. So under that sanitizer tests fork only
+// while the other threads sleep.
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool childMayHang = true;
+#else
+constexpr bool childMayHang = false;
+#endif
+
+/// @return how many of count threads a test may keep busy while it forks.
 constexpr int ThreadsBusyAtFork(int count)
 {
-#ifdef __SANITIZE_ADDRESS__
-    return 0 * count;
-#else
-    return count;
-#endif
+    return childMayHang ? 0 : count;
+}
+
+/// Waits until the other threads of the process sleep, also one that has just been started. Gives
+/// up after a second: a test may keep a thread busy on purpose.
+inline void AwaitSleepOfOtherThreads()
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    while (std::chrono::steady_clock::now() < deadline) {
+        const std::vector<pid_t> threads = Threads();
+        if (std::all_of(threads.begin(), threads.end(), [](pid_t thread) {
+                return thread == gettid() || Sleeps(thread);
+            })) {
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
 }
 
 /// How a child process ended and what it wrote.
@@ -47,6 +72,9 @@ pid_t StartChild(Work work)
 {
     std::cout.flush();
     std::fflush(nullptr);
+    if (childMayHang) {
+        AwaitSleepOfOtherThreads();
+    }
     const pid_t child = fork();
     if (child != 0) {
         return child;

@@ -17,6 +17,17 @@
 
 namespace Tolvex::Support {
 
+/// @return the kernel numbers of all threads.
+inline std::vector<pid_t> Threads()
+{
+    std::vector<pid_t> threads;
+    std::error_code error;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task", error)) {
+        threads.push_back(std::stoi(task.path().filename()));
+    }
+    return threads;
+}
+
 /// @return the names of all threads, each with a newline at its end as the kernel gives it.
 inline std::vector<std::string> ThreadNames()
 {
