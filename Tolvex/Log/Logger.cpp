@@ -15,7 +15,7 @@
 
 namespace Tolvex::Ilog {
 
-/// The black box and its logger. Never deleted.
+/// The black box and its logger. Never deleted. The name belongs to the binary interface.
 struct Logger::LastLines
 {
     explicit LastLines(const LoggerCore& file) : core(BlackBox::calls, &box, &file) {}
@@ -106,26 +106,26 @@ void Logger::CloseConsole()
 
 void Logger::CloseBlackBox()
 {
-    if (LastLines* const kept = Base::LoadShared(lastLines)) {
-        kept->core.Close();
+    if (LastLines* const blackBox = Base::LoadShared(lastLines)) {
+        blackBox->core.Close();
         UpdateAnyEnabled();
     }
 }
 
 bool Logger::SaveLastLines(const std::string& path) const
 {
-    const LastLines* const kept = Base::LoadShared(lastLines);
-    if (kept == nullptr) {
+    const LastLines* const blackBox = Base::LoadShared(lastLines);
+    if (blackBox == nullptr) {
         errno = ENODATA;
         return false;
     }
-    return kept->box.Save(path);
+    return blackBox->box.Save(path);
 }
 
 std::vector<std::string> Logger::GetLastLines() const
 {
-    const LastLines* const kept = Base::LoadShared(lastLines);
-    return kept == nullptr ? std::vector<std::string>() : kept->box.Lines();
+    const LastLines* const blackBox = Base::LoadShared(lastLines);
+    return blackBox == nullptr ? std::vector<std::string>() : blackBox->box.Lines();
 }
 
 LoggerCore* Logger::FindEnabledBlackBox()

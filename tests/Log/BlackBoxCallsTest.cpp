@@ -34,7 +34,7 @@ using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::AllocationBudget;
 using Tolvex::Support::AllocationLimit;
-using Tolvex::Support::KeptLines;
+using Tolvex::Support::LastLines;
 using Tolvex::Support::OpenBlackBox;
 using Tolvex::Support::ownAllocationCount;
 using Tolvex::Support::ReadFile;
@@ -159,7 +159,7 @@ TEST(BlackBoxCallsTest, WithoutMemoryNothingChanges)
         EXPECT_FALSE(logger.EnableBlackBox(3)) << budget;
     }
     LogLine(LogType::Info) << "three";
-    EXPECT_THAT(KeptLines(), ElementsAre("two", "three"));
+    EXPECT_THAT(LastLines(), ElementsAre("two", "three"));
 }
 
 TEST(BlackBoxCallsTest, WithoutMemoryNothingIsSaved)

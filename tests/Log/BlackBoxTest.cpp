@@ -29,7 +29,7 @@ using Tolvex::LogModule;
 using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
-using Tolvex::Support::KeptLines;
+using Tolvex::Support::LastLines;
 using Tolvex::Support::OpenBlackBox;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
@@ -66,13 +66,13 @@ TEST(BlackBoxTest, LastLinesAreKeptOldestFirstWithoutAFile)
     EXPECT_TRUE(logger.IsBlackBoxEnabled());
     EXPECT_FALSE(logger.IsFileEnabled());
     EXPECT_FALSE(logger.IsConsoleEnabled());
-    EXPECT_THAT(KeptLines(), IsEmpty());
+    EXPECT_THAT(LastLines(), IsEmpty());
     WriteNumbers(1, 1);
-    EXPECT_THAT(KeptLines(), ElementsAre("1"));
+    EXPECT_THAT(LastLines(), ElementsAre("1"));
     WriteNumbers(2, 3);
-    EXPECT_THAT(KeptLines(), ElementsAre("1", "2", "3"));
+    EXPECT_THAT(LastLines(), ElementsAre("1", "2", "3"));
     WriteNumbers(4, 8);
-    EXPECT_THAT(KeptLines(), ElementsAre("6", "7", "8"));
+    EXPECT_THAT(LastLines(), ElementsAre("6", "7", "8"));
 }
 
 TEST(BlackBoxTest, BothWaysOfWritingALineGiveTheLineOfTheFileLog)
@@ -83,7 +83,7 @@ TEST(BlackBoxTest, BothWaysOfWritingALineGiveTheLineOfTheFileLog)
     logger << LogModule::CELL << "signal " << -113 << " " << 2.5 << std::endl;
     LogLine(LogType::Notice) << "";
 
-    EXPECT_THAT(KeptLines(), ElementsAre("[ERROR][#WNET]eth0 is down, attempt 3",
+    EXPECT_THAT(LastLines(), ElementsAre("[ERROR][#WNET]eth0 is down, attempt 3",
                                          "[WARNING][#CELL]signal -113 2.5", ""));
 }
 
@@ -94,7 +94,7 @@ TEST(BlackBoxTest, LineWithNewlinesInTheMiddleIsOneLine)
     LogLine(LogType::Info) << "a\nb\n\nc";
     LogLine(LogType::Info) << std::string("d\0e", 3);
 
-    EXPECT_THAT(KeptLines(), ElementsAre("a\nb\n\nc", std::string("d\0e", 3)));
+    EXPECT_THAT(LastLines(), ElementsAre("a\nb\n\nc", std::string("d\0e", 3)));
 }
 
 TEST(BlackBoxTest, LinesAreThoseOfTheFileWhereBothAreOn)
@@ -131,7 +131,7 @@ TEST(BlackBoxTest, NumbersHaveTheLocaleOfTheFileLog)
         LogLine(LogType::Info) << 7654321;
         logger.WriteHeader(LogType::Info);
         logger << 7654321 << std::endl;
-        EXPECT_THAT(KeptLines(), ElementsAre("7654321", "7654321"));
+        EXPECT_THAT(LastLines(), ElementsAre("7654321", "7654321"));
         return 0;
     });
     std::locale::global(before);
@@ -146,9 +146,9 @@ TEST(BlackBoxTest, LongLineIsKeptWholeAndTakesTheRoomOfOthers)
     LogLine(LogType::Info) << longText;
     WriteNumbers(6, 7);
 
-    EXPECT_THAT(KeptLines(), ElementsAre("4", "5", longText, "6", "7"));
+    EXPECT_THAT(LastLines(), ElementsAre("4", "5", longText, "6", "7"));
     LogLine(LogType::Info) << longText;
-    EXPECT_THAT(KeptLines(), ElementsAre("6", "7", longText));
+    EXPECT_THAT(LastLines(), ElementsAre("6", "7", longText));
 }
 
 TEST(BlackBoxTest, LineThatIsLongerThanTheMemoryLosesItsEnd)
@@ -164,7 +164,7 @@ TEST(BlackBoxTest, LineThatIsLongerThanTheMemoryLosesItsEnd)
     ASSERT_TRUE(logger.SaveLastLines(directory.Path("saved")));
     EXPECT_EQ(ReadFile(directory.Path("saved")), logger.GetLastLines()[0] + '\n');
     WriteNumbers(6, 6);
-    EXPECT_THAT(KeptLines(), ElementsAre("6"));
+    EXPECT_THAT(LastLines(), ElementsAre("6"));
 }
 
 TEST(BlackBoxTest, LinesOfAnyLengthStayWithinTheMemory)
@@ -176,7 +176,7 @@ TEST(BlackBoxTest, LinesOfAnyLengthStayWithinTheMemory)
         LogLine(LogType::Info) << written.back();
     }
 
-    const std::vector<std::string> kept = KeptLines();
+    const std::vector<std::string> kept = LastLines();
     std::size_t bytes = 0;
     for (const std::string& line : logger.GetLastLines()) {
         bytes += line.size() + 1;
@@ -202,13 +202,13 @@ TEST(BlackBoxTest, EnablingAgainKeepsTheNewestLines)
     const OpenBlackBox box(3);
     WriteNumbers(1, 4);
     ASSERT_TRUE(logger.EnableBlackBox(4));
-    EXPECT_THAT(KeptLines(), ElementsAre("2", "3", "4"));
+    EXPECT_THAT(LastLines(), ElementsAre("2", "3", "4"));
     WriteNumbers(5, 6);
-    EXPECT_THAT(KeptLines(), ElementsAre("3", "4", "5", "6"));
+    EXPECT_THAT(LastLines(), ElementsAre("3", "4", "5", "6"));
     ASSERT_TRUE(logger.EnableBlackBox(2));
-    EXPECT_THAT(KeptLines(), ElementsAre("5", "6"));
+    EXPECT_THAT(LastLines(), ElementsAre("5", "6"));
     WriteNumbers(7, 7);
-    EXPECT_THAT(KeptLines(), ElementsAre("6", "7"));
+    EXPECT_THAT(LastLines(), ElementsAre("6", "7"));
 }
 
 TEST(BlackBoxTest, NoLinesOrMoreThanThereIsMemoryForChangesNothing)
@@ -224,7 +224,7 @@ TEST(BlackBoxTest, NoLinesOrMoreThanThereIsMemoryForChangesNothing)
         EXPECT_TRUE(logger.IsBlackBoxEnabled());
     }
     WriteNumbers(3, 3);
-    EXPECT_THAT(KeptLines(), ElementsAre("2", "3"));
+    EXPECT_THAT(LastLines(), ElementsAre("2", "3"));
 }
 
 TEST(BlackBoxTest, ClosingReleasesTheLines)
@@ -234,14 +234,14 @@ TEST(BlackBoxTest, ClosingReleasesTheLines)
         WriteNumbers(1, 1);
     }
     EXPECT_FALSE(logger.IsBlackBoxEnabled());
-    EXPECT_THAT(KeptLines(), IsEmpty());
+    EXPECT_THAT(LastLines(), IsEmpty());
     WriteNumbers(2, 2);
     logger.CloseBlackBox();
 
     const OpenBlackBox box(2);
-    EXPECT_THAT(KeptLines(), IsEmpty());
+    EXPECT_THAT(LastLines(), IsEmpty());
     WriteNumbers(3, 3);
-    EXPECT_THAT(KeptLines(), ElementsAre("3"));
+    EXPECT_THAT(LastLines(), ElementsAre("3"));
 }
 
 TEST(BlackBoxTest, EachOutputGoesOnWhenAnotherIsClosed)
@@ -252,7 +252,7 @@ TEST(BlackBoxTest, EachOutputGoesOnWhenAnotherIsClosed)
     WriteNumbers(1, 1);
     logger.CloseFile();
     WriteNumbers(2, 2);
-    EXPECT_THAT(KeptLines(), ElementsAre("1", "2"));
+    EXPECT_THAT(LastLines(), ElementsAre("1", "2"));
     ASSERT_TRUE(logger.EnableFile(directory.Path("log")));
     logger.CloseBlackBox();
     WriteNumbers(3, 3);
@@ -274,7 +274,7 @@ TEST(BlackBoxTest, IgnitionOffIsItsLastLineSoFarAndItGoesOn)
     EXPECT_TRUE(logger.IsBlackBoxEnabled());
     EXPECT_THAT(SplitLines(ReadFile(directory.Path("log"))), SizeIs(1));
     WriteNumbers(1, 1);
-    EXPECT_THAT(KeptLines(), ElementsAre("All triggers have been stopped", "1"));
+    EXPECT_THAT(LastLines(), ElementsAre("All triggers have been stopped", "1"));
 }
 
 }  // namespace

@@ -21,6 +21,7 @@
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Gate.h"
 #include "tests/Support/Pace.h"
+#include "tests/Support/ProcessLog.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/SleepingThread.h"
 #include "tests/Support/ThreadsInForks.h"
@@ -35,7 +36,7 @@ using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::CancellableStack;
 using Tolvex::Support::Gate;
-using Tolvex::Support::KeptLines;
+using Tolvex::Support::LastLines;
 using Tolvex::Support::OpenBlackBox;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
@@ -44,14 +45,9 @@ using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::SleepingThread;
 using Tolvex::Support::SplitLines;
 using Tolvex::Support::ThreadsBusyAtFork;
+using Tolvex::Support::WriteLine;
 
 Logger& logger = *Logger::GetInstance();
-
-void Write(const std::string& text)
-{
-    logger.WriteHeader(LogType::Info);
-    logger << text << std::endl;
-}
 
 std::ostream& Throwing(std::ostream& /*stream*/)
 {
@@ -70,8 +66,8 @@ TEST(BlackBoxThreadsTest, OutputThatIsEnabledWhileAnotherOneIsClosedGetsItsLines
     int kept = 0;
     for (int round = 0; round < rounds; ++round) {
         const OpenBlackBox box(1);
-        Write("line");
-        kept += KeptLines().size() == 1;
+        WriteLine("line");
+        kept += LastLines().size() == 1;
     }
     running = false;
     closing.join();
@@ -102,7 +98,7 @@ TEST(BlackBoxThreadsTest, LinesOfAllThreadsAreWholeAndThereOnce)
     }
 
     std::map<std::string, int> next;
-    const std::vector<std::string> lines = KeptLines();
+    const std::vector<std::string> lines = LastLines();
     ASSERT_THAT(lines, SizeIs(threadCount * lineCount));
     for (const std::string& line : lines) {
         const std::string thread = line.substr(0, 1);
@@ -136,10 +132,10 @@ TEST(BlackBoxThreadsTest, OpenLineIsKeptWhenItsThreadBeginsTheNext)
     const OpenBlackBox box(5);
     logger.WriteHeader(LogType::Info);
     logger << "open";
-    EXPECT_THAT(KeptLines(), IsEmpty());
-    Write("next");
+    EXPECT_THAT(LastLines(), IsEmpty());
+    WriteLine("next");
 
-    EXPECT_THAT(KeptLines(), ElementsAre("open", "next"));
+    EXPECT_THAT(LastLines(), ElementsAre("open", "next"));
 }
 
 TEST(BlackBoxThreadsTest, LineThatIsGivenUpIsDropped)
@@ -159,9 +155,9 @@ TEST(BlackBoxThreadsTest, LineThatIsGivenUpIsDropped)
     logger.CloseBlackBox();
     ASSERT_TRUE(logger.EnableBlackBox(5));
     logger << "of no line" << std::endl;
-    Write("next");
+    WriteLine("next");
 
-    EXPECT_THAT(KeptLines(), ElementsAre("next"));
+    EXPECT_THAT(LastLines(), ElementsAre("next"));
 }
 
 TEST(BlackBoxThreadsTest, CancelledThreadLeavesNoLineOpen)
@@ -171,10 +167,10 @@ TEST(BlackBoxThreadsTest, CancelledThreadLeavesNoLineOpen)
         Gate logged;
         std::thread thread([&logged] {
             const CancellableStack stack;
-            Write("of a cancelled thread");
+            WriteLine("of a cancelled thread");
             logged.Open();
             for (;;) {
-                Write("of a cancelled thread");
+                WriteLine("of a cancelled thread");
                 logger.WriteHeader(LogType::Info);
                 logger << "open";
                 pthread_testcancel();
@@ -183,8 +179,8 @@ TEST(BlackBoxThreadsTest, CancelledThreadLeavesNoLineOpen)
         EXPECT_TRUE(logged.Pass());
         pthread_cancel(thread.native_handle());
         thread.join();
-        Write("after it");
-        ASSERT_EQ(KeptLines().back(), "after it");
+        WriteLine("after it");
+        ASSERT_EQ(LastLines().back(), "after it");
     }
 }
 
@@ -192,27 +188,27 @@ TEST(BlackBoxThreadsTest, WatchdogSavesWhileAnotherThreadHangsInALine)
 {
     const ScratchDirectory directory;
     const OpenBlackBox box(5);
-    Write("before");
+    WriteLine("before");
     logger.WriteHeader(LogType::Info);
     logger << "hanging";
 
-    std::thread waiting = SleepingThread([] { Write("waiting"); });
+    std::thread waiting = SleepingThread([] { WriteLine("waiting"); });
     std::thread([&directory] {
         EXPECT_TRUE(logger.SaveLastLines(directory.Path("saved")));
-        EXPECT_THAT(KeptLines(), ElementsAre("before"));
+        EXPECT_THAT(LastLines(), ElementsAre("before"));
     }).join();
     logger << std::endl;
     waiting.join();
 
     EXPECT_THAT(SplitLines(ReadFile(directory.Path("saved"))), SizeIs(1));
-    EXPECT_THAT(KeptLines(), ElementsAre("before", "hanging", "waiting"));
+    EXPECT_THAT(LastLines(), ElementsAre("before", "hanging", "waiting"));
 }
 
 TEST(BlackBoxThreadsTest, ClosingLetsWaitingThreadsGoOnWithoutALine)
 {
     const OpenBlackBox box(5);
     logger.WriteHeader(LogType::Info);
-    std::thread waiting = SleepingThread([] { Write("waiting"); });
+    std::thread waiting = SleepingThread([] { WriteLine("waiting"); });
     logger.CloseBlackBox();
     waiting.join();
 
@@ -226,12 +222,12 @@ TEST(BlackBoxThreadsTest, EnablingAndClosingBesideLinesNeitherHangsNorTears)
     for (int number = 0; number < 2; ++number) {
         threads.emplace_back([&running] {
             while (running) {
-                Write("whole");
+                WriteLine("whole");
             }
         });
         threads.emplace_back([&running] {
             while (running) {
-                for (const std::string& line : KeptLines()) {
+                for (const std::string& line : LastLines()) {
                     EXPECT_EQ(line, "whole");
                 }
             }
@@ -246,7 +242,7 @@ TEST(BlackBoxThreadsTest, EnablingAndClosingBesideLinesNeitherHangsNorTears)
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_THAT(KeptLines(), IsEmpty());
+    EXPECT_THAT(LastLines(), IsEmpty());
 }
 
 TEST(BlackBoxThreadsTest, EnablingAndClosingLosesNoLineOfTheFile)
@@ -264,7 +260,7 @@ TEST(BlackBoxThreadsTest, EnablingAndClosingLosesNoLineOfTheFile)
         });
     }
     for (int line = 0; line < 3000; ++line) {
-        Write("text");
+        WriteLine("text");
     }
     running = false;
     for (std::thread& thread : threads) {
@@ -279,15 +275,15 @@ TEST(BlackBoxThreadsTest, ForkedChildHasTheLinesAndMayGoOn)
 {
     const ScratchDirectory directory;
     const OpenBlackBox box(100);
-    Write("first");
+    WriteLine("first");
     std::atomic<bool> running = true;
     std::vector<std::thread> threads;
     for (int number = 0; number < ThreadsBusyAtFork(3); ++number) {
         threads.emplace_back([&running, number] {
             while (running) {
-                Write("parent");
+                WriteLine("parent");
                 if (number == 0) {
-                    KeptLines();
+                    LastLines();
                 }
             }
         });
@@ -296,20 +292,20 @@ TEST(BlackBoxThreadsTest, ForkedChildHasTheLinesAndMayGoOn)
     for (int round = 0; round < 20; ++round) {
         const auto child = RunInChild([&directory] {
             EXPECT_FALSE(logger.IsBlackBoxEnabled());
-            const std::vector<std::string> inherited = KeptLines();
+            const std::vector<std::string> inherited = LastLines();
             EXPECT_FALSE(inherited.empty());
             for (const std::string& line : inherited) {
                 EXPECT_TRUE(line == "parent" || line == "first") << line;
             }
-            Write("dropped");
+            WriteLine("dropped");
             EXPECT_TRUE(logger.SaveLastLines(directory.Path("child")));
-            EXPECT_EQ(KeptLines(), inherited);
+            EXPECT_EQ(LastLines(), inherited);
 
             EXPECT_TRUE(logger.EnableBlackBox(inherited.size() + 1));
-            Write("child");
+            WriteLine("child");
             std::vector<std::string> all = inherited;
             all.emplace_back("child");
-            EXPECT_EQ(KeptLines(), all);
+            EXPECT_EQ(LastLines(), all);
             return 0;
         });
         EXPECT_TRUE(child.Succeeded()) << child.output;
@@ -329,12 +325,12 @@ TEST(BlackBoxThreadsTest, ExitWaitsForNoThreadThatLogs)
         for (int number = 0; number < 3; ++number) {
             std::thread([] {
                 for (;;) {
-                    Write("text");
-                    KeptLines();
+                    WriteLine("text");
+                    LastLines();
                 }
             }).detach();
         }
-        Write("last");
+        WriteLine("last");
         std::exit(7);
         return 0;
     });

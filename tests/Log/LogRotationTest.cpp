@@ -24,6 +24,7 @@
 
 #include "Tolvex/Log/LogPolicy.h"
 
+#include "tests/Support/ChildProcess.h"
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/RealFunction.h"
 #include "tests/Support/ScratchDirectory.h"
@@ -93,7 +94,9 @@ using ::testing::ElementsAre;
 using ::testing::SizeIs;
 using Tolvex::Ilog::FileLogPolicy;
 using Tolvex::Ilog::LogDurability;
+using Tolvex::Support::ChildResult;
 using Tolvex::Support::ReadFile;
+using Tolvex::Support::RunInChild;
 using Tolvex::Support::ScratchDirectory;
 using Clock = std::chrono::steady_clock;
 
@@ -357,6 +360,32 @@ TEST_F(LogRotationTest, OldFileThatIsTheSameFileCostsNoLine)
     std::this_thread::sleep_until(Clock::now() + retryInterval);
     Write({"c"});
     EXPECT_THAT(Files(), ElementsAre("c\n", "full\na\nb\n"));
+}
+
+TEST_F(LogRotationTest, DirectoryWithoutWritePermissionCostsNoLine)
+{
+    const std::string parent = std::filesystem::path(path).parent_path();
+    std::ofstream(path) << "full\n";
+    ASSERT_EQ(chmod(path.c_str(), 0666), 0);
+    ASSERT_EQ(chmod(parent.c_str(), 0555), 0);
+    const ChildResult child = RunInChild([this] {
+        constexpr uid_t nobody = 65534;
+        if (geteuid() == 0) {
+            EXPECT_EQ(seteuid(nobody), 0);
+        }
+        for (const unsigned kept : {0U, 1U}) {
+            FileLogPolicy fresh;
+            fresh.SetOutput(path);
+            fresh.SetSizeLimit(2, kept);
+            fresh.Write("a\n");
+            fresh.Write("b\n");
+        }
+        return 0;
+    });
+    EXPECT_EQ(chmod(parent.c_str(), 0755), 0);
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(Files(), ElementsAre("full\na\nb\na\nb\n"));
 }
 
 TEST_F(LogRotationTest, NameThatIsTooLongWithANumberCostsNoLine)

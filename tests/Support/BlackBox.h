@@ -30,7 +30,7 @@ public:
 };
 
 /// @return the lines that the black box keeps, without their dates.
-inline std::vector<std::string> KeptLines()
+inline std::vector<std::string> LastLines()
 {
     std::vector<std::string> lines = Ilog::Logger::GetInstance()->GetLastLines();
     std::transform(lines.begin(), lines.end(), lines.begin(), WithoutDate);

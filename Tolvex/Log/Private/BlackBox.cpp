@@ -1,7 +1,6 @@
 #include "Tolvex/Log/Private/BlackBox.h"
 
 #include <cerrno>
-#include <charconv>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -22,9 +21,7 @@ constexpr PolicyCalls BlackBox::calls = {
     .setOutput = [](void*, const std::string&) {},
     .openOutput =
         [](void* box, const std::string& output) {
-            std::size_t lines = 0;
-            std::from_chars(output.data(), output.data() + output.size(), lines);
-            static_cast<BlackBox*>(box)->Open(lines);
+            static_cast<BlackBox*>(box)->Open(std::stoul(output));
         },
     .close = [](void* box) { static_cast<BlackBox*>(box)->Close(); },
     .beginLastLine = [](void*) {},
