@@ -256,7 +256,7 @@ class TOLVEX_EXPORT Value
 {
 public:
     /// Makes a NullVal.
-    Value() noexcept = default;
+    Value() noexcept;
     /// Makes an IntVal.
     /// @param number  The float and the double of the value are the nearest ones.
     Value(int number) noexcept;
@@ -535,6 +535,9 @@ inline Object::~Object()
         ReleaseMembers();
     }
 }
+
+// Defaulted here, not in the class: there it would let `Value()` clear all bytes first.
+inline Value::Value() noexcept = default;
 
 inline Value& Array::operator[](unsigned int index)
 {

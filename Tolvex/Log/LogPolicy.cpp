@@ -1,6 +1,5 @@
 #include "Tolvex/Log/LogPolicy.h"
 
-#include <algorithm>
 #include <iostream>
 #include <optional>
 #include <utility>
@@ -83,10 +82,7 @@ void FileLogPolicy::SetDurability(LogDurability mode, std::chrono::milliseconds 
 
 void FileLogPolicy::SetSizeLimit(std::uint64_t bytes, unsigned keptFiles)
 {
-    // The masks change nothing; they tell the compiler that the values fit.
-    state->settings->sizeLimit =
-        SizeLimit{std::min(bytes, SizeLimit::mostBytes) & SizeLimit::mostBytes,
-                  std::min<std::uint64_t>(keptFiles, SizeLimit::mostKept) & SizeLimit::mostKept};
+    state->settings->sizeLimit = SizeLimit(bytes, keptFiles);
 }
 
 void FileLogPolicy::BeginIgnitionOff()

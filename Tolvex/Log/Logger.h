@@ -137,6 +137,7 @@ public:
     std::vector<std::string> GetLastLines() const;
 
     /// Begins a line in each enabled logger. Blocks until the lines before have been written.
+    /// Leaves errno as it is.
     /// @param type  Severity of the line.
     void WriteHeader(LogType type)
     {

@@ -29,9 +29,9 @@ concept LogValue = std::same_as<T, const char*> || std::same_as<T, char*> || std
 /// WriteHeader() takes the line lock. The writer releases the lock after it has written the line,
 /// so a second line waits for the first. A value that a thread streams without an open line is
 /// dropped. A line that is left open blocks all other threads. It is dropped when its thread ends
-/// or is cancelled, when an exception leaves an insertion, or when the logger is closed. It is
-/// ended and written when its thread calls WriteHeader() again. Prefer LogLine, which cannot leave
-/// one open.
+/// or is cancelled, when an exception leaves an insertion or SetOutput(), or when the logger is
+/// closed. It is ended and written when its thread calls WriteHeader() again. Prefer LogLine, which
+/// cannot leave one open.
 ///
 /// The policy is default-constructed: ILogPolicy says what an application's own must observe. Each
 /// line begins with the formatting of a new stream (decimal, precision 6), in the locale that was
@@ -91,7 +91,8 @@ public:
     /// Does nothing while the logger is disabled.
     ///
     /// Blocks until the line before has been written. On return the line lock is held. A line that
-    /// the calling thread has left open is ended and written first.
+    /// the calling thread has left open is ended and written first. Leaves errno as it is, so that
+    /// the line may hold std::strerror(errno).
     /// @param type  Severity of the line.
     /// @throws std::system_error when the lock cannot be taken; resource_deadlock_would_occur when
     /// the calling thread has it already: the policy, or a manipulator, must not log.

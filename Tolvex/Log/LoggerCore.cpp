@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <exception>
 #include <new>
 #include <optional>
@@ -52,22 +53,17 @@ private:
 };
 
 /// Makes the buffer empty, good and formatting as a new stream does. Keeps its memory.
-void Reset(std::stringstream& buffer, const std::locale& locale)
+void Reset(LoggerState& state)
 {
-    std::ios& stream = buffer;
-    if (stream.rdbuf() != buffer.rdbuf()) {
-        stream.rdbuf(buffer.rdbuf());
+    std::stringstream& buffer = state.buffer;
+    // Only a manipulator can have changed the format.
+    if (std::exchange(state.formatChanged, false)) {
+        std::ios fresh(nullptr);
+        fresh.imbue(state.locale);
+        buffer.copyfmt(fresh);
+        static_cast<std::ios&>(buffer).rdbuf(buffer.rdbuf());
     }
-    buffer.tie(nullptr);
-    if (buffer.getloc() != locale) {
-        buffer.imbue(locale);
-    }
-    buffer.exceptions(std::ios_base::goodbit);
     buffer.clear();
-    buffer.flags(std::ios_base::skipws | std::ios_base::dec);
-    buffer.precision(6);
-    buffer.width(0);
-    buffer.fill(' ');
     if (!buffer.view().empty()) {
         buffer.str(std::string());
     }
@@ -170,7 +166,7 @@ bool InsertHeaderOf(LoggerState& other, std::stringstream& buffer)
 /// Begins the text of a line.
 void Begin(LoggerState& state, LogType type)
 {
-    Reset(state.buffer, state.locale);
+    Reset(state);
     state.calls.writeHeader(state.policy, type);
     if (state.model == nullptr || !InsertHeaderOf(*state.model, state.buffer)) {
         state.header.InsertInto(state.buffer, type);
@@ -211,25 +207,21 @@ void Insert(std::stringstream& buffer, const LogArgument& argument)
 template <typename Call>
 bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
 {
-    if (LineStep own(state); own) {  // A step: no other thread takes the line meanwhile.
-        try {
-            call();
-        } catch (...) {
-            own.LeaveOpen();
-            throw;
-        }
-        own.LeaveOpen();
+    // In a step, also in the middle of an own line: no other thread takes the line meanwhile.
+    const bool open = state.lock.Advance(LineLock::Open, LineLock::Inserting);
+    if (!open && state.lock.Look().owner == CallingThread()) {
+        call();  // The policy or a manipulator calls, in a step already.
         return true;
     }
-    if (state.lock.Look().owner == CallingThread()) {
-        call();
-        return true;
+    LineStep step(state, open || state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
+    if (!step) {
+        return false;
     }
-    const LineStep step(state, state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
-    if (step) {
-        call();
+    call();
+    if (open) {
+        step.LeaveOpen();
     }
-    return static_cast<bool>(step);
+    return true;
 }
 
 /// In a forked child the buffer may have been in use by a thread that does not exist there.
@@ -237,6 +229,7 @@ void RenewStaleBuffer(LoggerState& state)
 {
     if (std::exchange(state.bufferStale, false)) {
         new (&state.buffer) std::stringstream;  // The old one cannot even be destroyed.
+        state.formatChanged = true;
     }
 }
 
@@ -258,6 +251,7 @@ LoggerCore::~LoggerCore()
         // A lock could not be taken. The writer has to end all the same, because it uses the
         // policy.
         Writer(*state).Stop();
+        Writer(*state).AwaitStopped();
     }
     UnregisterLogger(*state);
     Writer(*state).AwaitEndOrHang();
@@ -294,19 +288,16 @@ bool LoggerCore::Enable(const std::string* output)
     if (!Writer(*state).Start()) {
         return false;
     }
-    bool opened = false;
     try {
-        opened = openOutput();
+        if (openOutput()) {
+            return Writer(*state).Admit();
+        }
     } catch (...) {
         Writer(*state).Stop();
         throw;
     }
-    if (!opened) {
-        Writer(*state).Stop();
-        Writer(*state).AwaitStopped();
-        return false;
-    }
-    return Writer(*state).Admit();
+    Writer(*state).Stop();
+    return false;
 }
 
 bool LoggerCore::ChangeOutput(const std::string& name)
@@ -316,6 +307,7 @@ bool LoggerCore::ChangeOutput(const std::string& name)
 
 void LoggerCore::WriteHeader(LogType type)
 {
+    const int errorOfCaller = errno;
     WatchCallingThread();
     LineStep step(*state, state->lock.Take(LineLock::Entry::Line));
     if (step) {
@@ -323,6 +315,7 @@ void LoggerCore::WriteHeader(LogType type)
         // Held on return. Released by the writer, once it has written the line.
         step.LeaveOpen();
     }
+    errno = errorOfCaller;  // The line may be about it.
 }
 
 void LoggerCore::Append(const LogArgument& argument)
@@ -343,6 +336,7 @@ void LoggerCore::Append(const LogArgument& argument)
             return;  // drops the line
         }
     } else if (*manipulator != nullptr) {
+        state->formatChanged = true;
         (*manipulator)(state->buffer);
     }
     step.End();

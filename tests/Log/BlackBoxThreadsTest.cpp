@@ -20,6 +20,7 @@
 #include "tests/Support/CancellableStack.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Gate.h"
+#include "tests/Support/Pace.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/SleepingThread.h"
 #include "tests/Support/ThreadsInForks.h"
@@ -38,6 +39,7 @@ using Tolvex::Support::KeptLines;
 using Tolvex::Support::OpenBlackBox;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
+using Tolvex::Support::Scaled;
 using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::SleepingThread;
 using Tolvex::Support::SplitLines;
@@ -54,6 +56,27 @@ void Write(const std::string& text)
 std::ostream& Throwing(std::ostream& /*stream*/)
 {
     throw std::runtime_error("thrown");
+}
+
+TEST(BlackBoxThreadsTest, OutputThatIsEnabledWhileAnotherOneIsClosedGetsItsLines)
+{
+    std::atomic<bool> running = true;
+    std::thread closing([&running] {
+        while (running) {
+            logger.CloseFile();
+        }
+    });
+    const int rounds = static_cast<int>(Scaled(200000));
+    int kept = 0;
+    for (int round = 0; round < rounds; ++round) {
+        const OpenBlackBox box(1);
+        Write("line");
+        kept += KeptLines().size() == 1;
+    }
+    running = false;
+    closing.join();
+
+    EXPECT_EQ(kept, rounds);
 }
 
 TEST(BlackBoxThreadsTest, LinesOfAllThreadsAreWholeAndThereOnce)

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <barrier>
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <fcntl.h>
 #include <ostream>
@@ -37,6 +38,7 @@ using Tolvex::Support::Eventually;
 using Tolvex::Support::Gate;
 using Tolvex::Support::LinesWithoutDate;
 using Tolvex::Support::Log;
+using Tolvex::Support::longestLogWait;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
 using Tolvex::Support::Scaled;
@@ -47,7 +49,6 @@ using Clock = std::chrono::steady_clock;
 
 // Every test works in a child process, so that it finds the one logger of a process fresh.
 
-constexpr std::chrono::milliseconds longestWait(2100);
 constexpr unsigned hangSeconds = 20;  // ends a child that hangs, by SIGALRM
 const std::string notice = "All triggers have been stopped";
 
@@ -100,7 +101,7 @@ TEST(IgnitionOffTest, NoticeIsTheLastLineOfTheFileHoweverManyThreadsLog)
                 EXPECT_TRUE(Eventually([&path] { return ReadFile(path).ends_with("load\n"); }));
                 const auto start = std::chrono::steady_clock::now();
                 Log().RunIgnitionOff();
-                inTime.push_back(std::chrono::steady_clock::now() - start < longestWait);
+                inTime.push_back(std::chrono::steady_clock::now() - start < longestLogWait);
                 EXPECT_FALSE(Log().IsFileEnabled());
                 texts.push_back(ReadFile(path));
             }
@@ -196,8 +197,8 @@ TEST(IgnitionOffTest, ManipulatorThatHangsDelaysTheCallByOneBoundOnly)
 
         const auto start = Clock::now();
         Log().RunIgnitionOff();
-        EXPECT_GE(Clock::now() - start, longestWait);
-        EXPECT_LT(Clock::now() - start, 2 * longestWait - std::chrono::milliseconds(200));
+        EXPECT_GE(Clock::now() - start, longestLogWait);
+        EXPECT_LT(Clock::now() - start, 2 * longestLogWait - std::chrono::milliseconds(200));
         EXPECT_FALSE(Log().IsFileEnabled());
 
         manipulatorHangs = false;
@@ -227,7 +228,7 @@ TEST(IgnitionOffTest, LineThatIsNeverEndedCostsTheNoticeAndNotTheLinesOfTheNextS
 
         const auto start = Clock::now();
         Log().RunIgnitionOff();
-        EXPECT_GE(Clock::now() - start, longestWait);
+        EXPECT_GE(Clock::now() - start, longestLogWait);
         EXPECT_FALSE(Log().IsFileEnabled());
 
         closed.Open();
@@ -281,7 +282,7 @@ void RunWithHangingWriter(int threadCount)
             threads.emplace_back([] {
                 const auto start = Clock::now();
                 Log().RunIgnitionOff();
-                EXPECT_GE(Clock::now() - start, longestWait);
+                EXPECT_GE(Clock::now() - start, longestLogWait);
                 EXPECT_FALSE(Log().IsFileEnabled());
             });
         }
@@ -333,6 +334,40 @@ TEST(IgnitionOffTest, WriterThatHangsLetsNoThreadWaitForTheLineForEver)
         return 0;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
+}
+
+TEST(IgnitionOffTest, ConsoleThatHangsCostsTheNoticeOfTheConsoleOnly)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        alarm(hangSeconds);
+        signal(SIGPIPE, SIG_IGN);
+        const int output = dup(STDOUT_FILENO);
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        dup2(ends[1], STDOUT_FILENO);
+        close(ends[1]);
+        EXPECT_TRUE(Log().EnableFile(path));
+        EXPECT_TRUE(Log().EnableConsole());
+        WriteLine(std::string(1000000, 'x'));  // No process reads the pipe, so the console hangs.
+
+        const auto start = Clock::now();
+        Log().RunIgnitionOff();
+        const auto duration = Clock::now() - start;
+        const bool consoleEnabled = Log().IsConsoleEnabled();
+
+        close(ends[0]);  // The write of the console fails.
+        dup2(output, STDOUT_FILENO);
+        Log().CloseConsole();
+        EXPECT_GE(duration, longestWait);
+        EXPECT_TRUE(consoleEnabled);
+        EXPECT_FALSE(Log().IsFileEnabled());
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
+    EXPECT_EQ(LinesWithoutDate(ReadFile(path)).back(), notice);
 }
 
 }  // namespace

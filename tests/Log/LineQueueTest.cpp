@@ -32,13 +32,12 @@ using Tolvex::Ilog::LogType;
 using Tolvex::Support::AwaitLines;
 using Tolvex::Support::CapturingLogger;
 using Tolvex::Support::Eventually;
+using Tolvex::Support::longestLogWait;
 using Tolvex::Support::SleepingThread;
 using Tolvex::Support::Sleeps;
 using Tolvex::Support::Slowness;
 using Tolvex::Support::TextsOf;
 using Tolvex::Support::WriteLine;
-
-constexpr std::chrono::milliseconds longestWait(2100);  // of ChangeOutput()
 
 /// A thread that writes one line, its number.
 struct Waiter
@@ -234,7 +233,7 @@ TEST(LineQueueTest, LineThatBecomesFreeWhenAThreadGivesUpIsNotLostToThoseBehindI
             std::thread giving = SleepingThread([&] { changed = logger.ChangeOutput("other"); });
             std::thread behind = SleepingThread([&logger] { WriteLine(logger, "behind"); });
 
-            std::this_thread::sleep_until(start + longestWait +
+            std::this_thread::sleep_until(start + longestLogWait +
                                           std::chrono::microseconds(100) * round);
             logger << "open" << std::endl;
             giving.join();

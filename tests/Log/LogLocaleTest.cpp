@@ -3,6 +3,7 @@
 #include <locale>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -21,9 +22,11 @@ namespace {
 
 using ::testing::ElementsAre;
 using Tolvex::Ilog::Logger;
+using Tolvex::Ilog::LoggerBase;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::CapturingLogger;
+using Tolvex::Support::CapturingPolicy;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
@@ -132,6 +135,45 @@ TEST(LogLocaleTest, LocaleThatADroppedLineSetsEndsWithIt)
         logger << 1234567 << std::endl;
     });
     EXPECT_THAT(lines, ElementsAre("1234567\n"));
+}
+
+/// Forks while the first line begins. The child logs a number.
+class ForkingPolicy : public CapturingPolicy
+{
+public:
+    void WriteHeader(LogType) override
+    {
+        if (std::exchange(forked, true)) {
+            return;
+        }
+        const ChildResult child = RunInChild([this] {
+            EXPECT_TRUE(logger->Enable());
+            logger->WriteHeader(LogType::Info);
+            *logger << 1234567 << std::endl;
+            logger->Close();
+            const std::vector<std::string> written = Lines();
+            EXPECT_EQ(written.empty() ? "" : WithoutDate(written[0]), "1.234.567\n");
+            return 0;
+        });
+        EXPECT_TRUE(child.Succeeded()) << child.output;
+    }
+
+    LoggerBase<ForkingPolicy>* logger = nullptr;
+    bool forked = false;
+};
+
+TEST(LogLocaleTest, ForkedChildKeepsTheLocaleOfTheLogger)
+{
+    const std::locale before = std::locale::global(GroupingLocale());
+    LoggerBase<ForkingPolicy> logger;
+    std::locale::global(before);
+    logger.GetPolicy().logger = &logger;
+    ASSERT_TRUE(logger.Enable());
+
+    logger.WriteHeader(LogType::Info);
+    logger.DropLine();
+
+    EXPECT_TRUE(logger.GetPolicy().forked);
 }
 
 }  // namespace

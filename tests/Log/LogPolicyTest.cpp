@@ -1,6 +1,7 @@
 #include "Tolvex/Log/LogPolicy.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
@@ -9,6 +10,7 @@
 #include <fstream>
 #include <iomanip>
 #include <iostream>
+#include <new>
 #include <sstream>
 #include <string>
 #include <sys/mount.h>
@@ -20,6 +22,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/CountingNew.h"
 #include "tests/Support/Namespaces.h"
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/RealFunction.h"
@@ -28,16 +31,29 @@
 
 namespace {
 
-int appends = 0;  ///< calls of write() to a file so far
-int watched = 0;  ///< while not 0, they are counted
+int appends = 0;     ///< calls of write() to a file so far
+int watched = 0;     ///< while not 0, they are counted
+int closeError = 0;  ///< of close() of a file that is appended to; 0: it works
+
+bool IsAppendedTo(int descriptor)
+{
+    return (fcntl(descriptor, F_GETFL) & O_APPEND) != 0;
+}
 
 }  // namespace
+
+extern "C" int close(int descriptor)
+{
+    const int error = closeError != 0 && IsAppendedTo(descriptor) ? closeError : 0;
+    const int result = Tolvex::Support::RealFunction<int(int)>("close")(descriptor);
+    return error == 0 ? result : Tolvex::Support::FailWith(error);
+}
 
 extern "C" ssize_t write(int descriptor, const void* bytes, size_t size)
 {
     static auto* const next =
         Tolvex::Support::RealFunction<ssize_t(int, const void*, size_t)>("write");
-    if (watched != 0 && (fcntl(descriptor, F_GETFL) & O_APPEND) != 0) {
+    if (watched != 0 && IsAppendedTo(descriptor)) {
         ++appends;
     }
     return next(descriptor, bytes, size);
@@ -49,7 +65,10 @@ using Tolvex::Ilog::ColorCode;
 using Tolvex::Ilog::ColoredLog;
 using Tolvex::Ilog::ConsoleLogPolicy;
 using Tolvex::Ilog::FileLogPolicy;
+using Tolvex::Ilog::ILogPolicy;
+using Tolvex::Ilog::LogDurability;
 using Tolvex::Ilog::LogType;
+using Tolvex::Support::AllocationBudget;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::CountDescriptors;
 using Tolvex::Support::ReadFile;
@@ -164,6 +183,52 @@ TEST_F(FileLogPolicyTest, MissingDirectoryLosesTheLinesMeanwhileWithoutAWord)
     std::filesystem::create_directory(later);
     policy.Write("kept\n");
     EXPECT_EQ(ReadFile(later + "/log"), "kept\n");
+}
+
+TEST_F(FileLogPolicyTest, FailureToCloseTheFileIsIgnored)
+{
+    policy.SetOutput(path);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    for (const int error : {EIO, ENOSPC, EINTR}) {
+        closeError = error;
+        policy.Write("a\n");
+    }
+    closeError = 0;
+    policy.Write("b\n");
+
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(ReadFile(path), "a\na\na\nb\n");
+}
+
+TEST_F(FileLogPolicyTest, SetOutputWithoutMemoryThrowsAndLeavesTheOutputAsItWas)
+{
+    const std::string other = directory.Path("other" + std::string(100, 'r'));
+    const auto setOther = [&](std::size_t allocations) {
+        const AllocationBudget budget(allocations);
+        try {
+            policy.SetOutput(other);
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+        return true;
+    };
+    EXPECT_FALSE(setOther(0));
+    policy.Write("without an output\n");
+    policy.SetOutput(path);
+
+    std::string expected;
+    std::size_t allocations = 0;
+    for (; !setOther(allocations); ++allocations) {
+        policy.Write("a\n");
+        expected += "a\n";
+    }
+    policy.Write("b\n");
+
+    EXPECT_GT(allocations, 0U);
+    EXPECT_EQ(ReadFile(path), expected);
+    EXPECT_EQ(ReadFile(other), "b\n");
 }
 
 TEST_F(FileLogPolicyTest, FullDiskCostsTheLinesMeanwhileAndTheNextBeginsOnALineOfItsOwn)
@@ -293,24 +358,6 @@ TEST_F(FileLogPolicyTest, TornLineIsStillKnownWhenTheSameFileIsSetAgain)
 
     EXPECT_TRUE(child.Succeeded()) << child.output;
     EXPECT_EQ(ReadFile(path), "torn\nnext\nand next\n");
-}
-
-TEST_F(FileLogPolicyTest, FileThatTakesThePlaceOfATornOneGetsNoNewline)
-{
-    const std::string other = directory.Path("other");
-    std::ofstream(other) << "of another process";
-    const ChildResult child = RunInChild([&] {
-        policy.SetOutput(path);
-        LimitFiles(4);
-        policy.Write("torn line\n");
-        LiftLimitOfFiles();
-        std::filesystem::rename(other, path);
-        policy.Write(" and this\n");
-        return 0;
-    });
-
-    EXPECT_TRUE(child.Succeeded()) << child.output;
-    EXPECT_EQ(ReadFile(path), "of another process and this\n");
 }
 
 TEST(FileLogPolicyMountTest, FileOfAnotherDeviceWithTheNumberOfATornOneGetsNoNewline)
@@ -514,6 +561,38 @@ TEST(ConsoleLogPolicyTest, StandardOutputIsNotFlushed)
         return 0;
     });
     EXPECT_EQ(child.output, "");
+}
+
+TEST(ConsoleLogPolicyTest, StandardErrorGetsNothingWhateverHappens)
+{
+    const ScratchDirectory directory;
+    const ChildResult child = RunInChild([&directory] {
+        const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+        EXPECT_GE(full, 0);
+        dup2(full, STDOUT_FILENO);
+        testing::internal::CaptureStderr();
+        ConsoleLogPolicy console;
+        FileLogPolicy file;
+        file.SetSizeLimit(1, 0);
+        for (const char* const name : {"", "/no/such/directory/log", "/dev/full", "/", "log"}) {
+            file.SetOutput(name[0] == 'l' ? directory.Path(name) : name);
+            file.RepairEnd();
+            for (int type = -1; type <= 4; ++type) {
+                file.SetDurability(static_cast<LogDurability>(type));
+                for (ILogPolicy* const policy :
+                     {static_cast<ILogPolicy*>(&file), static_cast<ILogPolicy*>(&console)}) {
+                    policy->WriteHeader(static_cast<LogType>(type));
+                    policy->Write("line\n");
+                    std::cout.flush();
+                }
+            }
+            file.Close();
+            console.Close();
+        }
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
 }
 
 TEST(ConsoleLogPolicyTest, FailureOfStandardOutputThatHasPassedCostsNothingLater)

@@ -24,6 +24,7 @@
 
 #include "Tolvex/Log/LogPolicy.h"
 
+#include "tests/Support/OwnProcess.h"
 #include "tests/Support/RealFunction.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/SmallFileSystem.h"
@@ -36,37 +37,28 @@ int flockError = 0;               // of flock(); 0: it works
 std::vector<int> lockOperations;  // of flock()
 std::function<void(int)> atLock;  // called before flock(), with the descriptor
 
-std::string NameOf(const std::string& path)
+std::string NameOf(const std::filesystem::path& path)
 {
-    return std::filesystem::path(path).filename().string();
-}
-
-std::string NameOf(int descriptor)
-{
-    return NameOf(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor)));
-}
-
-int Fail(int error)
-{
-    errno = error;
-    return -1;
+    return path.filename().string();
 }
 
 }  // namespace
+
+using Tolvex::Support::FailWith;
 
 extern "C" {
 
 int rename(const char* from, const char* to)
 {
-    calls.push_back("rename " + NameOf(std::string(from)) + ' ' + NameOf(std::string(to)));
+    calls.push_back("rename " + NameOf(from) + ' ' + NameOf(to));
     return renameError != 0
-               ? Fail(renameError)
+               ? FailWith(renameError)
                : Tolvex::Support::RealFunction<int(const char*, const char*)>("rename")(from, to);
 }
 
 int unlink(const char* path)
 {
-    return renameError != 0 ? Fail(renameError)
+    return renameError != 0 ? FailWith(renameError)
                             : Tolvex::Support::RealFunction<int(const char*)>("unlink")(path);
 }
 
@@ -77,13 +69,13 @@ int flock(int descriptor, int operation)
         std::exchange(atLock, nullptr)(descriptor);
     }
     return flockError != 0
-               ? Fail(flockError)
+               ? FailWith(flockError)
                : Tolvex::Support::RealFunction<int(int, int)>("flock")(descriptor, operation);
 }
 
 int fdatasync(int descriptor)
 {
-    calls.push_back("fdatasync " + NameOf(descriptor));
+    calls.push_back("fdatasync " + NameOf(Tolvex::Support::PathOf(descriptor)));
     return 0;
 }
 
@@ -543,6 +535,24 @@ TEST_F(LogRotationTest, FileThatIsRenamedAllTheTimeStillGetsItsLine)
     Write({"a"});
     atLock = nullptr;
     EXPECT_EQ(ReadFile(Old(7)), "a\n");
+}
+
+TEST_F(LogRotationTest, FileThatIsRemovedManyTimesBeforeItIsLockedLosesNoLine)
+{
+    for (const unsigned kept : {0U, 1U}) {
+        policy.SetSizeLimit(10, kept);
+        int removals = 0;
+        const std::function<void(int)> removeAgain = [&](int) {
+            std::filesystem::remove(path);
+            if (++removals < 100) {
+                atLock = removeAgain;
+            }
+        };
+        atLock = removeAgain;
+        Write({"a"});
+        EXPECT_EQ(removals, 100);
+        EXPECT_THAT(Files(), ElementsAre("a\n"));
+    }
 }
 
 TEST_F(LogRotationTest, LockEndsWithTheLineAlsoWhenAForkedChildHasACopyOfTheDescriptor)

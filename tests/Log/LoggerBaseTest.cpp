@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <ios>
+#include <iostream>
 #include <limits>
 #include <memory>
 #include <new>
@@ -15,6 +17,7 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -45,6 +48,7 @@ using Tolvex::Ilog::LoggerBase;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::AwaitLines;
 using Tolvex::Support::CapturingLogger;
+using Tolvex::Support::CapturingPolicy;
 using Tolvex::Support::Closing;
 using Tolvex::Support::Eventually;
 using Tolvex::Support::Gate;
@@ -53,6 +57,7 @@ using Tolvex::Support::HasThread;
 using Tolvex::Support::InTimeZone;
 using Tolvex::Support::LinesOf;
 using Tolvex::Support::loggerOfManipulator;
+using Tolvex::Support::longestLogWait;
 using Tolvex::Support::Scaled;
 using Tolvex::Support::TakingTheBuffer;
 using Tolvex::Support::ThreadNames;
@@ -60,6 +65,11 @@ using Tolvex::Support::WithoutDate;
 using Tolvex::Support::WriteLine;
 
 // ------------------------------------------------------------------------------------- the line
+
+static_assert(!std::is_copy_constructible_v<CapturingLogger>);
+static_assert(!std::is_copy_assignable_v<CapturingLogger>);
+static_assert(!std::is_copy_constructible_v<LoggerBase<Tolvex::Ilog::FileLogPolicy>>);
+static_assert(!std::is_copy_assignable_v<LoggerBase<Tolvex::Ilog::ConsoleLogPolicy>>);
 
 TEST(LoggerBaseTest, DisabledLoggerTakesNoLockAndKeepsNoText)
 {
@@ -288,8 +298,13 @@ TEST(LoggerBaseTest, NullManipulatorDoesNothing)
     EXPECT_THAT(lines, ElementsAre("ab\n"));
 }
 
+const int wordOfManipulators = std::ios_base::xalloc();
+
 std::ostream& OddFormat(std::ostream& stream)
 {
+    stream.tie(&std::cerr);
+    stream.iword(wordOfManipulators) = 1;
+    stream.exceptions(std::ios_base::failbit);
     stream << std::hex << std::showbase;
     stream.precision(2);
     stream.fill('*');
@@ -299,13 +314,21 @@ std::ostream& OddFormat(std::ostream& stream)
     return stream;
 }
 
+std::ostream& ExpectNewStream(std::ostream& stream)
+{
+    EXPECT_EQ(stream.tie(), nullptr);
+    EXPECT_EQ(stream.iword(wordOfManipulators), 0);
+    EXPECT_EQ(stream.exceptions(), std::ios_base::goodbit);
+    return stream;
+}
+
 TEST(LoggerBaseTest, FormatThatALineSetsEndsWithIt)
 {
     const auto lines = LinesOf(2, [](CapturingLogger& logger) {
         logger.WriteHeader(LogType::Info);
         logger << OddFormat << 255 << " " << 3.14159 << OddFormat << std::endl;
         logger.WriteHeader(LogType::Info);
-        logger << 255 << " " << 3.14159 << std::endl;
+        logger << 255 << " " << 3.14159 << ExpectNewStream << std::endl;
     });
 
     EXPECT_THAT(lines, ElementsAre("*****0xff 3.1\n", "255 3.14159\n"));
@@ -581,6 +604,49 @@ TEST(LoggerBaseTest, PolicyIsNotClosedWhileAThreadWithAnOpenLineChangesItsOutput
 
     changing.join();
     EXPECT_FALSE(logger.GetPolicy().closedMeanwhile);
+}
+
+/// Changes errno.
+class FailingPolicy : public CapturingPolicy
+{
+public:
+    void WriteHeader(LogType) override { errno = EIO; }
+};
+
+TEST(LoggerBaseTest, HeaderLeavesErrnoForTheTextOfTheLine)
+{
+    LoggerBase<FailingPolicy> logger;
+    ASSERT_TRUE(logger.Enable());
+
+    errno = ENOENT;
+    logger.WriteHeader(LogType::Error);
+
+    EXPECT_EQ(errno, ENOENT);
+}
+
+/// Knows no output.
+class RefusingPolicy : public CapturingPolicy
+{
+public:
+    void SetOutput(const std::string&) override { throw std::runtime_error("policy"); }
+};
+
+TEST(LoggerBaseTest, ExceptionOutOfTheChangeOfTheOutputDropsTheOwnOpenLine)
+{
+    LoggerBase<RefusingPolicy> logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+
+    EXPECT_THROW(logger.SetOutput("new"), std::runtime_error);
+
+    logger << "dropped" << std::endl;
+    std::thread([&logger] {
+        logger.WriteHeader(LogType::Info);
+        logger << "whole" << std::endl;
+    }).join();
+    logger.Close();
+    ASSERT_THAT(logger.GetPolicy().Lines(), SizeIs(1));
+    EXPECT_EQ(WithoutDate(logger.GetPolicy().Lines()[0]), "whole\n");
 }
 
 TEST(LoggerBaseTest, OutputDoesNotChangeInTheMiddleOfAnotherThreadsLine)
@@ -880,7 +946,7 @@ TEST(LoggerBaseTest, EnableWhileAnOldWriterHangsStartsANewOneThatWaitsForIt)
 
     const auto start = std::chrono::steady_clock::now();
     logger.Close();
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2100));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, longestLogWait);
     EXPECT_EQ(logger.GetPolicy().Closes(), 1);
 
     ASSERT_TRUE(logger.Enable());
@@ -930,7 +996,7 @@ TEST(LoggerBaseTest, DestructorLeavesAHangingWriterBehindAfterTwoSeconds)
 
     const auto start = std::chrono::steady_clock::now();
     logger.reset();
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2100));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, longestLogWait);
 
     HangingPolicy::released->Open();
     ASSERT_TRUE(HangingPolicy::ended->Pass());

@@ -532,6 +532,26 @@ TEST(LoggerCallsTest, DestructorEndsTheWriterThoughTheFirstLockCannotBeTaken)
     EXPECT_EQ(locksBeforeFailure, -1);
 }
 
+TEST(LoggerCallsTest, DestructorWaitsForASlowWriteThoughTheFirstLockCannotBeTaken)
+{
+    static std::atomic<bool> writing = false;
+    static std::atomic<bool> written = false;
+    auto logger = std::make_unique<CapturingLogger>();
+    logger->GetPolicy().onWrite = [](const std::string&) {
+        writing = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        written = true;
+    };
+    ASSERT_TRUE(logger->Enable());
+    WriteLine(*logger, "line");
+    ASSERT_TRUE(Eventually([] { return writing.load(); }));
+
+    locksBeforeFailure = 0;
+    logger.reset();
+    EXPECT_EQ(locksBeforeFailure, -1);
+    EXPECT_TRUE(written);
+}
+
 TEST(LoggerCallsTest, LogLineThatFindsNoLockIsLostAndTheNextOneIsNot)
 {
     const ScratchDirectory directory;

@@ -10,6 +10,7 @@
 #include <random>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,6 +21,7 @@
 #include "tests/Support/Patience.h"
 #include "tests/Support/ProcessLog.h"
 #include "tests/Support/ScratchDirectory.h"
+#include "tests/Support/SleepingThread.h"
 #include "tests/Support/ThermalZone.h"
 #include "tests/Support/ThreadsInForks.h"
 
@@ -32,11 +34,14 @@ using Tolvex::Ilog::LogType;
 using Tolvex::Interfaces::IgnitionOffMode;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
+using Tolvex::Support::HasThread;
 using Tolvex::Support::LinesWithoutDate;
 using Tolvex::Support::Log;
+using Tolvex::Support::longestLogWait;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
 using Tolvex::Support::ScratchDirectory;
+using Tolvex::Support::SleepingThread;
 using Tolvex::Support::ThermalZone;
 using Tolvex::Support::ThreadNames;
 using Tolvex::Support::ThreadsBusyAtFork;
@@ -412,6 +417,53 @@ TEST(LoggerTest, DestroyedLoggerIsClosedAndStaysTheInstance)
     EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("last"));
 }
 
+TEST(LoggerTest, DestroyedLoggerClosesTheFileBeforeTheConsole)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("pipe");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        EXPECT_TRUE(Log().EnableConsole());
+        WriteLine("hangs");  // in the file's writer, for which the destructor waits 2.1 s
+        std::thread destroying =
+            SleepingThread([logger = Logger::GetInstance()] { logger->~Logger(); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        EXPECT_TRUE(HasThread("LOG_CONSOLE"));
+        destroying.join();
+        EXPECT_TRUE(Eventually([] { return !HasThread("LOG_CONSOLE"); }));
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+TEST(LoggerTest, NothingIsWrittenToStandardError)
+{
+    const ScratchDirectory directory;
+    const std::string errors = directory.Path("errors");
+    const ChildResult child = RunInChild([&] {
+        const int file = open(errors.c_str(), O_WRONLY | O_CREAT, 0600);
+        EXPECT_EQ(dup2(file, STDERR_FILENO), STDERR_FILENO);
+        EXPECT_TRUE(Log().EnableConsole());
+        EXPECT_TRUE(Log().EnableBlackBox(1));
+        for (const char* const path : {"/no/such/directory/log", "/", "/dev/full"}) {
+            EXPECT_TRUE(Log().EnableFile(path));
+            for (const LogType type :
+                 {LogType::Info, LogType::Warning, LogType::Error, LogType::Notice}) {
+                WriteLine("line", type);
+            }
+        }
+        EXPECT_FALSE(Log().EnableFile(""));
+        EXPECT_FALSE(Log().SaveLastLines("/no/such/directory/lines"));
+        Log().RunIgnitionOff();
+        Log().CloseConsole();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(ReadFile(errors), "");
+}
+
 // ---------------------------------------------------------------------------------- ignition off
 
 TEST(LoggerTest, IgnitionOffWritesAGreenNoticeWithoutModuleAndClosesTheFileOnly)
@@ -527,7 +579,7 @@ void ExpectDelayedBy(void (*leave)(int))
     });
 
     EXPECT_TRUE(child.Succeeded()) << child.output;
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2100));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, longestLogWait);
 }
 
 TEST(LoggerTest, WriterThatHangsDelaysTheExitByTwoSecondsOnly)

@@ -1,5 +1,6 @@
 // Which signals reach the threads of the writers.
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <filesystem>
@@ -8,6 +9,7 @@
 #include <string>
 #include <sys/resource.h>
 #include <sys/types.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -19,6 +21,7 @@
 
 #include "tests/Support/CapturingPolicy.h"
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/Gate.h"
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
@@ -33,6 +36,7 @@ using Tolvex::Support::AwaitLines;
 using Tolvex::Support::CapturingLogger;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
+using Tolvex::Support::Gate;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
 using Tolvex::Support::ScratchDirectory;
@@ -200,6 +204,41 @@ TEST(WriterSignalsTest, FileThatReachesTheLimitOfTheProcessCostsLinesAndNotThePr
     ASSERT_GE(lines.size(), 3U);
     EXPECT_EQ(WithoutDate(lines.front()), "0123456789");
     EXPECT_EQ(WithoutDate(lines.back()), "next");
+}
+
+TEST(WriterSignalsTest, CloseWaitsInFullThoughSignalsInterruptItsSleeps)
+{
+    static std::atomic<int> signals = 0;
+    CapturingLogger logger;
+    Gate hanging;
+    Gate released;
+    logger.GetPolicy().onWrite = [&](const std::string&) {
+        hanging.Open();
+        released.Pass();
+    };
+    struct sigaction counting = {};
+    struct sigaction before = {};
+    counting.sa_handler = [](int) { ++signals; };  // without SA_RESTART
+    ASSERT_EQ(sigaction(SIGUSR1, &counting, &before), 0);
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "line");
+    ASSERT_TRUE(hanging.Pass());
+
+    std::atomic<bool> closed = false;
+    std::thread interrupting([&closed, closing = pthread_self()] {
+        while (!closed) {
+            pthread_kill(closing, SIGUSR1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+    const auto start = std::chrono::steady_clock::now();
+    logger.Close();
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2100));
+    closed = true;
+    interrupting.join();
+    released.Open();
+    EXPECT_GT(signals, 0);
+    sigaction(SIGUSR1, &before, nullptr);
 }
 
 }  // namespace

@@ -78,10 +78,11 @@ holds exception -DCOMPOSERS=0 -DIGNITION -DENABLE -DTHROW
 holds cancel -DCOMPOSERS=2 -DCANCEL
 holds cancel-reopen -DCOMPOSERS=1 -DCLOSE -DREOPEN -DCANCEL
 holds destroy -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DDETACH
+holds destroy-again -DCOMPOSERS=1 -DCLOSE -DREOPEN -DCLOSE_AGAIN -DDETACH
 holds thread-end -DCOMPOSERS=2 -DCLOSE -DTHREAD_END
 holds no-thread -DCOMPOSERS=1 -DCLOSE -DREOPEN -DNO_THREAD
 holds fork -DCOMPOSERS=1 -DFORK
-holds fork-enable -DCOMPOSERS=0 -DENABLE -DFORK
+holds fork-reopen -DCOMPOSERS=0 -DCLOSE -DREOPEN -DFORK
 
 # The flag waiting is set after the look at the line.
 finds fault-1 -DCOMPOSERS=2 -DFAULT_1
@@ -96,7 +97,7 @@ finds fault-5 -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN -DFAULT_5
 # Lines are admitted although the new writer was cancelled.
 finds fault-6 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DCANCEL -DFAULT_6
 # A forked child keeps the mutex of Writer.
-finds fault-7 -DCOMPOSERS=0 -DENABLE -DFORK -DFAULT_7
+finds fault-7 -DCOMPOSERS=0 -DCLOSE -DREOPEN -DFORK -DFAULT_7
 # A waiting thread reads refusing after its try to take the line.
 finds fault-8 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_8
 

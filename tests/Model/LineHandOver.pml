@@ -54,7 +54,6 @@ bool enabledFlag = false;
 bool stoppedFlag = true;
 byte current = 0;
 byte toldToEnd = 0;
-byte currentThread = 0;
 byte writerMutex = 0; /* the thread that holds CurrentWriter::mutex */
 
 /* ---- LoggerCore ---- */
@@ -280,27 +279,27 @@ inline Drop()
 
 /* ---- Writer ---- */
 
-/* The flag first, then the word, then currentThread. */
+/* The flag first, then the word. */
 inline AwaitEndOrHang()
 {
     do
     :: true ->
        moved = stoppedFlag;
-       d_step { seen = phase; other = owner }
+       seen = phase;
        if
-       :: seen != Taken && (moved || (seen == Writing && other == currentThread)) -> break
+       :: seen == Writing || (moved && seen != Taken) -> break
        :: else
        fi;
-       (phase != Taken && (stoppedFlag || (phase == Writing && owner == currentThread)))
+       (phase == Writing || (stoppedFlag && phase != Taken))
     od;
-    atomic { moved = false; seen = Free; other = 0 }
+    atomic { moved = false; seen = Free }
 }
 
 inline Announce()
 {
     Lock(writerMutex);
     stoppedFlag = false;
-    atomic { currentThread = 0; current++; number = current; assert(firstWriter + number < threads) }
+    atomic { current++; number = current; assert(firstWriter + number < threads) }
     Unlock(writerMutex)
 }
 
@@ -444,7 +443,6 @@ inline Enable()
     :: else ->
        Stop();
        AwaitEndOrHang();
-       lineReady = 0;
        Announce();
        if
        :: atomic { true -> running = number; run Writer(firstWriter + number, number); number = 0 }
@@ -454,7 +452,7 @@ inline Enable()
           fi;
           if
           :: taken -> Admit()
-          :: else -> Stop(); AwaitStopped()
+          :: else -> Stop()
           fi
 #ifdef NO_THREAD
        :: number = 0;
@@ -509,13 +507,6 @@ proctype Writer(byte me; byte mine) EXISTS
     bool ending = false;
     byte next = 0;
     byte other = 0;
-
-    Lock(writerMutex);
-    if
-    :: mine == current -> currentThread = me
-    :: else
-    fi;
-    Unlock(writerMutex);
 
 waitForToken:
     if
@@ -713,7 +704,6 @@ proctype Forker(byte me) EXISTS
         next = 0;
         current++;
         toldToEnd = current;
-        currentThread = 0;
         enabledFlag = false;
         stoppedFlag = true;
         control = 0;

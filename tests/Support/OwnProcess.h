@@ -85,6 +85,12 @@ inline unsigned long TimesSlept(pid_t thread)
     return position == std::string::npos ? 0 : std::stoul(status.substr(position + field.size()));
 }
 
+/// @return the path of the file that a descriptor leads to.
+inline std::filesystem::path PathOf(int descriptor)
+{
+    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor));
+}
+
 /// @return the number of open descriptors, including the one that counts them.
 inline std::ptrdiff_t CountDescriptors()
 {

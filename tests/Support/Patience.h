@@ -10,6 +10,9 @@ namespace Tolvex::Support {
 /// The longest time that a test waits for an event. It bounds a hang and asserts no speed.
 constexpr std::chrono::seconds patience(30);
 
+/// How long the log waits for a line or for a writer. A bound from below: it never waits less.
+constexpr std::chrono::milliseconds longestLogWait(2100);
+
 /// Polls until the condition holds. @return false if the time limit has passed.
 template <typename Condition>
 bool Eventually(Condition condition)

@@ -2,6 +2,7 @@
 /// The C library's own functions behind the ones that a test program replaces.
 #pragma once
 
+#include <cerrno>
 #include <dlfcn.h>
 
 namespace Tolvex::Support {
@@ -13,6 +14,13 @@ template <typename Function>
 Function* RealFunction(const char* name)
 {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+/// What a replaced function returns to fail as a system call does.
+inline int FailWith(int error)
+{
+    errno = error;
+    return -1;
 }
 
 }  // namespace Tolvex::Support

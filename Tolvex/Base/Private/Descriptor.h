@@ -71,16 +71,25 @@ inline std::size_t WriteAll(const Descriptor& file, std::string_view text)
     return done;
 }
 
-/// Has the system write the bytes of a file to the medium. Blocks as long as that takes.
+/// Has the system write a file to the medium. Blocks as long as that takes.
+///
+/// @param sync  fdatasync() or fsync().
+/// @return false when it may not be there; errno tells why.
+inline bool Sync(int (*sync)(int), const Descriptor& file)
+{
+    int result = 0;
+    do {
+        result = sync(file.Get());
+    } while (result != 0 && errno == EINTR);
+    return result == 0;
+}
+
+/// Has the system write the bytes of a file to the medium.
 ///
 /// @return false when they may not be there; errno tells why.
 inline bool SyncData(const Descriptor& file)
 {
-    int result = 0;
-    do {
-        result = fdatasync(file.Get());
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
+    return Sync(fdatasync, file);
 }
 
 /// @return the path of the directory that a file is in.
@@ -96,11 +105,7 @@ inline std::string DirectoryOf(const std::string& path)
 inline bool SyncDirectory(const std::string& path)
 {
     const Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    int result = directory.IsOpen() ? fsync(directory.Get()) : -1;
-    while (result != 0 && directory.IsOpen() && errno == EINTR) {
-        result = fsync(directory.Get());
-    }
-    return result == 0;
+    return directory.IsOpen() && Sync(fsync, directory);
 }
 
 }  // namespace Tolvex::Base

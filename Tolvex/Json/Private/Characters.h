@@ -4,8 +4,10 @@
 
 #include <array>
 #include <bit>
-#include <cstdint>
+#include <climits>
+#include <cstddef>
 #include <cstring>
+#include <limits>
 #include <string_view>
 
 namespace Tolvex::Json {
@@ -46,24 +48,37 @@ inline bool IsLetter(char byte)
     return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
 }
 
-/// Reads eight bytes as one number, the first byte lowest.
-inline std::uint64_t LoadEight(const char* at)
+/// As many bytes as fit a register, the first byte lowest.
+using Word = std::size_t;
+
+inline Word LoadWord(const char* at)
 {
     static_assert(std::endian::native == std::endian::little);
-    std::uint64_t bytes = 0;
-    std::memcpy(&bytes, at, sizeof bytes);
-    return bytes;
+    Word word = 0;
+    std::memcpy(&word, at, sizeof word);
+    return word;
+}
+
+/// @return a word that consists of this byte.
+constexpr Word Repeat(unsigned char byte)
+{
+    return std::numeric_limits<Word>::max() / UCHAR_MAX * byte;
+}
+
+/// @return whether as many bytes as fit a word are left.
+inline bool HoldsWord(const char* at, const char* end)
+{
+    return static_cast<std::size_t>(end - at) >= sizeof(Word);
 }
 
 /// @return the first byte that is not white space, or the end.
 inline const char* SkipSpaces(const char* at, const char* end)
 {
-    constexpr std::uint64_t eightBlanks = 0x2020202020202020;
     if (at == end || !IsSpace(*at)) {
         return at;  // nearly always
     }
-    while (end - at >= 8 && LoadEight(at) == eightBlanks) {
-        at += 8;
+    while (HoldsWord(at, end) && LoadWord(at) == Repeat(' ')) {
+        at += sizeof(Word);
     }
     while (at != end && IsSpace(*at)) {
         ++at;
@@ -83,13 +98,11 @@ inline const char* FindFirstIn(const ByteSet& set, const char* at, const char* e
 /// @return the first double quote or backslash, or the end.
 inline const char* FindQuoteOrBackslash(const char* at, const char* end)
 {
-    constexpr std::uint64_t ones = 0x0101010101010101;
-    constexpr std::uint64_t highBits = 0x8080808080808080;
     // Sets the high bit of the lowest byte that is 0, and of none below it.
-    const auto markZero = [](std::uint64_t bytes) { return (bytes - ones) & ~bytes & highBits; };
-    for (; end - at >= 8; at += 8) {
-        const std::uint64_t bytes = LoadEight(at);
-        const std::uint64_t marks = markZero(bytes ^ ones * '"') | markZero(bytes ^ ones * '\\');
+    const auto markZero = [](Word word) { return (word - Repeat(1)) & ~word & Repeat(0x80); };
+    for (; HoldsWord(at, end); at += sizeof(Word)) {
+        const Word word = LoadWord(at);
+        const Word marks = markZero(word ^ Repeat('"')) | markZero(word ^ Repeat('\\'));
         if (marks != 0) {
             return at + std::countr_zero(marks) / 8;
         }

@@ -1,6 +1,7 @@
 #include "Tolvex/Json/Private/PlainReader.h"
 
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "Tolvex/Json/Private/Access.h"
@@ -64,7 +65,9 @@ bool PlainReader::CountElements()
     elementCounts.push_back(0);
     std::vector<std::size_t> enclosing;
     for (const char* scan = at; scan != end; ++scan) {
-        scan = FindFirstIn(structure, scan, end - 1);  // a bracket is the last byte
+        while (!IsIn(structure, *scan)) {
+            ++scan;  // stops at the last byte, which is a bracket
+        }
         switch (*scan) {
             case ' ':
                 scan = SkipSpaces(scan, end) - 1;
@@ -227,7 +230,8 @@ Value* PlainReader::ReadKey(Value& object)
 
     // Escapes in a key stay as they are, see RulesReader.
     const auto [member, isNew] =
-        Access::Members(Access::ObjectOf(object)).try_emplace(std::string(begin, quote));
+        Access::Members(Access::ObjectOf(object))
+            .emplace(std::piecewise_construct, std::forward_as_tuple(begin, quote), std::tuple<>());
     if (!isNew) {
         return nullptr;  // a repeated key: leave it to the rules
     }

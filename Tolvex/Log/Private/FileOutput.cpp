@@ -28,8 +28,8 @@ void FileOutput::Append(const std::string& line)
     if (!file.IsOpen()) {
         return;  // Required: a line for which there is no file is lost without a report.
     }
-    const std::optional<FileStatus> before =
-        tornPossible || sync->IsWanted() ? FileStatus::Of(file) : std::nullopt;
+    const std::optional<Base::FileStatus> before =
+        tornPossible || sync->IsWanted() ? Base::FileStatus::Of(file) : std::nullopt;
     const bool newLineFirst = tornPossible && before && (!torn || torn->IsSameFile(*before)) &&
                               EndsInTheMiddleOfALine(*before);
 
@@ -42,7 +42,7 @@ void FileOutput::Append(const std::string& line)
         tornPossible = false;
     } else if (written != 0) {
         tornPossible = true;
-        torn = FileStatus::Of(file);
+        torn = Base::FileStatus::Of(file);
     }
     if (sync->IsWanted()) {
         sync->AfterLine(file, before);
@@ -50,14 +50,14 @@ void FileOutput::Append(const std::string& line)
 }
 
 /// @return whether the last byte of the file is not a newline.
-bool FileOutput::EndsInTheMiddleOfALine(const FileStatus& file) const
+bool FileOutput::EndsInTheMiddleOfALine(const Base::FileStatus& file) const
 {
     const Base::Descriptor opened(
         open64(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));  // No wait for a FIFO
-    const std::optional<FileStatus> found = FileStatus::Of(opened);
     char last = '\n';
-    return found && found->IsSameFile(file) && lseek64(opened.Get(), -1, SEEK_END) >= 0 &&
-           read(opened.Get(), &last, 1) == 1 && last != '\n';
+    return file.IsSameFile(Base::FileStatus::Of(opened)) &&
+           lseek64(opened.Get(), -1, SEEK_END) >= 0 && read(opened.Get(), &last, 1) == 1 &&
+           last != '\n';
 }
 
 }  // namespace Tolvex::Ilog

@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
+#include "Tolvex/Base/Private/SharedFile.h"
 #include "Tolvex/Log/Private/FileRotation.h"
 #include "Tolvex/Log/Private/FileSettings.h"
-#include "Tolvex/Log/Private/FileStatus.h"
 #include "Tolvex/Log/Private/FileSync.h"
 
 namespace Tolvex::Ilog {
@@ -31,13 +31,13 @@ public:
     void RepairEnd();
 
 private:
-    bool EndsInTheMiddleOfALine(const FileStatus& file) const;
+    bool EndsInTheMiddleOfALine(const Base::FileStatus& file) const;
 
     const std::string path;
     FileRotation rotation;
     const std::shared_ptr<FileSync> sync;  ///< shared with its thread
     bool tornPossible = false;             ///< a file may end in a part of a line
-    std::optional<FileStatus> torn;        ///< that file; nothing: any file
+    std::optional<Base::FileStatus> torn;  ///< that file; nothing: any file
 };
 
 }  // namespace Tolvex::Ilog

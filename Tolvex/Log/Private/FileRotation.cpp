@@ -9,7 +9,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "Tolvex/Base/Private/Sleep.h"
+#include "Tolvex/Base/Private/SharedFile.h"
 
 namespace Tolvex::Ilog {
 
@@ -17,10 +17,9 @@ namespace {
 
 constexpr mode_t newFileMode = 0666;                          // less the umask
 constexpr std::chrono::milliseconds longestWaitForLock(200);  // of a process that hangs
-constexpr std::chrono::milliseconds lockPollInterval(1);
 constexpr std::chrono::seconds retryInterval(2);
 
-// Bounds two loops: other processes rename the file every time, or rename() does nothing because
+// Bounds two loops: another process renames the file every time, or rename() does nothing because
 // both names are links to one file.
 constexpr int mostReopenings = 20;
 
@@ -38,6 +37,15 @@ bool IsTaken(const std::string& path)
     return lstat64(path.c_str(), &status) == 0 || errno != ENOENT;
 }
 
+/// @return whether no name leads to the file any more: a line in it would be lost.
+bool IsRemoved(const Base::Descriptor& file)
+{
+    struct stat64 status
+    {
+    };
+    return fstat64(file.Get(), &status) == 0 && status.st_nlink == 0;
+}
+
 }  // namespace
 
 FileRotation::FileRotation(std::string filePath, std::shared_ptr<const FileSettings> fileSettings)
@@ -47,34 +55,35 @@ FileRotation::FileRotation(std::string filePath, std::shared_ptr<const FileSetti
 
 Base::Descriptor FileRotation::Open(std::size_t lineBytes)
 {
-    const SizeLimit setting = settings->sizeLimit;  // Once: it may change meanwhile.
-    const std::uint64_t limit = setting.bytes;
+    const SizeLimit limit = settings->sizeLimit;  // Once: it may change meanwhile.
     for (int reopenings = 0;; ++reopenings) {
         locked = false;
         Base::Descriptor file(
             open64(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, newFileMode));
-        const std::optional<FileStatus> status = limit == 0 ? std::nullopt : FileStatus::Of(file);
+        const std::optional<Base::FileStatus> status =
+            limit.Bytes() == 0 ? std::nullopt : Base::FileStatus::Of(file);
         if (!status) {
             return file;
         }
 
-        const bool full =
-            status->size != 0 && (lineBytes > limit || status->size > limit - lineBytes);
+        const bool full = status->size != 0 && status->size + lineBytes > limit.Bytes();
         const bool rotating = full && Clock::now() >= retryAt;
-        if (rotating && setting.kept != 0) {
+        if (rotating && limit.KeptFiles() != 0) {
             SyncIfWanted(file);  // First without the lock, so that the sync under it is short.
         }
         locked = Lock(file, rotating ? LOCK_EX : LOCK_SH);
-        if (!LeadsTo(*status)) {
-            if (reopenings < mostReopenings) {
-                continue;  // The file was renamed before it was locked.
+        if (!status->IsSameFile(Base::FileStatus::Of(path))) {
+            // The file was renamed before it was locked. A removed file is never used, however
+            // often that happens: each time another process has removed a file in between.
+            if (reopenings < mostReopenings || IsRemoved(file)) {
+                continue;
             }
             return file;
         }
         if (!locked || !rotating) {
             return file;
         }
-        if (!Rotate(file, static_cast<unsigned>(setting.kept)) || reopenings == mostReopenings) {
+        if (!Rotate(file, limit.KeptFiles()) || reopenings >= mostReopenings) {
             retryAt = Clock::now() + retryInterval;
             return file;
         }
@@ -92,28 +101,14 @@ void FileRotation::Unlock(const Base::Descriptor& file)
 /// Waits for a limited time, and for some time after a failure not at all.
 bool FileRotation::Lock(const Base::Descriptor& file, int operation)
 {
-    const auto lock = [&] { return flock(file.Get(), operation | LOCK_NB) == 0; };
-    if (lock()) {
+    if (Clock::now() < retryAt) {
+        return Base::LockFile(file, operation, std::chrono::milliseconds(0));
+    }
+    if (Base::LockFile(file, operation, longestWaitForLock)) {
         return true;
-    }
-    const Clock::time_point start = Clock::now();
-    if (start < retryAt) {
-        return false;
-    }
-    while ((errno == EWOULDBLOCK || errno == EINTR) && Clock::now() - start < longestWaitForLock) {
-        Base::SleepFor(lockPollInterval);
-        if (lock()) {
-            return true;
-        }
     }
     retryAt = Clock::now() + retryInterval;
     return false;
-}
-
-bool FileRotation::LeadsTo(const FileStatus& file) const
-{
-    const std::optional<FileStatus> found = FileStatus::Of(path);
-    return found && found->IsSameFile(file);
 }
 
 /// Before the rename: a later sync opens the path and would miss this file.

@@ -9,7 +9,6 @@
 
 #include "Tolvex/Base/Private/Descriptor.h"
 #include "Tolvex/Log/Private/FileSettings.h"
-#include "Tolvex/Log/Private/FileStatus.h"
 
 namespace Tolvex::Ilog {
 
@@ -43,7 +42,6 @@ private:
     using Clock = std::chrono::steady_clock;
 
     bool Lock(const Base::Descriptor& file, int operation);
-    bool LeadsTo(const FileStatus& file) const;
     void SyncIfWanted(const Base::Descriptor& file) const;
     bool Rotate(const Base::Descriptor& file, unsigned kept) const;
 

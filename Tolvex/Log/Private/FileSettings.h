@@ -2,6 +2,7 @@
 /// What the application has set for the file log.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -10,14 +11,26 @@
 
 namespace Tolvex::Ilog {
 
-/// The size limit of a file. One value, so that a line never meets one half of a setting.
-struct SizeLimit
+/// The size limit of a file, in one word: a line never meets one half of a setting.
+class SizeLimit
 {
-    static constexpr std::uint64_t mostBytes = (std::uint64_t{1} << 48) - 1;
-    static constexpr std::uint64_t mostKept = 65535;
+public:
+    SizeLimit() = default;
+    SizeLimit(std::uint64_t bytes, unsigned keptFiles)
+        : word(std::min(bytes, mostBytes) * filesRange + std::min(keptFiles, filesRange - 1))
+    {
+    }
 
-    std::uint64_t bytes : 48;  ///< 0: no limit
-    std::uint64_t kept : 16;   ///< full files that are kept
+    /// @return 0 for no limit.
+    std::uint64_t Bytes() const { return word / filesRange; }
+    /// @return how many full files are kept.
+    unsigned KeptFiles() const { return word % filesRange; }
+
+private:
+    static constexpr unsigned filesRange = 65536;
+    static constexpr std::uint64_t mostBytes = UINT64_MAX / filesRange;
+
+    std::uint64_t word = 0;
 };
 
 /// Shared by a policy and its files. Each member has a meaning of its own, whatever the others are.
@@ -28,8 +41,7 @@ struct FileSettings
     std::atomic<LogDurability> durability = LogDurability::None;
     std::atomic<std::chrono::milliseconds> interval = std::chrono::milliseconds(0);
     std::atomic<bool> ignitionOff = false;  ///< sync each line now, unless durability is None
-
-    std::atomic<SizeLimit> sizeLimit = SizeLimit{0, 0};
+    std::atomic<SizeLimit> sizeLimit = SizeLimit();
 };
 
 }  // namespace Tolvex::Ilog

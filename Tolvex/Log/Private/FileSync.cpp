@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <fcntl.h>
 #include <new>
 #include <pthread.h>
@@ -16,9 +17,6 @@ namespace Tolvex::Ilog {
 using Clock = std::chrono::steady_clock;
 
 namespace {
-
-constexpr unsigned threadRuns = 1;
-constexpr unsigned lineWaits = 2;
 
 /// After so long a thread that sleeps notices a shorter interval.
 constexpr std::chrono::milliseconds longestSleep(100);
@@ -37,7 +35,8 @@ bool FileSync::IsWanted() const
     return settings->durability != LogDurability::None;
 }
 
-void FileSync::AfterLine(const Base::Descriptor& file, const std::optional<FileStatus>& before)
+void FileSync::AfterLine(const Base::Descriptor& file,
+                         const std::optional<Base::FileStatus>& before)
 {
     const bool fileIsNew = before && (before->size == 0 || !known || !known->IsSameFile(*before));
     known = before;
@@ -57,10 +56,8 @@ void FileSync::AfterLine(const Base::Descriptor& file, const std::optional<FileS
 /// Leaves the line to a thread that syncs the file in time.
 void FileSync::Start(const Base::Descriptor& file)
 {
-    if (const pid_t before = std::exchange(process, getpid()); before != process) {
-        linesWait = 0;  // In a forked child: the thread runs in the parent.
-    }
-    if ((linesWait.fetch_or(threadRuns | lineWaits) & threadRuns) != 0) {
+    const pid_t process = getpid();
+    if (std::abs(threadOf.exchange(-process)) == process) {
         return;
     }
     std::unique_ptr<std::shared_ptr<FileSync>> self(
@@ -71,7 +68,7 @@ void FileSync::Start(const Base::Descriptor& file)
         static_cast<void>(self.release());  // owned by the thread
         return;
     }
-    linesWait = 0;
+    threadOf = 0;
     SyncNow(file);
 }
 
@@ -80,17 +77,18 @@ void* FileSync::SyncLater(void* argument)
     const std::unique_ptr<std::shared_ptr<FileSync>> owner(
         static_cast<std::shared_ptr<FileSync>*>(argument));
     FileSync& self = **owner;
-    unsigned expected = threadRuns;
+    const pid_t process = getpid();
+    pid_t noLineWaits = 0;
     do {
         self.AwaitInterval();
         // A line that is written from here on waits for the next sync.
-        self.linesWait = threadRuns;
+        self.threadOf = process;
         const Base::Descriptor file(open64(self.path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
         if (file.IsOpen()) {
             self.SyncNow(file);
         }
-        expected = threadRuns;
-    } while (!self.linesWait.compare_exchange_strong(expected, 0));
+        noLineWaits = process;
+    } while (!self.threadOf.compare_exchange_strong(noLineWaits, 0));
     return nullptr;
 }
 

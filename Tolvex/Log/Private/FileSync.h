@@ -9,8 +9,8 @@
 #include <sys/types.h>
 
 #include "Tolvex/Base/Private/Descriptor.h"
+#include "Tolvex/Base/Private/SharedFile.h"
 #include "Tolvex/Log/Private/FileSettings.h"
-#include "Tolvex/Log/Private/FileStatus.h"
 
 namespace Tolvex::Ilog {
 
@@ -35,7 +35,7 @@ public:
     /// After a line, or a part of one, was written.
     /// @param file    Which it was written to.
     /// @param before  The file before the line; nothing if it is not a regular one.
-    void AfterLine(const Base::Descriptor& file, const std::optional<FileStatus>& before);
+    void AfterLine(const Base::Descriptor& file, const std::optional<Base::FileStatus>& before);
 
 private:
     void Start(const Base::Descriptor& file);
@@ -46,11 +46,13 @@ private:
     const std::string path;
     const std::string directory;  ///< that the file is in
     const std::shared_ptr<const FileSettings> settings;
-    std::optional<FileStatus> known;        ///< the file of the line before
+    std::optional<Base::FileStatus> known;  ///< the file of the line before
     std::atomic<unsigned> newFiles = 0;     ///< how many times a line went to an unknown file
     std::atomic<unsigned> syncedFiles = 0;  ///< newFiles at the last sync of the directory
-    std::atomic<unsigned> linesWait = 0;    ///< bits: a thread runs; lines wait for it
-    pid_t process = 0;                      ///< the process whose thread linesWait describes
+
+    /// The process that has a thread for the file: negative while lines wait, 0 for none. In a
+    /// forked child it still names the parent, so the child starts a thread of its own.
+    std::atomic<pid_t> threadOf = 0;
 };
 
 }  // namespace Tolvex::Ilog

@@ -26,9 +26,8 @@ constexpr std::chrono::milliseconds longestWait(2100);
 /// Which writer of a logger is current, and which ones have to end. Writers are numbered.
 struct CurrentWriter
 {
-    std::atomic<std::uint32_t> current = 0;         ///< number of the writer started last
-    std::atomic<std::uint32_t> toldToEnd = 0;       ///< writers up to this number are to end
-    std::atomic<Base::ThreadId> currentThread = 0;  ///< of the current writer, once it runs
+    std::atomic<std::uint32_t> current = 0;    ///< number of the writer started last
+    std::atomic<std::uint32_t> toldToEnd = 0;  ///< writers up to this number are to end
     std::mutex mutex;  ///< guards changes of current and of the flags of the logger
 };
 
@@ -48,6 +47,7 @@ struct LoggerState : std::enable_shared_from_this<LoggerState>
     void* const policy;
     LoggerState* const model;                ///< see LoggerCore; may be null
     std::stringstream buffer;                ///< the line; used by the thread that has the line
+    bool formatChanged = true;               ///< the format of buffer may not be that of a new line
     LineLock lock;                           ///< who may use buffer, header and policy
     Interfaces::ISemaphore lineReady{0};     ///< one token per complete line, and one per Close()
     std::string threadName;                  ///< of the next writer

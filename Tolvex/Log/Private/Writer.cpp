@@ -15,8 +15,6 @@
 
 namespace Tolvex::Ilog {
 
-using Base::CallingThread;
-
 namespace {
 
 constexpr std::chrono::milliseconds stopPollInterval(100);
@@ -32,13 +30,7 @@ struct Writer::Thread
     {
     }
     /// Also when the thread could not be created or was cancelled.
-    ~Thread()
-    {
-        if (running) {
-            state->lock.Release();
-        }
-        Writer(*state).End(number);
-    }
+    ~Thread() { Writer(*state).End(number); }
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
@@ -48,21 +40,12 @@ struct Writer::Thread
 
     const std::shared_ptr<LoggerState> state;
     const std::uint32_t number;
-    bool running = false;  ///< on its own thread
-    std::string text;      ///< the line in hand; keeps its memory
+    std::string text;  ///< the line in hand; keeps its memory
 };
 
 void* Writer::Thread::Run(void* thread)
 {
     const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
-    self->running = true;
-    {
-        CurrentWriter& writers = self->state->writers;
-        const std::lock_guard guard(writers.mutex);
-        if (self->number == writers.current) {
-            writers.currentThread = CallingThread();
-        }
-    }
     while (self->WriteLines()) {
     }
     return nullptr;
@@ -94,6 +77,9 @@ bool Writer::Thread::WriteLine()
     if (!lock.Advance(LineLock::Complete, LineLock::Taken)) {
         return false;
     }
+    // By scope: the writer may also be cancelled in the policy.
+    const auto release = [](LineLock* taken) { taken->Release(); };
+    const std::unique_ptr<LineLock, decltype(release)> scope(&lock);
     try {
         text.assign(state->buffer.view());
         // From here on the logger may be destroyed: only the state and the text are used.
@@ -103,7 +89,6 @@ bool Writer::Thread::WriteLine()
         // The line is lost; the next one is not.
     }
     ++state->written;
-    lock.Release();
     return true;
 }
 
@@ -113,9 +98,6 @@ bool Writer::Start()
         return true;
     }
     AwaitEndOrHang();
-    while (logger.lineReady.TryWait()) {
-        // Tokens that the writer before has not taken.
-    }
     std::unique_ptr<Thread> thread(new (std::nothrow) Thread(logger));
     if (thread == nullptr ||
         Base::StartDetachedThread(logger.writerHandle, logger.threadName.c_str(), Thread::Run,
@@ -131,7 +113,6 @@ std::uint32_t Writer::Announce()
 {
     const std::lock_guard guard(logger.writers.mutex);
     Base::StoreShared(logger.stopped, false);
-    logger.writers.currentThread = 0;
     return ++logger.writers.current;
 }
 
@@ -196,9 +177,8 @@ void Writer::AwaitEndOrHang() const
     const Base::NoCancellation scope;
     for (;;) {
         const bool stopped = Base::LoadShared(logger.stopped);
-        const auto [phase, owner] = logger.lock.Look();
-        const bool hanging = phase == LineLock::Writing && owner == logger.writers.currentThread;
-        if (phase != LineLock::Taken && (stopped || hanging)) {
+        const LineLock::Phase phase = logger.lock.Look().phase;
+        if (phase == LineLock::Writing || (stopped && phase != LineLock::Taken)) {
             return;
         }
         Base::SleepFor(pollInterval);
@@ -214,7 +194,6 @@ void Writer::UnlockAfterFork(bool inChild)
 {
     if (inChild) {
         logger.writers.toldToEnd = ++logger.writers.current;
-        logger.writers.currentThread = 0;
         Base::StoreShared(logger.enabled, false);
         Base::StoreShared(logger.stopped, true);
     }

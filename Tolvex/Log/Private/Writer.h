@@ -39,7 +39,8 @@ public:
     bool AwaitStopped(std::chrono::steady_clock::time_point deadline =
                           std::chrono::steady_clock::time_point::max()) const;
 
-    /// Waits until no writer uses the logger: each has ended, or hangs in its policy.
+    /// Waits until no writer can take a line any more: the current one has ended, or one is in its
+    /// policy with the line. Call Stop() before, and AwaitStopped() if a slow policy is to end.
     void AwaitEndOrHang() const;
 
     /// Keep all other threads out while the process forks; before those of LineLock. In a forked
