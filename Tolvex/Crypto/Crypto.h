@@ -26,9 +26,9 @@ namespace Tolvex::Crypto {
 /// Encodes bytes as Base64 text.
 ///
 /// @param data        Bytes; null gives an empty text.
-/// @param length      Number of bytes; 0 gives an empty text. Only the low 32 bits count, read as a
-///                    signed number. For 2 GiB or more the result is the text of a beginning of the
-///                    data, or empty.
+/// @param length      Number of bytes; 0 gives an empty text. Only the low 32 bits are used, as a
+///                    signed number. So 2 GiB or more encode only the first part of the data, or
+///                    give an empty text.
 /// @param noNewLines  False: lines of 64 characters, with no line feed at the end. True: one line.
 /// @return the text.
 /// @note With noNewLines the last character is missing ("foo" gives "Zm9"): Base64EncodeLine()
@@ -48,8 +48,8 @@ TOLVEX_EXPORT std::string Base64Encode(const unsigned char* data, unsigned long 
 /// The same as DoBase64Encode().
 ///
 /// @param data        Bytes; null gives an empty text.
-/// @param length      Number of bytes, with the limits of DoBase64Encode(): the low 32 bits of a
-///                    negative number count too.
+/// @param length      Number of bytes, with the limits of DoBase64Encode(). Of a negative number,
+///                    too, the low 32 bits are used.
 /// @param noNewLines  False: lines of 64 characters. True: one line, without its last character.
 /// @return the text.
 TOLVEX_EXPORT std::string Base64Encode(const char* data, long long length, bool noNewLines);
@@ -93,7 +93,8 @@ TOLVEX_EXPORT bool Base64Decode(const std::string& text, std::string& bytes);
 ///         a key that is empty or too long.
 TOLVEX_EXPORT std::string HMAC_SHA1(const std::string& message, const std::string& key);
 
-/// Checks a signature. The time does not depend on where it differs from the right one.
+/// Checks a signature. The time that the check takes does not tell at which character a wrong
+/// signature differs from the right one.
 ///
 /// @param message    Bytes that were signed.
 /// @param key        1 to 128 bytes.

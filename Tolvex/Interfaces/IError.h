@@ -49,7 +49,7 @@ namespace Tolvex::Interfaces {
 class TOLVEX_EXPORT IError
 {
 public:
-    /// No error, and no names yet.
+    /// Makes an object without an error and without names.
     IError();
     /// May be destroyed through a pointer to this class.
     virtual ~IError();
@@ -73,8 +73,8 @@ public:
     /// Empties the text and sets the code to 0.
     void ResetError();
 
-    /// Replaces the text by the requested parts, in this order, and then the message:
-    /// "[Namespace: Tolvex::Util][Class: Timer][Method: Create]Create timer error".
+    /// Replaces the text. The new text is the requested parts (namespace, class, method), followed
+    /// by the message: "[Namespace: Tolvex::Util][Class: Timer][Method: Create]Create timer error".
     ///
     /// Does not change the code. An argument may be this object's own text.
     /// @param message        What went wrong.
@@ -84,7 +84,7 @@ public:
     void SetError(const std::string& message, const std::string& method, bool withNamespace,
                   bool withClass);
 
-    /// Does the same with a message of "[#Exception]", directly followed by exception.what().
+    /// As above, with the message "[#Exception]" and exception.what() directly behind it.
     ///
     /// @param exception      What went wrong.
     /// @param method         The method in which it went wrong; an empty name omits the part.
@@ -94,7 +94,7 @@ public:
                   bool withClass);
 
     /// @return the text of the last failure, or an empty text. The reference is valid as long as
-    /// this object; the next operation changes the text.
+    /// this object exists. The next operation changes the text.
     const std::string& GetErrorText() const { return errorText; }
 
     /// @return 0, unless a derived class has set a code after the last ResetError().

@@ -33,7 +33,7 @@ public:
 
     /// Adds a token and wakes one waiting thread. Does not block.
     ///
-    /// The count stops at the largest 64-bit number.
+    /// At the largest 64-bit number the count stays as it is.
     void Notify();
 
     /// Blocks while the count is exactly 0, then takes a token.
@@ -42,8 +42,8 @@ public:
     ///
     /// A cancellation point: a thread that is cancelled here takes no token and leaves the
     /// semaphore usable.
-    /// @note A negative count does not block: the call returns at once and lowers the count by one
-    /// (it stops at the smallest 64-bit number).
+    /// @note A negative count does not block: the call lowers the count by one and returns at once.
+    /// At the smallest 64-bit number the count stays as it is.
     void Wait();
 
     /// Takes a token if there is one. Does not block.
@@ -53,7 +53,7 @@ public:
 
 private:
     std::mutex mutex;                   ///< held for one update of count
-    std::condition_variable condition;  ///< count has become different from 0
+    std::condition_variable condition;  ///< signals that count is no longer 0
     std::int64_t count;                 ///< shared: tokens; written under mutex
 };
 

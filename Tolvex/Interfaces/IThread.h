@@ -20,8 +20,8 @@ struct WorkerRefusals;
 /// Base of a worker thread: calls Run() pass after pass until it is stopped.
 ///
 /// **Stop the thread before the most derived part of the object is destroyed.** The destructor of
-/// this class stops the thread too, but by then Run() no longer exists, and a thread that calls it
-/// ends the process ("pure virtual function called"). So create the object as `Stopped<Worker>`
+/// this class stops the thread too, but by then Run() no longer exists: if the thread calls it, the
+/// process ends ("pure virtual function called"). So create the object as `Stopped<Worker>`
 /// (Stopped.h), or call StopBeforeDestruction() first in the most derived destructor.
 ///
 /// A derived class supplies Run(), one pass of work. The thread does not pause between passes, so
@@ -30,8 +30,9 @@ struct WorkerRefusals;
 /// object can be started again after its thread has ended or was aborted. See
 /// examples/WorkerWithObserver.cpp and examples/PauseAndResume.cpp.
 ///
-/// A child of fork() does not have the threads of its parent. It may destroy such a worker, which
-/// does not wait there, and start one whose thread had been stopped, cancelled or aborted.
+/// A child of fork() does not have the threads of its parent. It may destroy a worker that runs in
+/// the parent; the destructor does not wait there. It may start a worker whose thread had been
+/// stopped, cancelled or aborted.
 /// @par Errors
 /// No error is reported. If the thread cannot be created, only IsRunning() shows it. The start, the
 /// end and the abort of the thread are logged (module Ithread); a line that cannot be written is
@@ -51,13 +52,13 @@ public:
     class TOLVEX_EXPORT IThreadDelegate
     {
     public:
-        /// Remove the observer from its workers first.
+        /// Before an observer is destroyed, remove it from its workers.
         virtual ~IThreadDelegate();
 
         /// Called by DoCallback(), normally on the worker thread.
         ///
         /// @param thread  The worker.
-        /// @param data    What the worker hands out; not owned.
+        /// @param data    The argument of DoCallback(); not owned.
         virtual void Invoke(IThread* thread, void* data);
 
         /// Called when the worker has been stopped: on the thread that called Stop(), or on the
@@ -71,7 +72,7 @@ public:
     /// Makes a worker without a thread: Start() creates one.
     IThread();
 
-    /// Stops the thread without telling the delegates.
+    /// Stops the thread, but calls no delegate.
     ///
     /// Waits up to two seconds for a thread that was cancelled or aborted. The calling thread is
     /// not cancelled while it waits.
@@ -82,10 +83,10 @@ public:
 
     /// Starts the thread; does nothing if it already runs.
     ///
-    /// Does not wait for the thread, but blocks as long as the log line of the start does: another
-    /// thread may be composing a line. If the thread of an earlier start is still ending after
-    /// Cancel() or Abort(), the new thread waits for it, for two seconds at most, before it calls
-    /// RunBefore(). The old thread ends its pass and does not call Run() again.
+    /// Does not wait for the new thread. Logs the start, so the call blocks while another thread
+    /// composes a line. If the thread of an earlier start is still ending after Cancel() or
+    /// Abort(), the new thread waits for it, for two seconds at most, before it calls RunBefore().
+    /// The old thread ends its pass and does not call Run() again.
     /// @note A failure to create the thread is not reported, and the start is logged all the same.
     /// IsRunning() is then false, WaitUntilFinished() true, and Start() may be called again.
     void Start();
@@ -133,7 +134,7 @@ public:
     ///
     /// After it has returned true the object may be destroyed, also after Cancel() and Abort().
     /// @param limit  Longest time to wait in ms; 0 or less tests once.
-    /// @return false when the limit is over, and if the object was never started.
+    /// @return false when the limit has passed, and if the object was never started.
     bool WaitUntilFinished(std::chrono::milliseconds limit) const;
 
     /// Sets the name for log lines, and for the OS thread of the next Start(). Call it only while
@@ -142,17 +143,18 @@ public:
     /// @param name  More than 15 characters leave the OS thread unnamed.
     void SetThreadName(const std::string& name) { threadName = name; }
 
-    /// Wishes for a scheduling policy and priority, from the next Start() on.
+    /// Requests a scheduling policy and priority. The next and later calls of Start() apply them.
     ///
-    /// If the system refuses, a warning is logged and the thread runs without: as its creator does.
+    /// If the system refuses, a warning is logged and the thread keeps the scheduling of the thread
+    /// that created it.
     /// @param policy    Such as SCHED_FIFO.
-    /// @param priority  As sched_setscheduler() takes it for the policy.
+    /// @param priority  In the range that sched_setscheduler() allows for the policy.
     /// @par Thread safety
     /// Thread-safe.
     void SetPriority(int policy, int priority);
 
-    /// Wishes for processors to run on, from the next Start() on. As for SetPriority() otherwise.
-    /// @param cpus  The allowed ones.
+    /// Requests the processors on which the thread may run. Otherwise as SetPriority().
+    /// @param cpus  The allowed processors.
     /// @par Thread safety
     /// Thread-safe.
     void SetCpuAffinity(const cpu_set_t& cpus);
@@ -207,17 +209,18 @@ protected:
     /// Called once on the worker thread after the last pass.
     virtual void RunAfter();
 
-    /// Called by Stop() on the stopping thread, before the worker is asked to end.
+    /// Called by Stop(), on the thread that called Stop(), before the worker is asked to end.
     ///
     /// If a class overrides it, Stop() tests once before its first sleep whether the worker has
     /// ended. An override that calls the base version counts as not overridden.
     virtual void Stopping();
 
-    /// For the destructor of the most derived class to call first: stops the thread as Stop()
-    /// does, then waits for a thread that was cancelled (without a limit) or aborted (two seconds
-    /// at most).
+    /// Stops the thread as Stop() does. Then waits for a thread that was cancelled (without a
+    /// limit) or aborted (two seconds at most). Call it first in the destructor of the most derived
+    /// class.
     ///
-    /// The calling thread is not cancelled while it waits. The object does not delete itself.
+    /// The calling thread is not cancelled while it waits. Clears deleteOnStop, so the object does
+    /// not delete itself.
     void StopBeforeDestruction();
 
     pthread_t threadHandle = 0;               ///< shared: the current thread; 0: none
@@ -229,7 +232,7 @@ protected:
     bool cancelRequested = false;  ///< shared: the worker calls the stop delegates itself
     bool finished = false;         ///< shared: the thread body has ended, or was aborted
     bool benchmark = false;  ///< shared: each pass is timed and logged; for derived classes to set
-    bool deleteOnStop = false;  ///< shared: the object deletes itself after Stop(); as above
+    bool deleteOnStop = false;  ///< shared: deletes the object after Stop(); derived classes set it
     std::string threadName;     ///< of the OS thread, and in log lines
     bool paused = false;        ///< shared: the thread sleeps instead of calling Run()
     bool started = false;       ///< shared: threadHandle holds the handle of the new thread
@@ -244,8 +247,8 @@ private:
     void NotifyCancelled(WorkerThreads& workers, std::string& name);
     void AwaitHandOver() const;
 
-    bool stoppingOverridden = false;  ///< shared: what Stop() has found out about Stopping()
-    const std::shared_ptr<WorkerThreads> workerThreads;  ///< shared with those threads
+    bool stoppingOverridden = false;  ///< shared: a derived class overrides Stopping()
+    const std::shared_ptr<WorkerThreads> workerThreads;  ///< co-owned by the worker's threads
 };
 
 }  // namespace Tolvex::Interfaces

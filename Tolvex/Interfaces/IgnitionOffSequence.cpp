@@ -120,7 +120,7 @@ void IgnitionOffSequence::RunIgnitionOff()
     for (const std::unique_ptr<Participant>& next : participants) {
         budgets += next->budget;
         const auto latest = begin + budgets + logAllowance;
-        // A plain pointer: the function then needs no memory, of which there may be none left.
+        // A plain pointer: the function then needs no memory, which may be exhausted.
         const auto result = next->thread->Run([call = next->call.get()] { call->Make(); },
                                               std::min(steady_clock::now() + next->budget, latest),
                                               BoundedThread::Late::NotCalled);
@@ -177,7 +177,7 @@ void IgnitionOffSequence::WriteRecord(Util::DriveEnd end, Deadline deadline)
             },
             deadline, BoundedThread::Late::Called);
     } catch (const std::bad_alloc&) {
-        // Best effort: the record goes on saying "died".
+        // Best effort: the record keeps saying "died".
     }
 }
 

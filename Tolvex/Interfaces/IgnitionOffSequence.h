@@ -17,7 +17,7 @@ class BoundedThread;
 
 namespace Tolvex::Interfaces {
 
-/// Calls several participants in order when the ignition goes off, each within a time of its own.
+/// Calls several participants in order when the ignition goes off, each with its own time budget.
 ///
 /// A participant that takes longer than its budget is left behind: its call continues on its own
 /// thread, the sequence calls the next participant, and the log names the late one.
@@ -54,7 +54,7 @@ public:
 
     /// Appends a participant, and creates the thread on which it will be called.
     ///
-    /// The thread is created here, because at ignition off the system may have none to give.
+    /// The thread is created here, because at ignition off the system may be unable to create one.
     /// @param name         For the log and the record; not empty, without line breaks.
     /// @param participant  Not owned; must outlive the sequence and its own call, which may outlast
     ///                     the sequence. A std::exception that it throws is logged.

@@ -17,7 +17,7 @@ enum class WorkerState : std::int32_t
 {
     Failed,    ///< started, but the thread could not be created
     Running,   ///< makes passes
-    Paused,    ///< makes no passes, or only ends the one that it is in
+    Paused,    ///< makes no passes; the current pass may still run
     Stopping,  ///< was stopped or cancelled, and has not ended yet
     Finished,  ///< has ended
     Aborted    ///< was aborted; the thread may be there still
@@ -27,14 +27,14 @@ enum class WorkerState : std::int32_t
 ///
 /// Lengths of passes are measured with a clock that moves in ticks, mostly of 4 ms (clock_getres()
 /// of CLOCK_MONOTONIC_COARSE). A pass that is shorter than a tick shows as 0. The length of a
-/// longer one is up to one tick too short, and exact when the pass before it took longer than a
-/// tick, too.
-/// @note A worker that makes more than 1000 passes in a tick reads the clock after every eighth
-/// pass only. When such passes suddenly take long, the first of them can be counted together: up to
-/// eight passes as one.
+/// longer pass is up to one tick too short. It is exact if the pass before it also took longer than
+/// a tick.
+/// @note A worker that makes more than 1000 passes in a tick reads the clock only after every
+/// eighth pass. If its passes suddenly become long, up to eight of the first long passes can be
+/// timed as one.
 struct WorkerHealth
 {
-    const IThread* worker = nullptr;  ///< tells workers apart; it may be destroyed meanwhile
+    const IThread* worker = nullptr;  ///< tells workers apart; may point to a destroyed object
     std::string name;                 ///< as of the start; empty for none
     WorkerState state = WorkerState::Finished;  ///< at the moment of the call
     std::uint64_t passes = 0;                   ///< that have ended

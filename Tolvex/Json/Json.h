@@ -25,7 +25,7 @@
 
 namespace Tolvex::Json {
 
-/// Says which representation of a Value is meaningful.
+/// Says which representation of a Value is active.
 enum ValueType : std::int32_t
 {
     NullVal = 0,    ///< null or unset
@@ -258,7 +258,7 @@ public:
     /// Makes a NullVal.
     Value() noexcept;
     /// Makes an IntVal.
-    /// @param number  Its float and double are the nearest ones.
+    /// @param number  The float and the double of the value are the nearest ones.
     Value(int number) noexcept;
     /// Makes a DoubleVal.
     /// @param number  Truncated toward zero for the integer; the float is the nearest one.
@@ -297,7 +297,7 @@ public:
     /// Copies the type and the active representation, nothing else.
     /// @param other  Copied deeply.
     Value(const Value& other);
-    /// Moves what a copy would copy. Takes constant time.
+    /// Moves the type and the active representation, nothing else. Takes constant time.
     /// @param other  Keeps its type. Its active string, object or array is empty afterwards.
     Value(Value&& other) noexcept;
     /// Destroys all representations, active or not.
@@ -337,9 +337,9 @@ public:
     bool ToBool() const;
     /// @return a reference to the text of a StringVal, valid while this value holds it.
     const std::string& ToString() const;
-    /// @return a deep copy of the array of an ArrayVal; AsArray() makes none.
+    /// @return a deep copy of the array of an ArrayVal; AsArray() makes no copy.
     Array ToArray() const;
-    /// @return a deep copy of the object of an ObjectVal; AsObject() makes none.
+    /// @return a deep copy of the object of an ObjectVal; AsObject() makes no copy.
     Object ToObject() const;
 
     /// @return a reference to the array of an ArrayVal, valid while this value holds it.
@@ -355,7 +355,7 @@ public:
     operator double() const;
     /// As ToBool().
     operator bool() const;
-    /// As ToString(), in a copy.
+    /// As ToString(), but returns a copy.
     operator std::string() const;
     /// As ToArray().
     operator Array() const;
@@ -464,19 +464,20 @@ private:
 /// @note Equality is asymmetric if only one operand is a number. A number on the left equals no
 /// other type. If the number is on the right, the type of the left operand decides. Null equals
 /// every number. A string, object, array or bool is compared with the number's inactive
-/// representation of that type. It is empty or false in most numbers, so "", {}, [] and false equal
-/// them.
+/// representation of that type. In most numbers that representation is empty or false, so "", {},
+/// [] and false equal them.
 /// @param left   Its type decides which representations are compared.
 /// @param right  The other value.
 /// @return whether the values are equal.
 TOLVEX_EXPORT bool operator==(const Value& left, const Value& right);
-/// Compares elements in order, as values are compared.
+/// Compares the elements in order, with operator== of values.
 ///
 /// @param left   Its elements are left operands.
 /// @param right  Its elements are right operands.
 /// @return whether sizes and elements are equal.
 TOLVEX_EXPORT bool operator==(const Array& left, const Array& right);
-/// Compares members in the order of their keys, as values are compared.
+/// Compares the members in the order of their keys: the keys byte by byte, the values with
+/// operator== of values.
 ///
 /// @param left   Its values are left operands.
 /// @param right  Its values are right operands.
@@ -510,7 +511,7 @@ TOLVEX_EXPORT std::string SerializeArray(const Array& array);
 /// docs/json-dialect.md lists what the dialect accepts, and which values change when they are
 /// written and read again.
 /// @param text  The whole document; any bytes.
-/// @return an ObjectVal or ArrayVal; a null value if the text is malformed or no document.
+/// @return an ObjectVal or ArrayVal; a null value if the text is malformed or has no document.
 /// @throws std::out_of_range if a nested container is not closed, or if a string ends within a
 ///         `\u` escape.
 /// @par Thread safety

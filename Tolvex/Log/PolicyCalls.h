@@ -1,6 +1,6 @@
 /// @file
-/// How a logger calls its policy, whatever the class of the policy is. Applications use LoggerBase;
-/// see examples/LogLines.cpp.
+/// The functions through which LoggerCore calls a policy without knowing its class. Applications
+/// use LoggerBase; see examples/LogLines.cpp.
 #pragma once
 
 #include <string>
@@ -10,24 +10,25 @@
 
 namespace Tolvex::Ilog {
 
-/// The operations of a policy, whatever its class is. Each takes the address of the policy.
+/// The operations of a policy. The first argument of each is the address of the policy.
 struct PolicyCalls
 {
     void (*writeHeader)(void* policy, LogType type);           ///< ILogPolicy::WriteHeader()
     void (*write)(void* policy, const std::string& line);      ///< ILogPolicy::Write()
     void (*setOutput)(void* policy, const std::string& name);  ///< ILogPolicy::SetOutput()
-    /// As setOutput, at the start of a log: the first line then begins on a line of its own.
+    /// As setOutput, when the logger is enabled. If the output does not end in a newline, the first
+    /// line starts on a new line.
     void (*openOutput)(void* policy, const std::string& name);
     void (*close)(void* policy);  ///< ILogPolicy::Close()
-    /// The line that is being composed is the last one before close.
+    /// Tells the policy that the line that is being composed is the last one before close.
     void (*beginLastLine)(void* policy);
-    /// Takes a finished line on the thread that ended it. A logger whose policy has this operation
-    /// has no writer and does not call write.
+    /// Takes a finished line; called on the thread that ended the line. Null for most policies. A
+    /// logger whose policy has this operation has no writer thread and does not call write.
     void (*keep)(void* policy, std::string_view line) = nullptr;
 };
 
-/// The operations of one class of policies. A policy may have RepairEnd() and BeginIgnitionOff(),
-/// as FileLogPolicy does.
+/// The operations of one policy class. RepairEnd() and BeginIgnitionOff() are optional: they are
+/// called only if the class has them, as FileLogPolicy does.
 template <typename Policy>
 inline constexpr PolicyCalls policyCallsOf = {
     [](void* policy, LogType type) { static_cast<Policy*>(policy)->WriteHeader(type); },

@@ -13,14 +13,14 @@ namespace Tolvex {
 /// @endcode
 enum class LogModule : std::int32_t
 {
-    Ithread,       ///< "Ithread"; the worker threads of the library log with it
+    Ithread,       ///< "Ithread"; the worker threads of the library use it
     Iaq,           ///< "Iaq"
     FaceRec,       ///< "FaceRec"
     Sdw,           ///< "Sdw"
     DaD,           ///< "DaD"
     CELL,          ///< "CELL"
     LT,            ///< "LT"
-    WNET,          ///< "WNET"; the network utilities of the library log with it
+    WNET,          ///< "WNET"; the network utilities of the library use it
     CONFIG,        ///< "CONFIG"
     Event,         ///< "Event"
     Accelerometer  ///< "Accelerometer"

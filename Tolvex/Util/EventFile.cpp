@@ -36,7 +36,7 @@ bool CanStandInName(const std::string& part)
 /// @return 0, or the error number.
 int CreateExclusively(const std::string& path)
 {
-    // A cancellation inside open() could leave a file and a descriptor that no one knows of.
+    // A cancellation inside open() could leave a file and an open descriptor behind.
     const Base::NoCancellation scope;
     int descriptor = -1;
     do {

@@ -4,7 +4,7 @@
 /// The first event of a second gets the plain name of BuildEventFileName(), such as
 /// "EVENT_FRONT_040321050607.mp4". The next ones get a counter behind the time stamp:
 /// "EVENT_FRONT_040321050607_2.mp4", "EVENT_FRONT_040321050607_3.mp4". GetEventTimeFromFileName()
-/// reads all of them, because the stamp stays at its place.
+/// reads all of them, because the time stamp stays in its place.
 /// @code
 /// try {
 ///     const std::string path =
@@ -36,7 +36,7 @@ namespace Tolvex::Util {
 /// Length of the prefix of an event file's name, in characters.
 constexpr std::size_t eventPrefixLength = 12;
 
-/// Number of events that can have files of one prefix, second and extension in a directory.
+/// Largest number of event files with the same prefix, second and extension in one directory.
 constexpr std::uint32_t mostEventsPerSecond = 9999;
 
 /// The parts of an event file's name.
@@ -48,10 +48,10 @@ struct EventFileName
     std::string extension;     ///< without the full stop
 };
 
-/// Creates an empty file for one event. The file did not exist before, under this or another call.
+/// Creates a new, empty file for one event. Never opens or replaces a file that exists.
 ///
-/// The file has the access rights 0666 less the umask. The directory is not flushed to the medium.
-/// Not cancelled while it works; blocks as long as the file system does.
+/// The file has the access rights 0666 less the umask. The directory is not synced to the medium.
+/// A cancellation does not interrupt the creation. Blocks as long as the file system does.
 /// @param directory  Must exist; empty for the working directory.
 /// @param prefix     eventPrefixLength characters, without a slash or NUL.
 /// @param t          Time of the event.
@@ -59,16 +59,16 @@ struct EventFileName
 /// @return the path of the file: the directory, a slash, the name.
 /// @throws Tolvex::IException when the file cannot be created ("Failed to create the event file: ",
 /// the reason, and the path in brackets), when a part of the name is not as stated, when the time
-/// has no local date, and when mostEventsPerSecond events have their files already. No file is left
-/// then.
+/// has no local date, and when mostEventsPerSecond events have their files already. In all these
+/// cases no file is created.
 TOLVEX_EXPORT std::string CreateEventFile(const std::string& directory, const std::string& prefix,
                                           const time_t& t, const std::string& extension);
 
 /// Reads a name that CreateEventFile() or BuildEventFileName() has made from a prefix of
 /// eventPrefixLength characters.
 ///
-/// Unlike GetEventTimeFromFileName() it reads the seconds, and refuses every other name. A local
-/// time that a change of the clocks repeats gives one of its two instants.
+/// Unlike GetEventTimeFromFileName() it reads the seconds, and refuses every other name. If a
+/// change of the clocks repeats the local time, the result is one of its two instants.
 /// @param name   File name without directories.
 /// @param parts  Receives the parts; untouched when false is returned.
 /// @return false for any other name, for a date that the calendar does not have, and for a time

@@ -21,7 +21,7 @@ public:
     /// @param start  true: calls StartTimer(). false: call StartTimer() before the first reading.
     TimeMonitor(bool start);
 
-    /// Makes this moment the start of the measurement.
+    /// Starts the measurement, or starts it again.
     ///
     /// @return false, always.
     /// @note The result is false on success too: it is no success flag.
@@ -33,9 +33,9 @@ public:
     /// Logs "Time elapsed [name] => seconds", without a module; six significant digits, no unit.
     ///
     /// Blocks while another thread composes a line.
-    /// @param name  Any text; says what was measured.
-    /// @note The clock is read after the first part of the line was composed, so the measured time
-    /// includes that part. The clock is read even if both loggers are disabled.
+    /// @param name  Any text, to tell measurements apart.
+    /// @note The clock is read after the first part of the line has been composed, so the elapsed
+    /// time includes the time for that part. The clock is read even if all loggers are disabled.
     /// @throws std::system_error if a logger's line lock cannot be taken.
     void ShowElapsedTime(std::string name);
 

@@ -1,9 +1,9 @@
 /// @file
 /// Calendar time: reading, formatting, comparing. All broken-down times are in the local time zone.
 ///
-/// mktime() resolves local times that a change of the clocks skips or repeats; its daylight-saving
-/// flag is "unknown". A skipped time is shifted by the change. A repeated time gives one of its two
-/// instants, depending on the calls that the process made before.
+/// A change of the clocks skips or repeats some local times. mktime() resolves them, and gets
+/// "unknown" as daylight-saving flag. A skipped time is shifted by the change. A repeated time
+/// gives one of its two instants; earlier calls in the process decide which.
 /// @code
 /// std::string text = "2021-03-04 05:06:07";
 /// const std::time_t start = Util::Str2Time(text);
@@ -11,7 +11,7 @@
 ///           << " days ago, a " << Util::Date(start, "%A") << '\n';
 /// @endcode
 /// @par Thread safety
-/// Reentrant, all of them. See Str2Time() about the text that it writes to.
+/// Reentrant, all of them; RefreshTimeZone() is thread-safe. Str2Time() writes to its argument.
 #pragma once
 
 #include <ctime>
@@ -45,7 +45,7 @@ TOLVEX_EXPORT int DayDiff(const time_t& from, const time_t& to);
 /// @note THE RANGE OF YEARS IS FIXED: EVERY DATE BEFORE 2018 AND EVERY DATE FROM 1 JANUARY 2026 ON
 /// IS "NOT VALID". Applications rely on it: do not ask this function about today's date.
 /// @param t  Unix time in seconds.
-/// @return true if it is.
+/// @return true if it is one of them.
 TOLVEX_EXPORT bool IsValidDate(const time_t& t);
 
 /// @param date  Gives year, month and day; Unix time in seconds.
@@ -59,8 +59,8 @@ TOLVEX_EXPORT time_t GetDateTime(const time_t& date, const time_t& time);
 /// @param t       Unix time in seconds.
 /// @param format  Conversions of strftime(); an empty format means "%a,%d %b %y %T%z". A NUL ends
 ///                the format.
-/// @return the text, up to 16 MiB; a longer text, which only a field width can make, is returned as
-/// an empty one. Empty also if the year of `t` does not fit into an int.
+/// @return the text, up to 16 MiB. A longer text, which only a field width can produce, is returned
+/// as an empty text. The text is also empty if the year of `t` does not fit into an int.
 TOLVEX_EXPORT std::string Date(const time_t& t, std::string format);
 
 /// @param format  As for Date().
@@ -71,13 +71,12 @@ TOLVEX_EXPORT std::string NewDate(std::string format);
 /// @return `t` in local time as "2021-03-04 05:06:07".
 TOLVEX_EXPORT std::string DateISO(const time_t& t);
 
-/// Reads the time zone again: log lines, file names and dates use a changed one from their next
-/// call on.
+/// Reads the time zone again. Log lines, file names and dates use the new zone from then on.
 ///
-/// To be called when the device has come into another zone, after `TZ` was set or `/etc/localtime`
-/// was replaced. Without a call a change is noticed at some later time, or never. Of a zone that
-/// `TZ` names, only another name counts as a change, not another content of its file. A file that
-/// is missing or damaged gives UTC.
+/// Call it when the device has entered another time zone, after `TZ` was set or `/etc/localtime`
+/// was replaced. Without this call the change is noticed later, or never. If `TZ` names the zone,
+/// only a new name counts as a change; new content in the file of the zone does not. If the file is
+/// missing or damaged, the zone is UTC.
 /// @code
 /// std::filesystem::create_symlink("/usr/share/zoneinfo/Europe/Lisbon", "/etc/localtime.new");
 /// std::filesystem::rename("/etc/localtime.new", "/etc/localtime");

@@ -1,4 +1,5 @@
-// What does a token cost when nobody waits for it, and how fast do two threads hand one to and fro?
+// What does a token cost when no thread waits for it? How fast do two threads pass one back and
+// forth?
 // ISemaphore against std::counting_semaphore and sem_t, which both do without a mutex.
 #include "Tolvex/Interfaces/ISemaphore.h"
 

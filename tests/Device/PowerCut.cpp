@@ -74,7 +74,7 @@ std::string Generation(const char* age, int cut)
     return age + std::string("-") + std::to_string(cut);
 }
 
-/// Stops the board in the middle of a write; goes on when the host has copied the flash.
+/// Stops the board in the middle of a write; it runs again when the host has copied the flash.
 void Cut(int cut, int cuts)
 {
     const auto start = Clock::now();

@@ -34,7 +34,7 @@
 
 namespace {
 
-std::atomic<bool> failCreations = false;  // pthread_create() fails for want of memory
+std::atomic<bool> failCreations = false;  // pthread_create() fails for lack of memory
 std::atomic<bool> hangFlushes = false;    // fdatasync() does not return
 
 }  // namespace

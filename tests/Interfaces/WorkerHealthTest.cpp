@@ -31,7 +31,7 @@
 
 namespace {
 
-std::atomic<bool> failCreations = false;  // pthread_create() fails for want of memory
+std::atomic<bool> failCreations = false;  // pthread_create() fails for lack of memory
 
 }  // namespace
 

@@ -3,7 +3,7 @@
 /// program: it replaces the function that pthread_atfork() calls, to stop that thread there.
 ///
 /// Do not use it under the thread sanitizer: in a child its pthread_once() waits for that thread
-/// for ever.
+/// forever.
 #pragma once
 
 #include <atomic>

@@ -15,7 +15,7 @@ namespace Tolvex::Interfaces {
 class IThread;
 class PassClock;
 
-/// The error numbers with which the system has refused a worker's wishes; 0 for none.
+/// The error numbers with which the system has refused a worker's settings; 0: not refused.
 struct WorkerRefusals
 {
     /// Logs them as warnings. @param name  Of the worker.
@@ -56,7 +56,7 @@ public:
 
     // The following are guarded by the mutex of the worker's threads.
 
-    /// Schedules a new thread as wished for. The thread exists as long as the mutex is held.
+    /// Applies the requested scheduling to a new thread, which exists as long as the mutex is held.
     WorkerRefusals Apply(pthread_t thread) const;
     /// @return the name at the last start; none before the first.
     const std::optional<std::string>& NameAtStart() const { return nameAtStart; }
@@ -86,8 +86,8 @@ private:
 
     // Guarded by the mutex of the worker's threads.
     std::optional<std::string> nameAtStart;  ///< none before the first start
-    std::optional<Scheduling> scheduling;    ///< wished for
-    std::optional<cpu_set_t> cpus;           ///< wished for
+    std::optional<Scheduling> scheduling;    ///< as requested; none: as the creating thread
+    std::optional<cpu_set_t> cpus;           ///< as requested; none: as the creating thread
 
     // Guarded by the mutex of the list.
     const IThread* object = nullptr;  ///< null: not on the list
