@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Cuts the power of the emulated board: stops it, copies an image as a cut would leave it, lets it run.
+"""Cuts the power of the emulated board: stops it, copies an image as a cut would leave it, resumes.
 
 usage: power_cuts.py flash DIRECTORY CUTS
        power_cuts.py log DIRECTORY CUTS MODE
