@@ -13,9 +13,8 @@
 #include "Tolvex/Log/Logger.h"
 
 #include "examples/dashcam/Accelerometer.h"
-#include "examples/dashcam/Log.h"
+#include "examples/dashcam/Drive.h"
 #include "examples/dashcam/Recorder.h"
-#include "examples/dashcam/Watch.h"
 
 namespace {
 
@@ -64,9 +63,9 @@ private:
 int main(int argc, char** argv)
 {
     const std::string path = argc > 1 ? argv[1] : "share-benchmark";
-    StartLog(path);
     const Settings settings;
     Folder folder(path, settings);
+    Tolvex::Ilog::Logger::GetInstance()->EnableFile(folder.Path("dashcam.log"));
     Recorder recorder(settings);
     Stopped<Watch> watch(folder);
     Stopped<Source> source(recorder, settings);

@@ -36,10 +36,10 @@ double ForceOf(const Sample& sample);
 class Accelerometer : public Tolvex::Interfaces::IThread
 {
 public:
-    /// @param settings  Must outlive the worker.
-    /// @param path      Of the file or FIFO.
-    /// @param report    Called on the worker thread with a force in g, once for each shock.
-    Accelerometer(const Settings& settings, std::string path, std::function<void(double)> report);
+    /// @param wishes  Must outlive the worker.
+    /// @param file    Its path, or that of a FIFO.
+    /// @param sink    Called on the worker thread with a force in g, once for each shock.
+    Accelerometer(const Settings& wishes, std::string file, std::function<void(double)> sink);
     ~Accelerometer() override;
 
     /// @return the samples of a time, the oldest first, as far as they are still known.

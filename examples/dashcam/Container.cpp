@@ -1,20 +1,9 @@
 #include "examples/dashcam/Container.h"
 
-#include <new>
-
-#include "Tolvex/Exception/IException.h"
+#include <algorithm>
 
 namespace Dashcam {
 namespace {
-
-/// Throws for a negative code.
-int Check(int code, const char* step)
-{
-    if (code < 0) {
-        throw Tolvex::IException((std::string(step) + ": " + AvReason(code)).c_str());
-    }
-    return code;
-}
 
 struct FreeMuxer
 {
@@ -65,7 +54,7 @@ AvPicture Decode(const Frame& key, const AVCodecParameters& parameters)
     Check(avcodec_parameters_to_context(decoder.get(), &parameters), "still");
     Check(avcodec_open2(decoder.get(), codec, nullptr), "still");
     Check(avcodec_send_packet(decoder.get(), &key.Packet()), "still");
-    Check(avcodec_send_packet(decoder.get(), nullptr), "still");
+    Check(avcodec_send_packet(decoder.get(), nullptr), "still");  // no more: the picture comes now
     AvPicture picture(av_frame_alloc());
     Check(avcodec_receive_frame(decoder.get(), picture.get()), "still");
     return picture;

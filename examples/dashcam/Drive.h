@@ -1,21 +1,20 @@
 #pragma once
 
-#include <chrono>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <utility>
-#include <vector>
 
+#include "Tolvex/Interfaces/IThread.h"
+#include "Tolvex/Interfaces/IgnitionOffMode.h"
 #include "Tolvex/Interfaces/IgnitionOffSequence.h"
 
 #include "examples/dashcam/Accelerometer.h"
 #include "examples/dashcam/Capture.h"
 #include "examples/dashcam/Clips.h"
-#include "examples/dashcam/Display.h"
 #include "examples/dashcam/Folder.h"
 #include "examples/dashcam/Recorder.h"
 #include "examples/dashcam/Settings.h"
-#include "examples/dashcam/Watch.h"
 
 namespace Dashcam {
 
@@ -28,6 +27,23 @@ struct Options
     std::string settings;      ///< empty: defaults
     std::string folder = "dashcam-clips";
     int seconds = 30;  ///< 0: until a signal
+};
+
+/// The worker that looks after the others and after the folder, once a second.
+/// @par Thread safety
+/// Controlling thread.
+class Watch : public Tolvex::Interfaces::IThread
+{
+public:
+    /// @param clips  Must outlive the worker.
+    explicit Watch(Folder& clips) : folder(clips) { SetThreadName("Watch"); }
+
+protected:
+    void Run() override;
+
+private:
+    Folder& folder;
+    std::string hanging;  ///< the workers that the log has named already
 };
 
 /// One drive, from ignition on to ignition off: all parts of the camera, and how they are
@@ -46,8 +62,9 @@ public:
     void Start();
     /// The driver has pressed the button.
     void PressButton() { clips.Raise("button", 0.0); }
-    /// Shows how it goes.
-    void UpdateDisplay() { display.Update(); }
+    /// Shows how the drive is going, to be called a few times a second: a line that updates itself
+    /// on a terminal, now and then a plain line anywhere else.
+    void UpdateDisplay();
     /// Ends all, in order and in time, and tells the user what there is.
     /// @return false when no picture was ever taken.
     bool SwitchIgnitionOff();
@@ -66,6 +83,7 @@ private:
 
     void TellLastDrive();
     void WriteSummary();
+    std::string DisplayLine() const;
 
     const Settings settings;
     Folder folder;
@@ -76,10 +94,11 @@ private:
     const bool hasAccelerometer;
     Capture capture;
     Watch watch;
-    Display display;
     Step sensors;
     Step summary;
     const std::time_t begin;
+    const bool isTerminal;  ///< where the display is
+    Moment nextPlainLine;
 };
 
 }  // namespace Dashcam

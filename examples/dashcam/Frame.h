@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <utility>
 
 #include "Tolvex/Pipeline/IPipelineElement.h"
