@@ -102,7 +102,13 @@ void Accelerometer::Run()
         const std::lock_guard<std::mutex> lock(mutex);
         samples.AddNext(sample);
     }
-    Judge(sample);
+    if (const double force = ForceOf(sample); force >= settings.threshold) {
+        const bool isNew = sample.time - lastShock >= quietTime;
+        lastShock = sample.time;
+        if (isNew) {
+            report(force);
+        }
+    }
 }
 
 /// Waits for 100 ms at most. @return false when there is no whole line yet.
@@ -136,19 +142,6 @@ bool Accelerometer::ReadLine(std::string& line)
         ThreadSleep(1000ms, 50ms);
     }
     return false;
-}
-
-void Accelerometer::Judge(const Sample& sample)
-{
-    const double force = ForceOf(sample);
-    if (!(force >= settings.threshold)) {
-        return;
-    }
-    const bool isNew = lastShock == Moment() || sample.time - lastShock >= quietTime;
-    lastShock = sample.time;
-    if (isNew) {
-        report(force);
-    }
 }
 
 void Accelerometer::Complain(const std::string& problem)

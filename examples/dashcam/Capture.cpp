@@ -63,10 +63,10 @@ void Capture::Open()
     av_dict_free(&options);
     Check(code, "H.264 encoder");
 
-    const std::shared_ptr<AVCodecParameters> parameters(avcodec_parameters_alloc(),
-                                                        AvRelease<avcodec_parameters_free>());
-    Check(avcodec_parameters_from_context(parameters.get(), opened.get()), "H.264 encoder");
-    recorder.SetParameters(parameters);
+    const std::shared_ptr<AVCodecParameters> made(avcodec_parameters_alloc(),
+                                                  AvRelease<avcodec_parameters_free>());
+    Check(avcodec_parameters_from_context(made.get(), opened.get()), "H.264 encoder");
+    parameters = made;
     LogLine(LogType::Info, LogModule::Event)
         << source.Name() << ": " << source.Width() << 'x' << settings.height;
     encoder = std::move(opened);
@@ -83,7 +83,7 @@ std::shared_ptr<Frame> Capture::Encode(const Picture& picture)
     Check(avcodec_send_frame(encoder.get(), picture.pixels.get()), "H.264 encoder");
     Check(avcodec_receive_packet(encoder.get(), packet.get()), "H.264 encoder");
     sinceKey = (sinceKey + 1) % settings.keyInterval;
-    return std::make_shared<Frame>(picture.id, std::move(packet), picture.time);
+    return std::make_shared<Frame>(picture.id, std::move(packet), picture.time, parameters);
 }
 
 }  // namespace Dashcam

@@ -100,10 +100,9 @@ void Clips::Handle(const Event& event)
 
 void Clips::Write(const Clip& clip)
 {
-    const auto parameters = recorder.Parameters();
     std::map<std::string, std::string> files;
-    files["mp4"] = MakeMp4(clip.frames, *parameters);
-    files["jpg"] = MakeJpeg(*clip.frames.front(), *parameters);
+    files["mp4"] = MakeMp4(clip.frames);
+    files["jpg"] = MakeJpeg(*clip.frames.front());
     const auto samples =
         accelerometer->Between(clip.frames.front()->Time(), clip.frames.back()->Time());
 

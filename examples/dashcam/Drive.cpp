@@ -50,11 +50,6 @@ Drive::Drive(const Options& options)
       hasAccelerometer(!options.acceleration.empty()),
       capture(settings, recorder, options.camera, options.file),
       watch(folder),
-      sensors([this] {
-          accelerometer.Stop();
-          watch.Stop();
-      }),
-      summary([this] { WriteSummary(); }),
       begin(std::time(nullptr)),
       isTerminal(isatty(STDOUT_FILENO) != 0)
 {
@@ -62,8 +57,9 @@ Drive::Drive(const Options& options)
     // The log is the last: it takes the lines of the others.
     sequence.Add("Capture", &capture, 2s);
     sequence.Add("Clips", &clips, 5s);
-    sequence.Add("Sensors", &sensors, 2s);
-    sequence.Add("Summary", &summary, 2s);
+    sequence.Add("Accelerometer", &accelerometer, 1s);
+    sequence.Add("Watch", &watch, 1s);
+    sequence.Add("Summary", this, 2s);
     sequence.Add("Log", Tolvex::Ilog::Logger::GetInstance(), 3s);
     if (settings.key == Settings().key) {
         LogLine(LogType::Warning, LogModule::CONFIG) << "clips are signed with the example's key";
@@ -154,7 +150,7 @@ bool Drive::SwitchIgnitionOff()
     return capture.Frames() != 0;
 }
 
-void Drive::WriteSummary()
+void Drive::RunIgnitionOff()
 {
     const Clips::Count count = clips.Counted();
     Tolvex::Json::Object drive;

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <ctime>
-#include <functional>
 #include <string>
-#include <utility>
 
 #include "Tolvex/Interfaces/IThread.h"
 #include "Tolvex/Interfaces/IgnitionOffMode.h"
@@ -32,11 +30,14 @@ struct Options
 /// The worker that looks after the others and after the folder, once a second.
 /// @par Thread safety
 /// Controlling thread.
-class Watch : public Tolvex::Interfaces::IThread
+class Watch : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
 {
 public:
     /// @param clips  Must outlive the worker.
     explicit Watch(Folder& clips) : folder(clips) { SetThreadName("Watch"); }
+
+    /// Looks no more.
+    void RunIgnitionOff() override { Stop(); }
 
 protected:
     void Run() override;
@@ -52,7 +53,7 @@ private:
 /// Never destroyed: what hangs at ignition off may use it until the process ends.
 /// @par Thread safety
 /// Caller serialises.
-class Drive
+class Drive : private Tolvex::Interfaces::IgnitionOffMode
 {
 public:
     /// Makes all parts, and logs how the last drive ended.
@@ -70,19 +71,9 @@ public:
     bool SwitchIgnitionOff();
 
 private:
-    /// A participant of the ignition-off sequence.
-    class Step : public Tolvex::Interfaces::IgnitionOffMode
-    {
-    public:
-        explicit Step(std::function<void()> work) : action(std::move(work)) {}
-        void RunIgnitionOff() override { action(); }
-
-    private:
-        const std::function<void()> action;
-    };
-
+    /// Its part in the sequence, which it runs: writes the summary.
+    void RunIgnitionOff() override;
     void TellLastDrive();
-    void WriteSummary();
     std::string DisplayLine() const;
 
     const Settings settings;
@@ -94,8 +85,6 @@ private:
     const bool hasAccelerometer;
     Capture capture;
     Watch watch;
-    Step sensors;
-    Step summary;
     const std::time_t begin;
     const bool isTerminal;  ///< where the display is
     Moment nextPlainLine;

@@ -58,18 +58,10 @@ bool IsMountPoint(const std::string& path)
            inside.st_dev != outside.st_dev;
 }
 
-/// Makes a folder that does not exist. @return its path.
-std::string Made(std::string path)
-{
-    std::error_code ignored;  // whatever is written there fails, and says why
-    fs::create_directories(path, ignored);
-    return path;
-}
-
 }  // namespace
 
 Folder::Folder(std::string where, const Settings& wishes)
-    : path(Made(std::move(where))), settings(wishes), isMountPoint(IsMountPoint(path))
+    : path(std::move(where)), settings(wishes), isMountPoint(IsMountPoint(path))
 {
 }
 

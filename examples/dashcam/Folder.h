@@ -23,7 +23,7 @@ namespace Dashcam {
 class Folder
 {
 public:
-    /// @param where   Its path; made if it does not exist.
+    /// @param where   Its path. While it does not exist, nothing can be written.
     /// @param wishes  Must outlive the object.
     Folder(std::string where, const Settings& wishes);
 

@@ -51,18 +51,6 @@ void Recorder::Close()
     Complete();
 }
 
-void Recorder::SetParameters(std::shared_ptr<const AVCodecParameters> latest)
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    parameters = std::move(latest);
-}
-
-std::shared_ptr<const AVCodecParameters> Recorder::Parameters() const
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    return parameters;
-}
-
 std::shared_ptr<Clip> Recorder::Begin(const Event& event)
 {
     const std::lock_guard<std::mutex> lock(mutex);

@@ -49,11 +49,6 @@ public:
     /// Completes the open clip. A clip that begins later has no seconds after its event.
     void Close() override;
 
-    /// Says what a file needs to know of the frames that follow.
-    void SetParameters(std::shared_ptr<const AVCodecParameters> parameters);
-    /// @return what was set last; null before.
-    std::shared_ptr<const AVCodecParameters> Parameters() const;
-
     /// Begins the clip of an event, or prolongs the open one as far as the settings allow.
     /// @return the new clip, for AwaitEnd(); null when the open one has been prolonged.
     std::shared_ptr<Clip> Begin(const Event& event);
@@ -71,7 +66,6 @@ private:
     mutable std::mutex mutex;           ///< guards all below, and the ring
     std::condition_variable completed;  ///< a clip is complete, or has been prolonged
     std::shared_ptr<Clip> open;         ///< null: none
-    std::shared_ptr<const AVCodecParameters> parameters;
     std::int64_t slotsUsed = 0;
     bool closed = false;
 };

@@ -67,8 +67,9 @@ std::string VideoSource::Describe() const
                  ",fps=" + rate;
     } else {
         source = "testsrc2=size=" + size + ":rate=" + rate +
-                 ",format=yuv420p,drawtext=text=" + Escaped("%{localtime:%T}") +
-                 ":fontsize=h/14:x=h/20:y=h/20:fontcolor=white:box=1:boxcolor=black:boxborderw=8";
+                 ",format=yuv420p,lutyuv=u=(val+128)/2:v=(val+128)/2,drawtext=text=" +
+                 Escaped("%{localtime:%T}") +
+                 ":fontsize=h/14:x=h/20:y=h*0.87:fontcolor=white:box=1:boxcolor=black:boxborderw=8";
     }
     // The width of the first picture stays, whatever comes after a new start.
     return source + ",scale=" + (width == 0 ? "-2" : std::to_string(width)) + ':' + height +
