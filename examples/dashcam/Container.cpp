@@ -28,16 +28,13 @@ void WriteFrames(AVFormatContext* muxer, const std::vector<std::shared_ptr<Frame
     constexpr AVRational microseconds = {1, 1000000};
     const AvPacketOwner packet(av_packet_alloc());
     std::int64_t last = -1;
-    std::int64_t duration = 0;
-    for (std::size_t i = 0; i < frames.size(); ++i) {
-        Check(av_packet_ref(packet.get(), &frames[i]->Packet()), "frame");
-        if (i + 1 < frames.size()) {
-            duration = MicrosecondsSince(frames[i]->Time(), *frames[i + 1]);
-        }
-        packet->pts = MicrosecondsSince(frames.front()->Time(), *frames[i]);
-        packet->duration = duration;
+    for (const std::shared_ptr<Frame>& frame : frames) {
+        Check(av_packet_ref(packet.get(), &frame->Packet()), "frame");
+        packet->pts = MicrosecondsSince(frames.front()->Time(), *frame);
         av_packet_rescale_ts(packet.get(), microseconds, muxer->streams[0]->time_base);
         packet->pts = packet->dts = std::max(last + 1, packet->pts);
+        // The next frame says how long this one is shown. The last one ends the clip.
+        packet->duration = 1;
         last = packet->pts;
         packet->stream_index = 0;
         Check(av_write_frame(muxer, packet.get()), "frame");
