@@ -3,7 +3,7 @@
 // with the log and the watch, and prints the share of one processor in percent. The dispatcher and
 // the display are left out.
 #include <cstdlib>
-#include <fstream>
+#include <filesystem>
 #include <iostream>
 #include <sys/resource.h>
 #include <thread>
@@ -13,9 +13,8 @@
 #include "Tolvex/Log/Logger.h"
 
 #include "examples/dashcam/Accelerometer.h"
-#include "examples/dashcam/Log.h"
+#include "examples/dashcam/Drive.h"
 #include "examples/dashcam/Recorder.h"
-#include "examples/dashcam/Watch.h"
 
 namespace {
 
@@ -48,7 +47,7 @@ protected:
         AvPacketOwner packet(av_packet_alloc());
         av_new_packet(packet.get(), bytesOfFrame);
         packet->flags = id % settings.keyInterval == 0 ? AV_PKT_FLAG_KEY : 0;
-        recorder.Process(std::make_shared<Frame>(id, std::move(packet), Clock::now()));
+        recorder.Process(std::make_shared<Frame>(id, std::move(packet), Clock::now(), nullptr));
         ++id;
     }
 
@@ -64,9 +63,10 @@ private:
 int main(int argc, char** argv)
 {
     const std::string path = argc > 1 ? argv[1] : "share-benchmark";
-    StartLog(path);
+    std::filesystem::create_directories(path);
     const Settings settings;
     Folder folder(path, settings);
+    Tolvex::Ilog::Logger::GetInstance()->EnableFile(folder.Path("dashcam.log"));
     Recorder recorder(settings);
     Stopped<Watch> watch(folder);
     Stopped<Source> source(recorder, settings);

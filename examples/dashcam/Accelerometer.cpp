@@ -4,9 +4,9 @@
 #include <cerrno>
 #include <cmath>
 #include <fcntl.h>
+#include <filesystem>
 #include <poll.h>
 #include <sstream>
-#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -25,7 +25,6 @@ namespace {
 
 constexpr auto quietTime = 1s;             ///< between two shocks that are two events
 constexpr std::size_t longestLine = 4096;  ///< bytes; more is no sample
-constexpr std::size_t bytesInOneRead = 512;
 
 /// @return false unless the line has three numbers of a sensor and nothing else.
 bool ReadSample(const std::string& line, unsigned char range, Sample& sample)
@@ -103,7 +102,13 @@ void Accelerometer::Run()
         const std::lock_guard<std::mutex> lock(mutex);
         samples.AddNext(sample);
     }
-    Judge(sample);
+    if (const double force = ForceOf(sample); force >= settings.threshold) {
+        const bool isNew = sample.time - lastShock >= quietTime;
+        lastShock = sample.time;
+        if (isNew) {
+            report(force);
+        }
+    }
 }
 
 /// Waits for 100 ms at most. @return false when there is no whole line yet.
@@ -117,45 +122,26 @@ bool Accelerometer::ReadLine(std::string& line)
     }
     if (descriptor < 0) {
         // Also open for writing: a FIFO without writers would be at its end all the time.
-        struct stat kind = {};
-        isFile = stat(path.c_str(), &kind) == 0 && S_ISREG(kind.st_mode);
+        isFile = std::filesystem::is_regular_file(path);
         descriptor = open(path.c_str(), (isFile ? O_RDONLY : O_RDWR) | O_NONBLOCK | O_CLOEXEC);
         due = Clock::now();
     }
     pollfd input = {descriptor, POLLIN, 0};
-    char bytes[bytesInOneRead];
-    if (descriptor < 0 || poll(&input, 1, 100) < 0) {
-        Complain(std::generic_category().message(errno));
-        ThreadSleep(1000ms, 50ms);
-        return false;
-    }
+    poll(&input, 1, 100);
+    char bytes[512];
     const ssize_t count = read(descriptor, bytes, sizeof bytes);
-    if (count > 0 && buffer.size() < longestLine) {
+    if (count > 0) {
         buffer.append(bytes, static_cast<std::size_t>(count));
-    } else if (count > 0) {
-        buffer = "\n";  // this is no sample
-    } else if (isFile && (count < 0 || lseek(descriptor, 0, SEEK_CUR) == 0)) {
-        Complain("has no samples");
-        ThreadSleep(1000ms, 50ms);
-    } else if (isFile) {
+        if (buffer.size() > longestLine) {
+            buffer = "\n";  // this is no sample
+        }
+    } else if (isFile && count == 0 && lseek(descriptor, 0, SEEK_CUR) > 0) {
         lseek(descriptor, 0, SEEK_SET);
-    } else {
-        ThreadSleep(100ms, 50ms);  // a device that has nothing
+    } else if (count == 0 || errno != EAGAIN) {
+        Complain(count == 0 ? "has no samples" : std::generic_category().message(errno));
+        ThreadSleep(1000ms, 50ms);
     }
     return false;
-}
-
-void Accelerometer::Judge(const Sample& sample)
-{
-    const double force = ForceOf(sample);
-    if (!(force >= settings.threshold)) {
-        return;
-    }
-    const bool isNew = lastShock == Moment() || sample.time - lastShock >= quietTime;
-    lastShock = sample.time;
-    if (isNew) {
-        report(force);
-    }
 }
 
 void Accelerometer::Complain(const std::string& problem)

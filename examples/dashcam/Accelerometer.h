@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Tolvex/Interfaces/IThread.h"
+#include "Tolvex/Interfaces/IgnitionOffMode.h"
 #include "Tolvex/Util/CircularBuffer.h"
 
 #include "examples/dashcam/Frame.h"
@@ -33,14 +34,17 @@ double ForceOf(const Sample& sample);
 /// are written, or from a file at the pace of the settings, again and again.
 /// @par Thread safety
 /// Controlling thread. Between() and Skipped() may be called on any thread.
-class Accelerometer : public Tolvex::Interfaces::IThread
+class Accelerometer : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
 {
 public:
-    /// @param settings  Must outlive the worker.
-    /// @param path      Of the file or FIFO.
-    /// @param report    Called on the worker thread with a force in g, once for each shock.
-    Accelerometer(const Settings& settings, std::string path, std::function<void(double)> report);
+    /// @param wishes  Must outlive the worker.
+    /// @param file    Its path, or that of a FIFO.
+    /// @param sink    Called on the worker thread with a force in g, once for each shock.
+    Accelerometer(const Settings& wishes, std::string file, std::function<void(double)> sink);
     ~Accelerometer() override;
+
+    /// Reads no more samples.
+    void RunIgnitionOff() override { Stop(); }
 
     /// @return the samples of a time, the oldest first, as far as they are still known.
     std::vector<Sample> Between(Moment from, Moment to) const;
@@ -52,7 +56,6 @@ protected:
 
 private:
     bool ReadLine(std::string& line);
-    void Judge(const Sample& sample);
     void Complain(const std::string& problem);
 
     const Settings& settings;

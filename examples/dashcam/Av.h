@@ -1,5 +1,5 @@
 /// @file
-/// Owners of libav's objects, and the texts of its errors.
+/// Owners of libav's objects, and its errors as exceptions.
 #pragma once
 
 #include <memory>
@@ -7,9 +7,11 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
+#include <libavfilter/avfilter.h>
 #include <libavformat/avformat.h>
-#include <libswscale/swscale.h>
 }
+
+#include "Tolvex/Exception/IException.h"
 
 namespace Dashcam {
 
@@ -24,34 +26,22 @@ struct AvRelease
     }
 };
 
-struct AvScalerRelease
-{
-    void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
-};
-
-using AvInput = std::unique_ptr<AVFormatContext, AvRelease<avformat_close_input>>;
 using AvCodec = std::unique_ptr<AVCodecContext, AvRelease<avcodec_free_context>>;
-using AvParameters = std::unique_ptr<AVCodecParameters, AvRelease<avcodec_parameters_free>>;
+using AvGraph = std::unique_ptr<AVFilterGraph, AvRelease<avfilter_graph_free>>;
 using AvPacketOwner = std::unique_ptr<AVPacket, AvRelease<av_packet_free>>;
 using AvPicture = std::unique_ptr<AVFrame, AvRelease<av_frame_free>>;
-using AvScaler = std::unique_ptr<SwsContext, AvScalerRelease>;
 
-/// @return the text of an error code.
-inline std::string AvReason(int code)
+/// Looks at the result of a call of libav.
+/// @param code  The result; negative for an error.
+/// @param what  Was being done, or with what; for people.
+/// @throws Tolvex::IException with libav's reason when the code is negative.
+inline void Check(int code, const std::string& what)
 {
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(code, text, sizeof text);
-    return text;
-}
-
-/// @return a picture with memory for its pixels, or null without memory.
-inline AvPicture NewPicture(int format, int width, int height)
-{
-    AvPicture picture(av_frame_alloc());
-    picture->format = format;
-    picture->width = width;
-    picture->height = height;
-    return av_frame_get_buffer(picture.get(), 0) == 0 ? std::move(picture) : nullptr;
+    if (code < 0) {
+        char reason[AV_ERROR_MAX_STRING_SIZE] = {};
+        av_strerror(code, reason, sizeof reason);
+        throw Tolvex::IException((what + ": " + reason).c_str());
+    }
 }
 
 }  // namespace Dashcam

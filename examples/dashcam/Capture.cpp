@@ -15,56 +15,75 @@ Capture::Capture(const Settings& wishes, Recorder& sink, std::string camera, std
     : settings(wishes), recorder(sink), source(wishes, std::move(camera), std::move(file))
 {
     SetThreadName("Capture");
-    av_log_set_level(AV_LOG_FATAL);  // libav would write to the terminal; we log its reasons
+    av_log_set_level(AV_LOG_QUIET);  // libav would write to the terminal; we log its reasons
 }
 
 void Capture::Run()
 {
-    if (!open && !Open()) {
-        ThreadSleep(1s, 50ms);
-        return;
-    }
-    Picture picture;
-    if (!source.Read(picture)) {
-        Complain(source.GetErrorText());
-        open = false;
-        return;
-    }
-    if (const std::shared_ptr<Frame> frame = encoder.Encode(picture); frame != nullptr) {
+    try {
+        if (encoder == nullptr) {
+            Open();
+        }
+        const std::shared_ptr<Frame> frame = Encode(source.Read());
         recorder.Process(frame);
-        const std::int64_t missing = frame->GetFrameId() - lastId - 1;
-        lost += static_cast<std::uint64_t>(missing);
-        ++frames;
+        lost += static_cast<std::uint64_t>(frame->GetFrameId() - lastId - 1);
         lastId = frame->GetFrameId();
-    } else {
-        Complain(encoder.GetErrorText());
+        ++frames;
+    } catch (const std::exception& problem) {
+        if (complaint != problem.what()) {
+            complaint = problem.what();
+            LogLine(LogType::Error, LogModule::Event) << "no picture: " << complaint;
+        }
+        encoder.reset();
+        ThreadSleep(1s, 50ms);
     }
 }
 
-bool Capture::Open()
+void Capture::Open()
 {
-    if (!source.Open()) {
-        Complain(source.GetErrorText());
-        return false;
-    }
-    if (!encoder.Open(source.Width(), settings.height, settings)) {
-        Complain(encoder.GetErrorText());
-        return false;
-    }
-    recorder.SetParameters(encoder.Parameters());
+    source.Open();
+    const AVCodec* const codec = avcodec_find_encoder_by_name("libx264");
+    AvCodec opened(avcodec_alloc_context3(codec));
+    opened->width = source.Width();
+    opened->height = settings.height;
+    opened->pix_fmt = AV_PIX_FMT_YUV420P;
+    opened->time_base = {1, 1000000};  // the pictures have their times, in microseconds
+    opened->framerate = {settings.framesPerSecond, 1};
+    opened->bit_rate = settings.kilobitsPerSecond * 1000LL;
+    opened->gop_size = settings.keyInterval;
+    opened->keyint_min = settings.keyInterval;
+    opened->max_b_frames = 0;
+    opened->thread_count = 1;
+    opened->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    // Decoding can start at every key frame; the encoder adds none of its own.
+    AVDictionary* options = nullptr;
+    av_dict_parse_string(&options, "preset=ultrafast:tune=zerolatency:forced-idr=1:sc_threshold=0",
+                         "=", ":", 0);
+    const int code = avcodec_open2(opened.get(), codec, &options);
+    av_dict_free(&options);
+    Check(code, "H.264 encoder");
+
+    const std::shared_ptr<AVCodecParameters> made(avcodec_parameters_alloc(),
+                                                  AvRelease<avcodec_parameters_free>());
+    Check(avcodec_parameters_from_context(made.get(), opened.get()), "H.264 encoder");
+    parameters = made;
     LogLine(LogType::Info, LogModule::Event)
         << source.Name() << ": " << source.Width() << 'x' << settings.height;
+    encoder = std::move(opened);
+    sinceKey = 0;
     complaint.clear();
-    open = true;
-    return true;
 }
 
-void Capture::Complain(const std::string& reason)
+std::shared_ptr<Frame> Capture::Encode(const Picture& picture)
 {
-    if (reason != complaint) {
-        LogLine(LogType::Error, LogModule::Event) << "no picture: " << reason;
-        complaint = reason;
-    }
+    const auto sinceStart = picture.time.time_since_epoch();
+    picture.pixels->pts = std::chrono::duration_cast<std::chrono::microseconds>(sinceStart).count();
+    picture.pixels->pict_type = sinceKey == 0 ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+    AvPacketOwner packet(av_packet_alloc());
+    Check(avcodec_send_frame(encoder.get(), picture.pixels.get()), "H.264 encoder");
+    Check(avcodec_receive_packet(encoder.get(), packet.get()), "H.264 encoder");
+    sinceKey = (sinceKey + 1) % settings.keyInterval;
+    return std::make_shared<Frame>(picture.id, std::move(packet), picture.time, parameters);
 }
 
 }  // namespace Dashcam

@@ -1,15 +1,17 @@
 #include "examples/dashcam/Clips.h"
 
 #include <exception>
+#include <map>
 #include <memory>
 #include <utility>
 
 #include "Tolvex/Crypto/Crypto.h"
 #include "Tolvex/Json/Standard.h"
 #include "Tolvex/Log/LogLine.h"
+#include "Tolvex/Util/UtilString.h"
 
+#include "PageTemplate.h"  // made of page.html by CMake
 #include "examples/dashcam/Container.h"
-#include "examples/dashcam/Page.h"
 #include "examples/dashcam/SideFile.h"
 
 namespace Dashcam {
@@ -22,8 +24,7 @@ namespace {
 
 constexpr int mostInWork = 8;  ///< events; a disk that hangs must not fill the memory with clips
 
-}  // namespace
-
+/// @return an event of this moment.
 Event MakeEvent(const std::string& cause, double force)
 {
     timespec sinceBoot = {};
@@ -32,6 +33,8 @@ Event MakeEvent(const std::string& cause, double force)
         static_cast<double>(sinceBoot.tv_sec) + static_cast<double>(sinceBoot.tv_nsec) * 1e-9;
     return {cause, Clock::now(), std::time(nullptr), bootSeconds, force};
 }
+
+}  // namespace
 
 Clips::Clips(const Settings& wishes, Recorder& source, Folder& target)
     : settings(wishes), recorder(source), folder(target)
@@ -69,7 +72,7 @@ void Clips::FireSignal(void* data)
 {
     const std::unique_ptr<const Event> event(static_cast<Event*>(data));
     try {
-        Record(*event);
+        Handle(*event);
     } catch (const std::exception& problem) {
         Report(&Count::lost, std::string("clip lost: ") + problem.what());
     }
@@ -79,7 +82,7 @@ void Clips::FireSignal(void* data)
     }
 }
 
-void Clips::Record(const Event& event)
+void Clips::Handle(const Event& event)
 {
     const std::shared_ptr<Clip> clip = recorder.Begin(event);
     if (clip == nullptr) {
@@ -97,32 +100,37 @@ void Clips::Record(const Event& event)
 
 void Clips::Write(const Clip& clip)
 {
-    const auto parameters = recorder.Parameters();
-    Recording recording;
-    recording.clip = MakeMp4(clip.frames, *parameters);
-    recording.still = MakeJpeg(*clip.frames.front(), *parameters);
+    std::map<std::string, std::string> files;
+    files["mp4"] = MakeMp4(clip.frames);
+    files["jpg"] = MakeJpeg(*clip.frames.front());
+    const auto samples =
+        accelerometer->Between(clip.frames.front()->Time(), clip.frames.back()->Time());
 
     const std::string name = folder.Reserve(clip.events.front().wallTime);
     try {
-        const auto samples =
-            accelerometer->Between(clip.frames.front()->Time(), clip.frames.back()->Time());
-        recording.side =
+        files["json"] =
             Tolvex::Json::SerializeStandard(DescribeClip(name, clip, samples, settings)) + '\n';
-        recording.signature =
-            Tolvex::Crypto::HMAC_SHA1(recording.clip + recording.side, settings.key) + '\n';
-        folder.Save(name, recording);
+        files["sig"] = Tolvex::Crypto::HMAC_SHA1(files["mp4"] + files["json"], settings.key) + '\n';
+        folder.Save(name, files);
     } catch (const std::exception&) {
-        folder.Release(name);
+        folder.Remove(name);
         throw;
     }
     Report(&Count::written, name + ".mp4");
 }
 
+/// The page is a script, which shows the side files of all events. They are in the page itself.
 void Clips::WritePage()
 {
     const std::lock_guard<std::mutex> lock(pageMutex);
+    std::string sides;
+    for (const std::string& name : folder.Events()) {
+        // No text in a side file can end the element.
+        sides += "<script type=\"application/json\" data-name=\"" + name + "\">" +
+                 Tolvex::Util::Replace(folder.Read(name + ".json"), "<", "\\u003c") + "</script>\n";
+    }
     try {
-        folder.Write("index.html", MakePage(folder));
+        folder.Write("index.html", Tolvex::Util::Replace(pageTemplate, "<!-- events -->", sides));
     } catch (const std::exception& problem) {
         LogLine(LogType::Error, LogModule::Event) << "the page is old: " << problem.what();
     }

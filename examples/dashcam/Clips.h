@@ -1,8 +1,6 @@
 #pragma once
 
 #include <condition_variable>
-#include <cstdint>
-#include <ctime>
 #include <deque>
 #include <mutex>
 #include <string>
@@ -12,7 +10,6 @@
 #include "Tolvex/Interfaces/IgnitionOffMode.h"
 
 #include "examples/dashcam/Accelerometer.h"
-#include "examples/dashcam/Event.h"
 #include "examples/dashcam/Folder.h"
 #include "examples/dashcam/Recorder.h"
 
@@ -35,8 +32,8 @@ public:
         std::string last;  ///< what happened last, for people
     };
 
-    /// @param settings, recorder, folder  Not owned; must exist as long as the process.
-    Clips(const Settings& settings, Recorder& recorder, Folder& folder);
+    /// @param wishes, source, target  Not owned; must exist as long as the process.
+    Clips(const Settings& wishes, Recorder& source, Folder& target);
 
     /// Says where the samples of a clip come from. Before Start(). The accelerometer reports to
     /// this object, so it is made later.
@@ -57,7 +54,7 @@ public:
     void FireSignal(void* data) override;
 
 private:
-    void Record(const Event& event);
+    void Handle(const Event& event);
     void Write(const Clip& clip);
     void WritePage();
     void Report(int Count::*counter, const std::string& text);

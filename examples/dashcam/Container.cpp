@@ -1,20 +1,9 @@
 #include "examples/dashcam/Container.h"
 
-#include <new>
-
-#include "Tolvex/Exception/IException.h"
+#include <algorithm>
 
 namespace Dashcam {
 namespace {
-
-/// Throws for a negative code.
-int Check(int code, const char* step)
-{
-    if (code < 0) {
-        throw Tolvex::IException((std::string(step) + ": " + AvReason(code)).c_str());
-    }
-    return code;
-}
 
 struct FreeMuxer
 {
@@ -39,17 +28,13 @@ void WriteFrames(AVFormatContext* muxer, const std::vector<std::shared_ptr<Frame
     constexpr AVRational microseconds = {1, 1000000};
     const AvPacketOwner packet(av_packet_alloc());
     std::int64_t last = -1;
-    std::int64_t duration = 0;
-    for (std::size_t i = 0; i < frames.size(); ++i) {
-        Check(av_packet_ref(packet.get(), &frames[i]->Packet()), "frame");
-        const std::int64_t now = MicrosecondsSince(frames.front()->Time(), *frames[i]);
-        if (i + 1 < frames.size()) {
-            duration = MicrosecondsSince(frames[i]->Time(), *frames[i + 1]);
-        }
-        packet->pts = now;
-        packet->duration = duration;
+    for (const std::shared_ptr<Frame>& frame : frames) {
+        Check(av_packet_ref(packet.get(), &frame->Packet()), "frame");
+        packet->pts = MicrosecondsSince(frames.front()->Time(), *frame);
         av_packet_rescale_ts(packet.get(), microseconds, muxer->streams[0]->time_base);
         packet->pts = packet->dts = std::max(last + 1, packet->pts);
+        // The next frame says how long this one is shown. The last one ends the clip.
+        packet->duration = 1;
         last = packet->pts;
         packet->stream_index = 0;
         Check(av_write_frame(muxer, packet.get()), "frame");
@@ -57,15 +42,15 @@ void WriteFrames(AVFormatContext* muxer, const std::vector<std::shared_ptr<Frame
     }
 }
 
-AvPicture Decode(const Frame& key, const AVCodecParameters& parameters)
+AvPicture Decode(const Frame& key)
 {
-    const AVCodec* const codec = avcodec_find_decoder(parameters.codec_id);
+    const AVCodec* const codec = avcodec_find_decoder(key.Parameters().codec_id);
     const AvCodec decoder(avcodec_alloc_context3(codec));
     decoder->thread_count = 1;
-    Check(avcodec_parameters_to_context(decoder.get(), &parameters), "still");
+    Check(avcodec_parameters_to_context(decoder.get(), &key.Parameters()), "still");
     Check(avcodec_open2(decoder.get(), codec, nullptr), "still");
     Check(avcodec_send_packet(decoder.get(), &key.Packet()), "still");
-    Check(avcodec_send_packet(decoder.get(), nullptr), "still");
+    Check(avcodec_send_packet(decoder.get(), nullptr), "still");  // no more: the picture comes now
     AvPicture picture(av_frame_alloc());
     Check(avcodec_receive_frame(decoder.get(), picture.get()), "still");
     return picture;
@@ -73,8 +58,7 @@ AvPicture Decode(const Frame& key, const AVCodecParameters& parameters)
 
 }  // namespace
 
-std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames,
-                    const AVCodecParameters& parameters)
+std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames)
 {
     AVFormatContext* made = nullptr;
     Check(avformat_alloc_output_context2(&made, nullptr, "mp4", nullptr), "mp4");
@@ -83,7 +67,7 @@ std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames,
 
     AVStream* const stream = avformat_new_stream(made, nullptr);
     Check(stream != nullptr ? 0 : AVERROR(ENOMEM), "mp4");
-    Check(avcodec_parameters_copy(stream->codecpar, &parameters), "mp4");
+    Check(avcodec_parameters_copy(stream->codecpar, &frames.front()->Parameters()), "mp4");
     stream->time_base = {1, 90000};
     Check(avformat_write_header(made, nullptr), "mp4");
     WriteFrames(made, frames);
@@ -97,9 +81,9 @@ std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames,
     return file;
 }
 
-std::string MakeJpeg(const Frame& key, const AVCodecParameters& parameters)
+std::string MakeJpeg(const Frame& key)
 {
-    const AvPicture picture = Decode(key, parameters);
+    const AvPicture picture = Decode(key);
     const AVCodec* const codec = avcodec_find_encoder(AV_CODEC_ID_MJPEG);
     const AvCodec encoder(avcodec_alloc_context3(codec));
     encoder->width = picture->width;

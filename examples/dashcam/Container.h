@@ -10,16 +10,14 @@
 
 namespace Dashcam {
 
-/// @param frames      At least one; the first one is a key frame.
-/// @param parameters  Of the stream that the frames come from.
+/// @param frames  At least one; the first one is a key frame.
 /// @return the bytes of an MP4 file. The frames are not encoded again.
 /// @throws Tolvex::IException with libav's reason.
-std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames,
-                    const AVCodecParameters& parameters);
+std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames);
 
 /// @param key  A key frame.
 /// @return the bytes of a JPEG file.
 /// @throws Tolvex::IException with libav's reason.
-std::string MakeJpeg(const Frame& key, const AVCodecParameters& parameters);
+std::string MakeJpeg(const Frame& key);
 
 }  // namespace Dashcam

@@ -1,21 +1,18 @@
 #pragma once
 
-#include <chrono>
-#include <functional>
+#include <ctime>
 #include <string>
-#include <utility>
-#include <vector>
 
+#include "Tolvex/Interfaces/IThread.h"
+#include "Tolvex/Interfaces/IgnitionOffMode.h"
 #include "Tolvex/Interfaces/IgnitionOffSequence.h"
 
 #include "examples/dashcam/Accelerometer.h"
 #include "examples/dashcam/Capture.h"
 #include "examples/dashcam/Clips.h"
-#include "examples/dashcam/Display.h"
 #include "examples/dashcam/Folder.h"
 #include "examples/dashcam/Recorder.h"
 #include "examples/dashcam/Settings.h"
-#include "examples/dashcam/Watch.h"
 
 namespace Dashcam {
 
@@ -30,13 +27,33 @@ struct Options
     int seconds = 30;  ///< 0: until a signal
 };
 
+/// The worker that looks after the others and after the folder, once a second.
+/// @par Thread safety
+/// Controlling thread.
+class Watch : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
+{
+public:
+    /// @param clips  Must outlive the worker.
+    explicit Watch(Folder& clips) : folder(clips) { SetThreadName("Watch"); }
+
+    /// Looks no more.
+    void RunIgnitionOff() override { Stop(); }
+
+protected:
+    void Run() override;
+
+private:
+    Folder& folder;
+    std::string hanging;  ///< the workers that the log has named already
+};
+
 /// One drive, from ignition on to ignition off: all parts of the camera, and how they are
 /// connected.
 ///
 /// Never destroyed: what hangs at ignition off may use it until the process ends.
 /// @par Thread safety
 /// Caller serialises.
-class Drive
+class Drive : private Tolvex::Interfaces::IgnitionOffMode
 {
 public:
     /// Makes all parts, and logs how the last drive ended.
@@ -46,26 +63,18 @@ public:
     void Start();
     /// The driver has pressed the button.
     void PressButton() { clips.Raise("button", 0.0); }
-    /// Shows how it goes.
-    void UpdateDisplay() { display.Update(); }
+    /// Shows how the drive is going, to be called a few times a second: a line that updates itself
+    /// on a terminal, now and then a plain line anywhere else.
+    void UpdateDisplay();
     /// Ends all, in order and in time, and tells the user what there is.
     /// @return false when no picture was ever taken.
     bool SwitchIgnitionOff();
 
 private:
-    /// A participant of the ignition-off sequence.
-    class Step : public Tolvex::Interfaces::IgnitionOffMode
-    {
-    public:
-        explicit Step(std::function<void()> work) : action(std::move(work)) {}
-        void RunIgnitionOff() override { action(); }
-
-    private:
-        const std::function<void()> action;
-    };
-
+    /// Its part in the sequence, which it runs: writes the summary.
+    void RunIgnitionOff() override;
     void TellLastDrive();
-    void WriteSummary();
+    std::string DisplayLine() const;
 
     const Settings settings;
     Folder folder;
@@ -76,10 +85,9 @@ private:
     const bool hasAccelerometer;
     Capture capture;
     Watch watch;
-    Display display;
-    Step sensors;
-    Step summary;
     const std::time_t begin;
+    const bool isTerminal;  ///< where the display is
+    Moment nextPlainLine;
 };
 
 }  // namespace Dashcam

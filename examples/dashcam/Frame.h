@@ -30,8 +30,13 @@ public:
     /// @param id      Number of the picture.
     /// @param bytes   What the encoder made of it.
     /// @param moment  When it was taken.
-    Frame(std::int64_t id, AvPacketOwner bytes, Moment moment)
-        : IPipelineCbElement(id), packet(std::move(bytes)), time(moment)
+    /// @param format  What a file needs to know of the stream.
+    Frame(std::int64_t id, AvPacketOwner bytes, Moment moment,
+          std::shared_ptr<const AVCodecParameters> format)
+        : IPipelineCbElement(id),
+          packet(std::move(bytes)),
+          time(moment),
+          parameters(std::move(format))
     {
     }
 
@@ -39,12 +44,15 @@ public:
     bool IsKey() const { return (packet->flags & AV_PKT_FLAG_KEY) != 0; }
     /// @return what the encoder made of it.
     const AVPacket& Packet() const { return *packet; }
+    /// @return what a file needs to know of the stream.
+    const AVCodecParameters& Parameters() const { return *parameters; }
     /// @return when it was taken.
     Moment Time() const { return time; }
 
 private:
     const AvPacketOwner packet;
     const Moment time;
+    const std::shared_ptr<const AVCodecParameters> parameters;
 };
 
 }  // namespace Dashcam

@@ -6,10 +6,7 @@
 namespace Dashcam {
 namespace {
 
-using Tolvex::Pipeline::IPipelineCbElement;
-
-constexpr std::chrono::seconds lateFrames(
-    2);  ///< how long a clip waits for frames that do not come
+constexpr std::chrono::seconds lateFrames(2);  ///< after which a clip ends without its last ones
 
 /// A whole number of key intervals, so that key frames have the same slots on every lap.
 int RingSize(const Settings& settings)
@@ -18,19 +15,14 @@ int RingSize(const Settings& settings)
     return (wanted / settings.keyInterval + 2) * settings.keyInterval;
 }
 
-std::shared_ptr<Frame> ToFrame(const std::shared_ptr<IPipelineCbElement>& element)
-{
-    return std::static_pointer_cast<Frame>(element);
-}
-
 }  // namespace
 
 Recorder::Recorder(const Settings& wishes) : IPipelineElement(RingSize(wishes)), settings(wishes) {}
 
-bool Recorder::Process(const std::shared_ptr<IPipelineCbElement>& element)
+bool Recorder::Process(const std::shared_ptr<Tolvex::Pipeline::IPipelineCbElement>& element)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    const std::shared_ptr<Frame> frame = ToFrame(element);
+    const std::shared_ptr<Frame> frame = std::static_pointer_cast<Frame>(element);
     if (closed) {
         return false;
     }
@@ -57,18 +49,6 @@ void Recorder::Close()
     const std::lock_guard<std::mutex> lock(mutex);
     closed = true;
     Complete();
-}
-
-void Recorder::SetParameters(std::shared_ptr<const AVCodecParameters> latest)
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    parameters = std::move(latest);
-}
-
-std::shared_ptr<const AVCodecParameters> Recorder::Parameters() const
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    return parameters;
 }
 
 std::shared_ptr<Clip> Recorder::Begin(const Event& event)
@@ -114,37 +94,30 @@ int Recorder::Fill() const
     return static_cast<int>(std::min<std::int64_t>(slotsUsed, GetRingSize()) * 100 / GetRingSize());
 }
 
-/// The slot of the last key frame that is not after a moment; or of the oldest key frame.
-int Recorder::FirstSlot(Moment begin) const
-{
-    int slot = 0;
-    for (int back = 0; back + settings.keyInterval <= GetRingSize(); back += settings.keyInterval) {
-        const int candidate = SeekBackKeyframe(back, settings.keyInterval);
-        const auto frame = ToFrame(GetElementAt(static_cast<unsigned int>(candidate)));
-        if (frame == nullptr) {
-            break;
-        }
-        slot = candidate;
-        if (frame->Time() <= begin) {
-            break;
-        }
-    }
-    return slot;
-}
-
+/// The frames since the last key frame that is old enough; or since the oldest key frame.
 void Recorder::CollectFromRing(Clip& clip) const
 {
-    if (!IsDataAvailable()) {
-        return;
-    }
     const Moment begin = clip.events.front().time - std::chrono::seconds(settings.secondsBefore);
-    const int newest = GetRingPos();
-    for (int slot = FirstSlot(begin);; slot = (slot + 1) % GetRingSize()) {
-        if (const auto frame = ToFrame(GetElementAt(static_cast<unsigned int>(slot)));
-            frame != nullptr) {
+    const auto at = [this](int slot) {
+        return std::static_pointer_cast<Frame>(GetElementAt(static_cast<unsigned int>(slot)));
+    };
+    int first = -1;
+    for (int back = 0; back + settings.keyInterval <= GetRingSize(); back += settings.keyInterval) {
+        const int slot = SeekBackKeyframe(back, settings.keyInterval);
+        const std::shared_ptr<Frame> key = at(slot);
+        if (key == nullptr) {
+            break;
+        }
+        first = slot;
+        if (key->Time() <= begin) {
+            break;
+        }
+    }
+    for (int slot = first; first >= 0; slot = (slot + 1) % GetRingSize()) {
+        if (const std::shared_ptr<Frame> frame = at(slot); frame != nullptr) {
             clip.frames.push_back(frame);
         }
-        if (slot == newest) {
+        if (slot == GetRingPos()) {
             break;
         }
     }

@@ -1,16 +1,37 @@
 #pragma once
 
 #include <condition_variable>
+#include <ctime>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <vector>
 
 #include "Tolvex/Pipeline/IPipelineElement.h"
 
-#include "examples/dashcam/Event.h"
 #include "examples/dashcam/Frame.h"
 #include "examples/dashcam/Settings.h"
 
 namespace Dashcam {
+
+/// Something that is worth a clip.
+struct Event
+{
+    std::string cause;     ///< "acceleration" or "button"
+    Moment time;           ///< by the clock that is never set
+    std::time_t wallTime;  ///< by the clock that people read; may be wrong
+    double bootSeconds;    ///< since the system was started, sleep included
+    double force = 0.0;    ///< g beside gravity; 0: not known
+};
+
+/// The frames around one event, or around several that follow each other closely.
+struct Clip
+{
+    std::vector<Event> events;                   ///< the first one has begun the clip
+    std::vector<std::shared_ptr<Frame>> frames;  ///< the first one is a key frame
+    Moment until;                                ///< the first frame at or after it ends the clip
+    bool complete = false;                       ///< no frame follows
+};
 
 /// Keeps the last seconds in its ring, and collects the frames of the clip that is open.
 /// @par Thread safety
@@ -18,8 +39,8 @@ namespace Dashcam {
 class Recorder : public Tolvex::Pipeline::IPipelineElement
 {
 public:
-    /// @param settings  Must outlive the recorder.
-    explicit Recorder(const Settings& settings);
+    /// @param wishes  Must outlive the recorder.
+    explicit Recorder(const Settings& wishes);
 
     /// Does nothing: the ring is ready. @return true.
     bool Open() override { return true; }
@@ -27,11 +48,6 @@ public:
     bool Process(const std::shared_ptr<Tolvex::Pipeline::IPipelineCbElement>& frame) override;
     /// Completes the open clip. A clip that begins later has no seconds after its event.
     void Close() override;
-
-    /// Says what a file needs to know of the frames that follow.
-    void SetParameters(std::shared_ptr<const AVCodecParameters> parameters);
-    /// @return what was set last; null before.
-    std::shared_ptr<const AVCodecParameters> Parameters() const;
 
     /// Begins the clip of an event, or prolongs the open one as far as the settings allow.
     /// @return the new clip, for AwaitEnd(); null when the open one has been prolonged.
@@ -43,7 +59,6 @@ public:
     int Fill() const;
 
 private:
-    int FirstSlot(Moment begin) const;
     void CollectFromRing(Clip& clip) const;
     void Complete();
 
@@ -51,7 +66,6 @@ private:
     mutable std::mutex mutex;           ///< guards all below, and the ring
     std::condition_variable completed;  ///< a clip is complete, or has been prolonged
     std::shared_ptr<Clip> open;         ///< null: none
-    std::shared_ptr<const AVCodecParameters> parameters;
     std::int64_t slotsUsed = 0;
     bool closed = false;
 };

@@ -3,13 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
+#include "Tolvex/Log/Logger.h"
 #include "Tolvex/Util/SunCalculator.h"
 #include "Tolvex/Util/TemperatureMonitor.h"
 #include "Tolvex/Util/Uid.h"
 #include "Tolvex/Util/UtilTime.h"
-
-#include "examples/dashcam/JsonFile.h"
-#include "examples/dashcam/Log.h"
 
 namespace Dashcam {
 namespace {
@@ -54,14 +52,14 @@ Json::Object DescribeFrames(const Clip& clip)
         const std::int64_t missing = clip.frames[i]->GetFrameId() - before - 1;
         if (missing != 0) {
             Json::Object gap;
-            gap["after"] = ToJson(before);
-            gap["missing"] = ToJson(missing);
+            gap["after"] = static_cast<int>(before);
+            gap["missing"] = static_cast<int>(missing);
             gaps.push_back(std::move(gap));
         }
     }
     Json::Object frames;
-    frames["first"] = ToJson(clip.frames.front()->GetFrameId());
-    frames["last"] = ToJson(clip.frames.back()->GetFrameId());
+    frames["first"] = static_cast<int>(clip.frames.front()->GetFrameId());
+    frames["last"] = static_cast<int>(clip.frames.back()->GetFrameId());
     frames["count"] = static_cast<int>(clip.frames.size());
     frames["gaps"] = std::move(gaps);
     return frames;
@@ -98,14 +96,7 @@ Json::Array DescribeSamples(const Event& event, const std::vector<Sample>& sampl
     return rows;
 }
 
-}  // namespace
-
-bool IsPlausible(std::time_t time)
-{
-    constexpr std::time_t startOf2025 = 1735689600;
-    return time >= startOf2025;
-}
-
+/// @return "day" or "night" at the place of the settings.
 std::string LightAt(std::time_t time, const Settings& settings)
 {
     const Tolvex::Util::SunCalculator sun;
@@ -117,6 +108,24 @@ std::string LightAt(std::time_t time, const Settings& settings)
         day = sun.Declination(sun.EclipticLongitude(anomaly), 0.0) * settings.latitude > 0.0;
     }
     return day ? "day" : "night";
+}
+
+/// @return the last lines of the log, each with a newline.
+std::string LastLogLines()
+{
+    std::string text;
+    for (const std::string& line : Tolvex::Ilog::Logger::GetInstance()->GetLastLines()) {
+        text += line + '\n';
+    }
+    return text;
+}
+
+}  // namespace
+
+bool IsPlausible(std::time_t time)
+{
+    constexpr std::time_t startOf2025 = 1735689600;
+    return time >= startOf2025;
 }
 
 Json::Object DescribeClip(const std::string& name, const Clip& clip,
@@ -132,7 +141,7 @@ Json::Object DescribeClip(const std::string& name, const Clip& clip,
     side["clip"] = name + ".mp4";
     side["events"] = DescribeEvents(clip, samples);
     side["localTime"] = Tolvex::Util::DateISO(event.wallTime);
-    side["unixTime"] = ToJson(event.wallTime);
+    side["unixTime"] = static_cast<double>(event.wallTime);
     side["bootSeconds"] = Rounded(event.bootSeconds);
     side["clockPlausible"] = IsPlausible(event.wallTime);
     side["light"] = LightAt(event.wallTime, settings);

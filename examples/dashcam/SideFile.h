@@ -8,7 +8,7 @@
 #include "Tolvex/Json/Json.h"
 
 #include "examples/dashcam/Accelerometer.h"
-#include "examples/dashcam/Event.h"
+#include "examples/dashcam/Recorder.h"
 #include "examples/dashcam/Settings.h"
 
 namespace Dashcam {
@@ -22,8 +22,5 @@ Tolvex::Json::Object DescribeClip(const std::string& name, const Clip& clip,
 
 /// @return whether a clock may be right: a device without battery starts in 1970.
 bool IsPlausible(std::time_t time);
-
-/// @return "day" or "night" at the place of the settings.
-std::string LightAt(std::time_t time, const Settings& settings);
 
 }  // namespace Dashcam

@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <thread>
 #include <utility>
 
-#include "examples/dashcam/TestPicture.h"
+extern "C" {
+#include <libavdevice/avdevice.h>
+#include <libavfilter/buffersink.h>
+}
 
 namespace Dashcam {
 namespace {
@@ -15,6 +19,20 @@ constexpr double tolerableDelay = 1.0;  ///< seconds that a reader can be late w
 Clock::duration Seconds(double seconds)
 {
     return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+/// libav reads the text of a graph twice, and each time takes one level of backslashes away.
+std::string Escaped(std::string text)
+{
+    for (int level = 0; level < 2; ++level) {
+        std::string escaped;
+        for (const char character : text) {
+            escaped += std::strchr("\\':,;[]", character) != nullptr ? "\\" : "";
+            escaped += character;
+        }
+        text = escaped;
+    }
+    return text;
 }
 
 }  // namespace
@@ -29,60 +47,61 @@ std::string VideoSource::Name() const
     return !camera.empty() ? camera : !file.empty() ? file : "test picture";
 }
 
-bool VideoSource::Open()
+/// The graph of filters that makes the pictures.
+std::string VideoSource::Describe() const
 {
-    ResetError();
-    const bool isInput = !camera.empty() || !file.empty();
-    if (!camera.empty() && !input.OpenCamera(camera, settings)) {
-        return FailAsInput();
+    const std::string rate = std::to_string(settings.framesPerSecond);
+    const std::string height = std::to_string(settings.height);
+    const std::string size = std::to_string(settings.width) + 'x' + height;
+    std::string source;
+    if (!camera.empty()) {
+        source = "movie=dec_threads=1:f=v4l2:format_opts=" +
+                 Escaped("video_size=" + size + ":framerate=" + rate) +
+                 ":filename=" + Escaped(camera);
+    } else if (!file.empty()) {
+        // Time goes on when the file begins again.
+        source = "movie=dec_threads=1:loop=0:filename=" + Escaped(file) + ",setpts=" +
+                 Escaped(
+                     "if(isnan(PREV_OUTPTS),0,"
+                     "PREV_OUTPTS+if(gt(PTS,PREV_INPTS),PTS-PREV_INPTS,0.04/TB))") +
+                 ",fps=" + rate;
+    } else {
+        source = "testsrc2=size=" + size + ":rate=" + rate +
+                 ",format=yuv420p,lutyuv=u=(val+128)/2:v=(val+128)/2,drawtext=text=" +
+                 Escaped("%{localtime:%T}") +
+                 ":fontsize=h/14:x=h/20:y=h*0.87:fontcolor=white:box=1:boxcolor=black:boxborderw=8";
     }
-    if (!file.empty() && !input.OpenFile(file)) {
-        return FailAsInput();
-    }
-    if (isInput && !input.Next()) {
-        return FailAsInput();
-    }
-    if (width == 0) {
-        // The shape of the first picture stays, whatever comes after a new start.
-        const int shape = isInput ? settings.height * input.Decoded().width / input.Decoded().height
-                                  : settings.width;
-        width = std::clamp(shape, 64, 3840) & ~1;
-        pixels = NewPicture(AV_PIX_FMT_YUV420P, width, settings.height);
-    }
+    // The width of the first picture stays, whatever comes after a new start.
+    return source + ",scale=" + (width == 0 ? "-2" : std::to_string(width)) + ':' + height +
+           ",format=yuv420p,buffersink@out";
+}
+
+void VideoSource::Open()
+{
+    avdevice_register_all();
+    graph.reset(avfilter_graph_alloc());
+    graph->nb_threads = 1;
+    Check(avfilter_graph_parse_ptr(graph.get(), Describe().c_str(), nullptr, nullptr, nullptr),
+          Name());
+    Check(avfilter_graph_config(graph.get(), nullptr), Name());
+    sink = avfilter_graph_get_filter(graph.get(), "buffersink@out");
+    width = av_buffersink_get_w(sink);
     fresh = true;
     turn = 0;
     begin = Clock::now();
-    return true;
 }
 
-bool VideoSource::FailAsInput()
+Picture VideoSource::Read()
 {
-    SetError(input.GetErrorText(), "", false, false);
-    return false;
-}
-
-bool VideoSource::Read(Picture& picture)
-{
-    ResetError();
-    if (av_frame_make_writable(pixels.get()) < 0) {
-        SetError(Name() + ": no memory", "", false, false);
-        return false;
-    }
-    if (!camera.empty()) {
-        if (!ReadCamera()) {
-            return false;
-        }
-    } else {
+    if (camera.empty()) {
         AwaitTurn();
-        if (file.empty()) {
-            DrawTestPicture(*pixels, static_cast<double>(id) / settings.framesPerSecond,
-                            std::time(nullptr));
-        } else if (!ReadFile()) {
-            return false;
-        }
     }
-    picture = {pixels.get(), id, time};
-    return true;
+    AvPicture pixels(av_frame_alloc());
+    Check(av_buffersink_get_frame(sink, pixels.get()), Name());
+    if (!camera.empty()) {
+        CountFromCamera(*pixels);
+    }
+    return {std::move(pixels), id, time};
 }
 
 /// Sleeps until the next picture is due. Leaves out those for which it is too late.
@@ -97,54 +116,20 @@ void VideoSource::AwaitTurn()
     std::this_thread::sleep_until(time);
 }
 
-/// Takes the picture of the file that is to be seen at this time: the same again, or a later one.
-bool VideoSource::ReadFile()
+/// A step of more than 1.5 pictures in the camera's time stamps is a loss. If its clock and ours
+/// differ by more than a second, ours counts.
+void VideoSource::CountFromCamera(const AVFrame& pixels)
 {
-    const double shown = SecondsBetween(begin, time) + 0.5 / settings.framesPerSecond;
-    bool isNew = fresh;
-    while (input.Position() + 1.0 / input.Rate() <= shown) {
-        if (!input.Next()) {
-            return FailAsInput();
-        }
-        isNew = true;
-    }
-    fresh = false;
-    return !isNew || Convert();
-}
-
-/// Waits for the next picture. A step of more than 1.5 pictures in the camera's time stamps is a
-/// loss. If its clock and ours differ by more than a second, ours counts.
-bool VideoSource::ReadCamera()
-{
-    if (!fresh && !input.Next()) {
-        return FailAsInput();
-    }
-    const double step = fresh ? 0.0 : input.Position() - position;
-    const double pictures = step * input.Rate();
-    const bool isLoss = pictures > 1.5 && pictures < 1000.0;
-    id += isLoss ? std::lround(pictures) : 1;
+    const double now = static_cast<double>(pixels.pts) * av_q2d(av_buffersink_get_time_base(sink));
+    const double step = fresh ? 0.0 : now - stamp;
+    const double pictures = step * av_q2d(av_buffersink_get_frame_rate(sink));
+    id += pictures > 1.5 && pictures < 1000.0 ? std::lround(pictures) : 1;
     time += Seconds(step);
     if (fresh || std::abs(SecondsBetween(time, Clock::now())) > tolerableDelay) {
         time = Clock::now();
     }
-    position = input.Position();
+    stamp = now;
     fresh = false;
-    return Convert();
-}
-
-bool VideoSource::Convert()
-{
-    const AVFrame& decoded = input.Decoded();
-    scaler.reset(sws_getCachedContext(
-        scaler.release(), decoded.width, decoded.height, static_cast<AVPixelFormat>(decoded.format),
-        width, settings.height, AV_PIX_FMT_YUV420P, SWS_FAST_BILINEAR, nullptr, nullptr, nullptr));
-    if (scaler == nullptr) {
-        SetError(Name() + ": its pixels cannot be converted", "", false, false);
-        return false;
-    }
-    sws_scale(scaler.get(), decoded.data, decoded.linesize, 0, decoded.height, pixels->data,
-              pixels->linesize);
-    return true;
 }
 
 }  // namespace Dashcam

@@ -3,10 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Tolvex/Interfaces/IError.h"
-
 #include "examples/dashcam/Frame.h"
-#include "examples/dashcam/Input.h"
 #include "examples/dashcam/Settings.h"
 
 namespace Dashcam {
@@ -14,18 +11,21 @@ namespace Dashcam {
 /// One picture of a source.
 struct Picture
 {
-    AVFrame* pixels = nullptr;  ///< YUV 4:2:0; the source's own, until the next picture
-    std::int64_t id = 0;        ///< counts pictures, lost ones too
-    Moment time;                ///< when it was taken
+    AvPicture pixels;     ///< YUV 4:2:0
+    std::int64_t id = 0;  ///< counts pictures, lost ones too
+    Moment time;          ///< when it was taken
 };
 
-/// Where the pictures come from: a camera, a video file in a loop, or a test picture.
+/// Where the pictures come from: a camera, a video file in a loop, or a test picture that moves and
+/// shows the time. libav's filters read and draw them.
 ///
 /// A camera gives the pace itself. Files and the test picture have the frame rate of the settings;
 /// when the reader is more than a second late, pictures are left out, and counted as lost.
+/// @par Errors
+/// Open() and Read() throw Tolvex::IException with libav's reason. Open the source again then.
 /// @par Thread safety
 /// Caller serialises.
-class VideoSource : public Tolvex::Interfaces::IError
+class VideoSource
 {
 public:
     /// @param wishes  Must outlive the source.
@@ -33,10 +33,10 @@ public:
     /// @param path    Of a file; empty for none. Without both: the test picture.
     VideoSource(const Settings& wishes, std::string device, std::string path);
 
-    /// Opens the source, again after a failure. @return false with the reason.
-    bool Open();
-    /// Waits for the next picture. @return false with the reason: Open() the source again.
-    bool Read(Picture& picture);
+    /// Opens the source, again after a failure.
+    void Open();
+    /// Waits for the next picture.
+    Picture Read();
 
     /// @return the width of every picture, known after the first Open(). The height is that of the
     /// settings.
@@ -45,24 +45,21 @@ public:
     std::string Name() const;
 
 private:
-    bool FailAsInput();
+    std::string Describe() const;
     void AwaitTurn();
-    bool ReadFile();
-    bool ReadCamera();
-    bool Convert();
+    void CountFromCamera(const AVFrame& pixels);
 
     const Settings& settings;
     const std::string camera;
     const std::string file;
-    Input input;  ///< for a camera or a file
-    AvScaler scaler;
-    AvPicture pixels;
+    AvGraph graph;
+    AVFilterContext* sink = nullptr;  ///< where pictures leave the graph, which owns it
 
     int width = 0;          ///< 0 until the first Open()
     bool fresh = true;      ///< no picture has come since Open()
     Moment begin;           ///< of turn 0
     std::int64_t turn = 0;  ///< pictures that were due, for files and the test picture
-    double position = 0;    ///< of the camera's last picture
+    double stamp = 0;       ///< of the camera's last picture, in seconds
     std::int64_t id = -1;   ///< of the last picture
     Moment time;            ///< of the last picture
 };

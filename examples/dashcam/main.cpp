@@ -4,17 +4,36 @@
 #include <cstdio>
 #include <ctime>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <unistd.h>
 
+#include "Tolvex/Log/Logger.h"
 #include "Tolvex/Util/Timer.h"
 
 #include "examples/dashcam/Drive.h"
-#include "examples/dashcam/Log.h"
 
 namespace {
 
+using Tolvex::Ilog::Logger;
+using Tolvex::Util::Timer;
+
 constexpr int timerStackBytes = 65536;
+constexpr std::uint64_t logBytes = 1000000;
+constexpr unsigned logFilesKept = 2;
+constexpr std::size_t blackBoxLines = 30;
+
+/// Starts the log: a file in the folder of the clips, and a black box with its last lines.
+void StartLog(const std::string& folder)
+{
+    std::error_code ignored;  // without a folder there is no log, but a drive
+    std::filesystem::create_directories(folder, ignored);
+    Logger* const logger = Logger::GetInstance();
+    logger->SetFileSizeLimit(logBytes, logFilesKept);
+    logger->SetFileDurability(Tolvex::Ilog::LogDurability::IgnitionOff);
+    logger->EnableBlackBox(blackBoxLines);
+    logger->EnableFile(folder + "/dashcam.log");
+}
 
 /// Blocks the signals that the main thread waits for, in all threads that it starts.
 sigset_t BlockSignals()
@@ -67,16 +86,16 @@ int Run(int argc, char** argv)
 
     std::signal(SIGPIPE, SIG_IGN);
     const sigset_t signals = BlockSignals();
-    Dashcam::StartLog(options.folder);
+    StartLog(options.folder);
     // Never destroyed, see Drive. Static, so that leak checkers find it.
     static Dashcam::Drive& drive = *new Dashcam::Drive(options);
     drive.Start();
-    const std::unique_ptr<Tolvex::Util::Timer> ignition(
-        options.seconds == 0
-            ? nullptr
-            : new Tolvex::Util::Timer(
-                  options.seconds * 1000, [](Tolvex::Util::Timer*) { kill(getpid(), SIGTERM); },
-                  nullptr, timerStackBytes));
+    std::unique_ptr<Timer> ignition;
+    if (options.seconds != 0) {
+        const auto switchOff = [](Timer*) { kill(getpid(), SIGTERM); };
+        ignition =
+            std::make_unique<Timer>(options.seconds * 1000, switchOff, nullptr, timerStackBytes);
+    }
     DriveOn(drive, signals);
     return drive.SwitchIgnitionOff() ? 0 : 1;
 }

@@ -35,7 +35,8 @@ protected:
             AvPacketOwner packet(av_packet_alloc());
             packet->flags = sinceKey == 0 ? AV_PKT_FLAG_KEY : 0;
             sinceKey = (sinceKey + 1) % keyInterval;
-            recorder.Process(std::make_shared<Frame>(nextId, std::move(packet), TimeOf(nextId)));
+            recorder.Process(
+                std::make_shared<Frame>(nextId, std::move(packet), TimeOf(nextId), nullptr));
         }
     }
 
