@@ -59,12 +59,7 @@ std::string VideoSource::Describe() const
                  Escaped("video_size=" + size + ":framerate=" + rate) +
                  ":filename=" + Escaped(camera);
     } else if (!file.empty()) {
-        // Time goes on when the file begins again.
-        source = "movie=dec_threads=1:loop=0:filename=" + Escaped(file) + ",setpts=" +
-                 Escaped(
-                     "if(isnan(PREV_OUTPTS),0,"
-                     "PREV_OUTPTS+if(gt(PTS,PREV_INPTS),PTS-PREV_INPTS,0.04/TB))") +
-                 ",fps=" + rate;
+        source = "movie=dec_threads=1:filename=" + Escaped(file) + ",fps=" + rate;
     } else {
         source = "testsrc2=size=" + size + ":rate=" + rate +
                  ",format=yuv420p,lutyuv=u=(val+128)/2:v=(val+128)/2,drawtext=text=" +
@@ -79,6 +74,14 @@ std::string VideoSource::Describe() const
 void VideoSource::Open()
 {
     avdevice_register_all();
+    MakeGraph();
+    fresh = true;
+    turn = 0;
+    begin = Clock::now();
+}
+
+void VideoSource::MakeGraph()
+{
     graph.reset(avfilter_graph_alloc());
     graph->nb_threads = 1;
     Check(avfilter_graph_parse_ptr(graph.get(), Describe().c_str(), nullptr, nullptr, nullptr),
@@ -86,9 +89,6 @@ void VideoSource::Open()
     Check(avfilter_graph_config(graph.get(), nullptr), Name());
     sink = avfilter_graph_get_filter(graph.get(), "buffersink@out");
     width = av_buffersink_get_w(sink);
-    fresh = true;
-    turn = 0;
-    begin = Clock::now();
 }
 
 Picture VideoSource::Read()
@@ -97,7 +97,13 @@ Picture VideoSource::Read()
         AwaitTurn();
     }
     AvPicture pixels(av_frame_alloc());
-    Check(av_buffersink_get_frame(sink, pixels.get()), Name());
+    int code = av_buffersink_get_frame(sink, pixels.get());
+    if (code == AVERROR_EOF && turn > 1) {
+        // The file begins again. One without any picture is an error: libav would loop for ever.
+        MakeGraph();
+        code = av_buffersink_get_frame(sink, pixels.get());
+    }
+    Check(code, Name());
     if (!camera.empty()) {
         CountFromCamera(*pixels);
     }

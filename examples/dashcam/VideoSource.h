@@ -46,6 +46,7 @@ public:
 
 private:
     std::string Describe() const;
+    void MakeGraph();
     void AwaitTurn();
     void CountFromCamera(const AVFrame& pixels);
 

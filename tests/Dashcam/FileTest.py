@@ -63,6 +63,17 @@ class FileTest(unittest.TestCase):
             drive.process.terminate()
             self.assertEqual(drive.process.wait(60), 1)
 
+    def test_file_without_a_picture_is_told_and_ends_with_an_error(self):
+        folder = scratch(self)
+        path = folder / "empty.mp4"
+        make(path, "-c:v", "mpeg4", "-movflags", "+faststart")
+        whole = path.read_bytes()
+        path.write_bytes(whole[:whole.index(b"mdat") + 4])
+        with Drive(folder, "--file", str(path)) as drive:
+            drive.await_log("no picture")
+            drive.process.terminate()
+            self.assertEqual(drive.process.wait(60), 1)
+
     def test_file_that_is_cut_off_plays_as_far_as_it_goes(self):
         path = scratch(self) / "drive.ts"
         make(path, "-c:v", "mpeg2video")

@@ -77,7 +77,7 @@ class Drive:
     def await_pictures(self):
         """Waits until the ring holds the seconds before an event."""
         self.await_log("160x120")
-        time.sleep(small["secondsBefore"] + 0.5)
+        time.sleep(small["secondsBefore"] + 1.5)
 
     def sample(self, x, y, z):
         os.write(self.writer, f"{x} {y} {z}\n".encode())
