@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <optional>
 #include <pthread.h>
 #include <sched.h>
@@ -22,6 +23,7 @@
 #include "Tolvex/Base/SharedValue.h"
 
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/CountingNew.h"
 #include "tests/Support/Gate.h"
 #include "tests/Support/LogFile.h"
 #include "tests/Support/Patience.h"
@@ -120,6 +122,24 @@ TEST(WorkerHealthTest, ListKeepsItsOrderWhateverLeavesIt)
             EXPECT_EQ(listed[i].worker, workers[i].get());
         }
     }
+}
+
+TEST(WorkerHealthTest, WithoutMemoryTheListThrowsAndTheNextOneIsWhole)
+{
+    ProbeThread worker;
+    worker.Start();
+    std::vector<WorkerHealth> list;
+    for (std::size_t allocations = 0; list.empty(); ++allocations) {
+        ASSERT_LT(allocations, 1000U);
+        try {
+            const Support::AllocationBudget budget(allocations);
+            list = ListWorkers();
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    EXPECT_EQ(list.size(), 1U);
+    EXPECT_EQ(list.front().worker, &worker);
+    worker.Stop();
 }
 
 TEST(WorkerHealthTest, NameIsTheOneOfTheStart)

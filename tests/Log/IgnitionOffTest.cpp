@@ -360,7 +360,7 @@ TEST(IgnitionOffTest, ConsoleThatHangsCostsTheNoticeOfTheConsoleOnly)
         close(ends[0]);  // The write of the console fails.
         dup2(output, STDOUT_FILENO);
         Log().CloseConsole();
-        EXPECT_GE(duration, longestWait);
+        EXPECT_GE(duration, longestLogWait);
         EXPECT_TRUE(consoleEnabled);
         EXPECT_FALSE(Log().IsFileEnabled());
         return 0;

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <new>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
@@ -18,6 +19,7 @@
 #include "Tolvex/Util/UtilTime.h"
 
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/CountingNew.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/SmallFileSystem.h"
 #include "tests/Support/TimeZone.h"
@@ -213,6 +215,24 @@ TEST(EventFileTest, ReasonIsToldAlsoForAPathThatAnExceptionCannotHold)
 {
     EXPECT_THAT(Create("/" + std::string(5000, 'd')),
                 testing::StartsWith("Failed to create the event file: File name too long (/ddd"));
+}
+
+TEST(EventFileTest, WithoutMemoryTheCallThrowsAndCreatesNoFile)
+{
+    const ScratchDirectory directory;
+    const std::string root = directory.Path("");
+    bool created = false;
+    for (std::size_t allocations = 0; !created; ++allocations) {
+        ASSERT_LT(allocations, 1000U);
+        try {
+            const Support::AllocationBudget budget(allocations);
+            CreateEventFile(root, prefix, eventTime, "mp4");
+            created = true;
+        } catch (const std::bad_alloc&) {
+            EXPECT_TRUE(std::filesystem::is_empty(root)) << allocations << " allocations";
+        }
+    }
+    EXPECT_FALSE(std::filesystem::is_empty(root));
 }
 
 TEST(EventFileTest, NoDescriptorLeftIsAnError)
