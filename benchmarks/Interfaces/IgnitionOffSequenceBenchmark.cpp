@@ -1,0 +1,62 @@
+#include "Tolvex/Interfaces/IgnitionOffSequence.h"
+
+#include <chrono>
+#include <memory>
+#include <semaphore>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using Tolvex::Interfaces::IgnitionOffMode;
+using Tolvex::Interfaces::IgnitionOffSequence;
+
+constexpr int count = 20;
+constexpr auto budget = 20ms;
+
+/// Hangs until Leave() is called.
+class Hanging : public IgnitionOffMode
+{
+public:
+    void RunIgnitionOff() override
+    {
+        leave.acquire();
+        ended.release();
+    }
+
+    void Leave()
+    {
+        leave.release();
+        ended.acquire();
+    }
+
+private:
+    std::binary_semaphore leave{0};
+    std::binary_semaphore ended{0};
+};
+
+// How much longer than the sum of the budgets does ignition-off take if every participant hangs?
+void EveryParticipantHangs(benchmark::State& state)
+{
+    for (auto _ : state) {
+        std::vector<std::unique_ptr<Hanging>> all;
+        IgnitionOffSequence sequence;
+        for (int number = 0; number < count; ++number) {
+            all.push_back(std::make_unique<Hanging>());
+            sequence.Add(std::to_string(number), all.back().get(), budget);
+        }
+        const auto begin = std::chrono::steady_clock::now();
+        sequence.RunIgnitionOff();
+        const auto more = std::chrono::steady_clock::now() - begin - count * budget;
+        state.SetIterationTime(std::chrono::duration<double>(more).count());
+        for (const auto& hanging : all) {
+            hanging->Leave();
+        }
+    }
+}
+BENCHMARK(EveryParticipantHangs)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+
+}  // namespace
