@@ -34,9 +34,9 @@ struct ParseError
 /// Reads a document as Deserialize() without an error does: the same value, the same exceptions.
 /// Good text takes the same time.
 ///
-/// The error is the first fault of the text. Every text that reads as a null value has one. So has
-/// every text with a malformed nested array or object, although the rest of it is read: the value
-/// is then a document in which that array or object is null, or missing in the array around it.
+/// The error is the first fault of the text. Every text that reads as a null value has one. A text
+/// with a malformed nested array or object has one, too, although the rest of it is read: in the
+/// value, that array or object is null, or missing in the array around it.
 /// A caller who must not lose settings takes any error as a failure. A caller who wants as much as
 /// can be read looks at the value.
 /// @note What the dialect reads on purpose is no fault, even if standard JSON forbids it: an

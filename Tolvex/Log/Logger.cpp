@@ -173,7 +173,7 @@ Logger& Logger::Append(const LogArgument& argument)
 
 void Logger::RunIgnitionOff()
 {
-    // Required: no module tag in this line, and the console goes on.
+    // Required: no module tag in this line, and the console stays enabled.
     constexpr std::string_view notice = "All triggers have been stopped";
     const Base::NoCancellation scope;
     const auto deadline = std::chrono::steady_clock::now() + longestWait;

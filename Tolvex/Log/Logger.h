@@ -120,10 +120,10 @@ public:
     /// Writes the lines that the black box keeps to a file, the oldest first. Replaces the file in
     /// one step: after a failure or a loss of power there is the old file or the new one.
     ///
-    /// Takes no line lock, so a watchdog may call it while another thread hangs in a line. Logging
-    /// goes on meanwhile. Writes the file `path` + ".new", renames it, and returns when all is on
-    /// the medium; waits up to 5 s while another thread or process does the same with that path.
-    /// Also works in a forked child. A signal handler must not call it.
+    /// Takes no line lock, so a watchdog may call it while another thread hangs in a line. Other
+    /// threads can log during the call. Writes the file `path` + ".new", renames it, and returns
+    /// when all is on the medium; waits up to 5 s while another thread or process does the same
+    /// with that path. Also works in a forked child. A signal handler must not call it.
     /// @param path  Its directory must exist.
     /// @return false when the file could not be written; errno tells why (ENODATA: there is no
     /// black box). The old file is left as it was, except when only its directory could not be
@@ -190,9 +190,9 @@ public:
 
     /// Logs "All triggers have been stopped" as a notice, and stops logging to the file.
     ///
-    /// The notice is the last line of the file. The console and the black box go on. Waits up to
-    /// 2.1 s in all: for the lines before, and for the writer. When that is not enough for the
-    /// lines before, the notice is missing. Also waits for another thread's EnableFile() or
+    /// The notice is the last line of the file. The console and the black box stay enabled. Waits
+    /// up to 2.1 s in all: for the lines before, and for the writer. When that is not enough for
+    /// the lines before, the notice is missing. Also waits for another thread's EnableFile() or
     /// CloseFile().
     ///
     /// Unless the durability is LogDurability::None, the writer syncs the file before it ends: when

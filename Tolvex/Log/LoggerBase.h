@@ -151,7 +151,7 @@ public:
     /// Blocks up to 2.1 s, in steps of 100 ms, until the writer has ended; after that the policy is
     /// closed all the same. If an older writer still hangs, blocks up to 2.1 s more. Also waits for
     /// another thread's Enable() or Close(). Does not sleep when there is no writer.
-    /// A line that is being composed is dropped, and threads that wait for the line lock go on
+    /// A line that is being composed is dropped, and threads that wait for the line lock return
     /// without a line.
     void Close() { core.Close(); }
 

@@ -93,7 +93,7 @@ bool Terminate(std::stringstream& buffer)
 class LineStep
 {
 public:
-    /// Goes on with the line that the calling thread has open, if there is one.
+    /// Continues the line that the calling thread has open, if there is one.
     explicit LineStep(LoggerState& loggerState)
         : LineStep(loggerState, loggerState.lock.Advance(LineLock::Open, LineLock::Inserting))
     {

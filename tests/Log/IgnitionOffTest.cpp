@@ -290,7 +290,7 @@ void RunWithHangingWriter(int threadCount)
             thread.join();
         }
 
-        const int reader = open(pipe.c_str(), O_RDONLY);  // lets the writer go on
+        const int reader = open(pipe.c_str(), O_RDONLY);  // lets the writer continue
         EXPECT_GE(reader, 0);
         EXPECT_TRUE(Log().EnableFile(path));
         WriteLine("line");

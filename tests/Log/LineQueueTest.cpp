@@ -147,7 +147,7 @@ TEST(LineQueueTest, ThousandsOfThreadsThatWaitDoNotStopTheLog)
     std::vector<std::string> expected{"first\n"};
     for (std::size_t number = 0; number < count; ++number) {
         if (!crowd.StartNext()) {
-            ASSERT_GT(number, 100U) << "too few threads to be had";
+            ASSERT_GT(number, 100U) << "too few threads can be created";
             break;
         }
         expected.push_back(std::to_string(number) + "\n");

@@ -648,8 +648,8 @@ TEST(ColoredLogTest, IsTheEscapeSequenceOfItsNumber)
 {
     std::ostringstream stream;
     const ColoredLog red = ColorCode::Red;
-    stream << red << ColoredLog(ColorCode::Green) << ColoredLog(ColorCode::Yellow) << ColoredLog(ColorCode::Default)
-           << ColoredLog(static_cast<ColorCode>(-2147483647 - 1));
+    stream << red << ColoredLog(ColorCode::Green) << ColoredLog(ColorCode::Yellow)
+           << ColoredLog(ColorCode::Default) << ColoredLog(static_cast<ColorCode>(-2147483647 - 1));
     EXPECT_EQ(stream.str(), "\x1B[31m\x1B[32m\x1B[33m\x1B[39m\x1B[-2147483648m");
 }
 

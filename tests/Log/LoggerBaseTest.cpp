@@ -394,7 +394,8 @@ TEST(LoggerBaseTest, LinesAtSteadyStateAllocateNothing)
         write();
     }
 
-    // Once a second the text of the time stamp is made anew, so the least of several rounds counts.
+    // Once a second the text of the time stamp is made again, so the least of several rounds
+    // counts.
     std::size_t least = 1000;
     for (int round = 0; round < 5; ++round) {
         const std::size_t before = Tolvex::Support::allocationCount;

@@ -327,7 +327,7 @@ std::ostream& EnableTheFileAndLog(std::ostream& stream)
         EXPECT_EQ(error.code(), std::errc::resource_deadlock_would_occur);
     }
     std::thread([] {
-        // The console's line is still this test's: only the file's lock is to be had.
+        // The console's line is still this test's: only the file's lock is free.
         Log().CloseConsole();
         WriteLine("whole");
     }).join();

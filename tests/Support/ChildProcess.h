@@ -41,9 +41,8 @@ inline void AwaitSleepOfOtherThreads()
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
     while (std::chrono::steady_clock::now() < deadline) {
         const std::vector<pid_t> threads = Threads();
-        if (std::all_of(threads.begin(), threads.end(), [](pid_t thread) {
-                return thread == gettid() || Sleeps(thread);
-            })) {
+        if (std::all_of(threads.begin(), threads.end(),
+                        [](pid_t thread) { return thread == gettid() || Sleeps(thread); })) {
             return;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

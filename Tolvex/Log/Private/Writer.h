@@ -9,7 +9,7 @@ namespace Tolvex::Ilog {
 
 struct LoggerState;
 
-/// The writers of one logger, of which at most one is current.
+/// The writers of one logger. At most one of them is current.
 ///
 /// A writer that hangs in its policy is left behind: the logger may start another one, or be
 /// destroyed, and the old writer ends when its policy returns.
