@@ -26,7 +26,13 @@ class Browser:
                             "--disable-dev-shm-usage", "--force-device-scale-factor=1",
                             f"--window-size={width},{height}"]}
         wishes = {"goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}
-        self.session = self.call("", {"capabilities": {"alwaysMatch": wishes}})["sessionId"]
+        for attempts_left in (2, 1, 0):
+            try:
+                self.session = self.call("", {"capabilities": {"alwaysMatch": wishes}})["sessionId"]
+                break
+            except AssertionError:  # the driver gives up when the browser starts too slowly
+                if attempts_left == 0:
+                    raise
 
     def __enter__(self):
         return self

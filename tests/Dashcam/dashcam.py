@@ -147,6 +147,11 @@ def check_whole(test, clip, key=small["key"]):
     return data
 
 
+def seconds_after(data, number):
+    """How many seconds of the clip follow one of its events, to the microsecond."""
+    return round(data["seconds"] - data["events"][number]["second"], 6)
+
+
 class TooSlow(AssertionError):
     """The machine was too slow for some pictures, and the side file says so."""
 
