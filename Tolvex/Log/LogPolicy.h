@@ -65,7 +65,7 @@ public:
 /// medium is as safe as with LogDurability::None; the next one tries again. A file that cannot be
 /// renamed grows beyond its limit; the policy tries again every two seconds. Nothing is reported.
 /// @par Thread safety
-/// Caller serialises. SetDurability() and SetSizeLimit() are thread-safe.
+/// Caller serialises. SetDurability(), SetSizeLimit() and BeginIgnitionOff() are thread-safe.
 class TOLVEX_EXPORT FileLogPolicy : public ILogPolicy
 {
     struct State;
@@ -89,7 +89,7 @@ public:
     void Close() override;
 
     /// Lets the next Write() look at the end of the file: if the file does not end in a newline, as
-    /// after a power cut, a newline is written before the line.
+    /// after a power cut, a newline is written before the line. Also ends BeginIgnitionOff().
     void RepairEnd();
 
     /// Chooses when the lines reach the medium. Applies to all files, from the next line on. Other
