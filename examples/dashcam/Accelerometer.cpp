@@ -124,6 +124,11 @@ bool Accelerometer::ReadLine(std::string& line)
         // Also open for writing: a FIFO without writers would be at its end all the time.
         isFile = std::filesystem::is_regular_file(path);
         descriptor = open(path.c_str(), (isFile ? O_RDONLY : O_RDWR) | O_NONBLOCK | O_CLOEXEC);
+        if (descriptor < 0) {
+            Complain(std::generic_category().message(errno));
+            ThreadSleep(1000ms, 50ms);
+            return false;
+        }
         due = Clock::now();
     }
     pollfd input = {descriptor, POLLIN, 0};
@@ -137,6 +142,7 @@ bool Accelerometer::ReadLine(std::string& line)
         }
     } else if (isFile && count == 0 && lseek(descriptor, 0, SEEK_CUR) > 0) {
         lseek(descriptor, 0, SEEK_SET);
+        buffer += buffer.empty() ? "" : "\n";  // the last line may lack its end
     } else if (count == 0 || errno != EAGAIN) {
         Complain(count == 0 ? "has no samples" : std::generic_category().message(errno));
         ThreadSleep(1000ms, 50ms);

@@ -26,7 +26,7 @@ struct AvRelease
     }
 };
 
-using AvCodec = std::unique_ptr<AVCodecContext, AvRelease<avcodec_free_context>>;
+using AvCodecOwner = std::unique_ptr<AVCodecContext, AvRelease<avcodec_free_context>>;
 using AvGraph = std::unique_ptr<AVFilterGraph, AvRelease<avfilter_graph_free>>;
 using AvPacketOwner = std::unique_ptr<AVPacket, AvRelease<av_packet_free>>;
 using AvPicture = std::unique_ptr<AVFrame, AvRelease<av_frame_free>>;

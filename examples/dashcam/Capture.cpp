@@ -43,7 +43,7 @@ void Capture::Open()
 {
     source.Open();
     const AVCodec* const codec = avcodec_find_encoder_by_name("libx264");
-    AvCodec opened(avcodec_alloc_context3(codec));
+    AvCodecOwner opened(avcodec_alloc_context3(codec));
     opened->width = source.Width();
     opened->height = settings.height;
     opened->pix_fmt = AV_PIX_FMT_YUV420P;

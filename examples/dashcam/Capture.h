@@ -43,7 +43,7 @@ private:
     const Settings& settings;
     Recorder& recorder;
     VideoSource source;
-    AvCodec encoder;  ///< null: not open, and neither is the source
+    AvCodecOwner encoder;  ///< null: not open, and neither is the source
     std::shared_ptr<const AVCodecParameters> parameters;  ///< of what the encoder makes
     int sinceKey = 0;       ///< frames since the last key frame, itself included; 0: one is due
     std::string complaint;  ///< the last one; it is not logged twice in a row

@@ -44,19 +44,19 @@ Clips::Clips(const Settings& wishes, Recorder& source, Folder& target)
 
 void Clips::Raise(const std::string& cause, double force)
 {
-    LogLine(LogType::Notice, LogModule::Event) << "event: " << cause << ", " << force << " g";
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        ++count.events;
-        count.last = cause + ", clip is being taken";
-        if (inWork < mostInWork) {
-            queue.push_back(MakeEvent(cause, force));
-            ++inWork;
-            pending.Notify();
-            return;
-        }
+    // Logs nothing: the caller would wait for the log if the disk hangs.
+    const std::lock_guard<std::mutex> lock(mutex);
+    ++count.events;
+    if (inWork == mostInWork) {
+        ++count.lost;
+        ++refused;
+        count.last = "event lost: the disk does not keep up";
+        return;
     }
-    Report(&Count::lost, "event lost: the disk does not keep up");
+    count.last = cause + ", clip is being taken";
+    queue.push_back(MakeEvent(cause, force));
+    ++inWork;
+    pending.Notify();
 }
 
 bool Clips::WaitSignal(void** data)
@@ -71,12 +71,20 @@ bool Clips::WaitSignal(void** data)
 void Clips::FireSignal(void* data)
 {
     const std::unique_ptr<const Event> event(static_cast<Event*>(data));
+    LogLine(LogType::Notice, LogModule::Event)
+        << "event: " << event->cause << ", " << event->force << " g";
     try {
         Handle(*event);
     } catch (const std::exception& problem) {
         Report(&Count::lost, std::string("clip lost: ") + problem.what());
     }
-    const std::lock_guard<std::mutex> lock(mutex);
+    std::unique_lock<std::mutex> lock(mutex);
+    if (const int lost = std::exchange(refused, 0); lost != 0) {
+        lock.unlock();
+        LogLine(LogType::Error, LogModule::Event)
+            << lost << " events lost: the disk does not keep up";
+        lock.lock();
+    }
     if (--inWork == 0) {
         settled.notify_all();
     }
@@ -139,8 +147,11 @@ void Clips::WritePage()
 void Clips::RunIgnitionOff()
 {
     recorder.Close();
-    std::unique_lock<std::mutex> lock(mutex);
-    settled.wait(lock, [this] { return inWork == 0; });
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        settled.wait(lock, [this] { return inWork == 0; });
+    }
+    WritePage();  // also without an event; the watch may have removed some
 }
 
 Clips::Count Clips::Counted() const

@@ -44,7 +44,7 @@ public:
     /// @param force  In g; 0 if it is not known.
     void Raise(const std::string& cause, double force);
 
-    /// Completes the open clip and waits until all clips are written.
+    /// Completes the open clip, waits until all clips are written, and writes the page.
     void RunIgnitionOff() override;
 
     /// @return a snapshot.
@@ -68,7 +68,8 @@ private:
     mutable std::mutex mutex;                   ///< guards all below
     std::condition_variable settled;            ///< inWork has become 0
     std::deque<Event> queue;
-    int inWork = 0;  ///< events that are neither a clip nor lost yet
+    int inWork = 0;   ///< events that are neither a clip nor lost yet
+    int refused = 0;  ///< events that were lost and are not in the log yet
     Count count;
     std::mutex pageMutex;  ///< one page is written at a time; not taken together with the other
 };

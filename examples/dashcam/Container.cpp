@@ -45,7 +45,7 @@ void WriteFrames(AVFormatContext* muxer, const std::vector<std::shared_ptr<Frame
 AvPicture Decode(const Frame& key)
 {
     const AVCodec* const codec = avcodec_find_decoder(key.Parameters().codec_id);
-    const AvCodec decoder(avcodec_alloc_context3(codec));
+    const AvCodecOwner decoder(avcodec_alloc_context3(codec));
     decoder->thread_count = 1;
     Check(avcodec_parameters_to_context(decoder.get(), &key.Parameters()), "still");
     Check(avcodec_open2(decoder.get(), codec, nullptr), "still");
@@ -85,7 +85,7 @@ std::string MakeJpeg(const Frame& key)
 {
     const AvPicture picture = Decode(key);
     const AVCodec* const codec = avcodec_find_encoder(AV_CODEC_ID_MJPEG);
-    const AvCodec encoder(avcodec_alloc_context3(codec));
+    const AvCodecOwner encoder(avcodec_alloc_context3(codec));
     encoder->width = picture->width;
     encoder->height = picture->height;
     encoder->pix_fmt = AV_PIX_FMT_YUV420P;

@@ -78,9 +78,10 @@ void Folder::ClearLeftovers()
     std::error_code ignored;
     for (const fs::path& file : FilesIn(path)) {
         EventFileName parts;
-        const bool isOfEvent = Tolvex::Util::ReadEventFileName(file.filename(), parts) &&
-                               std::find(std::begin(extensions), std::end(extensions),
-                                         parts.extension) != std::end(extensions);
+        const bool isOfEvent =
+            Tolvex::Util::ReadEventFileName(file.filename(), parts) && parts.prefix == prefix &&
+            std::find(std::begin(extensions), std::end(extensions), parts.extension) !=
+                std::end(extensions);
         if (file.extension() == ".part" ||
             (isOfEvent && !fs::exists(fs::path(file).replace_extension("mp4"), ignored))) {
             LogLine(LogType::Notice, LogModule::Event) << "removed " << file.filename().string()
@@ -147,7 +148,8 @@ std::vector<std::string> Folder::Events() const
     std::vector<std::tuple<std::time_t, std::uint32_t, std::string>> found;
     for (const fs::path& file : FilesIn(path)) {
         EventFileName parts;
-        if (Tolvex::Util::ReadEventFileName(file.filename(), parts) && parts.extension == "mp4") {
+        if (Tolvex::Util::ReadEventFileName(file.filename(), parts) && parts.prefix == prefix &&
+            parts.extension == "mp4") {
             found.emplace_back(parts.time, parts.number, file.stem().string());
         }
     }

@@ -47,7 +47,8 @@ class DemonstrationTest(unittest.TestCase):
         folder = scratch(self)
         subprocess.run([program, "--folder", folder, "--seconds", "2"], check=True,
                        capture_output=True, timeout=60)
-        self.assertNotIn("No such file", (folder / "dashcam.log").read_text())
+        self.assertNotIn("[#Accelerometer]", (folder / "dashcam.log").read_text())
+        self.assertIn("<main>", (folder / "index.html").read_text())
         self.assertIn('"samplesSkipped":0', (folder / "drive.json").read_text())
 
     def test_wrong_options_are_refused(self):

@@ -69,7 +69,10 @@ class PageTest(unittest.TestCase):
         file = clip.with_suffix(".json")
         attack = "</script><img src=x onerror=alert(1)>"
         file.write_text(file.read_text().replace('"localTime":"', '"localTime":"' + attack)
-                        .replace('"log":"', '"log":"' + attack))
+                        .replace('"log":"', '"log":"' + attack)
+                        .replace('"acceleration":[', '"acceleration":["abcd",[0,1e308,0,0],[1e300,0,0,0],')
+                        .replace('"identifier":', '"identifier":{"toString":1},"other":'))
+        (self.folder / '"><i id=abc>010120000000.mp4').write_bytes(b"")
         other = clips(self.folder)[1].with_suffix(".json")
         other.write_text('{"broken')
         with Drive(self.folder) as drive:
@@ -82,6 +85,10 @@ class PageTest(unittest.TestCase):
             titles = browser.run("return [...document.querySelectorAll('h2')].map(h => h.textContent)")
             self.assertEqual(len(titles), 3)
             self.assertTrue(titles[2].startswith(attack), titles)
+            self.assertEqual(browser.run("return document.querySelectorAll('i').length"), 0)
+            charts = browser.run("return [...document.querySelectorAll('article')].map("
+                                 "a => a.querySelectorAll('svg').length)")
+            self.assertEqual(charts[1:], [0, 1])
             self.assertIn(attack, browser.run("return document.body.textContent"))
             self.assertEqual(browser.run("return document.querySelectorAll('[onerror]').length"), 0)
             self.assertEqual(browser.run("return document.querySelectorAll('main script').length"), 0)
