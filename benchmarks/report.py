@@ -399,15 +399,15 @@ def log_hand_over(goals):
              "4 producers, 100 lines a second each": "4_producers_sparse"}
     limits = {"1_producer_one_core": 1, "4_producers_one_core": 1, "4_producers_sparse": 1.15}
     rows = []
-    for what, load in loads.items():
-        cost, wall = ({name: 1e9 * program.counter(f"{case}/{load}/iterations:1", counter)
+    for what, kind in loads.items():
+        cost, wall = ({name: 1e9 * program.counter(f"{case}/{kind}/iterations:1", counter)
                        for name, case in names.items()}
                       for counter in ("cpu_per_line", "wall_per_line"))
         rows.append([what, *(f"{show(cost[name], 'ns')} ({show(wall[name], 'ns')})"
                              for name in names)])
-        if load in limits:
+        if kind in limits:
             goals.at_most(f"Log: processor time of a line, {what}, by the condition variable's",
-                          limits[load], cost["Tolvex"] / cost["condition variable"])
+                          limits[kind], cost["Tolvex"] / cost["condition variable"])
     return ("### Handing a line over\n\nProcessor time of a line, of all threads together, and in "
             "parentheses wall time. Tolvex composes the line too; the others pass a ready-made line "
             "to a second thread, which opens, appends and closes. A line waits until the line before "

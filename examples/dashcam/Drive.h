@@ -71,7 +71,7 @@ public:
     bool SwitchIgnitionOff();
 
 private:
-    /// Its part in the sequence, which it runs: writes the summary.
+    /// The drive is a participant of its own sequence: it writes the summary.
     void RunIgnitionOff() override;
     void TellLastDrive();
     std::string DisplayLine() const;

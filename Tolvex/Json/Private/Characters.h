@@ -1,5 +1,5 @@
 /// @file
-/// The classes of bytes that the reading of JSON text tells apart. Not installed.
+/// The classes of bytes that readers and writers of JSON text tell apart. Not installed.
 #pragma once
 
 #include <array>

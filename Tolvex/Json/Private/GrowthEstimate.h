@@ -10,9 +10,8 @@ namespace Tolvex::Json {
 
 /// Estimates from the number of values written so far how much longer the text will become.
 ///
-/// @param open  The open containers, outermost first; each has a size, and the number of values
-/// that
-///              have been begun.
+/// @param open  The open containers, outermost first. Each has a size, and a count of the values
+///              that have been begun.
 /// @return the factor between the whole length and the length so far, at most 4.
 template <typename Container>
 double EstimateGrowth(const std::vector<Container>& open)

@@ -1,8 +1,7 @@
 #include "Tolvex/Json/Private/StringBody.h"
 
-#include <array>
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <stdexcept>
 
 #include "Tolvex/Json/Private/Characters.h"
