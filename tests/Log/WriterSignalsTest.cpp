@@ -209,9 +209,9 @@ TEST(WriterSignalsTest, FileThatReachesTheLimitOfTheProcessCostsLinesAndNotThePr
 TEST(WriterSignalsTest, CloseWaitsInFullThoughSignalsInterruptItsSleeps)
 {
     static std::atomic<int> signals = 0;
-    CapturingLogger logger;
     Gate hanging;
     Gate released;
+    CapturingLogger logger;
     logger.GetPolicy().onWrite = [&](const std::string&) {
         hanging.Open();
         released.Pass();
@@ -238,6 +238,8 @@ TEST(WriterSignalsTest, CloseWaitsInFullThoughSignalsInterruptItsSleeps)
     interrupting.join();
     released.Open();
     EXPECT_GT(signals, 0);
+    // The writer was left behind. It uses the policy and the gates until it has written the line.
+    EXPECT_TRUE(Eventually([&logger] { return logger.GetPolicy().Lines().size() == 1; }));
     sigaction(SIGUSR1, &before, nullptr);
 }
 
