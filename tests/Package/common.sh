@@ -10,6 +10,7 @@ if [[ ${!#} == --* ]]; then
 fi
 build=$1
 compiler=$2
+command -v "$compiler" >/dev/null || { echo "skipped: needs $compiler" && exit 77; }
 emulator=("${@:3}")
 compile=("$compiler" -std=c++20 -Wall -Wextra -Werror)
 tools=

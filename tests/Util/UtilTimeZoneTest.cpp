@@ -33,6 +33,8 @@ using Support::ScratchDirectory;
 constexpr time_t moment = 1614834367;  // 4 March 2021, 05:06:07 UTC
 const std::string zones = "/usr/share/zoneinfo/";
 
+constexpr int noRight = 77;  ///< exit code of a child that may not mount
+
 void SetZone(const char* zone)
 {
     setenv("TZ", zone, 1);
@@ -52,12 +54,14 @@ void WithOwnLocalTime(Work work)
         alarm(50);
         unsetenv("TZ");
         if (!Support::EnterPrivateMountNamespace() || !Support::MountEmptyDirectory("/etc")) {
-            ADD_FAILURE() << "no file system";
-            return 1;
+            return noRight;
         }
         work();
         return 0;
     });
+    if (child.ExitCode() == noRight) {
+        GTEST_SKIP() << "needs the right to mount";
+    }
     EXPECT_TRUE(child.Succeeded()) << child.output;
 }
 
