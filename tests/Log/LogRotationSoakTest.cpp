@@ -181,11 +181,13 @@ void LogInManyProcesses(LogDurability mode, std::uint64_t sizeLimit, unsigned ke
 
     std::map<Line, int> found;
     std::size_t files = 0;
+    std::size_t bytes = 0;
     for (const auto& file :
          std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
         const std::string text = ReadFile(file.path());
         CountLines(text, found);
         ++files;
+        bytes += text.size();
     }
     std::size_t total = 0;
     for (std::size_t process = 0; process < processCount; ++process) {
@@ -205,7 +207,11 @@ void LogInManyProcesses(LogDurability mode, std::uint64_t sizeLimit, unsigned ke
     // Those that no thread knew to be written were not written twice.
     EXPECT_TRUE(
         std::all_of(found.begin(), found.end(), [](const auto& line) { return line.second == 1; }));
-    if (kept == keepAll) {
+    if (kept == keepAll && !killing) {
+        // On a busy machine a lock may come too late, and a file grows beyond the limit for a
+        // while.
+        EXPECT_GE(files, std::min<std::uint64_t>(total, bytes / sizeLimit) / 2);
+    } else if (kept == keepAll) {
         // No more is certain: on a busy machine a killed process keeps its lock until it has run
         // once more, and the file grows beyond the limit for two seconds.
         EXPECT_GT(files, 1U);
