@@ -29,6 +29,7 @@ namespace {
 
 using Support::ChildResult;
 using Support::RunInChild;
+using Support::ThreadsBusyAtFork;
 using Support::TimerCalls;
 
 constexpr int never = 60000;  // a period in ms that does not pass in these tests
@@ -450,7 +451,7 @@ TEST_F(TimerTest, ChildProcessMakesTimersWhateverItsParentsThreadsWereDoing)
 {
     std::atomic<bool> expiring = true;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < ThreadsBusyAtFork(2); ++i) {
         threads.emplace_back([&expiring] {
             const Timer placeHolder;
             while (expiring) {

@@ -29,6 +29,7 @@ namespace {
 using Support::InTimeZone;
 using Support::RunInChild;
 using Support::ScratchDirectory;
+using Support::ThreadsBusyAtFork;
 
 constexpr time_t moment = 1614834367;  // 4 March 2021, 05:06:07 UTC
 const std::string zones = "/usr/share/zoneinfo/";
@@ -222,11 +223,14 @@ TEST(UtilTimeZoneTest, DatesAreOfOneZoneOrTheOtherWhileItChanges)
 TEST(UtilTimeZoneTest, ChildThatIsForkedDuringARefreshKnowsTheTime)
 {
     std::atomic<bool> over = false;
-    std::thread refresher([&over] {
-        while (!over) {
-            RefreshTimeZone();
-        }
-    });
+    std::vector<std::thread> refreshers;
+    for (int thread = 0; thread < ThreadsBusyAtFork(1); ++thread) {
+        refreshers.emplace_back([&over] {
+            while (!over) {
+                RefreshTimeZone();
+            }
+        });
+    }
     for (int round = 0; round < 50; ++round) {
         const auto child = RunInChild([] {
             alarm(20);
@@ -236,7 +240,9 @@ TEST(UtilTimeZoneTest, ChildThatIsForkedDuringARefreshKnowsTheTime)
         EXPECT_TRUE(child.Succeeded()) << child.output;
     }
     over = true;
-    refresher.join();
+    for (std::thread& refresher : refreshers) {
+        refresher.join();
+    }
 }
 
 }  // namespace
