@@ -42,7 +42,8 @@ TEST(IThreadSleepLockTest, StepOfZeroLoopsWithoutTakingALock)
     probe.onRun = [&] {
         const long before = locksOfThread;
         sleeping = true;
-        probe.ThreadSleep(1h, 0ms);
+        // Bounded: a worker that gets here only after Stop() sleeps the total at once.
+        probe.ThreadSleep(5s, 0ms);
         locks = locksOfThread - before;
     };
 

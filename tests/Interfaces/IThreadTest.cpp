@@ -1214,6 +1214,7 @@ TEST(IThreadTest, RestartDuringTheLastPassOfACancelledThreadNeverRunsTwoPassesAt
         probe.Start();
     }
     probe.Stop();
+    ASSERT_TRUE(probe.WaitUntilFinished(patience));  // the older threads too
 
     EXPECT_FALSE(overlap);
     EXPECT_EQ(starts, 101);

@@ -18,8 +18,9 @@ namespace Tolvex::Ilog {
 ///
 /// For LogDurability::Interval the first line that waits starts a thread. The thread sleeps, opens
 /// the file, syncs it, and ends if no line has come meanwhile. So at most one thread of a process
-/// syncs a file, and none while there are no lines. No lock is held: a fork at any moment leaves
-/// nothing locked in the child.
+/// syncs a file, and none while there are no lines. The writer does not sync the file itself,
+/// because a sync of a card can take seconds (docs/device.md), and every composing thread would
+/// wait for it. No lock is held: a fork at any moment leaves nothing locked in the child.
 /// @par Thread safety
 /// Caller serialises. Held by std::shared_ptr: the thread may outlive the policy.
 class FileSync : public std::enable_shared_from_this<FileSync>
