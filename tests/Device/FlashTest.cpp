@@ -1,7 +1,5 @@
 // The flash variables on a real flash chip with its driver, through the boot loader's real tools.
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -9,11 +7,13 @@
 #include "Tolvex/Util/FlashUtils.h"
 
 #include "tests/Support/Board.h"
+#include "tests/Support/ScratchDirectory.h"
 
 namespace {
 
 using Tolvex::Support::IsOnBoard;
 using Tolvex::Support::notOnBoard;
+using Tolvex::Support::ReadFile;
 using Tolvex::Util::ExecCmd_Pipe;
 using Tolvex::Util::ExecCmd_System;
 using Tolvex::Util::ReadFlashVar;
@@ -21,14 +21,6 @@ using Tolvex::Util::WriteFlashConfigFile;
 using Tolvex::Util::WriteFlashVar;
 
 constexpr std::size_t environmentBytes = 0x2000;
-
-std::string ReadWhole(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
-}
 
 class FlashOnBoardTest : public testing::Test
 {
@@ -45,7 +37,7 @@ protected:
 
 TEST_F(FlashOnBoardTest, ErasedFlashGivesTheInitialEnvironment)
 {
-    ASSERT_EQ(ReadWhole("/dev/mtd1"), std::string(environmentBytes, '\xFF'));
+    ASSERT_EQ(ReadFile("/dev/mtd1"), std::string(environmentBytes, '\xFF'));
     std::string delay;
     std::string rate;
 
@@ -66,7 +58,7 @@ TEST_F(FlashOnBoardTest, ErasedFlashWithoutAnInitialEnvironmentFails)
     EXPECT_NE(WriteFlashVar("bootdelay", "3"), 0);
 
     EXPECT_EQ(value, "as it was");
-    EXPECT_EQ(ReadWhole("/dev/mtd1"), std::string(environmentBytes, '\xFF'));
+    EXPECT_EQ(ReadFile("/dev/mtd1"), std::string(environmentBytes, '\xFF'));
     std::filesystem::rename("/etc/hidden", file);
 }
 
@@ -74,7 +66,7 @@ TEST_F(FlashOnBoardTest, FirstWriteStoresTheInitialEnvironmentToo)
 {
     EXPECT_EQ(WriteFlashVar("serial", "42"), 0);
 
-    const std::string image = ReadWhole("/dev/mtd1");
+    const std::string image = ReadFile("/dev/mtd1");
     ASSERT_EQ(image.size(), environmentBytes);
     EXPECT_NE(image.find(std::string("serial=42\0", 10)), std::string::npos);
     EXPECT_NE(image.find(std::string("bootdelay=2\0", 12)), std::string::npos);
@@ -90,11 +82,11 @@ TEST_F(FlashOnBoardTest, LongestValueThatFitsIsStoredAndALongerOneChangesNothing
     EXPECT_EQ(WriteFlashVar("long", longest.c_str()), 0);
     EXPECT_EQ(ReadFlashVar("long", value), 0);
     EXPECT_EQ(value, longest);
-    const std::string image = ReadWhole("/dev/mtd1");
+    const std::string image = ReadFile("/dev/mtd1");
 
     EXPECT_NE(WriteFlashVar("long", (longest + "x").c_str()), 0);
 
-    EXPECT_EQ(ReadWhole("/dev/mtd1"), image);
+    EXPECT_EQ(ReadFile("/dev/mtd1"), image);
 }
 
 TEST_F(FlashOnBoardTest, EmptyValueIsKeptAndUnknownVariableReadsAsEmptyToo)

@@ -28,6 +28,7 @@
 #include "Tolvex/Interfaces/ISemaphore.h"
 
 #include "tests/Support/Pace.h"
+#include "tests/Support/Patience.h"
 #include "tests/Support/RealFunction.h"
 
 using namespace std::chrono_literals;
@@ -83,21 +84,8 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept
 namespace Tolvex::Interfaces {
 namespace {
 
-constexpr auto hangLimit = 30s;
-
-/// Polls until the condition holds. @return false if it does not within the limit.
-template <typename Condition>
-bool Eventually(Condition condition)
-{
-    const auto end = std::chrono::steady_clock::now() + hangLimit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
+using Support::Eventually;
+using Support::patience;
 
 /// Counts the threads that have called Enter() and have not ended yet.
 class LiveThreads
@@ -412,10 +400,10 @@ TEST(ISignalTest, StopNeitherWakesNorAwaitsTheListener)
     EventQueue events;
     events.onFirstWait = [&] {
         waiting.set_value();
-        released.get_future().wait_for(hangLimit);
+        released.get_future().wait_for(patience);
     };
     events.Start();
-    ASSERT_EQ(waiting.get_future().wait_for(hangLimit), std::future_status::ready);
+    ASSERT_EQ(waiting.get_future().wait_for(patience), std::future_status::ready);
 
     events.Stop();
 
@@ -544,7 +532,7 @@ TEST(ISignalTest, SlowHandlerDelaysNeitherTheListenerNorTheNextHandler)
         if (data == ToData(2)) {
             second.set_value();
         } else {
-            overlapped = secondHandled.wait_for(hangLimit) == std::future_status::ready;
+            overlapped = secondHandled.wait_for(patience) == std::future_status::ready;
         }
     });
     events.Start();
@@ -736,12 +724,12 @@ TEST(ISignalTest, DestructorDoesNotWaitForAHandlerThatRuns)
     std::promise<bool> outlived;
     std::function<void()> handler = [&] {
         begun.set_value();
-        const auto status = destroyed.get_future().wait_for(hangLimit);
+        const auto status = destroyed.get_future().wait_for(patience);
         outlived.set_value(status == std::future_status::ready);
     };
     auto signal = std::make_unique<OneEventForOthers>(handler);
     signal->RunListener();
-    ASSERT_EQ(begun.get_future().wait_for(hangLimit), std::future_status::ready);
+    ASSERT_EQ(begun.get_future().wait_for(patience), std::future_status::ready);
 
     signal.reset();
     destroyed.set_value();

@@ -27,6 +27,7 @@
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
+#include "tests/Support/ProcessLog.h"
 #include "tests/Support/ScratchDirectory.h"
 
 namespace {
@@ -36,6 +37,7 @@ using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::ChildResult;
+using Tolvex::Support::Log;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
 using Tolvex::Support::Scaled;
@@ -71,11 +73,6 @@ extern "C" int nanosleep(const timespec* duration, timespec* rest)
 }
 
 namespace {
-
-Logger& Log()
-{
-    return *Logger::GetInstance();
-}
 
 constexpr int threadCount = 8;
 

@@ -28,13 +28,18 @@ inline std::vector<pid_t> Threads()
     return threads;
 }
 
+/// @return what the kernel tells in this file about a thread; an empty text when it has ended.
+inline std::string AboutThread(pid_t thread, const std::string& file)
+{
+    return ReadFile("/proc/self/task/" + std::to_string(thread) + "/" + file);
+}
+
 /// @return the names of all threads, each with a newline at its end as the kernel gives it.
 inline std::vector<std::string> ThreadNames()
 {
     std::vector<std::string> names;
-    std::error_code error;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task", error)) {
-        names.push_back(ReadFile(task.path() / "comm"));
+    for (const pid_t thread : Threads()) {
+        names.push_back(AboutThread(thread, "comm"));
     }
     return names;
 }
@@ -51,10 +56,9 @@ inline bool HasThread(const std::string& name)
 inline std::optional<std::uint64_t> SignalsBlockedBy(const std::string& name)
 {
     const std::string field = "SigBlk:";
-    std::error_code error;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task", error)) {
-        if (ReadFile(task.path() / "comm") == name + "\n") {
-            const std::string status = ReadFile(task.path() / "status");
+    for (const pid_t thread : Threads()) {
+        if (AboutThread(thread, "comm") == name + "\n") {
+            const std::string status = AboutThread(thread, "status");
             const std::size_t position = status.find(field) + field.size();
             return std::stoull(status.substr(position), nullptr, 16);
         }
@@ -71,7 +75,7 @@ inline bool HasSignal(std::uint64_t signals, int signal)
 /// @return whether the thread with this kernel number sleeps at this moment.
 inline bool Sleeps(pid_t thread)
 {
-    const std::string stat = ReadFile("/proc/self/task/" + std::to_string(thread) + "/stat");
+    const std::string stat = AboutThread(thread, "stat");
     const std::size_t nameEnd = stat.rfind(')');
     return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") S") == 0;
 }
@@ -80,7 +84,7 @@ inline bool Sleeps(pid_t thread)
 inline unsigned long TimesSlept(pid_t thread)
 {
     const std::string field = "\nvoluntary_ctxt_switches:";
-    const std::string status = ReadFile("/proc/self/task/" + std::to_string(thread) + "/status");
+    const std::string status = AboutThread(thread, "status");
     const std::size_t position = status.find(field);
     return position == std::string::npos ? 0 : std::stoul(status.substr(position + field.size()));
 }

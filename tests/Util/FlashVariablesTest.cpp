@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -16,12 +15,14 @@
 
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Namespaces.h"
+#include "tests/Support/ScratchDirectory.h"
 
 namespace {
 
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::EnterPrivateMountNamespace;
 using Tolvex::Support::MountEmptyDirectory;
+using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
 using Tolvex::Util::ExecCmd_Pipe;
 using Tolvex::Util::ExecCmd_System;
@@ -57,14 +58,6 @@ std::string Environment(std::string variables)
         image += static_cast<char>(crc >> (8 * byte) & 0xFF);
     }
     return image + variables;
-}
-
-std::string ReadWhole(const fs::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
 }
 
 fs::path FindTool(const std::string& name)
@@ -153,7 +146,7 @@ TEST_F(FlashVariablesTest, ConfigFileIsOneLineAndReplacesWhatWasThere)
 
         EXPECT_EQ(WriteFlashConfigFile(), 0);
 
-        EXPECT_EQ(ReadWhole(configFile), "/dev/mtd1   0x00000 0x2000  0x1000  2\n");
+        EXPECT_EQ(ReadFile(configFile), "/dev/mtd1   0x00000 0x2000  0x1000  2\n");
     });
 
     EXPECT_TRUE(child.Succeeded()) << child.output;
@@ -177,12 +170,12 @@ TEST_F(FlashVariablesTest, ConfigFileThatCannotBeWrittenGivesTheShellsStatus)
 TEST_F(FlashVariablesTest, TestsLeaveTheConfigFileOfTheSystemAlone)
 {
     const bool existed = fs::exists(configFile);
-    const std::string before = ReadWhole(configFile);
+    const std::string before = ReadFile(configFile);
 
     RunOnDevice([] {});
 
     EXPECT_EQ(fs::exists(configFile), existed);
-    EXPECT_EQ(ReadWhole(configFile), before);
+    EXPECT_EQ(ReadFile(configFile), before);
 }
 
 TEST_F(FlashVariablesTest, VariableOfTheBootLoaderIsReadAndShownOnStandardOutput)
@@ -230,7 +223,7 @@ TEST_F(FlashVariablesTest, WrittenVariableIsInTheFlashWithAValidChecksum)
     const ChildResult child = RunOnDevice([] {
         EXPECT_EQ(WriteFlashVar("bootdelay", "25"), 0);
 
-        const std::string image = ReadWhole("/dev/mtd1");
+        const std::string image = ReadFile("/dev/mtd1");
         EXPECT_EQ(image.size(), environmentBytes);
         EXPECT_NE(image.find(std::string("bootdelay=25\0", 13)), std::string::npos);
         EXPECT_EQ(image, Environment(image.substr(sizeof(std::uint32_t))));

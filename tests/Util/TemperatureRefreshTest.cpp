@@ -16,6 +16,7 @@
 
 #include "Tolvex/Util/TemperatureMonitor.h"
 
+#include "tests/Support/Patience.h"
 #include "tests/Support/RealFunction.h"
 #include "tests/Support/ThermalZone.h"
 #include "tests/Support/TimerCalls.h"
@@ -53,21 +54,11 @@ namespace Tolvex::Util {
 namespace {
 
 using namespace std::chrono_literals;
+using Support::Eventually;
 using Support::ThermalZone;
 using Support::TimerCalls;
 
 constexpr std::size_t refreshStackBytes = 16384;
-
-/// Waits until condition holds. @return false if it does not within 30 seconds.
-template <typename Condition>
-bool Eventually(Condition condition)
-{
-    const auto end = std::chrono::steady_clock::now() + 30s;
-    while (!condition() && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(1ms);
-    }
-    return condition();
-}
 
 class TemperatureRefreshTest : public ::testing::Test
 {

@@ -24,6 +24,7 @@
 #include "Tolvex/Util/Timer.h"
 
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/Patience.h"
 #include "tests/Support/ThreadStack.h"
 #include "tests/Support/TimerCalls.h"
 
@@ -33,13 +34,14 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using Support::ChildResult;
+using Support::Eventually;
+using Support::patience;
 using Support::RunInChild;
 using Support::ThreadStack;
 using Support::TimerCalls;
 
 constexpr int never = 60000;  // a period in ms that does not pass in these tests
 constexpr int stackBytes = 16384;
-constexpr auto longest = 30s;  // limit for events that have to come
 
 /// The times of the calls. Shared with the callbacks, so a late call cannot use a destroyed object.
 class CallTimes
@@ -56,7 +58,7 @@ public:
     std::vector<Clock::time_point> WaitFor(std::size_t count)
     {
         std::unique_lock lock(mutex);
-        changed.wait_for(lock, longest, [&] { return times.size() >= count; });
+        changed.wait_for(lock, patience, [&] { return times.size() >= count; });
         return times;
     }
 
@@ -93,7 +95,7 @@ public:
     std::optional<Result> Wait()
     {
         auto future = promise.get_future();
-        if (future.wait_for(longest) != std::future_status::ready) {
+        if (future.wait_for(patience) != std::future_status::ready) {
             return std::nullopt;
         }
         return future.get();
@@ -103,17 +105,6 @@ private:
     std::promise<Result> promise;
     std::atomic<bool> isSet = false;
 };
-
-/// Waits until condition holds. @return false if it does not within the limit.
-template <typename Condition>
-bool Eventually(Condition condition)
-{
-    const auto end = Clock::now() + longest;
-    while (!condition() && Clock::now() < end) {
-        std::this_thread::sleep_for(1ms);
-    }
-    return condition();
-}
 
 class TimerExpiryTest : public ::testing::Test
 {
@@ -320,11 +311,11 @@ TEST_F(TimerExpiryTest, CallsOverlapWhenOneOutlastsThePeriod)
                 met->set_value();
             }
             meeting->changed.notify_all();
-            meeting->changed.wait_for(lock, longest, [&] { return meeting->inside >= 3; });
+            meeting->changed.wait_for(lock, patience, [&] { return meeting->inside >= 3; });
         },
         nullptr, stackBytes);
 
-    EXPECT_EQ(done.wait_for(longest), std::future_status::ready);
+    EXPECT_EQ(done.wait_for(patience), std::future_status::ready);
 }
 
 // -------------------------------------------------------------------------------- destruction
@@ -351,17 +342,17 @@ TEST_F(TimerExpiryTest, DestructorDoesNotWaitForACallThatRunsAndLeavesItItsCaptu
                 return;
             }
             held->entered.set_value();
-            held->mayGoOn.get_future().wait_for(longest);
+            held->mayGoOn.get_future().wait_for(patience);
             held->result.set_value(held->text);
         },
         nullptr, 65536);
-    ASSERT_EQ(entered.wait_for(longest), std::future_status::ready);
+    ASSERT_EQ(entered.wait_for(patience), std::future_status::ready);
 
     timer.reset();  // would hang here if it waited
 
     EXPECT_FALSE(watched.expired());
     goOn->set_value();
-    ASSERT_EQ(result.wait_for(longest), std::future_status::ready);
+    ASSERT_EQ(result.wait_for(patience), std::future_status::ready);
     EXPECT_EQ(result.get(), "captured text, longer than a small string holds");
     EXPECT_TRUE(Eventually([&] { return watched.expired(); }));
 }
@@ -637,7 +628,7 @@ TEST_F(TimerDeathTest, ExpiryOfAnEmptyCallbackEndsTheProcess)
     EXPECT_DEATH(
         {
             const Timer timer(deathPeriod, nullptr, nullptr, 65536);
-            std::this_thread::sleep_for(longest);
+            std::this_thread::sleep_for(patience);
         },
         "bad_function_call");
 }
@@ -649,7 +640,7 @@ TEST_F(TimerDeathTest, ExceptionThatLeavesTheCallbackEndsTheProcess)
             const Timer timer(
                 deathPeriod, [](Timer*) { throw std::runtime_error("left the callback"); }, nullptr,
                 65536);
-            std::this_thread::sleep_for(longest);
+            std::this_thread::sleep_for(patience);
         },
         "left the callback");
 }
