@@ -15,17 +15,20 @@
 
 namespace Tolvex::Ilog {
 
-/// The black box and its logger. Never deleted. The name belongs to the binary interface.
-struct Logger::LastLines
+namespace {
+
+/// The logger of the black box, and the black box.
+struct BlackBoxLogger : LoggerCore
 {
-    explicit LastLines(const LoggerCore& file) : core(BlackBox::calls, &box, &file) {}
+    explicit BlackBoxLogger(const LoggerCore& file) : LoggerCore(BlackBox::calls, &box, &file) {}
 
     BlackBox box;
-    LoggerCore core;
 };
 
+}  // namespace
+
 Logger* Logger::instance = nullptr;
-Logger::LastLines* Logger::lastLines = nullptr;
+LoggerCore* Logger::blackBox = nullptr;
 bool Logger::anyEnabled = false;
 
 Logger* Logger::Create()
@@ -77,14 +80,14 @@ bool Logger::EnableBlackBox(std::size_t lines)
         return false;
     }
     try {
-        if (Base::LoadShared(lastLines) == nullptr) {
-            auto made = std::make_unique<LastLines>(fileLogger->core);
-            if (Base::SetSharedOnce(lastLines, made.get())) {
+        if (Base::LoadShared(blackBox) == nullptr) {
+            auto made = std::make_unique<BlackBoxLogger>(fileLogger->core);
+            if (Base::SetSharedOnce(blackBox, made.get())) {
                 static_cast<void>(made.release());
             }
         }
         const std::string output = std::to_string(lines);
-        const bool enabled = Base::LoadShared(lastLines)->core.Enable(&output);
+        const bool enabled = Base::LoadShared(blackBox)->Enable(&output);
         UpdateAnyEnabled();
         return enabled;
     } catch (const std::bad_alloc&) {
@@ -106,32 +109,31 @@ void Logger::CloseConsole()
 
 void Logger::CloseBlackBox()
 {
-    if (LastLines* const blackBox = Base::LoadShared(lastLines)) {
-        blackBox->core.Close();
+    if (LoggerCore* const core = Base::LoadShared(blackBox)) {
+        core->Close();
         UpdateAnyEnabled();
     }
 }
 
 bool Logger::SaveLastLines(const std::string& path) const
 {
-    const LastLines* const blackBox = Base::LoadShared(lastLines);
-    if (blackBox == nullptr) {
+    const auto* const logger = static_cast<const BlackBoxLogger*>(Base::LoadShared(blackBox));
+    if (logger == nullptr) {
         errno = ENODATA;
         return false;
     }
-    return blackBox->box.Save(path);
+    return logger->box.Save(path);
 }
 
 std::vector<std::string> Logger::GetLastLines() const
 {
-    const LastLines* const blackBox = Base::LoadShared(lastLines);
-    return blackBox == nullptr ? std::vector<std::string>() : blackBox->box.Lines();
+    const auto* const logger = static_cast<const BlackBoxLogger*>(Base::LoadShared(blackBox));
+    return logger == nullptr ? std::vector<std::string>() : logger->box.Lines();
 }
 
-LoggerCore* Logger::FindEnabledBlackBox()
+void Logger::DropLine()
 {
-    LoggerCore& core = Base::LoadShared(lastLines)->core;
-    return core.IsEnabled() ? &core : nullptr;
+    ForEachEnabled([](LoggerCore& core) { core.DropLine(); });
 }
 
 /// Call after an output has been enabled or closed.

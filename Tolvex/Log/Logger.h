@@ -115,7 +115,11 @@ public:
     bool IsConsoleEnabled() const { return consoleLogger->IsEnabled(); }
 
     /// @return whether lines are kept in memory.
-    bool IsBlackBoxEnabled() const { return EnabledBlackBox() != nullptr; }
+    bool IsBlackBoxEnabled() const
+    {
+        const LoggerCore* const core = Base::LoadShared(blackBox);
+        return core != nullptr && core->IsEnabled();
+    }
 
     /// Writes the lines that the black box keeps to a file, the oldest first. Replaces the file in
     /// one step: after a failure or a loss of power there is the old file or the new one.
@@ -181,12 +185,7 @@ public:
     }
 
     /// Drops the lines that the calling thread has left open, if there are any.
-    void DropLine()
-    {
-        if (AnyEnabled()) {
-            ForEachEnabled([](LoggerCore& core) { core.DropLine(); });
-        }
-    }
+    void DropLine();
 
     /// Logs "All triggers have been stopped" as a notice, and stops logging to the file.
     ///
@@ -216,20 +215,14 @@ private:
         if (consoleLogger->IsEnabled()) {
             action(consoleLogger->core);
         }
-        if (LoggerCore* const core = EnabledBlackBox()) {
-            action(*core);
+        if (IsBlackBoxEnabled()) {
+            action(*Base::LoadShared(blackBox));
         }
     }
 
     /// @return whether an output may be enabled. All that a line costs while none is.
     static bool AnyEnabled() { return Base::LoadShared(anyEnabled); }
 
-    /// @return null while it is disabled.
-    static LoggerCore* EnabledBlackBox()
-    {
-        return Base::LoadShared(lastLines) == nullptr ? nullptr : FindEnabledBlackBox();
-    }
-    static LoggerCore* FindEnabledBlackBox();
     void UpdateAnyEnabled() const;
 
     template <typename Action>
@@ -237,10 +230,8 @@ private:
     void BeginLines(LogType type);
     Logger& Append(const LogArgument& argument);
 
-    struct LastLines;
-
     static Logger* instance;      ///< shared: set once
-    static LastLines* lastLines;  ///< shared: set by the first EnableBlackBox()
+    static LoggerCore* blackBox;  ///< shared: set by the first EnableBlackBox(), never deleted
     static bool anyEnabled;       ///< shared: see AnyEnabled()
 
     LoggerBase<FileLogPolicy>* fileLogger;        ///< owned

@@ -69,12 +69,7 @@ public:
     /// Tells the policy where the lines go. Waits up to 2.1 s for a line that is being composed or
     /// written; after that the output stays as it is.
     /// @param name  Handed to the policy as it is.
-    void SetOutput(const std::string& name) { core.ChangeOutput(name); }
-
-    /// As SetOutput().
-    /// @param name  Handed to the policy as it is.
-    /// @return false when the output stays as it is.
-    bool ChangeOutput(const std::string& name) { return core.ChangeOutput(name); }
+    void SetOutput(const std::string& name) { core.SetOutput(name); }
 
     /// Starts the writer and enables the logger. Waits for the end of a Close() on another thread.
     /// @return true, also when it was enabled already; false when the writer thread cannot be
@@ -107,7 +102,11 @@ public:
     /// Inserts "[#", the text of the module, and "]".
     /// @param module  Where the line comes from.
     /// @return this logger.
-    LoggerBase& operator<<(LogModule module) { return Append(module); }
+    LoggerBase& operator<<(LogModule module)
+    {
+        core.Append(module);
+        return *this;
+    }
 
     /// Inserts a value as a stream does.
     /// @tparam T     One of the types of LogValue.
@@ -116,7 +115,10 @@ public:
     template <LogValue T>
     LoggerBase& operator<<(T value)
     {
-        return IsEnabled() ? Append(value) : *this;
+        if (IsEnabled()) {
+            core.Append(value);
+        }
+        return *this;
     }
 
     /// Inserts a text.
@@ -126,21 +128,22 @@ public:
     template <std::same_as<std::string> T>
     LoggerBase& operator<<(const T& value)
     {
-        return IsEnabled() ? Append(std::string_view(value)) : *this;
+        return *this << std::string_view(value);
     }
 
     /// Applies the manipulator. std::endl, or another one that leaves a newline at the end of the
     /// text, ends the line and hands it to the writer. Does not wait for the writer.
     /// @param manipulator  Applied to the text of the line; must not log.
     /// @return this logger.
-    LoggerBase& operator<<(LogManipulator manipulator) { return Append(manipulator); }
+    LoggerBase& operator<<(LogManipulator manipulator)
+    {
+        core.Append(manipulator);
+        return *this;
+    }
 
     /// Hands the line to the writer if its text ends in a newline.
     /// @note A newline in the middle of the text ends nothing.
     void CheckEndOfStream() { core.CheckEndOfStream(); }
-
-    /// Ends and hands over the line that the calling thread has left open, if there is one.
-    void EndOpenLine() { core.EndOpenLine(); }
 
     /// Drops the line that the calling thread has left open, if there is one.
     void DropLine() { core.DropLine(); }
@@ -157,12 +160,6 @@ public:
 
 private:
     friend class Logger;  // composes for several loggers at once
-
-    LoggerBase& Append(const LogArgument& argument)
-    {
-        core.Append(argument);
-        return *this;
-    }
 
     Policy policy;
     LoggerCore core;

@@ -300,9 +300,9 @@ bool LoggerCore::Enable(const std::string* output)
     return false;
 }
 
-bool LoggerCore::ChangeOutput(const std::string& name)
+void LoggerCore::SetOutput(const std::string& name)
 {
-    return CallPolicy(*state, longestWait, [&] { state->calls.setOutput(state->policy, name); });
+    CallPolicy(*state, longestWait, [&] { state->calls.setOutput(state->policy, name); });
 }
 
 void LoggerCore::WriteHeader(LogType type)
@@ -365,7 +365,6 @@ void LoggerCore::DropLine()
 
 void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point deadline)
 {
-    WatchCallingThread();
     // Another thread's Close() would drop the last notice while it is being composed.
     std::optional<Control> control;
     if (last && !control.emplace(*state)) {

@@ -336,6 +336,33 @@ TEST(IgnitionOffTest, WriterThatHangsLetsNoThreadWaitForTheLineForEver)
     EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
 }
 
+TEST(IgnitionOffTest, NoticeThatFindsNoFreeLineLeavesTheOpenLineAsItIs)
+{
+    const ChildResult child = RunInChild([] {
+        alarm(hangSeconds);
+        EXPECT_TRUE(Log().EnableConsole());
+        Gate begun;
+        Gate noticed;
+        std::thread composing([&begun, &noticed] {
+            Log().WriteHeader(LogType::Info);
+            Log() << "be";
+            begun.Open();
+            EXPECT_TRUE(noticed.Pass());
+            Log() << "gun" << std::endl;
+        });
+        EXPECT_TRUE(begun.Pass());
+        Log().RunIgnitionOff();
+        noticed.Open();
+        composing.join();
+        WriteLine("next");
+        Log().CloseConsole();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
+    EXPECT_THAT(LinesWithoutDate(child.output), ElementsAre("begun", "next"));
+}
+
 TEST(IgnitionOffTest, ConsoleThatHangsCostsTheNoticeOfTheConsoleOnly)
 {
     const ScratchDirectory directory;

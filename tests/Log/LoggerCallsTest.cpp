@@ -25,6 +25,8 @@
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Log/LoggerBase.h"
 #include "Tolvex/Log/LoggerCore.h"
+#include "Tolvex/Types/LogModule.h"
+#include "Tolvex/Util/EnumString.h"
 #include "Tolvex/Util/TemperatureMonitor.h"
 #include "Tolvex/Util/UtilTime.h"
 
@@ -410,6 +412,22 @@ TEST(LoggerCallsTest, CloseOfTheFileDoesNotDropTheNotice)
     CloseDuringTheNotice([] { Logger::GetInstance()->CloseFile(); });
 }
 
+TEST(LoggerCallsTest, TextOfAModuleMayHaveAnyLength)
+{
+    const std::string text(1000, 'm');
+    constexpr auto module = static_cast<Tolvex::LogModule>(1000);
+    Tolvex::Util::EnumString<Tolvex::LogModule>::RegisterEnumerator(module, text);
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+
+    logger.WriteHeader(LogType::Info);
+    logger << module << "text" << std::endl;
+
+    const auto lines = AwaitLines(logger, 1);
+    ASSERT_THAT(lines, SizeIs(1));
+    EXPECT_EQ(WithoutDate(lines[0]), "[#" + text + "]text\n");
+}
+
 TEST(LoggerCallsTest, LineThatHasWaitedShowsTheTimeAtWhichItBegan)
 {
     CapturingLogger logger;
@@ -587,6 +605,33 @@ TEST(LoggerCallsTest, WriterThatIsCancelledWhileItWaitsDisablesTheLoggerWhichMay
     const auto lines = AwaitLines(logger, 2);
     ASSERT_THAT(lines, SizeIs(2));
     EXPECT_EQ(WithoutDate(lines[1]), "second\n");
+}
+
+TEST(LoggerCallsTest, LineThatIsCompleteWhenItsWriterIsCancelledLeavesNoLineLockTaken)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    const pthread_t writer = createdLast;
+    Halt beforeToken;
+    std::thread composing([&logger, &beforeToken] {
+        logger.WriteHeader(LogType::Info);
+        logger << "first";
+        haltBeforeLock = &beforeToken;
+        logger << std::endl;
+    });
+    ASSERT_TRUE(beforeToken.reached.Pass());
+
+    pthread_cancel(writer);
+    EXPECT_TRUE(Eventually([&] { return !logger.IsEnabled(); }));
+    beforeToken.left.Open();
+    composing.join();
+
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "next");
+    logger.Close();
+    // The first line is there if the writer saw it before it slept.
+    ASSERT_THAT(logger.GetPolicy().Lines(), ::testing::Not(IsEmpty()));
+    EXPECT_EQ(WithoutDate(logger.GetPolicy().Lines().back()), "next\n");
 }
 
 TEST(LoggerCallsTest, WriterThatIsCancelledInThePolicyLeavesNoLineLockTaken)

@@ -499,7 +499,7 @@ inline EndOfThread()
 
 #define TOLD_TO_END (toldToEnd >= mine)
 
-/* Writer::Thread::Run(), WriteLines() and WriteLine() */
+/* Writer::Thread::Run() and WriteLine() */
 proctype Writer(byte me; byte mine) EXISTS
 {
     bool moved = false;

@@ -35,7 +35,6 @@ struct Writer::Thread
     Thread& operator=(const Thread&) = delete;
 
     static void* Run(void* thread);
-    bool WriteLines();
     bool WriteLine();
 
     const std::shared_ptr<LoggerState> state;
@@ -46,31 +45,25 @@ struct Writer::Thread
 void* Writer::Thread::Run(void* thread)
 {
     const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
-    while (self->WriteLines()) {
+    const CurrentWriter& writers = self->state->writers;
+    bool ending = false;
+    while (!ending) {
+        self->state->lineReady.Wait();
+        do {
+            if (self->number != writers.current) {
+                return nullptr;
+            }
+            // Read before the look for a line: none becomes complete after the writer is told to
+            // end.
+            ending = writers.toldToEnd >= self->number;
+            // Required: a line that is complete is written before the writer ends. The token of a
+            // writer that is told to end may be gone.
+        } while (self->WriteLine() && writers.toldToEnd >= self->number);
     }
     return nullptr;
 }
 
-/// Waits for a token and writes the line that is complete, if there is one.
-/// @return false when the writer has to end.
-bool Writer::Thread::WriteLines()
-{
-    const CurrentWriter& writers = state->writers;
-    state->lineReady.Wait();
-    bool ending = false;
-    do {
-        if (number != writers.current) {
-            return false;
-        }
-        // Read before the look for a line: no line becomes complete once the writer is told to end.
-        ending = writers.toldToEnd >= number;
-        // Required: a line that is complete is written before the writer ends. The token of a
-        // writer that is told to end may be gone.
-    } while (WriteLine() && writers.toldToEnd >= number);
-    return !ending;
-}
-
-/// @return false when no line is complete.
+/// Writes the line that is complete. @return false when no line is complete.
 bool Writer::Thread::WriteLine()
 {
     LineLock& lock = state->lock;
