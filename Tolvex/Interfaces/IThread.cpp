@@ -90,9 +90,6 @@ bool IThread::RunScope::End()
         StoreShared(object.cancelRequested, false);
         StoreShared(object.finished, true);
     }
-    if (IsNewest()) {
-        workers->record.EndRun();
-    }
     workers->Remove(run);
     return !aborted;
 }
@@ -132,12 +129,12 @@ void IThread::RunThread()
 void IThread::RunPasses(const RunScope& scope)
 {
     // No pass begins while the object is being destroyed: Run() may be gone already.
-    PassClock clock(scope.Workers().record);
+    PassClock clock(scope.Workers().record, scope.Workers().mutex);
     while (LoadShared(running) && !LoadShared(destroying) && scope.IsNewest()) {
         if (LoadShared(paused)) {
-            clock.BeginRest();
+            clock.Rest();
             ThreadSleep(pausePollPeriod, pauseStep);
-            clock.EndRest();
+            clock.BeginPass();
             continue;
         }
         if (LoadShared(benchmark)) {
@@ -147,7 +144,6 @@ void IThread::RunPasses(const RunScope& scope)
         }
         clock.EndPass();
     }
-    clock.BeginRest();
 }
 
 void IThread::RunTimedPass()
@@ -218,7 +214,7 @@ void IThread::Start()
     const std::string name = threadName;
     const std::shared_ptr<WorkerThreads> workers = workerThreads;
     WorkerRefusals refusals;
-    workers->record.List(*this);
+    workers->record.List();
     if (!CreateThread(name, *workers, refusals)) {
         return;
     }
@@ -243,7 +239,7 @@ bool IThread::CreateThread(const std::string& name, WorkerThreads& workers,
     if (IsRunning()) {
         return false;
     }
-    workers.record.BeginRun(name);
+    workers.record.BeginRun(*this, name);
     const WorkerThreads::RunNumber run = workers.NextRun();
     StoreShared(finished, false);
     StoreShared(running, true);

@@ -88,23 +88,23 @@ bool IgnitionOffSequence::Add(const std::string& name, IgnitionOffMode* particip
                               milliseconds budget)
 {
     ResetError();
-    if (participant == nullptr) {
-        SetError("No participant", "Add", true, true);
+    const auto refuse = [this](const char* reason) {
+        SetError(reason, "Add", true, true);
         return false;
+    };
+    if (participant == nullptr) {
+        return refuse("No participant");
     }
     if (name.empty() || name.find('\n') != std::string::npos) {
-        SetError("Name not valid", "Add", true, true);
-        return false;
+        return refuse("Name not valid");
     }
     if (budget < milliseconds(1) || budget > longestBudget) {
-        SetError("Budget not valid", "Add", true, true);
-        return false;
+        return refuse("Budget not valid");
     }
     auto call = std::make_shared<const Call>(Call{name, participant});
     std::unique_ptr<BoundedThread> thread = BoundedThread::Create(name, call);
     if (thread == nullptr) {
-        SetError("No thread", "Add", true, true);
-        return false;
+        return refuse("No thread");
     }
     participants.push_back(
         std::make_unique<Participant>(Participant{std::move(call), budget, std::move(thread)}));
@@ -125,7 +125,7 @@ void IgnitionOffSequence::RunIgnitionOff()
                                               std::min(steady_clock::now() + next->budget, latest),
                                               BoundedThread::Late::NotCalled);
         next->overran = result != BoundedThread::Result::Done;
-        if (next->overran) {
+        if (next->overran && logThread != nullptr) {
             LogOverrun(*next, latest);
         }
     }
@@ -146,9 +146,6 @@ std::vector<std::string> IgnitionOffSequence::GetOverrun() const
 /// The log may hang, too: its lock may be held by the participant that was left behind.
 void IgnitionOffSequence::LogOverrun(const Participant& late, Deadline deadline)
 {
-    if (logThread == nullptr) {
-        return;
-    }
     try {
         logThread->Run(
             [name = late.call->name, budget = late.budget] {

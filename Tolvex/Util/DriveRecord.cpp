@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sstream>
+#include <string>
 #include <string_view>
 #include <unistd.h>
 #include <utility>
@@ -22,11 +24,10 @@ namespace {
 // that stands before it.
 constexpr std::string_view firstLine = "drive record 1\n";
 constexpr std::string_view namePrefix = "overran ";
-constexpr std::string_view sumPrefix = "sum ";
 constexpr std::array<std::pair<DriveEnd, std::string_view>, 3> ends = {
-    {{DriveEnd::Died, "died\n"},
-     {DriveEnd::Stopped, "stopped\n"},
-     {DriveEnd::IgnitionOff, "ignition off\n"}}};
+    {{DriveEnd::Died, "died"},
+     {DriveEnd::Stopped, "stopped"},
+     {DriveEnd::IgnitionOff, "ignition off"}}};
 constexpr std::size_t mostBytes = 65536;
 
 [[noreturn]] void Fail(const std::string& step, int reason)
@@ -36,66 +37,24 @@ constexpr std::size_t mostBytes = 65536;
     throw IException(("Failed to write the drive record: " + step + text).c_str());
 }
 
-/// FNV-1a.
-std::string SumOf(std::string_view text)
+/// @return the last line of a record: the FNV-1a sum of those before.
+std::string SumLine(std::string_view text)
 {
     std::uint32_t sum = 2166136261U;
     for (const char character : text) {
         sum = (sum ^ static_cast<unsigned char>(character)) * 16777619U;
     }
-    char digits[9];
-    std::snprintf(digits, sizeof digits, "%08x", sum);
-    return digits;
-}
-
-bool TakeFront(std::string_view& text, std::string_view front)
-{
-    if (!text.starts_with(front)) {
-        return false;
-    }
-    text.remove_prefix(front.size());
-    return true;
-}
-
-DriveRecord Parse(std::string_view text)
-{
-    DriveRecord unreadable{DriveEnd::Unreadable, {}};
-    const std::size_t sumLine = sumPrefix.size() + 9;
-    if (text.size() < sumLine) {
-        return unreadable;
-    }
-    const std::string_view summed = text.substr(0, text.size() - sumLine);
-    if (text.substr(summed.size()) != std::string(sumPrefix) + SumOf(summed) + "\n") {
-        return unreadable;
-    }
-
-    text = summed;
-    DriveRecord record = unreadable;
-    if (!TakeFront(text, firstLine)) {
-        return unreadable;
-    }
-    for (const auto& [end, line] : ends) {
-        if (record.end == DriveEnd::Unreadable && TakeFront(text, line)) {
-            record.end = end;
-        }
-    }
-    while (!text.empty()) {
-        const std::size_t length = text.find('\n');
-        if (!TakeFront(text, namePrefix) || length == std::string_view::npos) {
-            return unreadable;
-        }
-        record.overran.emplace_back(text.substr(0, length - namePrefix.size()));
-        text.remove_prefix(length - namePrefix.size() + 1);
-    }
-    return record.end == DriveEnd::Unreadable ? unreadable : record;
+    char line[14];
+    std::snprintf(line, sizeof line, "sum %08x\n", sum);
+    return line;
 }
 
 std::string Compose(const DriveRecord& record)
 {
     std::string text(firstLine);
-    for (const auto& [end, line] : ends) {
+    for (const auto& [end, word] : ends) {
         if (record.end == end) {
-            text += line;
+            text.append(word).append("\n");
         }
     }
     if (text.size() == firstLine.size()) {
@@ -107,12 +66,37 @@ std::string Compose(const DriveRecord& record)
         }
         text.append(namePrefix).append(name).append("\n");
     }
-    const std::string sum = SumOf(text);
-    text.append(sumPrefix).append(sum).append("\n");
+    text += SumLine(text);
     if (text.size() > mostBytes) {
         Fail("the names are too long", 0);
     }
     return text;
+}
+
+/// Reads the lines that it knows. The text is a record only if the result composes to exactly this
+/// text.
+DriveRecord Parse(const std::string& text)
+{
+    DriveRecord record;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        for (const auto& [end, word] : ends) {
+            if (line == word) {
+                record.end = end;
+            }
+        }
+        if (line.starts_with(namePrefix)) {
+            record.overran.push_back(line.substr(namePrefix.size()));
+        }
+    }
+    try {
+        if (Compose(record) == text) {
+            return record;
+        }
+    } catch (const IException&) {
+        // The lines do not tell a record.
+    }
+    return {DriveEnd::Unreadable, {}};
 }
 
 }  // namespace
@@ -126,21 +110,13 @@ DriveRecord ReadDriveRecord(const std::string& path)
     }
     std::string text(mostBytes + 1, '\0');
     std::size_t length = 0;
-    for (;;) {
-        const ssize_t part = read(file.Get(), text.data() + length, text.size() - length);
-        if (part < 0 && errno == EINTR) {
-            continue;
-        }
-        if (part < 0) {
-            return {DriveEnd::Unreadable, {}};
-        }
-        if (part == 0) {
-            break;
-        }
-        length += static_cast<std::size_t>(part);
-    }
-    return length > mostBytes ? DriveRecord{DriveEnd::Unreadable, {}}
-                              : Parse(std::string_view(text).substr(0, length));
+    ssize_t part = 0;
+    do {
+        part = read(file.Get(), text.data() + length, text.size() - length);
+        length += part > 0 ? static_cast<std::size_t>(part) : 0;
+    } while (part > 0 || (part < 0 && errno == EINTR));
+    text.resize(length);
+    return Parse(text);
 }
 
 void WriteDriveRecord(const std::string& path, const DriveRecord& record)

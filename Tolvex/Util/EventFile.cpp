@@ -6,8 +6,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <string_view>
-#include <unistd.h>
 
+#include "Tolvex/Base/Private/Descriptor.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Exception/IException.h"
 #include "Tolvex/Util/UtilEventName.h"
@@ -38,15 +38,13 @@ int CreateExclusively(const std::string& path)
 {
     // A cancellation inside open() could leave a file and an open descriptor behind.
     const Base::NoCancellation scope;
-    int descriptor = -1;
+    int error = 0;
     do {
-        descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    } while (descriptor < 0 && errno == EINTR);
-    if (descriptor < 0) {
-        return errno;
-    }
-    close(descriptor);
-    return 0;
+        const Base::Descriptor file(
+            open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+        error = file.IsOpen() ? 0 : errno;
+    } while (error == EINTR);
+    return error;
 }
 
 /// @return the number that digits spell; -1 for no digits, or for anything else among them.
@@ -96,13 +94,8 @@ int ReadCounter(std::string_view text)
     if (text.empty()) {
         return 1;
     }
-    const std::string_view digits = text.substr(1);
-    if (text.front() != counterMark || digits.size() > mostCounterDigits ||
-        digits.starts_with('0')) {
-        return 0;
-    }
-    const int number = ReadDigits(digits);
-    return number < 2 ? 0 : number;
+    const int number = text.size() > 1 + mostCounterDigits ? -1 : ReadDigits(text.substr(1));
+    return number > 1 && text == counterMark + std::to_string(number) ? number : 0;
 }
 
 }  // namespace
