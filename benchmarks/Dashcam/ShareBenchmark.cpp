@@ -2,6 +2,11 @@
 // over ready frames of 720p at 30 a second, samples at 50 a second and an event every five seconds,
 // with the log and the watch, and prints the share of one processor in percent. The dispatcher and
 // the display are left out.
+//
+// Are frames lost while a clip is written? Drives with the test picture, writes the clips of three
+// events, and prints how many pictures never became frames.
+//
+// Ends with 1 if the share is above 1 %, or if a frame was lost.
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -13,8 +18,10 @@
 #include "Tolvex/Log/Logger.h"
 
 #include "examples/dashcam/Accelerometer.h"
-#include "examples/dashcam/Drive.h"
+#include "examples/dashcam/Capture.h"
+#include "examples/dashcam/Clips.h"
 #include "examples/dashcam/Recorder.h"
+#include "examples/dashcam/Watch.h"
 
 namespace {
 
@@ -58,15 +65,9 @@ private:
     std::int64_t id = 0;
 };
 
-}  // namespace
-
-int main(int argc, char** argv)
+/// @return the share of one processor in percent.
+double MeasureShare(const Settings& settings, Folder& folder)
 {
-    const std::string path = argc > 1 ? argv[1] : "share-benchmark";
-    std::filesystem::create_directories(path);
-    const Settings settings;
-    Folder folder(path, settings);
-    Tolvex::Ilog::Logger::GetInstance()->EnableFile(folder.Path("dashcam.log"));
     Recorder recorder(settings);
     Stopped<Watch> watch(folder);
     Stopped<Source> source(recorder, settings);
@@ -85,5 +86,40 @@ int main(int argc, char** argv)
     }
     const double share = (ProcessorSeconds() - before) / seconds * 100.0;
     std::cout << frames << " frames in clips; " << share << " % of one processor" << std::endl;
-    return frames > 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    return share;
+}
+
+/// @return the frames that were lost while clips were written; -1 if no clip was.
+std::int64_t CountLostFrames(const Settings& settings, Folder& folder)
+{
+    static Recorder recorder(settings);
+    static const Accelerometer accelerometer(settings, DASHCAM_SAMPLES, [](double) {});
+    static Clips& clips = *new Clips(settings, recorder, accelerometer, folder);
+    Stopped<Capture> capture(settings, recorder, "", "");
+    clips.Start();
+    capture.Start();
+    for (int event = 0; event < 3; ++event) {
+        std::this_thread::sleep_for(std::chrono::seconds(settings.secondsAfter + 2));
+        clips.Raise("button", 0.0);
+    }
+    std::this_thread::sleep_for(std::chrono::seconds(settings.secondsAfter + 2));
+    clips.RunIgnitionOff();
+    std::cout << capture.Lost() << " of " << capture.Frames() + capture.Lost()
+              << " frames lost while " << clips.Counted().written << " clips were written"
+              << std::endl;
+    return clips.Counted().written == 3 ? capture.Lost() : -1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string path = argc > 1 ? argv[1] : "share-benchmark";
+    std::filesystem::create_directories(path);
+    static const Settings settings;  // the dispatcher uses both until the process ends
+    static Folder folder(path, settings);
+    Tolvex::Ilog::Logger::GetInstance()->EnableFile(folder.Path("dashcam.log"));
+    const double share = MeasureShare(settings, folder);
+    const std::int64_t lost = CountLostFrames(settings, folder);
+    return share <= 1.0 && lost == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
