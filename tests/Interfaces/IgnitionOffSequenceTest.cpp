@@ -444,7 +444,7 @@ TEST(IgnitionOffSequenceTest, ForkedChildDestroysItWithoutATrace)
     const ScratchDirectory directory;
     Hanging hanging;
     auto sequence = std::make_unique<IgnitionOffSequence>(directory.Path("drive"));
-    ASSERT_TRUE(sequence->Add("Upload", &hanging.part, 30ms));
+    ASSERT_TRUE(sequence->Add("Upload", &hanging.part, 1000ms));  // enough to begin
     const auto child = RunInChild([&sequence] {
         alarm(20);
         sequence.reset();

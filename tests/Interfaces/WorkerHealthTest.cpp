@@ -15,6 +15,7 @@
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -306,17 +307,20 @@ TEST(WorkerHealthTest, ShortPassesAreNotAddedUp)
 {
     ProbeThread probe;
     const auto begin = std::chrono::steady_clock::now();
+    auto lastCall = begin;
+    std::chrono::steady_clock::duration longestGap{};  // a busy machine may hold up a pass
     probe.onRun = [&] {
-        if (std::chrono::steady_clock::now() - begin > 300ms) {
+        const auto now = std::chrono::steady_clock::now();
+        longestGap = std::max(longestGap, now - std::exchange(lastCall, now));
+        if (now - begin > 300ms + longestGap) {
             Base::StoreShared(probe.running, false);
         }
     };
     probe.Start();
     ASSERT_TRUE(probe.WaitUntilFinished(Support::patience));
 
-    // Held up by other programs a pass may take long; 300 ms would be all of them.
     EXPECT_GT(HealthOf(probe).passes, 100U);
-    EXPECT_LT(HealthOf(probe).longestPass, 250ms);
+    EXPECT_LT(HealthOf(probe).longestPass, 200ms + longestGap);  // all of them: 300 ms and more
 }
 
 TEST(WorkerHealthTest, LongPassAmongVeryManyShortOnesIsSeen)

@@ -25,6 +25,7 @@
 
 #include "tests/Support/CapturingPolicy.h"
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/OwnProcess.h"
 #include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/ProcessLog.h"
@@ -37,6 +38,8 @@ using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::ChildResult;
+using Tolvex::Support::Eventually;
+using Tolvex::Support::HasThread;
 using Tolvex::Support::Log;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
@@ -301,6 +304,7 @@ TEST(LoggerSoakTest, NoticeOfTheIgnitionIsInTheFileEachTime)
             });
         }
         WriteLineOnce(path);  // makes the temperature monitor, and with it a thread of its timer
+        EXPECT_TRUE(Eventually([] { return !HasThread("LOG_FILE"); }));
         wakeAtThreads = CountThreads();
         for (int round = 0; round < rounds; ++round) {
             EXPECT_TRUE(Log().EnableFile(path));
