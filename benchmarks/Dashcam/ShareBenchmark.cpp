@@ -20,8 +20,8 @@
 #include "examples/dashcam/Accelerometer.h"
 #include "examples/dashcam/Capture.h"
 #include "examples/dashcam/Clips.h"
+#include "examples/dashcam/Drive.h"
 #include "examples/dashcam/Recorder.h"
-#include "examples/dashcam/Watch.h"
 
 namespace {
 
@@ -94,7 +94,8 @@ std::int64_t CountLostFrames(const Settings& settings, Folder& folder)
 {
     static Recorder recorder(settings);
     static const Accelerometer accelerometer(settings, DASHCAM_SAMPLES, [](double) {});
-    static Clips& clips = *new Clips(settings, recorder, accelerometer, folder);
+    static Clips& clips = *new Clips(settings, recorder, folder);
+    clips.SetAccelerometer(accelerometer);
     Stopped<Capture> capture(settings, recorder, "", "");
     clips.Start();
     capture.Start();
@@ -107,7 +108,7 @@ std::int64_t CountLostFrames(const Settings& settings, Folder& folder)
     std::cout << capture.Lost() << " of " << capture.Frames() + capture.Lost()
               << " frames lost while " << clips.Counted().written << " clips were written"
               << std::endl;
-    return clips.Counted().written == 3 ? capture.Lost() : -1;
+    return clips.Counted().written == 3 ? static_cast<std::int64_t>(capture.Lost()) : -1;
 }
 
 }  // namespace

@@ -34,7 +34,6 @@
 namespace {
 
 using Tolvex::LogModule;
-using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::ChildResult;
