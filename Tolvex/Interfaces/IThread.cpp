@@ -90,6 +90,9 @@ bool IThread::RunScope::End()
         StoreShared(object.cancelRequested, false);
         StoreShared(object.finished, true);
     }
+    if (IsNewest()) {
+        workers->record.EndRun();
+    }
     workers->Remove(run);
     return !aborted;
 }
@@ -129,12 +132,12 @@ void IThread::RunThread()
 void IThread::RunPasses(const RunScope& scope)
 {
     // No pass begins while the object is being destroyed: Run() may be gone already.
-    PassClock clock(scope.Workers().record, scope.Workers().mutex);
+    PassClock clock(scope.Workers().record);
     while (LoadShared(running) && !LoadShared(destroying) && scope.IsNewest()) {
         if (LoadShared(paused)) {
-            clock.Rest();
+            clock.BeginRest();
             ThreadSleep(pausePollPeriod, pauseStep);
-            clock.BeginPass();
+            clock.EndRest();
             continue;
         }
         if (LoadShared(benchmark)) {
@@ -144,6 +147,7 @@ void IThread::RunPasses(const RunScope& scope)
         }
         clock.EndPass();
     }
+    clock.BeginRest();
 }
 
 void IThread::RunTimedPass()
@@ -214,7 +218,7 @@ void IThread::Start()
     const std::string name = threadName;
     const std::shared_ptr<WorkerThreads> workers = workerThreads;
     WorkerRefusals refusals;
-    workers->record.List();
+    workers->record.List(*this);
     if (!CreateThread(name, *workers, refusals)) {
         return;
     }
@@ -239,7 +243,7 @@ bool IThread::CreateThread(const std::string& name, WorkerThreads& workers,
     if (IsRunning()) {
         return false;
     }
-    workers.record.BeginRun(*this, name);
+    workers.record.BeginRun(name);
     const WorkerThreads::RunNumber run = workers.NextRun();
     StoreShared(finished, false);
     StoreShared(running, true);

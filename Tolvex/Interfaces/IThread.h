@@ -239,7 +239,7 @@ protected:
 
 private:
     class RunScope;
-    friend class WorkerRecord;
+    friend class WorkerObserver;
 
     bool CreateThread(const std::string& name, WorkerThreads& workers, WorkerRefusals& refusals);
     void RunPasses(const RunScope& scope);

@@ -17,8 +17,7 @@ namespace Tolvex::Base {
 std::uint32_t TimeZoneGeneration();
 
 /// Keeps the process from forking while the result exists. Hold it in functions of the C library
-/// that use the time zone or create timers: in a child, their locks would stay taken. Guards the
-/// list of all workers, too.
+/// that use the time zone or create timers: in a child, their locks would stay taken.
 /// @par Thread safety
 /// Thread-safe. Waits for other threads that hold it.
 std::unique_lock<std::mutex> LockAgainstForks();

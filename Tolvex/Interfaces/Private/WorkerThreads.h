@@ -36,7 +36,7 @@ public:
     std::mutex mutex;
 
     /// What else belongs to the object; says itself which of it the mutex guards.
-    WorkerRecord record{*this};
+    WorkerRecord record;
 
     // Call the following with the mutex held.
 

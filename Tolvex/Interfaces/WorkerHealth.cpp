@@ -1,0 +1,109 @@
+#include "Tolvex/Interfaces/WorkerHealth.h"
+
+#include <algorithm>
+#include <mutex>
+#include <optional>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <utility>
+
+#include "Tolvex/Base/SharedValue.h"
+#include "Tolvex/Interfaces/IThread.h"
+#include "Tolvex/Interfaces/Private/WorkerRecord.h"
+#include "Tolvex/Interfaces/Private/WorkerThreads.h"
+
+namespace Tolvex::Interfaces {
+namespace {
+
+using Base::LoadShared;
+
+std::chrono::milliseconds InMilliseconds(std::int64_t nanoseconds)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::nanoseconds(nanoseconds));
+}
+
+/// @return bytes from the top of a living thread's stack to its lowest page that is in memory.
+std::size_t StackUsed(pthread_t thread)
+{
+    pthread_attr_t attributes;
+    void* lowest = nullptr;
+    std::size_t size = 0;
+    if (pthread_getattr_np(thread, &attributes) != 0) {
+        return 0;
+    }
+    pthread_attr_getstack(&attributes, &lowest, &size);
+    pthread_attr_destroy(&attributes);
+
+    // The C library gives the pages below back to the system when a thread ends: what is in memory
+    // was written by this thread, or lies close below what the last thread had in use at its end.
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    std::vector<unsigned char> inMemory((size + page - 1) / page);
+    if (mincore(lowest, size, inMemory.data()) != 0) {
+        return 0;
+    }
+    const auto first = std::find_if(inMemory.begin(), inMemory.end(),
+                                    [](unsigned char state) { return (state & 1U) != 0; });
+    return size - std::min(size, static_cast<std::size_t>(first - inMemory.begin()) * page);
+}
+
+}  // namespace
+
+/// Sees the flags of a worker.
+class WorkerObserver
+{
+public:
+    static WorkerState StateOf(const IThread& worker)
+    {
+        const bool hasHandle = LoadShared(worker.threadHandle) != 0;
+        if (LoadShared(worker.finished)) {
+            return hasHandle ? WorkerState::Aborted : WorkerState::Finished;
+        }
+        if (!LoadShared(worker.running)) {
+            return WorkerState::Stopping;
+        }
+        if (!hasHandle) {
+            return WorkerState::Failed;
+        }
+        return LoadShared(worker.paused) ? WorkerState::Paused : WorkerState::Running;
+    }
+
+    /// @return none for a worker that is on the way to its first start.
+    static std::optional<WorkerHealth> Read(const IThread& worker, const WorkerRecord& record)
+    {
+        WorkerHealth health;
+        health.worker = &worker;
+        const WorkerRecord::Passes passes = record.ReadPasses();
+        health.passes = passes.count;
+        health.lastPass = InMilliseconds(passes.last);
+        health.longestPass = InMilliseconds(passes.longest);
+        health.runningPass = InMilliseconds(passes.running);
+
+        // While the mutex is held no thread of the worker is created, and none ends.
+        const std::lock_guard<std::mutex> lock(worker.workerThreads->mutex);
+        if (!record.NameAtStart().has_value()) {
+            return std::nullopt;
+        }
+        health.name = *record.NameAtStart();
+        health.state = StateOf(worker);
+        if (const std::optional<pthread_t> thread = worker.workerThreads->Newest()) {
+            health.stackUsed = StackUsed(*thread);
+        }
+        return health;
+    }
+};
+
+std::vector<WorkerHealth> ListWorkers()
+{
+    std::vector<WorkerHealth> workers;
+    WorkerRecord::VisitAll([&workers](const IThread& worker, const WorkerRecord& record) {
+        if (std::optional<WorkerHealth> health = WorkerObserver::Read(worker, record)) {
+            workers.push_back(std::move(*health));
+        }
+    });
+    std::reverse(workers.begin(), workers.end());
+    return workers;
+}
+
+}  // namespace Tolvex::Interfaces
