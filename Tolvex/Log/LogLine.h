@@ -57,27 +57,19 @@ public:
         return *this;
     }
 
-    /// Applies a manipulator.
-    /// @param manipulator  Applied to the text.
-    /// @return this line.
+    /// Applies a manipulator to the text.
     LogLine& operator<<(std::ostream& (*manipulator)(std::ostream&))
     {
         stream << manipulator;
         return *this;
     }
 
-    /// Applies a manipulator.
-    /// @param manipulator  Applied to the text.
-    /// @return this line.
     LogLine& operator<<(std::ios& (*manipulator)(std::ios&))
     {
         stream << manipulator;
         return *this;
     }
 
-    /// Applies a manipulator.
-    /// @param manipulator  Applied to the text.
-    /// @return this line.
     LogLine& operator<<(std::ios_base& (*manipulator)(std::ios_base&))
     {
         stream << manipulator;

@@ -17,12 +17,15 @@ namespace Tolvex::Ilog {
 
 namespace {
 
-/// The logger of the black box, and the black box.
-struct BlackBoxLogger : LoggerCore
+struct BlackBoxHolder
+{
+    BlackBox box;
+};
+
+/// The black box, and its logger, which closes it at its end.
+struct BlackBoxLogger : BlackBoxHolder, LoggerCore
 {
     explicit BlackBoxLogger(const LoggerCore& file) : LoggerCore(BlackBox::calls, &box, &file) {}
-
-    BlackBox box;
 };
 
 }  // namespace

@@ -68,9 +68,9 @@ public:
     /// Keeps the last lines in memory from now on, whether they go to the file or not.
     ///
     /// The lines are those of the file log. They are dropped when the process ends, however it
-    /// ends: call SaveLastLines() before. The thread that ends a line keeps it, without a system
-    /// call. On an enabled black box the newest of the kept lines stay. Waits up to 2.1 s for a
-    /// line that is being composed.
+    /// ends: call SaveLastLines() before. The thread that ends a line keeps it. It makes no system
+    /// call for that, unless it waits for another line. On an enabled black box the newest of the
+    /// kept lines stay. Waits up to 2.1 s for a line that is being composed.
     ///
     /// The memory is allocated here and never grows: 256 bytes and the size of a pointer per line,
     /// and at least 64 KiB. If the lines are longer than that on average, fewer lines are kept. A
@@ -80,10 +80,11 @@ public:
     /// changed.
     bool EnableBlackBox(std::size_t lines);
 
-    /// Stops logging to the file; see LoggerBase::Close(). Blocks as that does.
+    /// Stops logging to the file; see LoggerBase::Close(), also for how long it waits.
     void CloseFile();
 
-    /// Stops logging to standard output; see LoggerBase::Close(). Blocks as that does.
+    /// Stops logging to standard output; see LoggerBase::Close(), also for how
+    /// long it waits.
     void CloseConsole();
 
     /// Stops keeping lines, and releases those that were kept. Waits up to 2.1 s for a line that is
@@ -220,7 +221,7 @@ private:
         }
     }
 
-    /// @return whether an output may be enabled. All that a line costs while none is.
+    /// @return whether an output may be enabled. While none is, a line costs this call only.
     static bool AnyEnabled() { return Base::LoadShared(anyEnabled); }
 
     void UpdateAnyEnabled() const;

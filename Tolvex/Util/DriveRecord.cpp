@@ -94,7 +94,7 @@ DriveRecord Parse(const std::string& text)
             return record;
         }
     } catch (const IException&) {
-        // The lines do not tell a record.
+        // The file holds something else.
     }
     return {DriveEnd::Unreadable, {}};
 }

@@ -40,7 +40,7 @@ class DiskTest(unittest.TestCase):
 
     def await_pictures(self, drive):
         before = frames(drive)
-        eventually(lambda: frames(drive) > before, "the capture goes on")
+        eventually(lambda: frames(drive) > before, "the capture continues")
 
     @unittest.skipUnless(here, "needs the right to mount")
     def test_disk_that_fills_goes_away_and_comes_back_stops_nothing(self):

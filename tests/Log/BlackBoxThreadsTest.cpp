@@ -54,6 +54,30 @@ std::ostream& Throwing(std::ostream& /*stream*/)
     throw std::runtime_error("thrown");
 }
 
+TEST(BlackBoxThreadsTest, ThreadsThatEnableItForTheFirstTimeAtOnceMakeOne)
+{
+    for (int round = 0; round < 20; ++round) {
+        const auto child = RunInChild([] {  // no test has made one yet
+            std::atomic<int> ready = 0;
+            std::vector<std::thread> threads;
+            for (int thread = 0; thread < 3; ++thread) {
+                threads.emplace_back([&ready] {
+                    for (++ready; ready < 3;) {
+                    }
+                    EXPECT_TRUE(logger.EnableBlackBox(10));
+                });
+            }
+            for (std::thread& thread : threads) {
+                thread.join();
+            }
+            WriteLine("line");
+            EXPECT_THAT(LastLines(), ElementsAre("line"));
+            return 0;
+        });
+        EXPECT_TRUE(child.Succeeded()) << child.output;
+    }
+}
+
 // Without its lock, Logger loses the lines of a few rounds only. It calls nothing between its look
 // at the outputs and the change of its flag, so no test can stop a thread there.
 TEST(BlackBoxThreadsTest, OutputThatIsEnabledWhileAnotherOneIsClosedGetsItsLines)

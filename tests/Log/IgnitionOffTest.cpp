@@ -275,7 +275,7 @@ void RunWithHangingWriter(int threadCount)
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     const ChildResult child = RunInChild([&] {
         alarm(hangSeconds);
-        EXPECT_TRUE(Log().EnableFile(pipe));  // nobody reads: opening it hangs
+        EXPECT_TRUE(Log().EnableFile(pipe));  // without a reader: opening it hangs
         WriteLine("hangs");
         std::vector<std::thread> threads;
         for (int thread = 0; thread < threadCount; ++thread) {

@@ -158,7 +158,7 @@ TEST(LoggerForkTest, ForkInTheMiddleOfALineDropsItInTheChildOnly)
     EXPECT_THAT(lines, ElementsAre("parent\n"));
 }
 
-/// The process is forked while nobody can tell in which state the stream is: here, without a
+/// The process is forked in a moment in which the state of the stream is unknown: here, without a
 /// buffer.
 void ForkWithUnusableStream()
 {

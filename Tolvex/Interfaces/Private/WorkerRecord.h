@@ -1,5 +1,5 @@
 /// @file
-/// What is known about a worker besides its laid-down members. Not installed.
+/// The place of a worker in the list of all, the numbers of its passes, and its scheduling.
 #pragma once
 
 #include <atomic>

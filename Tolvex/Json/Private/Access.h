@@ -1,5 +1,5 @@
 /// @file
-/// The representations of a JSON value, active or not. Not installed.
+/// The representations of a JSON value, active or not.
 #pragma once
 
 #include <cstdint>

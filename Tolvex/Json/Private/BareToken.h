@@ -1,5 +1,5 @@
 /// @file
-/// Numbers, true, false and null in JSON text. Not installed.
+/// Numbers, true, false and null in JSON text.
 #pragma once
 
 #include "Tolvex/Json/Json.h"

@@ -1,5 +1,5 @@
 /// @file
-/// Which brackets of a JSON text belong together, by the dialect's rules. Not installed.
+/// Which brackets of a JSON text belong together, by the dialect's rules.
 #pragma once
 
 #include <cstddef>

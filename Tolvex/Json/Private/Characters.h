@@ -1,5 +1,5 @@
 /// @file
-/// The classes of bytes that readers and writers of JSON text tell apart. Not installed.
+/// The classes of bytes that readers and writers of JSON text tell apart.
 #pragma once
 
 #include <array>

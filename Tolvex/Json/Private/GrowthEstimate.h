@@ -1,5 +1,5 @@
 /// @file
-/// Estimates the length of a text that is being written. See docs/json-speed.md. Not installed.
+/// Estimates the length of a text that is being written. See docs/json-speed.md.
 #pragma once
 
 #include <algorithm>

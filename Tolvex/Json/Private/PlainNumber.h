@@ -1,5 +1,5 @@
 /// @file
-/// Decimal numbers in JSON text, read fast. See docs/json-speed.md. Not installed.
+/// Decimal numbers in JSON text, read fast. See docs/json-speed.md.
 #pragma once
 
 #include "Tolvex/Json/Json.h"

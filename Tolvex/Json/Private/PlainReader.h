@@ -1,5 +1,5 @@
 /// @file
-/// Reading ordinary JSON text fast. See docs/json-speed.md. Not installed.
+/// Reading ordinary JSON text fast. See docs/json-speed.md.
 #pragma once
 
 #include <cstddef>

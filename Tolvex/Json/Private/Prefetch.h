@@ -1,5 +1,5 @@
 /// @file
-/// Lets the processor fetch memory before it is needed. See docs/json-speed.md. Not installed.
+/// Lets the processor fetch memory before it is needed. See docs/json-speed.md.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 /// @file
-/// Writing numbers as "%f" does. Not installed.
+/// Writing numbers as "%f" does.
 #pragma once
 
 #include <cstddef>

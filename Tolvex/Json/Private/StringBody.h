@@ -1,5 +1,5 @@
 /// @file
-/// The bytes between the quotes of a string in JSON text. Not installed.
+/// The bytes between the quotes of a string in JSON text.
 #pragma once
 
 #include <string>

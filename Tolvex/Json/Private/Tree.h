@@ -1,5 +1,5 @@
 /// @file
-/// Walking, copying and destroying JSON trees of any depth, without recursion. Not installed.
+/// Walking, copying and destroying JSON trees of any depth, without recursion.
 #pragma once
 
 #include <string>
