@@ -98,10 +98,16 @@ TEST(IgnitionOffTest, NoticeIsTheLastLineOfTheFileHoweverManyThreadsLog)
             for (std::size_t round = 0; round < rounds; ++round) {
                 const std::string path = directory.Path(std::to_string(round));
                 EXPECT_TRUE(Log().EnableFile(path));
-                EXPECT_TRUE(Eventually([&path] { return ReadFile(path).ends_with("load\n"); }));
+                const bool begun =
+                    Eventually([&path] { return ReadFile(path).ends_with("load\n"); });
+                const std::string before = begun ? "" : ReadFile(path);
                 const auto start = std::chrono::steady_clock::now();
                 Log().RunIgnitionOff();
                 inTime.push_back(std::chrono::steady_clock::now() - start < longestLogWait);
+                EXPECT_TRUE(begun)
+                    << "round " << round << ", in time " << inTime.back() << ", " << before.size()
+                    << " bytes before: "
+                    << before.substr(before.size() - std::min<std::size_t>(before.size(), 200));
                 EXPECT_FALSE(Log().IsFileEnabled());
                 texts.push_back(ReadFile(path));
             }
