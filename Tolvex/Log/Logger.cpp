@@ -57,8 +57,11 @@ Logger::Logger()
 // Required: the instance pointer is not cleared.
 Logger::~Logger()
 {
-    CloseBlackBox();
-    Base::StoreShared(anyEnabled, false);
+    // One that lost the race in Create() leaves the outputs of the process as they are.
+    if (this == Base::LoadShared(instance)) {
+        CloseBlackBox();
+        Base::StoreShared(anyEnabled, false);
+    }
     delete fileLogger;
     delete consoleLogger;
 }

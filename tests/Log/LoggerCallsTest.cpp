@@ -204,6 +204,34 @@ std::vector<long long> SleepsOf(Work work)
     return noted;
 }
 
+// First: the parent must not have made the logger yet.
+TEST(LoggerCallsTest, ThreadThatMakesTheLoggerTooLateStopsNoOutput)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        const CapturingLogger first;  // After it the first lock of another one is the registry's.
+        Halt halt;
+        std::thread late([&halt] {
+            haltBeforeLock = &halt;
+            Logger::GetInstance();
+        });
+        EXPECT_TRUE(halt.reached.Pass());
+        EXPECT_TRUE(Logger::GetInstance()->EnableFile(path));
+        EXPECT_TRUE(Logger::GetInstance()->EnableBlackBox(10));
+        halt.left.Open();
+        late.join();
+
+        LogLine(LogType::Info) << "line";
+        EXPECT_EQ(Logger::GetInstance()->GetLastLines().size(), 1U);
+        Logger::GetInstance()->CloseFile();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(WithoutDate(ReadFile(path)), "line\n");
+}
+
 // First, while there is no monitor in this process.
 TEST(LoggerCallsTest, ChildForkedWhileTheTemperatureMonitorIsMadeMakesOneOfItsOwn)
 {
