@@ -69,7 +69,12 @@ public:
     /// Tells the policy where the lines go. Waits up to 2.1 s for a line that is being composed or
     /// written; after that the output stays as it is.
     /// @param name  Handed to the policy as it is.
-    void SetOutput(const std::string& name) { core.SetOutput(name); }
+    void SetOutput(const std::string& name) { core.ChangeOutput(name); }
+
+    /// As SetOutput().
+    /// @param name  Handed to the policy as it is.
+    /// @return false when the output stays as it is.
+    bool ChangeOutput(const std::string& name) { return core.ChangeOutput(name); }
 
     /// Starts the writer and enables the logger. Waits for the end of a Close() on another thread.
     /// @return true, also when it was enabled already; false when the writer thread cannot be
@@ -144,6 +149,9 @@ public:
     /// Hands the line to the writer if its text ends in a newline.
     /// @note A newline in the middle of the text ends nothing.
     void CheckEndOfStream() { core.CheckEndOfStream(); }
+
+    /// Ends and hands over the line that the calling thread has left open, if there is one.
+    void EndOpenLine() { core.EndOpenLine(); }
 
     /// Drops the line that the calling thread has left open, if there is one.
     void DropLine() { core.DropLine(); }

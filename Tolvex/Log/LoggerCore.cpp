@@ -300,9 +300,9 @@ bool LoggerCore::Enable(const std::string* output)
     return false;
 }
 
-void LoggerCore::SetOutput(const std::string& name)
+bool LoggerCore::ChangeOutput(const std::string& name)
 {
-    CallPolicy(*state, longestWait, [&] { state->calls.setOutput(state->policy, name); });
+    return CallPolicy(*state, longestWait, [&] { state->calls.setOutput(state->policy, name); });
 }
 
 void LoggerCore::WriteHeader(LogType type)

@@ -61,8 +61,8 @@ public:
     /// @param output  Where the lines go from now on; null for where they went before. Not owned.
     /// @return false when nothing has changed.
     bool Enable(const std::string* output);
-    /// As LoggerBase::SetOutput().
-    void SetOutput(const std::string& name);
+    /// As LoggerBase::ChangeOutput().
+    bool ChangeOutput(const std::string& name);
     /// Begins a line, unless the logger is disabled. Call EndOpenLine() of all loggers first.
     void WriteHeader(LogType type);
 
@@ -72,7 +72,7 @@ public:
     void Append(const LogArgument& argument);
     /// As LoggerBase::CheckEndOfStream().
     void CheckEndOfStream();
-    /// Ends and hands over the line that the calling thread has left open, if there is one.
+    /// As LoggerBase::EndOpenLine().
     void EndOpenLine();
     /// As LoggerBase::DropLine().
     void DropLine();

@@ -671,7 +671,7 @@ TEST(LoggerBaseTest, OutputStaysAsItIsWhenALineIsOpenForLongerThanTheWait)
     ASSERT_TRUE(logger.Enable());
     logger.WriteHeader(LogType::Info);
 
-    std::thread([&logger] { logger.SetOutput("new"); }).join();
+    std::thread([&logger] { EXPECT_FALSE(logger.ChangeOutput("new")); }).join();
 
     EXPECT_THAT(logger.GetPolicy().Outputs(), IsEmpty());
     logger << "whole" << std::endl;

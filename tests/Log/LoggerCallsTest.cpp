@@ -531,18 +531,26 @@ TEST(LoggerCallsTest, LineThatTheWriterCannotBeToldOfIsLostWithAnErrorUnlessItHa
     EXPECT_EQ(lines, expected);
 }
 
-TEST(LoggerCallsTest, TokenThatComesLateDoesNotEndTheNextWriterBeforeItsFirstLine)
+/// Starts a thread that hands over the line "first". Returns when the line is complete and its
+/// writer has not been woken yet.
+std::thread ComposeUpToTheToken(CapturingLogger& logger, Halt& beforeToken)
 {
-    CapturingLogger logger;
-    ASSERT_TRUE(logger.Enable());
-    Halt beforeToken;
     std::thread composing([&logger, &beforeToken] {
         logger.WriteHeader(LogType::Info);
         logger << "first";
         haltBeforeLock = &beforeToken;
         logger << std::endl;
     });
-    ASSERT_TRUE(beforeToken.reached.Pass());
+    EXPECT_TRUE(beforeToken.reached.Pass());
+    return composing;
+}
+
+TEST(LoggerCallsTest, TokenThatComesLateDoesNotEndTheNextWriterBeforeItsFirstLine)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    Halt beforeToken;
+    std::thread composing = ComposeUpToTheToken(logger, beforeToken);
     logger.Close();
 
     afterCreation = [&beforeToken, &composing] {
@@ -641,13 +649,7 @@ TEST(LoggerCallsTest, LineThatIsCompleteWhenItsWriterIsCancelledLeavesNoLineLock
     ASSERT_TRUE(logger.Enable());
     const pthread_t writer = createdLast;
     Halt beforeToken;
-    std::thread composing([&logger, &beforeToken] {
-        logger.WriteHeader(LogType::Info);
-        logger << "first";
-        haltBeforeLock = &beforeToken;
-        logger << std::endl;
-    });
-    ASSERT_TRUE(beforeToken.reached.Pass());
+    std::thread composing = ComposeUpToTheToken(logger, beforeToken);
 
     pthread_cancel(writer);
     EXPECT_TRUE(Eventually([&] { return !logger.IsEnabled(); }));
