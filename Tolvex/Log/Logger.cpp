@@ -22,6 +22,10 @@ struct BlackBoxHolder
     BlackBox box;
 };
 
+// Under the registry's lock. A child that is forked during an Enable() keeps the count for good:
+// its lines then look at each output.
+int beingEnabled = 0;
+
 /// The black box, and its logger, which closes it at its end.
 struct BlackBoxLogger : BlackBoxHolder, LoggerCore
 {
@@ -68,16 +72,12 @@ Logger::~Logger()
 
 bool Logger::EnableFile(const std::string& fileName)
 {
-    const bool enabled = !fileName.empty() && fileLogger->core.Enable(&fileName);
-    UpdateAnyEnabled();
-    return enabled;
+    return !fileName.empty() && Enable(fileLogger->core, &fileName);
 }
 
 bool Logger::EnableConsole()
 {
-    const bool enabled = consoleLogger->Enable();
-    UpdateAnyEnabled();
-    return enabled;
+    return Enable(consoleLogger->core, nullptr);
 }
 
 bool Logger::EnableBlackBox(std::size_t lines)
@@ -93,9 +93,7 @@ bool Logger::EnableBlackBox(std::size_t lines)
             }
         }
         const std::string output = std::to_string(lines);
-        const bool enabled = Base::LoadShared(blackBox)->Enable(&output);
-        UpdateAnyEnabled();
-        return enabled;
+        return Enable(*Base::LoadShared(blackBox), &output);
     } catch (const std::bad_alloc&) {
         return false;
     }
@@ -142,12 +140,30 @@ void Logger::DropLine()
     ForEachEnabled([](LoggerCore& core) { core.DropLine(); });
 }
 
-/// Call after an output has been enabled or closed.
-void Logger::UpdateAnyEnabled() const
+/// As LoggerCore::Enable().
+bool Logger::Enable(LoggerCore& core, const std::string* output)
+{
+    // Before the output takes lines. A thread may have begun to log while another output was
+    // enabled: it would begin a line here, and the calls for the rest of the line would do nothing.
+    UpdateAnyEnabled(1);
+    try {
+        const bool enabled = core.Enable(output);
+        UpdateAnyEnabled(-1);
+        return enabled;
+    } catch (...) {
+        UpdateAnyEnabled(-1);
+        throw;
+    }
+}
+
+/// Call around each Enable(), and after an output has been closed.
+/// @param change  How many more outputs are being enabled now.
+void Logger::UpdateAnyEnabled(int change) const
 {
     // One thread at a time: the last one has seen the changes of all.
     const std::lock_guard guard(RegistryMutex());
-    bool any = false;
+    beingEnabled += change;
+    bool any = beingEnabled > 0;
     ForEachEnabled([&any](const LoggerCore&) { any = true; });
     Base::StoreShared(anyEnabled, any);
 }

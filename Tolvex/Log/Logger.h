@@ -221,10 +221,12 @@ private:
         }
     }
 
-    /// @return whether an output may be enabled. While none is, a line costs this call only.
+    /// @return whether an output may be enabled: true while one is. While none is, a line costs
+    /// this call only.
     static bool AnyEnabled() { return Base::LoadShared(anyEnabled); }
 
-    void UpdateAnyEnabled() const;
+    bool Enable(LoggerCore& core, const std::string* output);
+    void UpdateAnyEnabled(int change = 0) const;
 
     template <typename Action>
     void Compose(const Action& action);

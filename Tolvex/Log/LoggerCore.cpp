@@ -310,7 +310,9 @@ void LoggerCore::WriteHeader(LogType type)
     const int errorOfCaller = errno;
     WatchCallingThread();
     LineStep step(*state, state->lock.Take(LineLock::Entry::Line));
-    if (step) {
+    // Lines are admitted a moment before enabled is set. Whoever came from an earlier enabled state
+    // would leave a line open that values miss and no std::endl ends.
+    if (step && IsEnabled()) {
         Begin(*state, type);
         // Held on return. Released by the writer, once it has written the line.
         step.LeaveOpen();

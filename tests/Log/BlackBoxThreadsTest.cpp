@@ -259,7 +259,8 @@ TEST(BlackBoxThreadsTest, EnablingAndClosingBesideLinesNeitherHangsNorTears)
             }
         });
     }
-    for (std::size_t round = 0; round < 300; ++round) {
+    const std::size_t rounds = Scaled(20000);
+    for (std::size_t round = 0; round < rounds; ++round) {
         EXPECT_TRUE(logger.EnableBlackBox(round % 7 + 1));
         EXPECT_TRUE(logger.EnableBlackBox(round % 5 + 1));
         logger.CloseBlackBox();

@@ -30,6 +30,7 @@
 #include "Tolvex/Util/TemperatureMonitor.h"
 #include "Tolvex/Util/UtilTime.h"
 
+#include "tests/Support/BlackBox.h"
 #include "tests/Support/CancellableStack.h"
 #include "tests/Support/CapturingPolicy.h"
 #include "tests/Support/ChildProcess.h"
@@ -57,12 +58,23 @@ thread_local int locksBeforeFailure = -1;
 /// Where a thread is held up.
 struct Halt
 {
+    /// Lets the other threads go on until it is left.
+    void Wait()
+    {
+        reached.Open();
+        left.Pass();
+    }
+
     Gate reached;
     Gate left;
+    bool (*isDue)() = [] { return true; };
 };
 
-// The next mutex is locked by this thread only after the halt.
+// The next mutex is locked by this thread only after the halt, once that is due.
 thread_local Halt* haltBeforeLock = nullptr;
+
+// This thread begins its next line only after the halt.
+thread_local Halt* haltBeforeLine = nullptr;
 
 // This thread is told the time only after the halt.
 thread_local Halt* haltBeforeTime = nullptr;
@@ -110,11 +122,18 @@ int nanosleep(const timespec* asked, timespec* remaining)
 int pthread_mutex_lock(pthread_mutex_t* mutex)
 {
     static auto* const real = RealFunction<int(pthread_mutex_t*)>("pthread_mutex_lock");
-    if (Halt* const halt = std::exchange(haltBeforeLock, nullptr)) {
-        halt->reached.Open();
-        halt->left.Pass();
+    if (haltBeforeLock != nullptr && haltBeforeLock->isDue()) {
+        std::exchange(haltBeforeLock, nullptr)->Wait();
     }
     return locksBeforeFailure >= 0 && locksBeforeFailure-- == 0 ? EAGAIN : real(mutex);
+}
+
+int pthread_setspecific(pthread_key_t key, const void* value)
+{
+    if (Halt* const halt = std::exchange(haltBeforeLine, nullptr)) {
+        halt->Wait();
+    }
+    return RealFunction<int(pthread_key_t, const void*)>("pthread_setspecific")(key, value);
 }
 
 // Fails as the lock would that it is tried before.
@@ -134,8 +153,7 @@ int pthread_mutex_trylock(pthread_mutex_t* mutex)
 time_t time(time_t* result)
 {
     if (Halt* const halt = std::exchange(haltBeforeTime, nullptr)) {
-        halt->reached.Open();
-        halt->left.Pass();
+        halt->Wait();
     }
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
@@ -185,6 +203,7 @@ using Tolvex::Support::CapturingLogger;
 using Tolvex::Support::CapturingPolicy;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
+using Tolvex::Support::LastLines;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
 using Tolvex::Support::ScratchDirectory;
@@ -233,6 +252,47 @@ TEST(LoggerCallsTest, ThreadThatMakesTheLoggerTooLateStopsNoOutput)
 }
 
 // First, while there is no monitor in this process.
+TEST(LoggerCallsTest, LineThatBeginsWhileAnOutputIsBeingEnabledGetsItsText)
+{
+    const auto child = RunInChild([] {
+        const ScratchDirectory directory;
+        Logger& logger = *Logger::GetInstance();
+        EXPECT_TRUE(logger.EnableFile(directory.Path("log")));
+
+        Halt beforeLine;
+        Gate appended;
+        Gate enabled;
+        std::thread logging([&] {
+            haltBeforeLine = &beforeLine;
+            logger.WriteHeader(LogType::Info);
+            logger << "text";
+            appended.Open();
+            enabled.Pass();
+            logger << std::endl;
+        });
+        EXPECT_TRUE(beforeLine.reached.Pass());
+        logger.CloseFile();
+
+        Halt afterEnabling;
+        afterEnabling.isDue = [] { return Logger::GetInstance()->IsBlackBoxEnabled(); };
+        std::thread enabling([&] {
+            haltBeforeLock = &afterEnabling;
+            EXPECT_TRUE(logger.EnableBlackBox(10));
+        });
+        EXPECT_TRUE(afterEnabling.reached.Pass());
+        beforeLine.left.Open();
+        EXPECT_TRUE(appended.Pass());
+        afterEnabling.left.Open();
+        enabling.join();
+        enabled.Open();
+        logging.join();
+
+        EXPECT_THAT(LastLines(), ElementsAre("text"));
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
 TEST(LoggerCallsTest, ChildForkedWhileTheTemperatureMonitorIsMadeMakesOneOfItsOwn)
 {
     const ChildResult result = RunInChild([] {
