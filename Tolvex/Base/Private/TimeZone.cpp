@@ -2,33 +2,26 @@
 
 #include <atomic>
 #include <ctime>
+#include <mutex>
 #include <pthread.h>
 
-#include "Tolvex/Base/Private/CallingThread.h"
+#include "Tolvex/Base/Private/ForkMutex.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
 
 namespace Tolvex::Base {
 namespace {
 
 constinit std::atomic<std::uint32_t> generation = 0;
-constinit std::mutex forkMutex;                     // held while the zone is used; a fork
-constinit std::atomic<ThreadId> forkingThread = 0;  // the thread that holds it for a fork
+constinit ForkMutex forkMutex;  // held while the zone is used
 
-/// If a fork made the process register twice, the second call for one fork returns at once.
 void LockBeforeFork()
 {
-    if (forkingThread != CallingThread()) {
-        forkMutex.lock();
-        forkingThread = CallingThread();
-    }
+    forkMutex.LockBeforeFork();
 }
 
 void UnlockAfterFork()
 {
-    if (forkingThread == CallingThread()) {
-        forkingThread = 0;
-        forkMutex.unlock();
-    }
+    forkMutex.UnlockAfterFork();
 }
 
 /// Best effort: without memory, a child forked during a refresh finds the lock taken.
@@ -49,7 +42,7 @@ std::unique_lock<std::mutex> LockAgainstForks()
     // If a fork interrupts the registration, the child registers again.
     static pthread_once_t prepared = PTHREAD_ONCE_INIT;
     pthread_once(&prepared, PrepareForForks);
-    return std::unique_lock(forkMutex);
+    return std::unique_lock<std::mutex>(forkMutex);
 }
 
 void RefreshTimeZone()

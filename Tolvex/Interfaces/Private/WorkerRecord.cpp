@@ -5,6 +5,7 @@
 #include <ctime>
 #include <mutex>
 
+#include "Tolvex/Base/Private/ForkMutex.h"
 #include "Tolvex/Log/LogLine.h"
 
 namespace Tolvex::Interfaces {
@@ -18,7 +19,8 @@ constexpr std::uint64_t manyPassesInATick = 1000;
 constexpr std::uint64_t passesPerGroup = 8;
 constexpr std::int64_t nanosecondsPerSecond = 1000000000;
 
-constinit std::mutex listMutex;  // guards the list; taken before the mutex of a worker's threads
+constinit Base::ForkMutex
+    listMutex;  // guards the list; taken before the mutex of a worker's threads
 WorkerRecord* newestListed = nullptr;
 
 std::int64_t InNanoseconds(const timespec& time)
@@ -44,12 +46,12 @@ std::int64_t TickLength()
 
 void WorkerRecord::LockBeforeFork()
 {
-    listMutex.lock();
+    listMutex.LockBeforeFork();
 }
 
 void WorkerRecord::UnlockInParent()
 {
-    listMutex.unlock();
+    listMutex.UnlockAfterFork();
 }
 
 /// The threads of the workers on the list do not exist in the child.
@@ -59,7 +61,7 @@ void WorkerRecord::EmptyInChild()
         newestListed->object = nullptr;
         newestListed = newestListed->next;
     }
-    listMutex.unlock();
+    listMutex.UnlockAfterFork();
 }
 
 /// Best effort: without memory a child that is forked in the wrong moment finds the lock taken.
@@ -70,7 +72,7 @@ void WorkerRecord::PrepareForForks()
 
 void WorkerRecord::List(const IThread& worker)
 {
-    // If a fork interrupts the registration, the child registers again, which does no harm.
+    // If a fork interrupts the registration, the child registers again.
     static pthread_once_t prepared = PTHREAD_ONCE_INIT;
     pthread_once(&prepared, PrepareForForks);
 

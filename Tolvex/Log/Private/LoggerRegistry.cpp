@@ -1,12 +1,12 @@
 #include "Tolvex/Log/Private/LoggerRegistry.h"
 
-#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <mutex>
 #include <new>
 #include <pthread.h>
 
+#include "Tolvex/Base/Private/ForkMutex.h"
 #include "Tolvex/Base/Private/Sleep.h"
 #include "Tolvex/Log/Private/BlackBox.h"
 #include "Tolvex/Log/Private/LoggerState.h"
@@ -17,16 +17,13 @@
 namespace Tolvex::Ilog {
 
 using Base::CallingThread;
-using Base::ThreadId;
 
 namespace {
 
 constexpr std::chrono::milliseconds pollInterval(1);
 
-constinit std::mutex registryMutex;  // guards the list; taken before the locks of its members
-LoggerState* firstLogger = nullptr;  // the loggers of the process
-
-std::atomic<ThreadId> forkingThread = 0;  // the thread that holds the locks for a fork
+constinit Base::ForkMutex registryMutex;  // guards the list; taken before the locks of its members
+LoggerState* firstLogger = nullptr;       // the loggers of the process
 
 bool keyCreated = false;  // set before the first logger can be enabled, constant afterwards
 pthread_key_t threadEndKey;
@@ -39,21 +36,18 @@ void ForEachLogger(const Action& action)
     }
 }
 
-/// Required: whatever ends the thread, no line of it stays open.
+/// Whatever ends the thread, no line of it stays open.
 void DropLinesOfThread(void* /*value*/)
 {
     const std::lock_guard guard(registryMutex);
     ForEachLogger([](LoggerState& state) { state.lock.Release(); });
 }
 
-/// If a fork made the process register twice, the second call for one fork returns at once.
 void LockBeforeFork()
 {
-    if (forkingThread == CallingThread()) {
+    if (!registryMutex.LockBeforeFork()) {
         return;
     }
-    registryMutex.lock();
-    forkingThread = CallingThread();
     ForEachLogger([](LoggerState& state) {
         Writer(state).LockForFork();
         state.lock.LockForFork();
@@ -75,7 +69,7 @@ void RenewInChild(LoggerState& state)
 
 void UnlockAfterFork(bool inChild)
 {
-    if (forkingThread != CallingThread()) {
+    if (!registryMutex.IsHeldForFork()) {
         return;
     }
     BlackBox::UnlockAfterFork();
@@ -86,8 +80,7 @@ void UnlockAfterFork(bool inChild)
         state.lock.UnlockAfterFork(inChild);
         Writer(state).UnlockAfterFork(inChild);
     });
-    forkingThread = 0;
-    registryMutex.unlock();
+    registryMutex.UnlockAfterFork();
 }
 
 /// @return whether an ended line of the logger is with its writer, which is another thread.
@@ -99,7 +92,7 @@ bool IsBusy(const LoggerState& state)
     return withWriter && owner != CallingThread();
 }
 
-/// Required: a line that was ended before exit() is written; a writer that hangs costs 2.1 s.
+/// Waits until a line that was ended before exit() is written. A writer that hangs costs 2.1 s.
 void DrainAtExit()
 {
     // By the clock: on a busy machine each of the short sleeps takes many times its length.
