@@ -228,6 +228,25 @@ TEST(WorkerHealthTest, WorkerWhoseThreadCannotBeCreatedHasFailed)
     EXPECT_EQ(HealthOf(probe).stackUsed, 0U);
 }
 
+TEST(WorkerHealthTest, AbortedWorkerStaysOnTheListWithoutAPass)
+{
+    ProbeThread probe;
+    Gate inPass;
+    probe.onRun = [&] {
+        inPass.Open();
+        for (;;) {
+            Nap(1ms);
+        }
+    };
+    probe.Start();
+    ASSERT_TRUE(inPass.Pass());
+    probe.Abort();
+
+    EXPECT_EQ(HealthOf(probe).state, WorkerState::Aborted);
+    EXPECT_TRUE(Eventually([&] { return HealthOf(probe).runningPass == 0ms; }));
+    EXPECT_TRUE(Eventually([&] { return HealthOf(probe).stackUsed == 0U; }));
+}
+
 // ------------------------------------------------------------------------------------ the passes
 
 TEST(WorkerHealthTest, PassesAreCountedOneByOneAndAnewAfterAStart)
@@ -271,6 +290,38 @@ TEST(WorkerHealthTest, HangingPassIsTimedWhileItRuns)
     ASSERT_TRUE(probe.WaitUntilFinished(Support::patience));
     EXPECT_GE(HealthOf(probe).longestPass, 100ms - longestTick);
     EXPECT_EQ(HealthOf(probe).runningPass, 0ms);
+}
+
+TEST(WorkerHealthTest, ThreadThatStillHangsAfterAStartLeavesTheNumbersOfTheNewOneAlone)
+{
+    ProbeThread probe;
+    Gate hanging;
+    Gate leave;
+    std::atomic<bool> first = true;
+    std::atomic<bool> left = false;
+    probe.onRun = [&] {
+        if (first.exchange(false)) {
+            hanging.Open();
+            leave.Pass();
+            left = true;
+        } else {
+            Nap(1ms);
+        }
+    };
+    probe.Start();
+    ASSERT_TRUE(hanging.Pass());
+    const auto begin = std::chrono::steady_clock::now();
+    probe.Cancel();
+    probe.Start();
+    ASSERT_TRUE(Eventually([&] { return HealthOf(probe).passes >= 10; }));
+    const auto hung = std::chrono::steady_clock::now() - begin;
+    leave.Open();
+    ASSERT_TRUE(Eventually([&] { return left.load(); }));
+    const std::uint64_t before = HealthOf(probe).passes;
+    ASSERT_TRUE(Eventually([&] { return HealthOf(probe).passes >= before + 10; }));
+
+    EXPECT_EQ(HealthOf(probe).state, WorkerState::Running);
+    EXPECT_LT(HealthOf(probe).longestPass, hung);
 }
 
 TEST(WorkerHealthTest, LastAndLongestPassAreKnownWhenTheNextBegins)
@@ -542,6 +593,24 @@ TEST(WorkerHealthTest, ForkedChildListsItsOwnWorkersOnly)
     }
     over = true;
     observer.join();
+}
+
+TEST(WorkerHealthTest, WorkerThatAForkedChildStartsAgainIsListedThere)
+{
+    ProbeThread probe;
+    probe.onRun = [] { Nap(1ms); };
+    probe.Start();
+    ASSERT_TRUE(Eventually([&] { return HealthOf(probe).passes >= 1; }));
+
+    const auto child = RunInChild([&probe] {
+        alarm(20);
+        probe.Cancel();  // it counts as running, and its thread does not exist here
+        probe.Start();
+        EXPECT_TRUE(Eventually([&] { return HealthOf(probe).passes >= 1; }));
+        EXPECT_EQ(HealthOf(probe).state, WorkerState::Running);
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
 }
 
 }  // namespace
