@@ -291,12 +291,13 @@ def json_growth(goals):
     program = Program("Json.JsonTolvexBenchmark")
     least = "{}/{}/repeats:3_least"
     growth, late, milliseconds = {}, {}, {}
-    for case in ("ReadGrowing/numbers", "ReadGrowing/objects", "ReadGrowing/string",
-                 "ReadGrowing/depth", "FillValues", "CopyText"):
+    for case in ("ReadGrowing/numbers", "ReadGrowing/words", "ReadGrowing/objects",
+                 "ReadGrowing/string", "ReadGrowing/depth", "FillValues", "FillWords", "CopyText"):
         milliseconds[case] = [program.time(least.format(case, size)) / 1e6 for size in (1, 8, 64)]
         growth[case] = milliseconds[case][2] / milliseconds[case][0]
         late[case] = milliseconds[case][2] / milliseconds[case][1]
-    floors = {"ReadGrowing/numbers": "FillValues", "ReadGrowing/string": "CopyText"}
+    floors = {"ReadGrowing/numbers": "FillValues", "ReadGrowing/words": "FillWords",
+              "ReadGrowing/string": "CopyText"}
     rows = []
     for case in growth:
         what = case.removeprefix("ReadGrowing/")
@@ -308,8 +309,9 @@ def json_growth(goals):
                        f"the same values or bytes alone {growth[floor]:.3g} ×" if floor else "")
             goals.at_most(f"JSON: time of 64 MB by time of 1 MB, {what}", 80, growth[case],
                           because=because)
-    return ("### Growth with the length\n\nThe last two rows show the limits of the machine: the time to "
-            "create and destroy as many values as there are numbers, and to copy the text once.\n\n"
+    return ("### Growth with the length\n\nThe last rows show the limits of the machine: the time to "
+            "create and destroy as many values as there are numbers or short strings, and to copy the "
+            "text once.\n\n"
             + table(["", "1 MB", "8 MB", "64 MB", "from 1 to 64 MB", "from 8 to 64 MB"], rows))
 
 

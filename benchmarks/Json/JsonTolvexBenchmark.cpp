@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <sys/resource.h>
 #include <vector>
 
@@ -118,6 +119,11 @@ std::string Numbers(std::size_t bytes)
     return ArrayOf("123456", bytes);
 }
 
+std::string Words(std::size_t bytes)
+{
+    return ArrayOf("\"front\"", bytes);
+}
+
 std::string Objects(std::size_t bytes)
 {
     return ArrayOf(R"({"a":1,"b":"x"})", bytes);
@@ -155,18 +161,31 @@ void ReadGrowing(benchmark::State& state, std::string (*make)(std::size_t))
         benchmark::Counter(SystemMilliseconds() - before, benchmark::Counter::kAvgIterations);
 }
 
-/// What of the growth of numbers is the machine's: as many values are made and destroyed.
-void FillValues(benchmark::State& state)
+/// What of the time and growth of an array is the machine's: as many values are made and destroyed.
+template <typename Make>
+void Fill(benchmark::State& state, std::size_t elementBytes, const Make& make)
 {
-    const auto count = (static_cast<std::size_t>(state.range(0)) << 20U) / 7;
+    const auto count = (static_cast<std::size_t>(state.range(0)) << 20U) / elementBytes;
     for ([[maybe_unused]] auto _ : state) {
         std::vector<Value> values;
         values.reserve(count);
         for (std::size_t i = 0; i < count; ++i) {
-            values.emplace_back(static_cast<int>(i));
+            make(values, i);
         }
         benchmark::DoNotOptimize(values.data());
     }
+}
+
+void FillValues(benchmark::State& state)
+{
+    Fill(state, std::string_view("123456,").size(),
+         [](auto& values, std::size_t i) { values.emplace_back(static_cast<int>(i)); });
+}
+
+void FillWords(benchmark::State& state)
+{
+    Fill(state, std::string_view("\"front\",").size(),
+         [](auto& values, std::size_t /*i*/) { values.emplace_back("front"); });
 }
 
 /// What of the growth of a string is the machine's: the bytes are copied once.
@@ -205,10 +224,12 @@ const int alsoRegistered = [] {
 }();
 
 BENCHMARK_CAPTURE(ReadGrowing, numbers, &Numbers)->Apply(TakeLeast);
+BENCHMARK_CAPTURE(ReadGrowing, words, &Words)->Apply(TakeLeast);
 BENCHMARK_CAPTURE(ReadGrowing, objects, &Objects)->Apply(TakeLeast);
 BENCHMARK_CAPTURE(ReadGrowing, string, &OneString)->Apply(TakeLeast);
 BENCHMARK_CAPTURE(ReadGrowing, depth, &Depth)->Apply(TakeLeast);
 BENCHMARK(FillValues)->Apply(TakeLeast);
+BENCHMARK(FillWords)->Apply(TakeLeast);
 BENCHMARK(CopyText)->Apply(TakeLeast);
 
 }  // namespace
