@@ -17,8 +17,6 @@
 namespace {
 
 using Tolvex::Benchmarks::Library;
-using Tolvex::Json::Array;
-using Tolvex::Json::Object;
 using Tolvex::Json::Value;
 
 const int registered = Tolvex::Benchmarks::RegisterLibrary<Library>();
