@@ -93,9 +93,7 @@ public:
     /// Finds the slot that is a number of slots before another one.
     ///
     /// @param from  Index to start from.
-    /// @param back  Slots to go back. While the ring is not full, a number above that of the
-    /// written
-    ///              slots gives 0.
+    /// @param back  Slots to go back. While the ring is not full, more than were written give 0.
     /// @return index of the slot. Numbers too large for an int wrap around.
     /// @note A step back across slot 0 lands one slot further back than counting slots would: one
     ///       back from slot 0 of a full ring of ten is slot 8.

@@ -249,7 +249,7 @@ TEST(WorkerHealthTest, AbortedWorkerStaysOnTheListWithoutAPass)
 
 // ------------------------------------------------------------------------------------ the passes
 
-TEST(WorkerHealthTest, PassesAreCountedOneByOneAndAnewAfterAStart)
+TEST(WorkerHealthTest, PassesAreCountedOneByOneAndFromZeroAfterAStart)
 {
     ProbeThread probe;
     probe.onRun = [&probe] {
