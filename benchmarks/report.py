@@ -298,6 +298,11 @@ def json_growth(goals):
         late[case] = milliseconds[case][2] / milliseconds[case][1]
     floors = {"ReadGrowing/numbers": "FillValues", "ReadGrowing/words": "FillWords",
               "ReadGrowing/string": "CopyText"}
+
+    def shares(case, floor):
+        return [of_floor / of_case for of_floor, of_case
+                in zip(milliseconds[floor], milliseconds["ReadGrowing/" + case])]
+
     rows = []
     for case in growth:
         what = case.removeprefix("ReadGrowing/")
@@ -311,7 +316,12 @@ def json_growth(goals):
                           because=because)
     return ("### Growth with the length\n\nThe last rows show the limits of the machine: the time to "
             "create and destroy as many values as there are numbers or short strings, and to copy the "
-            "text once.\n\n"
+            "text once. Of the speed of creating them alone, reading 1, 8 and 64 MB reaches "
+            + ", and ".join(
+                f"{fill[0]:.2f}, {fill[1]:.2f} and {fill[2]:.2f} for {what}"
+                for what, fill in (("numbers", shares("numbers", "FillValues")),
+                                   ("short strings", shares("words", "FillWords"))))
+            + ".\n\n"
             + table(["", "1 MB", "8 MB", "64 MB", "from 1 to 64 MB", "from 8 to 64 MB"], rows))
 
 
@@ -384,6 +394,20 @@ def log_lines(goals):
     goals.at_most("Log: a line of five calls while disabled, by five calls that test a flag", 1.5,
                   program.time("BM_LineWhileDisabled") / program.time("BM_FiveCallsThatTestAFlag"))
     return contest
+
+
+def log_settings():
+    program = Program("Log.LoggerBenchmark")
+    names = {"none": "BM_LogLine", "`LogDurability::Interval`, 500 ms": "BM_LineInterval",
+             "`LogDurability::EachLine`": "BM_LineEach",
+             "a size limit, file never full": "BM_LineBelowLimit",
+             "a size limit, a new file every 100 lines": "BM_LineRenaming"}
+    cost = {what: 1e9 * program.counter(f"{case}/1/manual_time", "per_line")
+            for what, case in names.items()}
+    rows = [[what, show(time, "ns"), f"{time / cost['none']:.2f} ×"] for what, time in cost.items()]
+    return ("### Log files on the medium, and of limited size\n\nTime of a line of one thread that "
+            "logs without a pause, from the call to the end of the write. A sync takes as long as "
+            "the disk needs.\n\n" + table(["Setting", "a line", "by none"], rows))
 
 
 def log_hand_over(goals):
@@ -619,7 +643,7 @@ def main():
         table(["What", "Goal", "Measured", "Met"], goals.rows),
         "## Against others\n",
         contest_section(reading), contest_section(writing), growth, memory,
-        contest_section(log), hand_over, contest_section(thread_contest), thread_table,
+        contest_section(log), hand_over, log_settings(), contest_section(thread_contest), thread_table,
         timers(),
         contest_section(ring_contest), contest_section(replace_contest),
         contest_section(crypto_contest),

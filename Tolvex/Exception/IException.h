@@ -34,11 +34,8 @@ public:
     ~IException() override;
 
     /// Copies the text; allocates nothing.
-    /// @param other  Not changed.
     IException(const IException& other) = default;
     /// Copies the text; allocates nothing.
-    /// @param other  Not changed.
-    /// @return this exception.
     IException& operator=(const IException& other) = default;
 
     /// @return the text, valid as long as this object.

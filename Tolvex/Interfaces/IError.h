@@ -55,11 +55,8 @@ public:
     virtual ~IError();
 
     /// Copies names, text and code.
-    /// @param other  Not changed.
     IError(const IError& other) = default;
     /// Copies names, text and code.
-    /// @param other  Not changed.
-    /// @return this object.
     IError& operator=(const IError& other) = default;
 
     /// Names the namespace of the derived class.

@@ -38,7 +38,8 @@ public:
 
     /// Blocks while the count is exactly 0, then takes a token.
     ///
-    /// Spins for up to 50 microseconds before it sleeps, unless spinning has failed recently.
+    /// Spins for up to 50 microseconds before it sleeps, unless spinning has failed recently or
+    /// there is only one processor.
     ///
     /// A cancellation point: a thread that is cancelled here takes no token and leaves the
     /// semaphore usable.

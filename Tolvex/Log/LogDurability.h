@@ -13,7 +13,7 @@ enum class LogDurability
 {
     None,         ///< when the file system writes them, which takes seconds
     IgnitionOff,  ///< at Logger::RunIgnitionOff(); before that as None
-    Interval,     ///< a set time after they were written at the latest
+    Interval,     ///< a set time after they were written, plus the time of one sync
     EachLine,     ///< each line before the next one is written
 };
 

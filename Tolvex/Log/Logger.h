@@ -44,8 +44,8 @@ public:
         return existing != nullptr ? existing : Create();
     }
 
-    /// Closes all outputs. The library never destroys its logger: a destroyed one must not be used
-    /// again, and GetInstance() still returns it.
+    /// Closes all outputs. The library never destroys its logger. If a program destroys it,
+    /// GetInstance() still returns its address: do not use it.
     ~Logger() override;
 
     Logger(const Logger&) = delete;
@@ -67,17 +67,17 @@ public:
 
     /// Keeps the last lines in memory from now on, whether they go to the file or not.
     ///
-    /// The lines are those of the file log. They are dropped when the process ends, however it
-    /// ends: call SaveLastLines() before. The thread that ends a line keeps it. It makes no system
-    /// call for that, unless it waits for another line. On an enabled black box the newest of the
-    /// kept lines stay. Waits up to 2.1 s for a line that is being composed.
+    /// The lines have the same bytes as in the file. They are dropped when the process ends,
+    /// however it ends: call SaveLastLines() before. The thread that ends a line copies it into the
+    /// black box, with hardly any system calls; docs/log-line.md names them. On an enabled black
+    /// box the newest of the kept lines stay. Waits up to 2.1 s for a line that is being composed.
     ///
     /// The memory is allocated here and never grows: 256 bytes and the size of a pointer per line,
     /// and at least 64 KiB. If the lines are longer than that on average, fewer lines are kept. A
     /// line that is longer than all this memory loses its end.
     /// @param lines  How many lines to keep.
-    /// @return false for 0 lines, without memory, or when the wait was not enough; then nothing has
-    /// changed.
+    /// @return false for 0 lines, if there is no memory, or if 2.1 s were not enough; then nothing
+    /// has changed.
     bool EnableBlackBox(std::size_t lines);
 
     /// Stops logging to the file; see LoggerBase::Close(), also for how long it waits.
@@ -158,7 +158,7 @@ public:
 
     /// Appends a value as a stream does.
     /// @tparam T     One of the types of LogValue.
-    /// @param value  A null pointer makes the values after it fail.
+    /// @param value  After a null pointer, the values that follow are missing in the line.
     /// @return this logger.
     template <LogValue T>
     Logger& operator<<(T value)

@@ -115,7 +115,7 @@ public:
 
     /// Inserts a value as a stream does.
     /// @tparam T     One of the types of LogValue.
-    /// @param value  A null pointer makes the values after it fail.
+    /// @param value  After a null pointer, the values that follow are missing in the line.
     /// @return this logger.
     template <LogValue T>
     LoggerBase& operator<<(T value)

@@ -5,7 +5,7 @@
 /// for (const std::string& name : last.overran) {
 ///     std::cout << name << " took too long at ignition off\n";
 /// }
-/// Util::WriteDriveRecord("/var/lib/camera/drive", {Util::DriveEnd::Died, {}});  // until it ends
+/// Util::WriteDriveRecord("/var/lib/camera/drive", {Util::DriveEnd::Died, {}});
 /// @endcode
 /// Interfaces::IgnitionOffSequence keeps such a record by itself.
 /// @par Thread safety
@@ -38,14 +38,14 @@ struct DriveRecord
 };
 
 /// @param path  Of the record. Blocks as long as the file system does.
-/// @return what the file says; None when there is no file, Unreadable for a file that
-/// WriteDriveRecord() has not written like this.
+/// @return what the file says; None when there is no file, Unreadable for any content that
+/// WriteDriveRecord() does not write.
 TOLVEX_EXPORT DriveRecord ReadDriveRecord(const std::string& path);
 
 /// Replaces the record, in one step: after a loss of power there is the old one or the new one.
 ///
 /// Writes the file `path` + ".new" to the medium, renames it, and writes the directory to the
-/// medium. Blocks as long as that takes; not cancelled meanwhile.
+/// medium. Blocks until all this is done. The calling thread is not cancelled during the call.
 /// @param path    Of the record; its directory must exist.
 /// @param record  Died, Stopped or IgnitionOff, and names without line breaks.
 /// @throws Tolvex::IException when it cannot be written ("Failed to write the drive record: ", the

@@ -10,7 +10,8 @@
 
 namespace Tolvex::Util {
 
-/// The mechanics of EnumString: a table from text to enumerator, searched for the text of a value.
+/// Implements EnumString: a table from text to enumerator. From() searches it for the text of a
+/// value.
 ///
 /// The table is filled on first use. It is never destroyed, so threads that still run while the
 /// process exits may use it. For LogModule the process has one table, which is in the library. If
@@ -21,7 +22,7 @@ namespace Tolvex::Util {
 /// @par Thread safety
 /// Thread-safe, the first use included. A child of fork() can use the table at once.
 /// @par Errors
-/// std::bad_alloc without memory for a text. If the first use ends so, the next one fills the
+/// std::bad_alloc without memory for a text. If the first use throws it, the next use fills the
 /// table.
 template <typename Derived, typename Enum>
 class TOLVEX_EXPORT EnumStringBase

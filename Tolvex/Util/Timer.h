@@ -72,7 +72,8 @@ public:
     /// the system timer, and the threads of the callback then have the default stack size.
     ///
     /// @return false with "Create timer error"; always false for a place holder.
-    /// @note A timer that is created after Remove() can be armed, but its expiries do nothing.
+    /// @note A system timer that Create() makes after Remove() can be armed, but its expiries do
+    /// nothing.
     bool Create();
 
     /// Arms the timer, or re-arms it and drops the old setting.
@@ -94,7 +95,7 @@ public:
 
     /// Receives the expiries from the C library.
     ///
-    /// Calls the callback of the timer; a call by hand does so too.
+    /// Calls the callback of the timer. A program may also call it directly.
     /// @param value  Holds a Timer. Null, or the address of no living timer, is ignored.
     static void CB(sigval value);
 

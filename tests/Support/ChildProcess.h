@@ -3,12 +3,14 @@
 #pragma once
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <exception>
 #include <iostream>
 #include <string>
 #include <sys/wait.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -65,7 +67,8 @@ struct ChildResult
 ///
 /// The child has none of its parent's threads, and inherits their locks in the state of that
 /// moment.
-/// @return the child's process, for waitpid(); negative if there is none.
+/// @return the child's process, for waitpid() and kill().
+/// @throws std::system_error if there is none: kill() of -1 would end all processes.
 template <typename Work>
 pid_t StartChild(Work work)
 {
@@ -75,6 +78,9 @@ pid_t StartChild(Work work)
         AwaitSleepOfOtherThreads();
     }
     const pid_t child = fork();
+    if (child < 0) {
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
     if (child != 0) {
         return child;
     }

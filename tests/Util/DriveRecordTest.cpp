@@ -24,6 +24,7 @@ namespace {
 
 using Support::ReadFile;
 using Support::ScratchDirectory;
+using Support::StartChild;
 
 /// The text of the exception; empty for success.
 std::string Write(const std::string& path, const DriveRecord& record)
@@ -153,13 +154,14 @@ TEST(DriveRecordTest, WriterThatIsKilledAtAnyMomentLeavesARecord)
     const std::string path = directory.Path("drive");
     ASSERT_EQ(Write(path, {DriveEnd::Died, {}}), "");
     for (unsigned round = 0; round < 50; ++round) {
-        const pid_t writer = fork();
-        if (writer == 0) {
+        const pid_t writer = StartChild([&path] {
+            alarm(20);  // if the test itself is killed
             for (;;) {
                 Write(path, {DriveEnd::Stopped, {}});
                 Write(path, {DriveEnd::IgnitionOff, {std::string(20000, 'x'), "Upload"}});
             }
-        }
+            return 0;
+        });
         usleep(200 + round * 97);
         kill(writer, SIGKILL);
         ASSERT_EQ(waitpid(writer, nullptr, 0), writer);

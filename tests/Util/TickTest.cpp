@@ -101,9 +101,11 @@ TEST(TickTest, PassIsOneSleepOfASecondResumedAfterASignalWithTheRemainingTime)
     }
     {
         const Tick tick;
-        EXPECT_TRUE(Eventually([&] { return tick.GetTickCount() >= 1; }));
-        const std::lock_guard<std::mutex> lock(tickSleeps.mutex);
-        EXPECT_GE(tickSleeps.requests.size(), 2U);
+        EXPECT_TRUE(Eventually([] {
+            const std::lock_guard<std::mutex> lock(tickSleeps.mutex);
+            return tickSleeps.requests.size() >= 3;
+        }));
+        EXPECT_GE(tick.GetTickCount(), 1U);
     }
 
     const std::lock_guard<std::mutex> lock(tickSleeps.mutex);
