@@ -289,12 +289,18 @@ void IThread::Stop()
     StoreShared(stoppingOverridden, true);
     Stopping();  // The version of this class clears the flag.
 
-    StoreShared(running, false);
+    WorkerThreads::RunNumber run = WorkerThreads::noRun;
+    {
+        const std::lock_guard<std::mutex> lock(workerThreads->mutex);
+        run = workerThreads->NewestRun();
+        StoreShared(running, false);
+    }
     // Required: only a class that overrides Stopping() may find the thread ended without a sleep.
     if (!LoadShared(stoppingOverridden)) {
         Base::SleepFor(stopPollPeriod);
     }
-    while (!LoadShared(finished)) {
+    // Another thread may start the object again between two looks, which clears "finished".
+    while (!LoadShared(finished) && (workerThreads->IsNewest(run) || workerThreads->HasRun(run))) {
         Base::SleepFor(stopPollPeriod);
     }
     DoCallbackStop();
@@ -424,11 +430,13 @@ void IThread::DoCallbackStop()
 
 void IThread::ThreadSleep(const milliseconds& total, const milliseconds& step)
 {
+    // In this order: if the stop of the destructor is seen, so is the destruction.
+    const bool inOnePiece = !IsRunning() || step >= total;
     if (LoadShared(destroying)) {
         return;
     }
     // Required: one plain sleep, which a stop does not end.
-    if (!IsRunning() || step >= total) {
+    if (inOnePiece) {
         Base::SleepFor(total);
         return;
     }

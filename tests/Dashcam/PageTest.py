@@ -78,7 +78,7 @@ class PageTest(unittest.TestCase):
         with Drive(self.folder) as drive:
             drive.await_pictures()
             drive.press_button()
-            eventually(lambda: len(clips(self.folder)) == 3, "a third clip")
+            eventually(lambda: len(list(self.folder.glob("EVENT_*.mp4"))) == 3, "a third clip")
             drive.ignition_off()
         with Browser() as browser:
             browser.open(self.page)

@@ -7,7 +7,9 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <sys/types.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -17,6 +19,7 @@
 #include "Tolvex/Interfaces/IThread.h"
 
 #include "tests/Support/LogFile.h"
+#include "tests/Support/OwnProcess.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/ProbeThread.h"
 #include "tests/Support/RealFunction.h"
@@ -85,6 +88,7 @@ using Tolvex::Support::Eventually;
 using Tolvex::Support::LogFile;
 using Tolvex::Support::patience;
 using Tolvex::Support::ProbeThread;
+using Tolvex::Support::Sleeps;
 
 // ------------------------------------------------------------------------------------ the table
 
@@ -338,13 +342,13 @@ TEST(IThreadSleepTest, PlainSleepIsNotEndedByAStop)
 TEST(IThreadSleepTest, StopEndsALongSteppedSleepOfTheWorker)
 {
     ProbeThread probe;
-    std::atomic<bool> sleeps = false;
+    std::atomic<pid_t> worker = 0;
     probe.onRun = [&] {
-        sleeps = true;
+        worker = gettid();
         probe.ThreadSleep(1h, 10ms);
     };
     probe.Start();
-    ASSERT_TRUE(Eventually([&] { return sleeps.load(); }));
+    ASSERT_TRUE(Eventually([&] { return worker != 0 && Sleeps(worker); }));
 
     probe.Stop();
 
@@ -355,15 +359,17 @@ TEST(IThreadSleepTest, CancelledThreadLeavesItsSleepThoughTheObjectWasStartedAga
 {
     ProbeThread probe;
     std::atomic<int> passes = 0;
+    std::atomic<pid_t> worker = 0;
     probe.onRun = [&] {
         if (++passes == 1) {
+            worker = gettid();
             probe.ThreadSleep(1h, 1ms);
         } else {
             probe.ThreadSleep(1ms, 1s);
         }
     };
     probe.Start();
-    ASSERT_TRUE(Eventually([&] { return passes == 1; }));
+    ASSERT_TRUE(Eventually([&] { return worker != 0 && Sleeps(worker); }));
 
     probe.Cancel();
     probe.Start();

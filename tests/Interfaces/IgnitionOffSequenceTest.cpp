@@ -229,7 +229,7 @@ TEST(IgnitionOffSequenceTest, ParticipantThatIsStillBusyIsLeftOutOfTheNextRun)
     int calls = 0;
     Part part([&calls] { ++calls; });
     IgnitionOffSequence sequence;
-    ASSERT_TRUE(sequence.Add("Upload", &hanging.part, 30ms));
+    ASSERT_TRUE(sequence.Add("Upload", &hanging.part, 1000ms));
     ASSERT_TRUE(sequence.Add("part", &part, 30s));
     sequence.RunIgnitionOff();
     ASSERT_TRUE(Eventually([&hanging] { return hanging.calls == 1; }));
@@ -248,8 +248,8 @@ TEST(IgnitionOffSequenceTest, LogThatHangsDoesNotKeepTheSequence)
     int calls = 0;
     Part part([&calls] { ++calls; });
     IgnitionOffSequence sequence;
-    ASSERT_TRUE(sequence.Add("Upload", &hanging.part, 30ms));
-    ASSERT_TRUE(sequence.Add("Encoder", &hanging.part, 30ms));
+    ASSERT_TRUE(sequence.Add("Upload", &hanging.part, 1000ms));
+    ASSERT_TRUE(sequence.Add("Encoder", &hanging.part, 1000ms));
     ASSERT_TRUE(sequence.Add("part", &part, 30s));
     Ilog::Logger& logger = *Ilog::Logger::GetInstance();
     logger.WriteHeader(Ilog::LogType::Info);  // keeps every other thread from logging
@@ -269,7 +269,7 @@ TEST(IgnitionOffSequenceTest, LoggerCanBeTheLastParticipant)
         EXPECT_TRUE(logger->EnableFile(directory.Path("log")));
         auto hanging = std::make_shared<Hanging>();
         IgnitionOffSequence sequence;
-        EXPECT_TRUE(sequence.Add("Upload", &hanging->part, 30ms));
+        EXPECT_TRUE(sequence.Add("Upload", &hanging->part, 1000ms));
         EXPECT_TRUE(sequence.Add("log", logger, 30s));
         sequence.RunIgnitionOff();
         EXPECT_FALSE(logger->IsFileEnabled());
@@ -330,7 +330,7 @@ TEST(IgnitionOffSequenceTest, WithoutThreadsForLogAndRecordItSaysSoAndRuns)
         IgnitionOffSequence sequence(record);
         failCreations = false;
         EXPECT_THAT(sequence.GetErrorText(), testing::EndsWith("No thread for the record"));
-        ASSERT_TRUE(sequence.Add("Upload", &hanging.part, 30ms));
+        ASSERT_TRUE(sequence.Add("Upload", &hanging.part, 1000ms));
         sequence.RunIgnitionOff();
         EXPECT_EQ(sequence.GetOverrun(), std::vector<std::string>{"Upload"});
     }
@@ -344,7 +344,7 @@ TEST(IgnitionOffSequenceTest, ParticipantsAreCalledWithoutMemory)
     int calls = 0;
     Part part([&calls] { ++calls; });
     IgnitionOffSequence sequence(directory.Path("drive"));
-    ASSERT_TRUE(sequence.Add("a participant whose name needs memory", &hanging.part, 30ms));
+    ASSERT_TRUE(sequence.Add("a participant whose name needs memory", &hanging.part, 1000ms));
     ASSERT_TRUE(sequence.Add("part", &part, 30s));
     {
         const Support::AllocationBudget none(0);
@@ -427,7 +427,7 @@ TEST(IgnitionOffSequenceTest, DiskThatHangsDoesNotKeepTheSequence)
     Part part([&calls] { ++calls; });
     {
         IgnitionOffSequence sequence(directory.Path("drive"));
-        ASSERT_TRUE(sequence.Add("part", &part, 50ms));
+        ASSERT_TRUE(sequence.Add("part", &part, 1000ms));
         hangFlushes = true;
         sequence.RunIgnitionOff();
         EXPECT_EQ(calls, 1);

@@ -293,14 +293,14 @@ TEST_F(LogDurabilityTest, IntervalSyncsAllLinesOfItsTimeOnceAndNotBefore)
     policy->Write("b\n");
     policy->Write("c\n");
     const auto written = Clock::now();
-    EXPECT_TRUE(Eventually([] { return CountCalls() == 2; }));
+    EXPECT_TRUE(Eventually([] { return CountCalls() >= 2; }));
 
     EXPECT_GE(Clock::now() - start, interval);
     if (written - start < interval) {  // the machine was fast enough
         EXPECT_THAT(TakeCalls(), ElementsAre("fdatasync log 6", "fsync directory"));
+        std::this_thread::sleep_for(3 * interval);
+        EXPECT_THAT(TakeCalls(), IsEmpty());  // without lines there is nothing to sync
     }
-    std::this_thread::sleep_for(3 * interval);
-    EXPECT_THAT(TakeCalls(), IsEmpty());  // without lines there is nothing to sync
 }
 
 TEST_F(LogDurabilityTest, LastLineBeforeSilenceIsSyncedAlsoIfItComesDuringASync)
@@ -467,13 +467,17 @@ TEST_F(LogDurabilityTest, IgnitionOffSyncsTheNoticeAloneHoweverManyThreadsLog)
         }
         EXPECT_TRUE(Eventually([this] { return ReadFile(path).size() > 1000; }));
 
+        const auto start = Clock::now();
         logger.RunIgnitionOff();
+        const bool inTime = Clock::now() - start < longestLogWait;
 
         logging = false;
         for (std::thread& thread : threads) {
             thread.join();
         }
-        EXPECT_EQ(TakeCalls().size(), 2U);  // the file and its directory
+        if (inTime) {  // on a starved machine the bound may pass before the notice
+            EXPECT_EQ(TakeCalls().size(), 2U);  // the file and its directory
+        }
         return 0;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output;

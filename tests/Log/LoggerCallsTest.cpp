@@ -35,6 +35,7 @@
 #include "tests/Support/CapturingPolicy.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Gate.h"
+#include "tests/Support/OwnProcess.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/RealFunction.h"
 #include "tests/Support/ScratchDirectory.h"
@@ -203,6 +204,7 @@ using Tolvex::Support::CapturingLogger;
 using Tolvex::Support::CapturingPolicy;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
+using Tolvex::Support::HasThread;
 using Tolvex::Support::LastLines;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
@@ -687,12 +689,14 @@ TEST(LoggerCallsTest, LogLineThatFindsNoLockIsLostAndTheNextOneIsNot)
 TEST(LoggerCallsTest, WriterThatIsCancelledWhileItWaitsDisablesTheLoggerWhichMayBeEnabledAgain)
 {
     CapturingLogger logger;
+    logger.SetTheadName("LOG_CANCELLED");
     ASSERT_TRUE(logger.Enable());
     WriteLine(logger, "first");
     AwaitLines(logger, 1);
 
     pthread_cancel(createdLast);
-    EXPECT_TRUE(Eventually([&] { return !logger.IsEnabled(); }));
+    EXPECT_TRUE(Eventually([] { return !HasThread("LOG_CANCELLED"); }));
+    EXPECT_FALSE(logger.IsEnabled());
     WriteLine(logger, "nowhere");
     EXPECT_THAT(SleepsOf([&] { logger.Close(); }), IsEmpty());
 

@@ -111,6 +111,17 @@ class TimerExpiryTest : public ::testing::Test
 protected:
     TimerExpiryTest() { TimerCalls::Reset(); }
 
+    /// @return whether the calls end, those included that have already begun. Calls that come every
+    /// few milliseconds do not.
+    bool CallsEnd() const
+    {
+        return Eventually([this] {
+            const std::size_t count = calls->Count();
+            std::this_thread::sleep_for(200ms);
+            return calls->Count() == count;
+        });
+    }
+
     std::shared_ptr<CallTimes> calls = std::make_shared<CallTimes>();
 };
 
@@ -172,10 +183,8 @@ TEST_F(TimerExpiryTest, SetTimeZeroStopsTheCallsAndSetTimeStartsThemAgain)
     ASSERT_GE(calls->WaitFor(3).size(), 3U);
 
     ASSERT_TRUE(timer.SetTime(0));
-    std::this_thread::sleep_for(200ms);  // for calls that had already begun
+    EXPECT_TRUE(CallsEnd());
     const std::size_t count = calls->Count();
-    std::this_thread::sleep_for(200ms);
-    EXPECT_EQ(calls->Count(), count);
 
     ASSERT_TRUE(timer.SetTime(2));
     EXPECT_GE(calls->WaitFor(count + 3).size(), count + 3);
@@ -187,11 +196,8 @@ TEST_F(TimerExpiryTest, RemoveStopsTheCalls)
     ASSERT_GE(calls->WaitFor(3).size(), 3U);
 
     ASSERT_TRUE(timer.Remove());
-    std::this_thread::sleep_for(200ms);
-    const std::size_t count = calls->Count();
-    std::this_thread::sleep_for(200ms);
 
-    EXPECT_EQ(calls->Count(), count);
+    EXPECT_TRUE(CallsEnd());
 }
 
 TEST_F(TimerExpiryTest, CallbackStopsItsTimer)
@@ -205,11 +211,8 @@ TEST_F(TimerExpiryTest, CallbackStopsItsTimer)
         nullptr, stackBytes);
 
     ASSERT_GE(calls->WaitFor(1).size(), 1U);
-    std::this_thread::sleep_for(200ms);  // for calls that overlap the first
-    const std::size_t count = calls->Count();
-    std::this_thread::sleep_for(200ms);
 
-    EXPECT_EQ(calls->Count(), count);
+    EXPECT_TRUE(CallsEnd());
 }
 
 TEST_F(TimerExpiryTest, TimerCreatedAfterRemoveExpiresWithoutEffect)

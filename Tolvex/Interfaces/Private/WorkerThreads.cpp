@@ -92,6 +92,13 @@ WorkerThreads::RunNumber WorkerThreads::OwnRun()
     return noRun;
 }
 
+bool WorkerThreads::HasRun(RunNumber run)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    return std::any_of(threads.begin(), threads.end(),
+                       [run](const Entry& entry) { return entry.run == run; });
+}
+
 bool WorkerThreads::AreOfThisProcess() const
 {
     return Base::LoadShared(process) == getpid();

@@ -47,6 +47,7 @@ public:
     void MarkAborted(pthread_t handle);
     bool IsAborted(RunNumber run) const;
     std::optional<pthread_t> Newest() const;
+    RunNumber NewestRun() const { return newest; }
     void MarkObjectGone() { objectGone = true; }
     bool IsObjectGone() const { return objectGone; }
 
@@ -54,6 +55,9 @@ public:
 
     /// @return the number of the calling thread's run.
     RunNumber OwnRun();
+
+    /// @return whether the thread of that run is in the list.
+    bool HasRun(RunNumber run);
 
     /// @return false once a newer thread was created. Takes no lock.
     bool IsNewest(RunNumber run) const { return run == noRun || run == Base::LoadShared(newest); }
