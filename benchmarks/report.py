@@ -41,7 +41,7 @@ def medians(rounds):
     """By program and case: the medians of the figures of several runs."""
     found = {}
     for path in sorted(path for directory in rounds for path in directory.glob("*.json")):
-        cases = found.setdefault(path.stem, {})
+        cases = found.setdefault(path.stem.partition("@")[0], {})
         for entry in json.loads(path.read_text())["benchmarks"]:
             cases.setdefault(entry["name"], []).append(entry)
     skipped = ("index", "repetitions", "threads", "iterations")  # of no use to the report
