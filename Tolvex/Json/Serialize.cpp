@@ -167,7 +167,8 @@ void Writer::Reserve(std::size_t count)
     }
     std::string larger;  // an empty string reserves exactly what it is asked for
     try {
-        const double estimate = static_cast<double>(needed) * EstimateGrowth(open);
+        const double estimate = std::min(static_cast<double>(needed) * EstimateGrowth(open),
+                                         static_cast<double>(larger.max_size()));
         larger.reserve(std::max(static_cast<std::size_t>(estimate), needed));
     } catch (const std::bad_alloc&) {
         larger.reserve(needed);
