@@ -57,7 +57,6 @@ FileLogPolicy::~FileLogPolicy() = default;
 
 void FileLogPolicy::SetOutput(const std::string& name)
 {
-    // Required: the file is neither opened nor created nor checked here.
     if (name != fileName) {
         auto file = std::make_shared<FileOutput>(name, state->settings);
         fileName = name;
@@ -95,8 +94,6 @@ void FileLogPolicy::Close()
     Base::StoreShared(outputSet, false);
 }
 
-// Required: the file is opened and closed for every line.
-// So others may move, delete or truncate it at any time.
 void FileLogPolicy::Write(const std::string& line)
 {
     if (!Base::LoadShared(outputSet) || fileName.empty()) {
@@ -116,11 +113,10 @@ void ConsoleLogPolicy::WriteHeader(LogType type)
     lineType = type;
 }
 
-// Required: standard output is not flushed. It is used after a failure too, which may have passed.
 void ConsoleLogPolicy::Write(const std::string& line)
 {
     if (!std::cout.good()) {
-        std::cout.clear();
+        std::cout.clear();  // The failure may have passed.
     }
 
     const std::optional<ColorCode> color = ColorOf(lineType);
@@ -131,7 +127,7 @@ void ConsoleLogPolicy::Write(const std::string& line)
     // One piece, so that nothing that another thread prints takes the colour. No member: a write
     // that hangs may outlast the policy.
     std::string colored = Escape(*color);
-    // Required: the colour is reset after the newline that ends the line.
+    // Required: the colour is reset after the newline that ends the line, not before it.
     colored.append(line).append(Escape(ColorCode::Default));
     std::cout.write(colored.data(), static_cast<std::streamsize>(colored.size()));
 }

@@ -58,7 +58,7 @@ Logger::Logger()
     consoleLogger = console.release();
 }
 
-// Required: the instance pointer is not cleared.
+// Required: the instance pointer is not cleared, so it dangles after the destruction.
 Logger::~Logger()
 {
     // One that lost the race in Create() leaves the outputs of the process as they are.
@@ -197,7 +197,6 @@ Logger& Logger::Append(const LogArgument& argument)
 
 void Logger::RunIgnitionOff()
 {
-    // Required: no module tag in this line, and the console stays enabled.
     constexpr std::string_view notice = "All triggers have been stopped";
     const Base::NoCancellation scope;
     const auto deadline = std::chrono::steady_clock::now() + longestWait;

@@ -71,7 +71,6 @@ void Reset(LoggerState& state)
 
 bool EndsWithNewline(const std::stringstream& buffer)
 {
-    // Required: a newline in the middle of the text ends nothing.
     return buffer.view().ends_with('\n');
 }
 
@@ -183,7 +182,6 @@ void Insert(std::stringstream& buffer, LogModule module)
         buffer << "[#" << text << ']';
         return;
     }
-    // Required: the tag is there also for a module without a text, then empty.
     char* const end = std::copy(text.begin(), text.end(), tag.data() + 2);
     *end = ']';
     buffer.write(tag.data(), end + 1 - tag.data());
@@ -394,7 +392,8 @@ void LoggerCore::Close(Clock::time_point deadline)
         return;  // The policy calls this from its own Close() or SetOutput().
     }
     Writer(*state).Stop();
-    // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
+    // Required: if the policy hangs in Write() for longer than the wait, it is closed while that
+    // call still runs.
     const Clock::duration longest =
         Writer(*state).AwaitStopped(deadline)
             ? std::min<Clock::duration>(longestWait, deadline - Clock::now())

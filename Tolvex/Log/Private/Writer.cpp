@@ -56,8 +56,8 @@ void* Writer::Thread::Run(void* thread)
             // Read before the look for a line: none becomes complete after the writer is told to
             // end.
             ending = writers.toldToEnd >= self->number;
-            // Required: a line that is complete is written before the writer ends. The token of a
-            // writer that is told to end may be gone.
+            // A writer that is told to end takes no further token: it could be one of the next
+            // writer. It looks for lines without tokens until none is complete.
         } while (self->WriteLine() && writers.toldToEnd >= self->number);
     }
     return nullptr;
@@ -153,7 +153,6 @@ void Writer::End(std::uint32_t number)
 bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
 {
     const Base::NoCancellation scope;
-    // Required: stopped is polled 21 times, so a writer that hangs costs 2.1 seconds, not two.
     for (auto waited = stopPollInterval; waited <= longestWait; waited += stopPollInterval) {
         const auto now = std::chrono::steady_clock::now();
         if (Base::LoadShared(logger.stopped) || now >= deadline) {
