@@ -99,7 +99,7 @@ void FileLogPolicy::Write(const std::string& line)
     if (!Base::LoadShared(outputSet) || fileName.empty()) {
         return;
     }
-    // A system call that hangs may outlast the policy: its members are not used any more.
+    // A system call that hangs may outlast the policy, so no member is used from here on.
     const std::shared_ptr<FileOutput> file = state->file;
     file->Append(line);
 }
@@ -124,8 +124,8 @@ void ConsoleLogPolicy::Write(const std::string& line)
         std::cout.write(line.data(), static_cast<std::streamsize>(line.size()));
         return;
     }
-    // One piece, so that nothing that another thread prints takes the colour. No member: a write
-    // that hangs may outlast the policy.
+    // Written in one piece, so that the output of other threads does not get the colour. A local
+    // string, because a write that hangs may outlast the members of the policy.
     std::string colored = Escape(*color);
     // Required: the colour is reset after the newline that ends the line, not before it.
     colored.append(line).append(Escape(ColorCode::Default));

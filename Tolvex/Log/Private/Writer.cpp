@@ -53,7 +53,7 @@ void* Writer::Thread::Run(void* thread)
             if (self->number != writers.current) {
                 return nullptr;
             }
-            // Read before the look for a line: none becomes complete after the writer is told to
+            // Read before looking for a line: no line becomes complete after the writer is told to
             // end.
             ending = writers.toldToEnd >= self->number;
             // A writer that is told to end takes no further token: it could be one of the next
@@ -128,7 +128,8 @@ void Writer::Stop()
 
 void Writer::TellToEnd()
 {
-    // In this order: a value that is streamed while enabled is false is missing in its line.
+    // In this order: once enabled is cleared, values are missing in an open line, so the line is
+    // dropped before.
     logger.lock.Refuse();
     logger.lock.Drop();
     Base::StoreShared(logger.enabled, false);
