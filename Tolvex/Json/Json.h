@@ -433,7 +433,6 @@ public:
     /// Makes this value null.
     /// @note The string, object and array keep their content, inactive, until an assignment
     /// overwrites them or the value is destroyed.
-    // Required: nothing else changes, so the old content stays.
     void Clear() noexcept { mValueType = NullVal; }
 
 private:

@@ -63,7 +63,7 @@ public:
     /// Sets the OS name of the writer's thread; used by the next Enable().
     /// @param name  15 characters at most; a longer one leaves the thread unnamed.
     /// @note The name lacks the r of "Thread".
-    // Required: the name lacks an r, as callers write it.
+    // Required: the name lacks an r, because callers write it so.
     void SetTheadName(const std::string& name) { core.SetThreadName(name); }
 
     /// Tells the policy where the lines go. Waits up to 2.1 s for a line that is being composed or
