@@ -159,7 +159,7 @@ bool Logger::Enable(LoggerCore& core, const std::string* output)
 
 /// Call around each Enable(), and after an output has been closed.
 /// @param change  How many more outputs are being enabled now.
-void Logger::UpdateAnyEnabled(int change) const
+void Logger::UpdateAnyEnabled(int change)
 {
     // One thread at a time, so that the last one sees the changes of all others.
     const std::lock_guard guard(RegistryMutex());
@@ -169,30 +169,18 @@ void Logger::UpdateAnyEnabled(int change) const
     Base::StoreShared(anyEnabled, any);
 }
 
-/// Leaves no line open in one logger when an exception or a cancellation ends the call for another.
-template <typename Action>
-void Logger::Compose(const Action& action)
-{
-    try {
-        ForEachEnabled(action);
-    } catch (...) {
-        DropLine();
-        throw;
-    }
-}
-
 void Logger::BeginLines(LogType type)
 {
     // End all open lines before waiting for a lock. Otherwise the thread would hold the console's
     // line while it waits for the file's, against the order of the locks.
     ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });
 
-    Compose([type](LoggerCore& core) { core.WriteHeader(type); });
+    ForEachEnabled([type](LoggerCore& core) { core.WriteHeader(type); });
 }
 
 Logger& Logger::Append(const LogArgument& argument)
 {
-    Compose([&argument](LoggerCore& core) { core.Append(argument); });
+    ForEachEnabled([&argument](LoggerCore& core) { core.Append(argument); });
     return *this;
 }
 

@@ -206,18 +206,24 @@ private:
     Logger();
     static Logger* Create();
 
-    /// Calls the action with the core of each enabled output, in the order of the line locks.
+    /// Calls the action with the core of each enabled output, in the order of the line locks. When
+    /// an exception or a cancellation ends the call for one, no line is left open in the others.
     template <typename Action>
-    void ForEachEnabled(const Action& action) const
+    void ForEachEnabled(const Action& action)
     {
-        if (fileLogger->IsEnabled()) {
-            action(fileLogger->core);
-        }
-        if (consoleLogger->IsEnabled()) {
-            action(consoleLogger->core);
-        }
-        if (IsBlackBoxEnabled()) {
-            action(*Base::LoadShared(blackBox));
+        try {
+            if (fileLogger->IsEnabled()) {
+                action(fileLogger->core);
+            }
+            if (consoleLogger->IsEnabled()) {
+                action(consoleLogger->core);
+            }
+            if (IsBlackBoxEnabled()) {
+                action(*Base::LoadShared(blackBox));
+            }
+        } catch (...) {
+            DropLine();
+            throw;
         }
     }
 
@@ -226,10 +232,7 @@ private:
     static bool AnyEnabled() { return Base::LoadShared(anyEnabled); }
 
     bool Enable(LoggerCore& core, const std::string* output);
-    void UpdateAnyEnabled(int change = 0) const;
-
-    template <typename Action>
-    void Compose(const Action& action);
+    void UpdateAnyEnabled(int change = 0);
     void BeginLines(LogType type);
     Logger& Append(const LogArgument& argument);
 
