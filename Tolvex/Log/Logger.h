@@ -1,12 +1,10 @@
 #pragma once
 
 #include <chrono>
-#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "Tolvex/Interfaces/IgnitionOffMode.h"
@@ -151,29 +149,15 @@ public:
         }
     }
 
-    /// Appends "[#", the text of the module, and "]".
-    /// @param module  Where the line comes from.
-    /// @return this logger.
-    Logger& operator<<(LogModule module) { return AnyEnabled() ? Append(module) : *this; }
-
-    /// Appends a value as a stream does.
-    /// @tparam T     One of the types of LogValue.
+    /// Appends a value as a stream does, a text without a copy of it; for a module "[#", its text,
+    /// and "]".
+    /// @tparam T     As LogValue.
     /// @param value  After a null pointer, the values that follow are missing in the line.
     /// @return this logger.
     template <LogValue T>
-    Logger& operator<<(T value)
-    {
-        return AnyEnabled() ? Append(value) : *this;
-    }
-
-    /// Appends a text, without a copy of it.
-    /// @tparam T     std::string.
-    /// @param value  Any bytes.
-    /// @return this logger.
-    template <std::same_as<std::string> T>
     Logger& operator<<(const T& value)
     {
-        return AnyEnabled() ? Append(std::string_view(value)) : *this;
+        return AnyEnabled() ? Append(value) : *this;
     }
 
     /// Applies a manipulator to each enabled logger; std::endl ends the line. Does not wait for the
