@@ -69,11 +69,6 @@ void Reset(LoggerState& state)
     }
 }
 
-bool EndsWithNewline(const std::stringstream& buffer)
-{
-    return buffer.view().ends_with('\n');
-}
-
 /// Ends the text with a newline, also when insertions have failed. @return false without memory.
 bool Terminate(std::stringstream& buffer)
 {
@@ -117,7 +112,8 @@ public:
     /// policy that needs no writer takes the line at once; the end of the scope frees the line.
     void End()
     {
-        if (!EndsWithNewline(state.buffer)) {
+        // A newline in the middle of the text ends nothing.
+        if (!state.buffer.view().ends_with('\n')) {
             LeaveOpen();
             return;
         }
@@ -126,14 +122,9 @@ public:
             return;
         }
         taken = !state.lock.Advance(LineLock::Inserting, LineLock::Complete);
-        if (!taken) {
-            WakeWriter();
+        if (taken) {
+            return;
         }
-    }
-
-private:
-    void WakeWriter()
-    {
         try {
             state.lineReady.Notify();
         } catch (const std::system_error&) {
@@ -145,6 +136,7 @@ private:
         }
     }
 
+private:
     LoggerState& state;
     bool taken;
 };
@@ -354,7 +346,7 @@ void LoggerCore::CheckEndOfStream()
 void LoggerCore::EndOpenLine()
 {
     LineStep step(*state);
-    if (step && (EndsWithNewline(state->buffer) || Terminate(state->buffer))) {
+    if (step && (state->buffer.view().ends_with('\n') || Terminate(state->buffer))) {
         step.End();
     }
 }
