@@ -17,19 +17,17 @@ namespace Tolvex::Ilog {
 
 namespace {
 
-struct BlackBoxHolder
-{
-    BlackBox box;
-};
-
 // Guarded by the registry's lock. In a child that is forked during an Enable() the count never
 // becomes 0. Each line then tests each output, also when none is enabled.
 int beingEnabled = 0;
 
 /// The black box, and its logger, which closes it at its end.
-struct BlackBoxLogger : BlackBoxHolder, LoggerCore
+struct BlackBoxLogger : BlackBox, LoggerCore
 {
-    explicit BlackBoxLogger(const LoggerCore& file) : LoggerCore(BlackBox::calls, &box, &file) {}
+    explicit BlackBoxLogger(const LoggerCore& file)
+        : LoggerCore(BlackBox::calls, static_cast<BlackBox*>(this), &file)
+    {
+    }
 };
 
 }  // namespace
@@ -126,13 +124,13 @@ bool Logger::SaveLastLines(const std::string& path) const
         errno = ENODATA;
         return false;
     }
-    return logger->box.Save(path);
+    return logger->Save(path);
 }
 
 std::vector<std::string> Logger::GetLastLines() const
 {
     const auto* const logger = static_cast<const BlackBoxLogger*>(Base::LoadShared(blackBox));
-    return logger == nullptr ? std::vector<std::string>() : logger->box.Lines();
+    return logger == nullptr ? std::vector<std::string>() : logger->Lines();
 }
 
 void Logger::DropLine()
