@@ -136,7 +136,7 @@ public:
 
     /// Hands the line to the writer if its text ends in a newline.
     /// @note A newline in the middle of the text ends nothing.
-    void CheckEndOfStream() { core.CheckEndOfStream(); }
+    void CheckEndOfStream() { core.Append(LogManipulator()); }
 
     /// Ends and hands over the line that the calling thread has left open, if there is one.
     void EndOpenLine() { core.EndOpenLine(); }

@@ -324,14 +324,6 @@ void LoggerCore::Append(const LogArgument& argument)
     step.End();
 }
 
-void LoggerCore::CheckEndOfStream()
-{
-    LineStep step(*state);
-    if (step) {
-        step.End();
-    }
-}
-
 void LoggerCore::EndOpenLine()
 {
     LineStep step(*state);
