@@ -187,14 +187,18 @@ void Logger::RunIgnitionOff()
     constexpr std::string_view notice = "All triggers have been stopped";
     const Base::NoCancellation scope;
     const auto deadline = std::chrono::steady_clock::now() + longestWait;
-    ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });
-    ForEachEnabled([&](LoggerCore& core) {
-        try {
-            core.WriteNotice(notice, &core == &fileLogger->core, deadline);
-        } catch (const std::exception&) {
-            // The notice is missing then. The file is closed nevertheless.
-        }
-    });
+    const auto tryEach = [this](const auto& action) {
+        ForEachEnabled([&action](LoggerCore& core) {
+            try {
+                action(core);
+            } catch (const std::exception&) {
+                core.DropLine();  // The file is closed nevertheless.
+            }
+        });
+    };
+    tryEach([](LoggerCore& core) { core.EndOpenLine(); });
+    tryEach(
+        [&](LoggerCore& core) { core.WriteNotice(notice, &core == &fileLogger->core, deadline); });
     fileLogger->core.Close(deadline);
     UpdateAnyEnabled();
 }

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <chrono>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Tolvex/Interfaces/IgnitionOffMode.h"
@@ -149,15 +151,24 @@ public:
         }
     }
 
-    /// Appends a value as a stream does, a text without a copy of it; for a module "[#", its text,
-    /// and "]".
-    /// @tparam T     As LogValue.
+    /// Appends a value as a stream does; for a module "[#", its text, and "]".
+    /// @tparam T     One of the types of LogValue.
     /// @param value  After a null pointer, the values that follow are missing in the line.
     /// @return this logger.
     template <LogValue T>
-    Logger& operator<<(const T& value)
+    Logger& operator<<(T value)
     {
         return AnyEnabled() ? Append(value) : *this;
+    }
+
+    /// Appends a text, without a copy of it.
+    /// @tparam T     std::string.
+    /// @param value  Any bytes.
+    /// @return this logger.
+    template <std::same_as<std::string> T>
+    Logger& operator<<(const T& value)
+    {
+        return AnyEnabled() ? Append(std::string_view(value)) : *this;
     }
 
     /// Applies a manipulator to each enabled logger; std::endl ends the line. Does not wait for the

@@ -526,10 +526,24 @@ TEST_F(LogRotationTest, FileThatIsRenamedBeforeItIsLockedGetsNoLine)
         std::ofstream(path, std::ios::app) << (full ? "a full one\n" : "");
         const std::string before = ReadFile(path);
         atLock = [this](int) { std::filesystem::rename(path, Old(7)); };
+        lockOperations.clear();
         Write({"b"});
         EXPECT_EQ(ReadFile(Old(7)), before);
         EXPECT_THAT(Files(), ElementsAre("b\n"));
+        EXPECT_THAT(lockOperations, ElementsAre((full ? LOCK_EX : LOCK_SH) | LOCK_NB, LOCK_UN,
+                                                LOCK_SH | LOCK_NB, LOCK_UN));
     }
+}
+
+// A child that is forked meanwhile has a copy of the descriptor: closing it here frees no lock.
+TEST_F(LogRotationTest, LockOfTheRenamedFileIsFreedBeforeTheNewOneIsOpened)
+{
+    policy.SetSizeLimit(2, 1);
+    Write({"a"});
+    lockOperations.clear();
+    Write({"b"});
+    EXPECT_THAT(lockOperations,
+                ElementsAre(LOCK_EX | LOCK_NB, LOCK_UN, LOCK_SH | LOCK_NB, LOCK_UN));
 }
 
 TEST_F(LogRotationTest, FileThatIsRenamedDuringAWaitInVainGetsNoLine)

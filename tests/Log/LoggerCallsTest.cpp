@@ -593,6 +593,47 @@ TEST(LoggerCallsTest, LineThatTheWriterCannotBeToldOfIsLostWithAnErrorUnlessItHa
     EXPECT_EQ(lines, expected);
 }
 
+/// Enables file and console, leaves a line open in both, and runs the call, which ends the file's
+/// line and cannot tell the writer. @return whether another thread can log to the console after it.
+template <typename Call>
+bool ConsoleLogsAfterAFailureInTheFile(const std::string& path, Call call)
+{
+    const ChildResult child = RunInChild([&] {
+        alarm(20);  // ends the child if it hangs
+        Logger& logger = *Logger::GetInstance();
+        EXPECT_TRUE(logger.EnableFile(path));
+        EXPECT_TRUE(logger.EnableConsole());
+        logger.WriteHeader(LogType::Info);
+        logger << "open";
+        locksBeforeFailure = 0;
+        call(logger);
+        EXPECT_EQ(locksBeforeFailure, -1);
+
+        std::thread([] { LogLine(LogType::Info) << "next"; }).join();
+        logger.CloseConsole();
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    return child.output.ends_with("next\n");
+}
+
+TEST(LoggerCallsTest, LineThatCannotBeEndedInTheFileIsNotLeftOpenOnTheConsole)
+{
+    const ScratchDirectory directory;
+    EXPECT_TRUE(ConsoleLogsAfterAFailureInTheFile(directory.Path("log"), [](Logger& logger) {
+        EXPECT_THROW(logger.WriteHeader(LogType::Info), std::system_error);
+    }));
+}
+
+TEST(LoggerCallsTest, IgnitionOffClosesTheFileThoughALineCannotBeEnded)
+{
+    const ScratchDirectory directory;
+    EXPECT_TRUE(ConsoleLogsAfterAFailureInTheFile(directory.Path("log"), [](Logger& logger) {
+        logger.RunIgnitionOff();
+        EXPECT_FALSE(logger.IsFileEnabled());
+    }));
+}
+
 /// Starts a thread that hands over the line "first". Returns when the line is complete and its
 /// writer has not been woken yet.
 std::thread ComposeUpToTheToken(CapturingLogger& logger, Halt& beforeToken)

@@ -76,6 +76,7 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
             // The file was renamed or removed before it was locked. After many tries a renamed file
             // is used. A removed one is never used: the loop ends when no process removes the file.
             if (reopenings < mostReopenings || IsRemoved(file)) {
+                Unlock(file);
                 continue;
             }
             return file;
@@ -87,6 +88,7 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
             retryAt = Clock::now() + retryInterval;
             return file;
         }
+        Unlock(file);
     }
 }
 
