@@ -530,7 +530,7 @@ TEST_F(LogRotationTest, FileThatIsRenamedBeforeItIsLockedGetsNoLine)
     }
 }
 
-TEST_F(LogRotationTest, FileThatIsRenamedDuringAWaitInVainGetsNoLine)
+TEST_F(LogRotationTest, FileThatIsRenamedDuringAWaitThatFailsGetsNoLine)
 {
     policy.SetSizeLimit(100, 1);
     Write({"a"});

@@ -170,7 +170,7 @@ TEST_F(IAsyncCallsTest, NegativeDelayDoesNotSleep)
     EXPECT_EQ(CallsFor(std::chrono::milliseconds::min(), "sleep"), Texts{});
 }
 
-TEST_F(IAsyncCallsTest, InterruptedSleepGoesOnWithTheRemainingTime)
+TEST_F(IAsyncCallsTest, InterruptedSleepContinuesWithTheRemainingTime)
 {
     interruptionsToCome = 2;
 

@@ -177,7 +177,7 @@ TEST(IAsyncTest, CreatorsFunctorIsCopiedAndStaysUsable)
     EXPECT_TRUE(static_cast<bool>(work));
 }
 
-TEST(IAsyncTest, CallbackMayDeleteTheObjectAndGoOnUsingItsCaptures)
+TEST(IAsyncTest, CallbackMayDeleteTheObjectAndStillUseItsCaptures)
 {
     constexpr int rounds = Tolvex::Support::threadsAreSlow ? 5000 : 100000;
     constexpr int mostAtOnce = 64;
