@@ -247,4 +247,34 @@ TEST(IAsyncDeathTest, ExceptionThatTheCallbackLetsOutEndsTheProcess)
         "out of the callback");
 }
 
+/// Can be copied only by the thread that made it.
+class OwnedWork
+{
+public:
+    OwnedWork() = default;
+    OwnedWork(const OwnedWork& other) : owner(other.owner)
+    {
+        if (std::this_thread::get_id() != owner) {
+            throw std::runtime_error("copied on another thread");
+        }
+    }
+    OwnedWork& operator=(const OwnedWork&) = delete;
+    ~OwnedWork() = default;
+
+    void operator()(IAsync*) const {}
+
+private:
+    std::thread::id owner = std::this_thread::get_id();
+};
+
+TEST(IAsyncDeathTest, CallbackThatCannotBeCopiedOnTheNewThreadEndsTheProcess)
+{
+    EXPECT_DEATH(
+        {
+            new IAsync(0ms, OwnedWork(), nullptr);
+            std::this_thread::sleep_for(patience);
+        },
+        "copied on another thread");
+}
+
 }  // namespace
