@@ -134,8 +134,7 @@ char* Writer::WriteNext(char* at, OpenContainer& container)
 
 char* Writer::PutString(char* at, const std::string& bytes)
 {
-    // Required: writes every byte as it is, without escapes.
-    // Instead: store such bytes as Base64, see Base64EncodeLine().
+    // Required: writes every byte as it is, without escapes. SerializeStandard() escapes.
     *at++ = '"';
     if (bytes.size() <= shortString) {
         at = PutBytes(at, bytes);

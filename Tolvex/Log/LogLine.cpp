@@ -34,7 +34,7 @@ LogLine::LogLine(LogType type, std::optional<LogModule> module)
     if (!locale) {
         stream.rdbuf(nullptr);  // The stream is bad now, so nothing is formatted.
     } else if (stream.getloc() != *locale) {
-        stream.imbue(*locale);  // as a line that is written in four steps
+        stream.imbue(*locale);  // as for a line that is written in four steps
     }
 }
 

@@ -22,8 +22,8 @@ struct BlackBoxHolder
     BlackBox box;
 };
 
-// Under the registry's lock. A child that is forked during an Enable() keeps the count for good:
-// its lines then look at each output.
+// Guarded by the registry's lock. In a child that is forked during an Enable() the count never
+// becomes 0. Each line then tests each output, also when none is enabled.
 int beingEnabled = 0;
 
 /// The black box, and its logger, which closes it at its end.
@@ -58,10 +58,10 @@ Logger::Logger()
     consoleLogger = console.release();
 }
 
-// Required: the instance pointer is not cleared.
+// Required: the instance pointer is not cleared, so it dangles after the destruction.
 Logger::~Logger()
 {
-    // One that lost the race in Create() leaves the outputs of the process as they are.
+    // A logger that lost the race in Create() leaves the outputs of the process as they are.
     if (this == Base::LoadShared(instance)) {
         CloseBlackBox();
         Base::StoreShared(anyEnabled, false);
@@ -143,8 +143,9 @@ void Logger::DropLine()
 /// As LoggerCore::Enable().
 bool Logger::Enable(LoggerCore& core, const std::string* output)
 {
-    // Before the output takes lines. A thread may have begun to log while another output was
-    // enabled: it would begin a line here, and the calls for the rest of the line would do nothing.
+    // Before the output takes lines. A thread may have seen anyEnabled set while another output was
+    // enabled. It could begin a line in this output and then find anyEnabled cleared, so that the
+    // line would stay open.
     UpdateAnyEnabled(1);
     try {
         const bool enabled = core.Enable(output);
@@ -160,7 +161,7 @@ bool Logger::Enable(LoggerCore& core, const std::string* output)
 /// @param change  How many more outputs are being enabled now.
 void Logger::UpdateAnyEnabled(int change) const
 {
-    // One thread at a time: the last one has seen the changes of all.
+    // One thread at a time, so that the last one sees the changes of all others.
     const std::lock_guard guard(RegistryMutex());
     beingEnabled += change;
     bool any = beingEnabled > 0;
@@ -197,7 +198,6 @@ Logger& Logger::Append(const LogArgument& argument)
 
 void Logger::RunIgnitionOff()
 {
-    // Required: no module tag in this line, and the console stays enabled.
     constexpr std::string_view notice = "All triggers have been stopped";
     const Base::NoCancellation scope;
     const auto deadline = std::chrono::steady_clock::now() + longestWait;
@@ -206,7 +206,7 @@ void Logger::RunIgnitionOff()
         try {
             core.WriteNotice(notice, &core == &fileLogger->core, deadline);
         } catch (const std::exception&) {
-            // Without the notice: the file has to be closed all the same.
+            // The notice is missing then. The file is closed nevertheless.
         }
     });
     fileLogger->core.Close(deadline);

@@ -29,7 +29,7 @@ concept LogValue = std::same_as<T, const char*> || std::same_as<T, char*> || std
 /// WriteHeader() takes the line lock. The writer releases the lock after it has written the line,
 /// so a second line waits for the first. A value that a thread streams without an open line is
 /// dropped. A line that is left open blocks all other threads. It is dropped when its thread ends
-/// or is cancelled, when an exception leaves an insertion or SetOutput(), or when the logger is
+/// or is cancelled, when an exception leaves a `<<` or SetOutput(), or when the logger is
 /// closed. It is ended and written when its thread calls WriteHeader() again. Prefer LogLine, which
 /// cannot leave one open.
 ///
@@ -63,7 +63,7 @@ public:
     /// Sets the OS name of the writer's thread; used by the next Enable().
     /// @param name  15 characters at most; a longer one leaves the thread unnamed.
     /// @note The name lacks the r of "Thread".
-    // Required: the name lacks an r, as callers write it.
+    // Required: the name lacks an r, because callers write it so.
     void SetTheadName(const std::string& name) { core.SetThreadName(name); }
 
     /// Tells the policy where the lines go. Waits up to 2.1 s for a line that is being composed or

@@ -71,7 +71,6 @@ void Reset(LoggerState& state)
 
 bool EndsWithNewline(const std::stringstream& buffer)
 {
-    // Required: a newline in the middle of the text ends nothing.
     return buffer.view().ends_with('\n');
 }
 
@@ -88,8 +87,8 @@ bool Terminate(std::stringstream& buffer)
     return buffer.good();
 }
 
-/// The calling thread's right to use the buffer and the policy. Whatever ends the scope early, an
-/// exception or a cancellation, gives the line up.
+/// The calling thread's right to use the buffer and the policy. If an exception or a cancellation
+/// ends the scope early, the line is dropped.
 class LineStep
 {
 public:
@@ -111,7 +110,7 @@ public:
 
     explicit operator bool() const { return taken; }
 
-    /// Ends the step. If the logger was closed meanwhile, the line is given up.
+    /// Ends the step. If the logger was closed meanwhile, the line is dropped.
     void LeaveOpen() { taken = !state.lock.Advance(LineLock::Inserting, LineLock::Open); }
 
     /// Ends the step: hands the line over to the writer if it is complete, or leaves it open. A
@@ -183,7 +182,6 @@ void Insert(std::stringstream& buffer, LogModule module)
         buffer << "[#" << text << ']';
         return;
     }
-    // Required: the tag is there also for a module without a text, then empty.
     char* const end = std::copy(text.begin(), text.end(), tag.data() + 2);
     *end = ']';
     buffer.write(tag.data(), end + 1 - tag.data());
@@ -207,10 +205,10 @@ void Insert(std::stringstream& buffer, const LogArgument& argument)
 template <typename Call>
 bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
 {
-    // In a step, also in the middle of an own line: no other thread takes the line meanwhile.
+    // In a step, so that no other thread takes the line. The calling thread may have a line open.
     const bool open = state.lock.Advance(LineLock::Open, LineLock::Inserting);
     if (!open && state.lock.Look().owner == CallingThread()) {
-        call();  // The policy or a manipulator calls, in a step already.
+        call();  // Called by the policy or by a manipulator: this thread is in a step already.
         return true;
     }
     LineStep step(state, open || state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
@@ -310,11 +308,12 @@ void LoggerCore::WriteHeader(LogType type)
     const int errorOfCaller = errno;
     WatchCallingThread();
     LineStep step(*state, state->lock.Take(LineLock::Entry::Line));
-    // Lines are admitted a moment before enabled is set. Whoever came from an earlier enabled state
-    // would leave a line open that values miss and no std::endl ends.
+    // Lines are admitted a moment before enabled is set. A thread that tested enabled before the
+    // last Close() may get here in that moment. It begins no line: the values and the std::endl
+    // that follow could find enabled cleared, and the line would stay open.
     if (step && IsEnabled()) {
         Begin(*state, type);
-        // Held on return. Released by the writer, once it has written the line.
+        // The lock is held on return. The writer releases it after it has written the line.
         step.LeaveOpen();
     }
     errno = errorOfCaller;  // The line may be about it.
@@ -394,7 +393,8 @@ void LoggerCore::Close(Clock::time_point deadline)
         return;  // The policy calls this from its own Close() or SetOutput().
     }
     Writer(*state).Stop();
-    // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
+    // Required: if the policy hangs in Write() for longer than the wait, it is closed while that
+    // call still runs.
     const Clock::duration longest =
         Writer(*state).AwaitStopped(deadline)
             ? std::min<Clock::duration>(longestWait, deadline - Clock::now())

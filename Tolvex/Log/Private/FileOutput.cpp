@@ -24,9 +24,11 @@ void FileOutput::RepairEnd()
 
 void FileOutput::Append(const std::string& line)
 {
+    // Required: opens and closes the file for every line, so others may move, delete or truncate it
+    // at any time.
     const Base::Descriptor file = rotation.Open(line.size() + (tornPossible ? 1 : 0));
     if (!file.IsOpen()) {
-        return;  // Required: a line for which there is no file is lost without a report.
+        return;  // The line is lost. This is not reported.
     }
     const std::optional<Base::FileStatus> before =
         tornPossible || sync->IsWanted() ? Base::FileStatus::Of(file) : std::nullopt;

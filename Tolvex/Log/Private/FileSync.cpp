@@ -18,7 +18,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-/// After so long a thread that sleeps notices a shorter interval.
+/// A sleeping thread notices a shorter interval after this time at the latest.
 constexpr std::chrono::milliseconds longestSleep(100);
 
 }  // namespace

@@ -34,7 +34,7 @@ public:
     bool IsWanted() const;
 
     /// After a line, or a part of one, was written.
-    /// @param file    Which it was written to.
+    /// @param file    The file that it was written to.
     /// @param before  The file before the line; nothing if it is not a regular one.
     void AfterLine(const Base::Descriptor& file, const std::optional<Base::FileStatus>& before);
 
@@ -45,7 +45,7 @@ private:
     static void* SyncLater(void* argument);
 
     const std::string path;
-    const std::string directory;  ///< that the file is in
+    const std::string directory;  ///< of the file
     const std::shared_ptr<const FileSettings> settings;
     std::optional<Base::FileStatus> known;  ///< the file of the line before
     std::atomic<unsigned> newFiles = 0;     ///< how many times a line went to an unknown file
