@@ -27,7 +27,7 @@ LogLine::LogLine(LogType type, std::optional<LogModule> module)
     : lineType(type), lineModule(module), stream(&text)
 {
     std::optional<std::locale> locale;
-    const Logger& logger = *Logger::GetInstance();
+    Logger& logger = *Logger::GetInstance();
     if (logger.AnyEnabled()) {
         logger.ForEachEnabled([&locale](const LoggerCore& core) { locale = core.Locale(); });
     }

@@ -17,19 +17,17 @@ namespace Tolvex::Ilog {
 
 namespace {
 
-struct BlackBoxHolder
-{
-    BlackBox box;
-};
-
 // Guarded by the registry's lock. In a child that is forked during an Enable() the count never
 // becomes 0. Each line then tests each output, also when none is enabled.
 int beingEnabled = 0;
 
 /// The black box, and its logger, which closes it at its end.
-struct BlackBoxLogger : BlackBoxHolder, LoggerCore
+struct BlackBoxLogger : BlackBox, LoggerCore
 {
-    explicit BlackBoxLogger(const LoggerCore& file) : LoggerCore(BlackBox::calls, &box, &file) {}
+    explicit BlackBoxLogger(const LoggerCore& file)
+        : LoggerCore(BlackBox::calls, static_cast<BlackBox*>(this), &file)
+    {
+    }
 };
 
 }  // namespace
@@ -126,13 +124,13 @@ bool Logger::SaveLastLines(const std::string& path) const
         errno = ENODATA;
         return false;
     }
-    return logger->box.Save(path);
+    return logger->Save(path);
 }
 
 std::vector<std::string> Logger::GetLastLines() const
 {
     const auto* const logger = static_cast<const BlackBoxLogger*>(Base::LoadShared(blackBox));
-    return logger == nullptr ? std::vector<std::string>() : logger->box.Lines();
+    return logger == nullptr ? std::vector<std::string>() : logger->Lines();
 }
 
 void Logger::DropLine()
@@ -159,7 +157,7 @@ bool Logger::Enable(LoggerCore& core, const std::string* output)
 
 /// Call around each Enable(), and after an output has been closed.
 /// @param change  How many more outputs are being enabled now.
-void Logger::UpdateAnyEnabled(int change) const
+void Logger::UpdateAnyEnabled(int change)
 {
     // One thread at a time, so that the last one sees the changes of all others.
     const std::lock_guard guard(RegistryMutex());
@@ -169,30 +167,18 @@ void Logger::UpdateAnyEnabled(int change) const
     Base::StoreShared(anyEnabled, any);
 }
 
-/// Leaves no line open in one logger when an exception or a cancellation ends the call for another.
-template <typename Action>
-void Logger::Compose(const Action& action)
-{
-    try {
-        ForEachEnabled(action);
-    } catch (...) {
-        DropLine();
-        throw;
-    }
-}
-
 void Logger::BeginLines(LogType type)
 {
     // End all open lines before waiting for a lock. Otherwise the thread would hold the console's
     // line while it waits for the file's, against the order of the locks.
     ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });
 
-    Compose([type](LoggerCore& core) { core.WriteHeader(type); });
+    ForEachEnabled([type](LoggerCore& core) { core.WriteHeader(type); });
 }
 
 Logger& Logger::Append(const LogArgument& argument)
 {
-    Compose([&argument](LoggerCore& core) { core.Append(argument); });
+    ForEachEnabled([&argument](LoggerCore& core) { core.Append(argument); });
     return *this;
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <concepts>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "Tolvex/Log/LogPolicy.h"
 #include "Tolvex/Log/LogType.h"
@@ -12,10 +12,17 @@
 
 namespace Tolvex::Ilog {
 
-/// The types of values that can be streamed into a logger. LogLine takes everything else.
+/// The types of what can be streamed into a logger, manipulators apart. LogLine takes everything
+/// else.
 template <typename T>
-concept LogValue = std::same_as<T, const char*> || std::same_as<T, char*> || std::same_as<T, int> ||
-    std::same_as<T, double> || std::same_as<T, std::string_view>;
+constexpr bool isLogValue =
+    std::is_same_v<T, LogModule> || std::is_same_v<T, const char*> || std::is_same_v<T, char*> ||
+    std::is_same_v<T, int> || std::is_same_v<T, double> || std::is_same_v<T, std::string_view> ||
+    std::is_same_v<T, std::string>;
+
+/// As isLogValue; also an array of characters.
+template <typename T>
+concept LogValue = isLogValue<std::decay_t<T>>;
 
 /// Composes log lines and has a thread of its own write them through a policy.
 ///
@@ -104,36 +111,17 @@ public:
         }
     }
 
-    /// Inserts "[#", the text of the module, and "]".
-    /// @param module  Where the line comes from.
-    /// @return this logger.
-    LoggerBase& operator<<(LogModule module)
-    {
-        core.Append(module);
-        return *this;
-    }
-
-    /// Inserts a value as a stream does.
-    /// @tparam T     One of the types of LogValue.
+    /// Inserts a value as a stream does; for a module "[#", its text, and "]".
+    /// @tparam T     As LogValue.
     /// @param value  After a null pointer, the values that follow are missing in the line.
     /// @return this logger.
     template <LogValue T>
-    LoggerBase& operator<<(T value)
+    LoggerBase& operator<<(const T& value)
     {
         if (IsEnabled()) {
             core.Append(value);
         }
         return *this;
-    }
-
-    /// Inserts a text.
-    /// @tparam T     std::string.
-    /// @param value  Any bytes.
-    /// @return this logger.
-    template <std::same_as<std::string> T>
-    LoggerBase& operator<<(const T& value)
-    {
-        return *this << std::string_view(value);
     }
 
     /// Applies the manipulator. std::endl, or another one that leaves a newline at the end of the
@@ -148,7 +136,7 @@ public:
 
     /// Hands the line to the writer if its text ends in a newline.
     /// @note A newline in the middle of the text ends nothing.
-    void CheckEndOfStream() { core.CheckEndOfStream(); }
+    void CheckEndOfStream() { core.Append(LogManipulator()); }
 
     /// Ends and hands over the line that the calling thread has left open, if there is one.
     void EndOpenLine() { core.EndOpenLine(); }

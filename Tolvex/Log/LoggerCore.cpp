@@ -52,28 +52,6 @@ private:
     std::atomic<Base::ThreadId>& controlling;
 };
 
-/// Makes the buffer empty, good and formatting as a new stream does. Keeps its memory.
-void Reset(LoggerState& state)
-{
-    std::stringstream& buffer = state.buffer;
-    // Only a manipulator can have changed the format.
-    if (std::exchange(state.formatChanged, false)) {
-        std::ios fresh(nullptr);
-        fresh.imbue(state.locale);
-        buffer.copyfmt(fresh);
-        static_cast<std::ios&>(buffer).rdbuf(buffer.rdbuf());
-    }
-    buffer.clear();
-    if (!buffer.view().empty()) {
-        buffer.str(std::string());
-    }
-}
-
-bool EndsWithNewline(const std::stringstream& buffer)
-{
-    return buffer.view().ends_with('\n');
-}
-
 /// Ends the text with a newline, also when insertions have failed. @return false without memory.
 bool Terminate(std::stringstream& buffer)
 {
@@ -117,7 +95,8 @@ public:
     /// policy that needs no writer takes the line at once; the end of the scope frees the line.
     void End()
     {
-        if (!EndsWithNewline(state.buffer)) {
+        // A newline in the middle of the text ends nothing.
+        if (!state.buffer.view().ends_with('\n')) {
             LeaveOpen();
             return;
         }
@@ -126,14 +105,9 @@ public:
             return;
         }
         taken = !state.lock.Advance(LineLock::Inserting, LineLock::Complete);
-        if (!taken) {
-            WakeWriter();
+        if (taken) {
+            return;
         }
-    }
-
-private:
-    void WakeWriter()
-    {
         try {
             state.lineReady.Notify();
         } catch (const std::system_error&) {
@@ -145,31 +119,38 @@ private:
         }
     }
 
+private:
     LoggerState& state;
     bool taken;
 };
 
-/// Inserts the header of the line that the calling thread has just begun in the other logger.
-/// @return false when the thread has no line there.
-bool InsertHeaderOf(LoggerState& other, std::stringstream& buffer)
-{
-    LineStep step(other);
-    if (!step) {
-        return false;
-    }
-    buffer << other.buffer.view();
-    step.LeaveOpen();
-    return true;
-}
-
-/// Begins the text of a line.
+/// Begins the text of a line, formatting as a new stream does. Keeps the memory of the buffer.
 void Begin(LoggerState& state, LogType type)
 {
-    Reset(state);
-    state.calls.writeHeader(state.policy, type);
-    if (state.model == nullptr || !InsertHeaderOf(*state.model, state.buffer)) {
-        state.header.InsertInto(state.buffer, type);
+    std::stringstream& buffer = state.buffer;
+    // Only a manipulator can have changed the format.
+    if (std::exchange(state.formatChanged, false)) {
+        std::ios fresh(nullptr);
+        fresh.imbue(state.locale);
+        buffer.copyfmt(fresh);
+        static_cast<std::ios&>(buffer).rdbuf(buffer.rdbuf());
     }
+    buffer.clear();
+    if (!buffer.view().empty()) {
+        buffer.str(std::string());
+    }
+
+    state.calls.writeHeader(state.policy, type);
+    if (state.model != nullptr) {
+        // The header of the line that the calling thread has just begun there.
+        LineStep step(*state.model);
+        if (step) {
+            buffer << state.model->buffer.view();
+            step.LeaveOpen();
+            return;
+        }
+    }
+    state.header.InsertInto(buffer, type);
 }
 
 /// Inserts "[#", the text of the module, and "]".
@@ -343,18 +324,10 @@ void LoggerCore::Append(const LogArgument& argument)
     step.End();
 }
 
-void LoggerCore::CheckEndOfStream()
-{
-    LineStep step(*state);
-    if (step) {
-        step.End();
-    }
-}
-
 void LoggerCore::EndOpenLine()
 {
     LineStep step(*state);
-    if (step && (EndsWithNewline(state->buffer) || Terminate(state->buffer))) {
+    if (step && (state->buffer.view().ends_with('\n') || Terminate(state->buffer))) {
         step.End();
     }
 }

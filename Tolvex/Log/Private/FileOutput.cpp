@@ -11,6 +11,7 @@ namespace Tolvex::Ilog {
 FileOutput::FileOutput(const std::string& filePath,
                        const std::shared_ptr<const FileSettings>& fileSettings)
     : path(filePath),
+      settings(fileSettings),
       rotation(filePath, fileSettings),
       sync(std::make_shared<FileSync>(filePath, fileSettings))
 {
@@ -30,8 +31,9 @@ void FileOutput::Append(const std::string& line)
     if (!file.IsOpen()) {
         return;  // The line is lost. This is not reported.
     }
+    const bool syncing = settings->durability != LogDurability::None;
     const std::optional<Base::FileStatus> before =
-        tornPossible || sync->IsWanted() ? Base::FileStatus::Of(file) : std::nullopt;
+        tornPossible || syncing ? Base::FileStatus::Of(file) : std::nullopt;
     const bool newLineFirst = tornPossible && before && (!torn || torn->IsSameFile(*before)) &&
                               EndsInTheMiddleOfALine(*before);
 
@@ -46,7 +48,7 @@ void FileOutput::Append(const std::string& line)
         tornPossible = true;
         torn = Base::FileStatus::Of(file);
     }
-    if (sync->IsWanted()) {
+    if (syncing) {
         sync->AfterLine(file, before);
     }
 }

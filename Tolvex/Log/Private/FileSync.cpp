@@ -30,11 +30,6 @@ FileSync::FileSync(std::string filePath, std::shared_ptr<const FileSettings> fil
 {
 }
 
-bool FileSync::IsWanted() const
-{
-    return settings->durability != LogDurability::None;
-}
-
 void FileSync::AfterLine(const Base::Descriptor& file,
                          const std::optional<Base::FileStatus>& before)
 {

@@ -30,10 +30,7 @@ public:
     /// @param fileSettings  Read for every line.
     FileSync(std::string filePath, std::shared_ptr<const FileSettings> fileSettings);
 
-    /// @return whether lines have to reach the medium at all.
-    bool IsWanted() const;
-
-    /// After a line, or a part of one, was written.
+    /// After a line, or a part of one, was written. Call unless the durability is None.
     /// @param file    The file that it was written to.
     /// @param before  The file before the line; nothing if it is not a regular one.
     void AfterLine(const Base::Descriptor& file, const std::optional<Base::FileStatus>& before);
