@@ -136,6 +136,10 @@ def show(value, unit):
     return f"{value / 1e9:.3g} s"
 
 
+def counted(number, noun):
+    return f"{number} {noun}" if number == 1 else f"{number} {noun}s"
+
+
 def geometric_mean(values):
     values = list(values)
     return math.exp(sum(map(math.log, values)) / len(values))
@@ -311,7 +315,8 @@ def json_growth(goals):
         if case.startswith("ReadGrowing/"):
             floor = floors.get(case)
             because = (f"1 MB stays in the caches; from 8 MB on it grows {late[case]:.3g} ×, and making "
-                       f"the same values or bytes alone {growth[floor]:.3g} ×" if floor else "")
+                       f"the same values or bytes alone {growth[floor]:.3g} ×" if floor else
+                       f"linear from 8 MB on: 64 MB take {late[case]:.3g} × the time of 8 MB")
             goals.at_most(f"JSON: time of 64 MB by time of 1 MB, {what}", 80, growth[case],
                           because=because)
     return ("### Growth with the length\n\nThe last rows show the limits of the machine: the time to "
@@ -359,25 +364,25 @@ def json_memory(goals):
 
 def log_lines(goals):
     program = Program("Log.LoggerBenchmark")
-    names = {"Tolvex": "BM_Logger", "LogLine": "BM_LogLine", "floor": "BM_Floor",
+    names = {"Tolvex": "BM_Logger", "LogLine": "BM_LogLine", "baseline": "BM_Floor",
              "system calls": "BM_SystemCalls", "spdlog, reopening": "BM_SpdlogReopening",
              "spdlog, flushed": "BM_SpdlogFlushed", "glog, flushed": "BM_GlogFlushed"}
     contest = Contest(
         "Log lines", "log", "ns",
         "Time of a line from the call to the closed file. The system calls are those that a line "
-        "needs (open, append, close), on the caller's thread; the floor makes them on a second "
+        "needs (open, append, close), on the caller's thread; the baseline makes them on a second "
         "thread, to which std::binary_semaphore hands the line. spdlog and glog write on the "
         "caller's thread; flushed means one file that stays open. The last rows are the time that "
         "the caller spends in the calls.")
     for producers in (1, 4):
         times = {name: 1e9 * program.counter(f"{case}/{producers}/manual_time", "per_line")
                  for name, case in names.items()}
-        contest.add(f"{producers} producer{'s' if producers > 1 else ''}", **times)
-        ratio = times["Tolvex"] / times["floor"]
-        goals.at_most(f"Log: a line, {producers} producer(s), by the floor",
+        contest.add(counted(producers, "producer"), **times)
+        ratio = times["Tolvex"] / times["baseline"]
+        goals.at_most(f"Log: a line, {counted(producers, 'producer')}, by the baseline",
                       1.3 if producers == 1 else 1.5, ratio)
         glog = times["glog, flushed"]
-        goals.at_most(f"Log: a line, {producers} producer(s), by glog flushed per line",
+        goals.at_most(f"Log: a line, {counted(producers, 'producer')}, by glog flushed per line",
                       1 if producers == 1 else 1.05, times["Tolvex"] / glog,
                       because=f"glog keeps its file open and writes on the caller's thread. Opening, "
                               f"appending and closing alone take "
@@ -389,8 +394,8 @@ def log_lines(goals):
     for producers in (1, 4):
         tails = [program.counter(f"{case}/{producers}/manual_time", "p99.9")
                  for case in ("BM_Logger", "BM_Floor")]
-        goals.at_most(f"Log: the caller's p99.9, {producers} producer(s), by the floor's", 3,
-                      tails[0] / tails[1])
+        goals.at_most(f"Log: the caller's p99.9, {counted(producers, 'producer')}, by the baseline's",
+                      3, tails[0] / tails[1])
     goals.at_most("Log: a line of five calls while disabled, by five calls that test a flag", 1.5,
                   program.time("BM_LineWhileDisabled") / program.time("BM_FiveCallsThatTestAFlag"))
     return contest
@@ -430,7 +435,9 @@ def log_hand_over(goals):
                              for name in names)])
         if kind in limits:
             goals.at_most(f"Log: processor time of a line, {what}, by the condition variable's",
-                          limits[kind], cost["Tolvex"] / cost["condition variable"])
+                          limits[kind], cost["Tolvex"] / cost["condition variable"],
+                          because="Tolvex composes the line as well; the condition variable hands "
+                                  "over a ready-made one")
     return ("### Handing a line over\n\nProcessor time of a line, of all threads together, and in "
             "parentheses wall time. Tolvex composes the line too; the others pass a ready-made line "
             "to a second thread, which opens, appends and closes. A line waits until the line before "
@@ -472,8 +479,8 @@ def threads(goals):
             ["bare loop over a virtual call", show(bare, "ns")],
             ["ignition-off with 20 participants that hang, more than the sum of their budgets",
              show(more, "ns")]]
-    rows += [[f"notification with {count} observers", show(thread.time(f"DoCallback/{count}"), "ns")]
-             for count in (0, 1, 8)]
+    rows += [[f"notification with {counted(count, 'observer')}",
+              show(thread.time(f"DoCallback/{count}"), "ns")] for count in (0, 1, 8)]
     return contest, "### Worker thread\n\n" + table(["", "time"], rows)
 
 
@@ -608,7 +615,7 @@ def machine():
     facts = load("machine")
     peers = ", ".join(f"{name} {version}" for name, version in sorted(facts["peers"].items()))
     return table(["", ""], [
-        ["Date", facts["date"]], ["Processor", f"{facts['processor']}, {facts['cores']} cores"],
+        ["Last measured", facts["date"]], ["Processor", f"{facts['processor']}, {facts['cores']} cores"],
         ["Kernel", facts["kernel"]], ["Compiler", facts["compiler"]],
         ["C library", facts["c_library"]], ["Peers", peers]])
 
@@ -618,6 +625,7 @@ def main():
         store_run(Path(sys.argv[2]), sys.argv[3:])
     if sys.argv[1:2] == ["--add"]:
         store("medians", load("medians") | medians([Path(name) for name in sys.argv[2:]]))
+        store("machine", load("machine") | {"date": str(datetime.date.today())})
     CHARTS.mkdir(parents=True, exist_ok=True)
     goals = Goals()
     log, hand_over = log_lines(goals), log_hand_over(goals)

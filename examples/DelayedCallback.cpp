@@ -1,5 +1,5 @@
-// Starts two delayed callbacks. Each prints its user data and deletes its object; the later one
-// ends the program.
+// Starts a delayed callback, which starts another one. Each prints its user data and deletes its
+// object; the later one ends the program.
 #include <chrono>
 #include <iostream>
 #include <semaphore>
@@ -15,23 +15,19 @@ int main()
     const char* first = "after 100 ms";
     const char* second = "after 300 ms";
 
-    new IAsync(
-        300ms,
-        [&done](IAsync* async) {
-            std::cout << static_cast<const char*>(async->GetUserData()) << std::endl;
-            delete async;
-            done.release();
-        },
-        const_cast<char*>(second));
-    new IAsync(
-        100ms,
-        [](IAsync* async) {
-            std::cout << static_cast<const char*>(async->GetUserData()) << std::endl;
-            delete async;
-        },
-        const_cast<char*>(first));
+    const auto endProgram = [&done](IAsync* async) {
+        std::cout << static_cast<const char*>(async->GetUserData()) << std::endl;
+        delete async;
+        done.release();
+    };
+    const auto startSecond = [&endProgram, second](IAsync* async) {
+        std::cout << static_cast<const char*>(async->GetUserData()) << std::endl;
+        delete async;
+        new IAsync(200ms, endProgram, const_cast<char*>(second));
+    };
 
     std::cout << "at once" << std::endl;
+    new IAsync(100ms, startSecond, const_cast<char*>(first));
     done.acquire();
     return 0;
 }

@@ -35,7 +35,6 @@ public:
 
     /// Copies the text; allocates nothing.
     IException(const IException& other) = default;
-    /// Copies the text; allocates nothing.
     IException& operator=(const IException& other) = default;
 
     /// @return the text, valid as long as this object.

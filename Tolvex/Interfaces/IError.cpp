@@ -2,10 +2,7 @@
 
 namespace Tolvex::Interfaces {
 
-IError::IError()
-{
-    ResetError();
-}
+IError::IError() = default;
 
 IError::~IError() = default;
 

@@ -56,7 +56,6 @@ public:
 
     /// Copies names, text and code.
     IError(const IError& other) = default;
-    /// Copies names, text and code.
     IError& operator=(const IError& other) = default;
 
     /// Names the namespace of the derived class.

@@ -184,10 +184,6 @@ public:
     /// @param colorCode  Number of the colour; any number is written as it is.
     ColoredLog(ColorCode colorCode) : code(colorCode) {}
 
-    /// Writes the escape sequence, whatever number format and width are set in the stream.
-    /// @param stream  Where to.
-    /// @param color   The colour to switch to.
-    /// @return the stream.
     friend TOLVEX_EXPORT std::ostream& operator<<(std::ostream& stream, const ColoredLog& color);
 
 private:

@@ -83,8 +83,7 @@ public:
     /// Stops logging to the file; see LoggerBase::Close(), also for how long it waits.
     void CloseFile();
 
-    /// Stops logging to standard output; see LoggerBase::Close(), also for how
-    /// long it waits.
+    /// Stops logging to standard output; see LoggerBase::Close(), also for how long it waits.
     void CloseConsole();
 
     /// Stops keeping lines, and releases those that were kept. Waits up to 2.1 s for a line that is

@@ -12,9 +12,10 @@ namespace Tolvex::Util {
 
 /// Ring with a fixed number of slots that keeps the most recent elements.
 ///
-/// The constructor makes all slots; adding an element allocates nothing. T is
-/// default-constructible and copyable, usually a std::shared_ptr: a full ring drops its reference
-/// to the oldest element in the AddNext() that overwrites it. See examples/LastKeyFrame.cpp.
+/// The constructor makes all slots; adding an element allocates only what copying a T allocates. T
+/// is default-constructible and copyable, usually a std::shared_ptr: a full ring drops its
+/// reference to the oldest element in the AddNext() that overwrites it. See
+/// examples/LastKeyFrame.cpp.
 ///
 /// The newest slot is the one that AddNext() wrote last. A slot is named by its index, 0 to
 /// size - 1. The index says nothing about the age, because the oldest slot moves through the ring.

@@ -16,8 +16,8 @@ namespace Tolvex::Util {
 /// examples/DelayedCallback.cpp.
 /// @par Errors
 /// If the thread cannot be created, this is not reported: the callback never runs, and the object
-/// leaks. An empty callback ends the process (std::bad_function_call on the new thread), and so
-/// does any exception that leaves the callback.
+/// leaks. An empty callback ends the process (std::bad_function_call on the new thread), and so do
+/// a callback that cannot be copied there and any exception that leaves the callback.
 /// @par Thread safety
 /// Reentrant. The creator does not touch the object after construction.
 class TOLVEX_EXPORT IAsync

@@ -15,6 +15,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Tolvex/Base/Private/ErrorText.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/Private/TextOrEmpty.h"
 #include "Tolvex/Exception/IException.h"
@@ -30,9 +31,8 @@ using Ilog::LogType;
 /// Throws the text, followed by the system's text for errno.
 [[noreturn]] void Fail(const char* text)
 {
-    const int reason = errno;
-    char buffer[128];
-    throw IException((std::string(text) + strerror_r(reason, buffer, sizeof buffer)).c_str());
+    const std::string reason = Base::ErrorText(errno);
+    throw IException((text + reason).c_str());
 }
 
 /// The socket through which the kernel takes interface requests; closed by Close() or on failure.

@@ -41,7 +41,7 @@ TOLVEX_EXPORT std::string BuildEventFileName(const std::string& prefix, const ti
 /// @param name  File name without directories.
 /// @param t     Receives the time, or (time_t)-1 if it cannot be represented; untouched if the
 ///              result is false.
-/// @return true; false for a name of fewer than 20 characters, and for nothing else.
+/// @return true; false only for a name of fewer than 20 characters.
 TOLVEX_EXPORT bool GetEventTimeFromFileName(const std::string& name, time_t& t);
 
 }  // namespace Tolvex::Util

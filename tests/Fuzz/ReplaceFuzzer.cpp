@@ -8,21 +8,7 @@
 
 #include "Tolvex/Util/UtilString.h"
 
-namespace {
-
-std::string ReplaceInPlace(std::string text, const std::string& from, const std::string& to)
-{
-    if (from.empty()) {
-        return text;
-    }
-    for (std::size_t position = text.find(from); position != std::string::npos;
-         position = text.find(from, position + to.size())) {
-        text.replace(position, from.size(), to);
-    }
-    return text;
-}
-
-}  // namespace
+#include "tests/Util/ReplaceReference.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
@@ -36,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string to = rest.substr(fromLength, toLength);
     const std::string source = rest.substr(fromLength + toLength);
 
-    if (Tolvex::Util::Replace(source, from, to) != ReplaceInPlace(source, from, to)) {
+    if (Tolvex::Util::Replace(source, from, to) != Tolvex::Util::ReplaceInPlace(source, from, to)) {
         std::abort();
     }
     return 0;

@@ -14,13 +14,16 @@
 #include <gtest/gtest.h>
 
 #include "tests/Support/Pace.h"
+#include "tests/Support/Patience.h"
 
 using namespace std::chrono_literals;
 
 namespace Tolvex::Interfaces {
 namespace {
 
-constexpr auto hangLimit = 30s;
+using Support::Eventually;
+using Support::patience;
+
 constexpr auto shortWhile = 50ms;
 
 /// A thread that waits once on a semaphore.
@@ -145,7 +148,7 @@ TEST(ISemaphoreTest, NegativeCountThatRisesToZeroBlocksAgain)
     EXPECT_FALSE(waiter.PassesWithin(shortWhile));
     semaphore.Notify();
 
-    EXPECT_TRUE(waiter.PassesWithin(hangLimit));
+    EXPECT_TRUE(waiter.PassesWithin(patience));
 }
 
 TEST(ISemaphoreTest, CountHasMoreThan32Bits)
@@ -187,7 +190,7 @@ TEST(ISemaphoreTest, WaitOnZeroBlocksUntilNotify)
     EXPECT_FALSE(waiter.PassesWithin(shortWhile));
     semaphore.Notify();
 
-    EXPECT_TRUE(waiter.PassesWithin(hangLimit));
+    EXPECT_TRUE(waiter.PassesWithin(patience));
     EXPECT_FALSE(semaphore.TryWait());
 }
 
@@ -206,10 +209,7 @@ TEST(ISemaphoreTest, EachNotifyLetsOneOfSeveralWaitersPass)
 
     for (int notified = 1; notified <= 4; ++notified) {
         semaphore.Notify();
-        const auto end = std::chrono::steady_clock::now() + hangLimit;
-        while (passed < notified && std::chrono::steady_clock::now() < end) {
-            std::this_thread::sleep_for(1ms);
-        }
+        Eventually([&] { return passed >= notified; });
         std::this_thread::sleep_for(10ms);  // time for a Wait() that passes without a token
         EXPECT_EQ(passed, notified);
     }
@@ -390,10 +390,7 @@ void ExpectNoTokenLost(Take take)
         producer.join();
     }
 
-    const auto end = std::chrono::steady_clock::now() + hangLimit;
-    while (taken < produced && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(1ms);
-    }
+    Eventually([&] { return taken >= produced; });
     EXPECT_EQ(taken, produced);
     EXPECT_LE(produced, tokens);
 

@@ -544,7 +544,7 @@ TEST(ISignalTest, SlowHandlerDelaysNeitherTheListenerNorTheNextHandler)
     EXPECT_TRUE(overlapped);
 }
 
-TEST(ISignalTest, EventWithoutAThreadIsDroppedAndTheListenerGoesOn)
+TEST(ISignalTest, EventWithoutAThreadIsDroppedAndTheListenerContinues)
 {
     std::mutex mutex;
     std::vector<void*> handled;
@@ -856,7 +856,7 @@ TEST_F(ISignalDelegateTest, WalkCallsAllInTheOrderOfRegistrationWithTheSignalAnd
     EXPECT_EQ(b.lastData, ToData(5));
 }
 
-TEST_F(ISignalDelegateTest, StoppedObjectCallsNobody)
+TEST_F(ISignalDelegateTest, StoppedObjectCallsNoDelegate)
 {
     AddAll();
     signal.Stop();
@@ -864,7 +864,7 @@ TEST_F(ISignalDelegateTest, StoppedObjectCallsNobody)
     EXPECT_EQ(CallsOfNextWalk(), "");
 }
 
-TEST_F(ISignalDelegateTest, EmptyListCallsNobody)
+TEST_F(ISignalDelegateTest, EmptyListCallsNoDelegate)
 {
     EXPECT_EQ(CallsOfNextWalk(), "");
 }

@@ -176,7 +176,7 @@ TEST(IThreadSleepTest, MillisecondsAreSplitIntoSecondsAndNanoseconds)
     EXPECT_EQ(recorder.requests[0].tv_nsec, 234000000);
 }
 
-TEST(IThreadSleepTest, InterruptedSleepGoesOnWithTheRemainingTime)
+TEST(IThreadSleepTest, InterruptedSleepContinuesWithTheRemainingTime)
 {
     ProbeThread probe;
     probe.PretendToRun();
@@ -421,7 +421,7 @@ TEST(IThreadSleepTest, StopSleeps100MillisecondsBetweenItsLooks)
     probe.EndPretence();
 }
 
-TEST(IThreadSleepTest, InterruptedSleepOfStopGoesOnWithTheRemainingTime)
+TEST(IThreadSleepTest, InterruptedSleepOfStopContinuesWithTheRemainingTime)
 {
     ProbeThread probe;
     probe.PretendToRun();
@@ -435,7 +435,7 @@ TEST(IThreadSleepTest, InterruptedSleepOfStopGoesOnWithTheRemainingTime)
     probe.EndPretence();
 }
 
-TEST(IThreadSleepTest, InterruptedSleepOfTheHandOverGoesOnWithTheRemainingTime)
+TEST(IThreadSleepTest, InterruptedSleepOfTheHandOverContinuesWithTheRemainingTime)
 {
     ProbeThread probe;
     probe.threadHandle = pthread_self();

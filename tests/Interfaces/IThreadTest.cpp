@@ -888,7 +888,7 @@ TEST(IThreadTest, StopReturnsOnlyWhenTheThreadHasEnded)
     EXPECT_EQ(probe.threadHandle, 0U);
 }
 
-TEST(IThreadTest, StopAfterCancelReturnsAtOnceThoughThePassGoesOn)
+TEST(IThreadTest, StopAfterCancelReturnsAtOnceThoughThePassContinues)
 {
     ProbeThread probe;
     std::atomic<bool> held = true;

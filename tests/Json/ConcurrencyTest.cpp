@@ -48,7 +48,7 @@ TEST(ConcurrencyTest, TextsAreReadAtTheSameTime)
     });
 }
 
-TEST(ConcurrencyTest, ValueThatNobodyChangesIsWrittenComparedAndCopiedAtTheSameTime)
+TEST(ConcurrencyTest, ValueThatNoThreadChangesIsWrittenComparedAndCopiedAtTheSameTime)
 {
     const Value shared = Deserialize(text);
     const std::string written = Serialize(shared);

@@ -395,7 +395,7 @@ TEST(ValueTest, CopyBringsNothingInactiveAlong)
     EXPECT_TRUE(HoldsNothingInactive(copy));
 }
 
-TEST(ValueTest, CopiedDoubleMakesItsIntegerAndFloatAnew)
+TEST(ValueTest, CopiedDoubleConvertsItsIntegerAndFloatAgain)
 {
     const Value source(1e10);
 

@@ -244,7 +244,7 @@ TEST(BlackBoxTest, ClosingReleasesTheLines)
     EXPECT_THAT(LastLines(), ElementsAre("3"));
 }
 
-TEST(BlackBoxTest, EachOutputGoesOnWhenAnotherIsClosed)
+TEST(BlackBoxTest, EachOutputContinuesWhenAnotherIsClosed)
 {
     const ScratchDirectory directory;
     const OpenBlackBox box(5);
@@ -263,7 +263,7 @@ TEST(BlackBoxTest, EachOutputGoesOnWhenAnotherIsClosed)
                 ElementsAre(EndsWith("]1"), EndsWith("]3")));
 }
 
-TEST(BlackBoxTest, IgnitionOffIsItsLastLineSoFarAndItGoesOn)
+TEST(BlackBoxTest, IgnitionOffIsItsLastLineSoFarAndItContinues)
 {
     const ScratchDirectory directory;
     const OpenBlackBox box(2);

@@ -230,7 +230,7 @@ TEST(BlackBoxThreadsTest, WatchdogSavesWhileAnotherThreadHangsInALine)
     EXPECT_THAT(LastLines(), ElementsAre("before", "hanging", "waiting"));
 }
 
-TEST(BlackBoxThreadsTest, ClosingLetsWaitingThreadsGoOnWithoutALine)
+TEST(BlackBoxThreadsTest, ClosingLetsWaitingThreadsContinueWithoutALine)
 {
     const OpenBlackBox box(5);
     logger.WriteHeader(LogType::Info);
@@ -298,7 +298,7 @@ TEST(BlackBoxThreadsTest, EnablingAndClosingLosesNoLineOfTheFile)
     EXPECT_THAT(SplitLines(ReadFile(directory.Path("log"))), SizeIs(3000));
 }
 
-TEST(BlackBoxThreadsTest, ForkedChildHasTheLinesAndMayGoOn)
+TEST(BlackBoxThreadsTest, ForkedChildHasTheLinesAndMayContinue)
 {
     const ScratchDirectory directory;
     const OpenBlackBox box(100);

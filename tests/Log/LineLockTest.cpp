@@ -168,7 +168,7 @@ TEST(LineLockTest, LinesOfManyThreadsDoNotMixAndKeepTheirOrder)
     }
 }
 
-TEST(LineLockTest, CloseInTheMiddleOfALineDropsItAndLetsWaitingThreadsGoOn)
+TEST(LineLockTest, CloseInTheMiddleOfALineDropsItAndLetsWaitingThreadsContinue)
 {
     CapturingLogger logger;
     ASSERT_TRUE(logger.Enable());

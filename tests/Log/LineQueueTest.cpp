@@ -165,7 +165,7 @@ TEST(LineQueueTest, ThousandsOfThreadsThatWaitDoNotStopTheLog)
     EXPECT_EQ(texts, expected);
 }
 
-TEST(LineQueueTest, CloseLetsAllWaitingThreadsGoOnWithoutALine)
+TEST(LineQueueTest, CloseLetsAllWaitingThreadsContinueWithoutALine)
 {
     const std::size_t count = Slowness() == 1 ? 500 : 100;
     CapturingLogger logger;

@@ -171,7 +171,7 @@ TEST_F(FileLogPolicyTest, DirectoryInPlaceOfTheFileLosesTheLineOnly)
     EXPECT_EQ(ReadFile(path), "kept\n");
 }
 
-TEST_F(FileLogPolicyTest, MissingDirectoryLosesTheLinesMeanwhileWithoutAWord)
+TEST_F(FileLogPolicyTest, MissingDirectoryLosesTheLinesMeanwhileAndReportsNothing)
 {
     const std::string later = directory.Path("later");
     policy.SetOutput(later + "/log");

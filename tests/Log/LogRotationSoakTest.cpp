@@ -136,6 +136,80 @@ void CountLines(std::string_view text, std::map<Line, int>& found)
     }
 }
 
+/// Runs processes that log, so many at once, and waits until all have ended.
+/// @param killing  Kills each of them after a random time; else they end by themselves.
+void RunProcesses(const std::string& path, const Acknowledged& acknowledged, bool killing,
+                  std::size_t atOnce, std::size_t processCount, unsigned lines)
+{
+    std::mt19937 random(1);
+    std::vector<pid_t> running;
+    const auto end = [&](std::size_t place) {
+        if (killing) {
+            std::this_thread::sleep_for(std::chrono::microseconds(random() % 30000));
+            kill(running[place], SIGKILL);
+        }
+        int status = 0;
+        EXPECT_EQ(waitpid(running[place], &status, 0), running[place]);
+        if (!killing) {
+            EXPECT_EQ(status, 0);
+        }
+        running.erase(running.begin() + static_cast<std::ptrdiff_t>(place));
+    };
+    for (std::size_t process = 0; process < processCount; ++process) {
+        if (running.size() == atOnce) {
+            end(killing ? random() % atOnce : 0);
+        }
+        running.push_back(StartChild([&] { return LogLines(path, acknowledged, process, lines); }));
+    }
+    while (!running.empty()) {
+        end(0);
+    }
+}
+
+/// What is in the files of a directory.
+struct Contents
+{
+    std::map<Line, int> found;
+    std::size_t files = 0;
+    std::size_t bytes = 0;
+};
+
+Contents ReadAll(const std::filesystem::path& directory)
+{
+    Contents contents;
+    for (const auto& file : std::filesystem::directory_iterator(directory)) {
+        const std::string text = ReadFile(file.path());
+        CountLines(text, contents.found);
+        ++contents.files;
+        contents.bytes += text.size();
+    }
+    return contents;
+}
+
+/// Expects every line once that its thread knew to be written.
+/// @param complete  Whether no file was removed. Else older lines may be gone with their file, but
+///                  none between two that are there.
+/// @return the number of lines.
+std::size_t ExpectEveryLineOnce(std::map<Line, int>& found, const Acknowledged& acknowledged,
+                                std::size_t processCount, bool complete)
+{
+    std::size_t total = 0;
+    for (std::size_t process = 0; process < processCount; ++process) {
+        for (std::size_t thread = 0; thread < threadCount; ++thread) {
+            const unsigned last = acknowledged.Of(process, thread);
+            unsigned line = 1;
+            while (!complete && line <= last && !found.contains({process, thread, line})) {
+                ++line;
+            }
+            for (; line <= last; ++line, ++total) {
+                EXPECT_EQ(found[Line(process, thread, line)], 1)
+                    << process << ' ' << thread << ' ' << line;
+            }
+        }
+    }
+    return total;
+}
+
 /// @param sizeLimit  Of the file.
 /// @param kept       How many full files are kept.
 /// @param killing    Whether the processes are killed and replaced; else they end by themselves.
@@ -150,60 +224,11 @@ void LogInManyProcesses(LogDurability mode, std::uint64_t sizeLimit, unsigned ke
     logger.SetFileDurability(mode, std::chrono::milliseconds(5));
     logger.SetFileSizeLimit(sizeLimit, kept);
 
-    std::mt19937 random(1);
-    std::vector<pid_t> running;
-    const auto end = [&](std::size_t place) {
-        int status = 0;
-        EXPECT_EQ(waitpid(running[place], &status, 0), running[place]);
-        if (!killing) {
-            EXPECT_EQ(status, 0);
-        }
-        running.erase(running.begin() + static_cast<std::ptrdiff_t>(place));
-    };
-    for (std::size_t process = 0; process < processCount; ++process) {
-        if (running.size() == atOnce) {
-            const std::size_t place = killing ? random() % atOnce : 0;
-            if (killing) {
-                std::this_thread::sleep_for(std::chrono::microseconds(random() % 30000));
-                kill(running[place], SIGKILL);
-            }
-            end(place);
-        }
-        running.push_back(StartChild([&] { return LogLines(path, acknowledged, process, lines); }));
-    }
-    while (!running.empty()) {
-        if (killing) {
-            std::this_thread::sleep_for(std::chrono::microseconds(random() % 30000));
-            kill(running.front(), SIGKILL);
-        }
-        end(0);
-    }
+    RunProcesses(path, acknowledged, killing, atOnce, processCount, lines);
 
-    std::map<Line, int> found;
-    std::size_t files = 0;
-    std::size_t bytes = 0;
-    for (const auto& file :
-         std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
-        const std::string text = ReadFile(file.path());
-        CountLines(text, found);
-        ++files;
-        bytes += text.size();
-    }
-    std::size_t total = 0;
-    for (std::size_t process = 0; process < processCount; ++process) {
-        for (std::size_t thread = 0; thread < threadCount; ++thread) {
-            const unsigned last = acknowledged.Of(process, thread);
-            // Older lines may be gone with their file, but none between two that are there.
-            unsigned line = 1;
-            while (kept != keepAll && line <= last && !found.contains({process, thread, line})) {
-                ++line;
-            }
-            for (; line <= last; ++line, ++total) {
-                EXPECT_EQ(found[Line(process, thread, line)], 1)
-                    << process << ' ' << thread << ' ' << line;
-            }
-        }
-    }
+    auto [found, files, bytes] = ReadAll(std::filesystem::path(path).parent_path());
+    const std::size_t total =
+        ExpectEveryLineOnce(found, acknowledged, processCount, kept == keepAll);
     // Those that no thread knew to be written were not written twice.
     EXPECT_TRUE(
         std::all_of(found.begin(), found.end(), [](const auto& line) { return line.second == 1; }));

@@ -194,7 +194,7 @@ TEST(LoggerTest, WritersBearTheNamesOfTheLoggers)
     EXPECT_TRUE(child.Succeeded()) << child.output;
 }
 
-TEST(LoggerTest, EnabledFileLogGoesOnInAnotherFile)
+TEST(LoggerTest, EnabledFileLogContinuesInAnotherFile)
 {
     const ScratchDirectory directory;
     const std::string first = directory.Path("first");
@@ -248,7 +248,7 @@ TEST(LoggerTest, DirectoryInPlaceOfTheFileLosesTheLinesUntilAnotherFileIsChosen)
     EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("kept"));
 }
 
-TEST(LoggerTest, FileThatIsDeletedMovedOrTruncatedIsGoneOnWith)
+TEST(LoggerTest, LoggingContinuesAfterTheFileIsDeletedMovedOrTruncated)
 {
     const ScratchDirectory directory;
     const std::string path = directory.Path("log");

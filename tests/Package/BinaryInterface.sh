@@ -39,4 +39,5 @@ EOF
 abilint --noout "$stored" && abilint --noout "$scratch/built" || fail "UNREADABLE: no interface"
 abidiff --suppressions "$scratch/unnamed.ini" --no-added-syms "$stored" "$scratch/built" ||
     fail "INCOMPATIBLE: programs built before would break; see docs/abi.md"
-abidiff --suppressions "$scratch/unnamed.ini" --harmless "$stored" "$scratch/built" || fail "ADDED: compatible; store it with --update"
+abidiff --suppressions "$scratch/unnamed.ini" --harmless "$stored" "$scratch/built" ||
+    fail "ADDED: compatible; store it with --update"

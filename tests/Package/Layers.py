@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Holds the include graph: no circle, no include up the layers, no private header where it is not
+"""Holds the include graph: no cycle, no include up the layers, no private header where it is not
 allowed.
 
 A header and its source count as one node. docs/architecture.md says which layer a node is in; a
@@ -46,15 +46,11 @@ for file, included in includes.items():
         if "/Private/" in header and header.split("/")[1] not in ("Base", file.split("/")[1]):
             problems.append(f"{file} includes {header}, which is private to another folder")
 
-cmake = (root / "CMakeLists.txt").read_text()
-installed = re.findall(r"FILE_SET HEADERS(.*?)PRIVATE", cmake, re.S)[0].split()
-problems += [f"{file} is installed" for file in installed if "/Private/" in file]
-
-# What is in no circle goes: first whatever includes nothing, then whatever is not included.
+# Removes nodes that are in no cycle: those that include nothing, and those that nothing includes.
 while loose := {a for a in graph if not graph[a] or not any(a in graph[b] for b in graph)}:
     graph = {a: graph[a] - loose for a in graph.keys() - loose}
 if graph:
-    problems.append("in a circle, or between two: " + ", ".join(sorted(graph)))
+    problems.append("in a cycle, or between two cycles: " + ", ".join(sorted(graph)))
 
 print("\n".join(problems))
 sys.exit(bool(problems))

@@ -13,9 +13,12 @@ namespace Tolvex::Support {
 
 /// Make it the first local object of a thread function that may be cancelled in a deeper function.
 ///
-/// The address sanitizer does not notice that a cancellation leaves the deeper functions. It then
-/// reports the thread's last steps on their part of the stack as errors. Does nothing in other
-/// builds.
+/// The address sanitizer does not notice that a cancellation leaves frames. It then reports later
+/// uses of that memory as errors. The destructor marks the thread's whole stack as usable. Does
+/// nothing in other builds.
+///
+/// CTest also tells the sanitizer to keep locals on a stack of its own (tests/CMakeLists.txt). That
+/// covers the library's own threads, and what runs before this destructor.
 class CancellableStack
 {
 public:

@@ -20,6 +20,7 @@
 
 #include "Tolvex/Util/IAsync.h"
 
+#include "tests/Support/Patience.h"
 #include "tests/Support/RealFunction.h"
 
 namespace {
@@ -27,8 +28,6 @@ namespace {
 using namespace std::chrono_literals;
 using Tolvex::Support::RealFunction;
 using Tolvex::Util::IAsync;
-
-constexpr auto hangLimit = 30s;
 
 std::mutex recordMutex;
 std::vector<std::string> record;
@@ -131,7 +130,7 @@ protected:
                 called->set_value();
             },
             nullptr);
-        EXPECT_EQ(end.wait_for(hangLimit), std::future_status::ready);
+        EXPECT_EQ(end.wait_for(Tolvex::Support::patience), std::future_status::ready);
         return Calls(word);
     }
 
@@ -171,7 +170,7 @@ TEST_F(IAsyncCallsTest, NegativeDelayDoesNotSleep)
     EXPECT_EQ(CallsFor(std::chrono::milliseconds::min(), "sleep"), Texts{});
 }
 
-TEST_F(IAsyncCallsTest, InterruptedSleepGoesOnWithTheRemainingTime)
+TEST_F(IAsyncCallsTest, InterruptedSleepContinuesWithTheRemainingTime)
 {
     interruptionsToCome = 2;
 

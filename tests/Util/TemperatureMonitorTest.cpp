@@ -107,7 +107,7 @@ TEST_F(TemperatureMonitorTest, ZoneThatComesBackIsAvailableAgain)
     EXPECT_EQ(monitor.GetTemperature(), 51);
 }
 
-TEST_F(TemperatureMonitorTest, TickReadsTheZoneAnewWithoutATimer)
+TEST_F(TemperatureMonitorTest, TickReadsTheZoneAgainWithoutATimer)
 {
     ThermalZone::Write("20000\n");
     TemperatureMonitor monitor;

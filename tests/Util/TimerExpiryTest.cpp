@@ -257,7 +257,7 @@ TEST_F(TimerExpiryTest, TimerCreatedAfterRemoveExpiresWithoutEffect)
     EXPECT_EQ(calls->Count(), 0U);
 }
 
-TEST_F(TimerExpiryTest, TimerCreatedAnewCallsOnTheDefaultStack)
+TEST_F(TimerExpiryTest, TimerCreatedAgainCallsOnTheDefaultStack)
 {
     auto size = std::make_shared<FirstCall<std::size_t>>();
     Timer timer(

@@ -177,7 +177,7 @@ class RefusedStackTest : public TimerTest, public ::testing::WithParamInterface<
 {
 };
 
-TEST_P(RefusedStackTest, LeavesTheDefaultSizeWithoutAWord)
+TEST_P(RefusedStackTest, LeavesTheDefaultSizeAndReportsNothing)
 {
     pthread_attr_t attributes;
     std::size_t defaultSize = 0;
