@@ -49,7 +49,7 @@ void StoreShared(T& member, std::type_identity_t<T> value)
 /// Sets a plain pointer that other threads read with LoadShared(), unless it is already set.
 /// @tparam T      The type that it points to.
 /// @param member  Null until it is set.
-/// @param value   Not null. If the pointer was already set, the caller keeps the ownership.
+/// @param value   Not null. If the pointer was already set, the caller still owns `value`.
 /// @return true if this call has set it.
 /// @par Thread safety
 /// Thread-safe. Takes no lock, so a child that is forked meanwhile can call it too.

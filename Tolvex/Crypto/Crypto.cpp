@@ -106,7 +106,7 @@ std::string DoBase64Encode(const void* data, unsigned long long length, bool noN
     }
 
     // Required: only the low 32 bits of the length count; a negative number encodes nothing.
-    // Instead: Base64EncodeLine().
+    // Base64EncodeLine() takes any length.
     const int size = static_cast<int>(length);
     if (BIO_write(chain.get(), data, size) != size || BIO_flush(chain.get()) != 1) {
         return {};
@@ -115,8 +115,7 @@ std::string DoBase64Encode(const void* data, unsigned long long length, bool noN
     BIO_get_mem_ptr(chain.get(), &text);
 
     // Required: the last character is dropped in both modes. By default it is the final line feed;
-    // without new lines it is a character of the Base64 text.
-    // Instead: Base64EncodeLine().
+    // without new lines it is a character of the Base64 text. Base64EncodeLine() drops nothing.
     return text->length > 0 ? std::string(text->data, text->length - 1) : std::string();
 }
 
@@ -192,8 +191,6 @@ bool Base64Decode(const std::string& text, std::string& bytes)
 
 std::string HMAC_SHA1(const std::string& message, const std::string& key)
 {
-    // Required: refuses an empty message, an empty key and a key above 128 bytes, although
-    // HMAC-SHA1 allows them.
     if (message.empty() || key.empty() || key.size() > longestKey) {
         return {};
     }

@@ -39,7 +39,6 @@ void IError::SetError(const std::exception& exception, const std::string& method
 {
     const char* const what = exception.what();
     // An exception class of an application may return null.
-    // Required text: there is no blank between the mark and the text of the exception.
     SetError(std::string("[#Exception]") + (what != nullptr ? what : ""), method, withNamespace,
              withClass);
 }

@@ -26,7 +26,8 @@ void ISemaphore::Wait()
     if (!spin.Until([&] { return Base::LoadShared(count) != 0 && lock.try_lock(); })) {
         lock.lock();
     }
-    // Required: only a count of exactly 0 blocks; a negative count does not, and becomes lower.
+    // Required: only a count of exactly 0 blocks. A negative count is lowered further. TryWait()
+    // differs: it fails for every count below 1.
     while (count == 0) {
         condition.wait(lock);
     }
@@ -38,7 +39,6 @@ void ISemaphore::Wait()
 bool ISemaphore::TryWait()
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    // Required: any count below 1 fails, unlike in Wait().
     if (count < 1) {
         return false;
     }

@@ -46,8 +46,9 @@ void ISignal::DoCallback(void* data)
         return;
     }
 
-    // Required: takes no lock, goes by index, and reads the size after each call. So an observer
-    // that is added is called, and one that removes itself makes the walk skip the next.
+    // Required: takes no lock, and reads the size again after each call. An observer may therefore
+    // add and remove observers. One that it adds is called; after it removes itself, the next one
+    // is skipped.
     for (std::size_t i = 0; i < delegates.size(); ++i) {
         if (delegates[i] != nullptr) {
             delegates[i]->InvokeSignal(this, data);
@@ -59,18 +60,19 @@ ISignal::ISignal() = default;
 
 ISignal::~ISignal()
 {
-    // Required: does not wait for the listener or the handlers. The derived class has to.
+    // Required: does not wait for the listener or the handlers. The derived class has to wait for
+    // them before.
     Stop();
 }
 
 void ISignal::Start()
 {
-    // Required: the handle is never cleared, so an object cannot be started again after Stop().
+    // Required: the handle is never cleared, so Start() works once and does nothing after Stop().
     if (Base::LoadShared(running) || Base::LoadShared(threadHandle) != 0) {
         return;
     }
 
-    // Required: "running" stays set if the thread cannot be created.
+    // Required: if the thread cannot be created, this is not reported and "running" stays set.
     Base::StoreShared(running, true);
     pthread_t listener = 0;
     if (Base::StartDetachedThread(listener, signalName.c_str(), RunPosixThread, this) == 0) {
@@ -109,7 +111,7 @@ void ISignal::StartHandler(void* data)
     if (error == 0) {
         static_cast<void>(record.release());  // The handler thread owns it, or has deleted it.
     }
-    // Required: without a thread the event is dropped, which is not reported.
+    // Otherwise the event is dropped. This is not reported.
 }
 
 void* ISignal::SignalFirePosix(void* record)

@@ -88,7 +88,7 @@ bool IThread::RunScope::End()
     const std::lock_guard<std::mutex> lock(workers->mutex);
     const bool aborted = workers->IsAborted(run);
     if (!aborted && !workers->IsObjectGone() && IsNewest()) {
-        // Required: a handle that was never handed over stays.
+        // If AwaitHandOver() has given up, the handle stays as it is.
         if (LoadShared(object.started)) {
             StoreShared(object.threadHandle, 0);
         }
@@ -156,14 +156,14 @@ void IThread::RunPasses(const RunScope& scope)
 
 void IThread::RunTimedPass()
 {
-    // Required: the wall clock times the pass, although it may be set meanwhile.
+    // Required: the wall clock times the pass, although it may be set during the pass.
     const auto begin = std::chrono::system_clock::now();
     Run();
     const auto end = std::chrono::system_clock::now();
 
     const std::chrono::nanoseconds duration = end - begin;
     const double seconds = static_cast<double>(duration.count()) / 1000000000.0;
-    // Required: the line shows passes per second, although its label says runtime.
+    // Required: the number is passes per second, although its label says "runtime".
     LogLine(LogType::Info, LogModule::Ithread)
         << "BENCHMARKING: Thread [" << threadName << "] runtime:[" << 1.0 / seconds << "]";
 }
@@ -228,8 +228,8 @@ void IThread::Start()
     }
     refusals.Log(name);
 
-    // Required: the start is logged even if the thread could not be created.
-    // Instead: IsRunning() tells whether there is a thread.
+    // Required: the start is logged even if the thread could not be created. IsRunning() tells
+    // callers whether there is a thread.
     if (name.empty()) {
         LogLine(LogType::Info, LogModule::Ithread)
             << "Thread (name not defined) has started the execution";
@@ -254,8 +254,8 @@ bool IThread::CreateThread(const std::string& name, WorkerThreads& workers,
     StoreShared(running, true);
     StoreShared(started, false);
 
-    // Required: the member stackSize is not read; all threads have the same stack size.
-    // Required: a failure is not reported, and "running" stays set; the handle is then 0.
+    // Required: a failure is not reported, and "running" stays set. The handle is 0 then, so
+    // IsRunning() is false.
     pthread_t created = 0;
     if (Base::StartDetachedThread(created, name.c_str(), RunPosixThread, this) == 0) {
         workers.Add(created, run);
@@ -280,8 +280,8 @@ void IThread::SetCpuAffinity(const cpu_set_t& cpus)
 
 void IThread::Stop()
 {
-    // Required: returns at once after Cancel() too, although the last pass may not have ended.
-    // Instead: WaitUntilFinished().
+    // Required: returns at once after Cancel() and Abort() too, although the thread may not have
+    // ended. WaitUntilFinished() waits for its end.
     if (LoadShared(threadHandle) == 0 || !LoadShared(running) || LoadShared(finished)) {
         return;
     }
@@ -300,7 +300,8 @@ void IThread::Stop()
         run = workerThreads->NewestRun();
         StoreShared(running, false);
     }
-    // Required: only a class that overrides Stopping() may find the thread ended without a sleep.
+    // Required: sleeps once before the first test of "finished", unless a derived class overrides
+    // Stopping().
     if (!LoadShared(stoppingOverridden)) {
         Base::SleepFor(stopPollPeriod);
     }
@@ -332,11 +333,11 @@ void IThread::Abort()
         }
         StoreShared(running, false);
         StoreShared(finished, true);
-        // Required: a failure to cancel is not reported, and the object still counts as finished.
+        // A failure to cancel is not reported; the object counts as finished all the same.
         if (pthread_cancel(LoadShared(threadHandle)) != 0) {
             return;
         }
-        // Required: no delegate is called, and the handle is not cleared.
+        // The handle is not cleared; the next Start() replaces it.
         workerThreads->MarkAborted(LoadShared(threadHandle));
     }
 
@@ -403,8 +404,9 @@ void IThread::RemoveCallback(IThreadDelegate* delegate)
 
 void IThread::DoCallback(void* data)
 {
-    // Required: takes no lock, goes by index, and reads the size after each call. So a delegate
-    // that is added is called, and one that removes itself makes the walk skip the next.
+    // Required: takes no lock, and reads the size again after each call. A delegate may therefore
+    // add and remove delegates. One that it adds is called; after it removes itself, the next one
+    // is skipped.
     for (std::size_t i = 0; !LoadShared(destroying) && i < delegates.size(); ++i) {
         if (delegates[i] != nullptr) {
             delegates[i]->Invoke(this, data);
@@ -440,7 +442,6 @@ void IThread::ThreadSleep(const milliseconds& total, const milliseconds& step)
     if (LoadShared(destroying)) {
         return;
     }
-    // Required: one plain sleep, which a stop does not end.
     if (inOnePiece) {
         Base::SleepFor(total);
         return;
@@ -453,8 +454,8 @@ void IThread::ThreadSleep(const milliseconds& total, const milliseconds& step)
     milliseconds elapsed = step;
     for (;;) {
         Base::SleepFor(step);
-        // Required: a step of 0 or less never adds up to the total, so the loop spins until the
-        // thread is stopped.
+        // Required: steps of 0 or less never add up to the total, so the loop spins without a sleep
+        // until the thread is stopped.
         const bool over = step > milliseconds::zero() && elapsed > total - step;
         if (!IsRunning() || !workerThreads->IsNewest(run) || over || LoadShared(destroying)) {
             return;

@@ -29,8 +29,9 @@ std::size_t StackUsed(pthread_t thread)
     pthread_attr_getstack(&attributes, &lowest, &size);
     pthread_attr_destroy(&attributes);
 
-    // The C library gives the pages below back to the system when a thread ends: what is in memory
-    // was written by this thread, or lies close below what the last thread had in use at its end.
+    // When a thread ends, the C library gives the pages below the used part of its stack back to
+    // the system. So the pages in memory were written by this thread, or lie close below the part
+    // that the last thread on this stack used at its end.
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     std::vector<unsigned char> inMemory((size + page - 1) / page);
     mincore(lowest, size, inMemory.data());  // A failure leaves 0: no page counts.

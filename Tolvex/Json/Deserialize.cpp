@@ -164,7 +164,7 @@ void RulesReader::Fail()
     Value& failed = *frames.back().value;
     CloseFrame();
     // Required: a malformed container does not make the container around it fail. An array drops
-    // the element, an object keeps the member as null.
+    // the element; an object keeps the member as null.
     if (!frames.empty() && frames.back().value->GetType() == ArrayVal) {
         Elements().pop_back();
     } else {
@@ -176,7 +176,7 @@ void RulesReader::Fail()
 BracketPairs::End RulesReader::FindEnd()
 {
     const BracketPairs::End end = pairs.FindEnd(position, frames.back().end);
-    // Required: throws, although all other malformed text reads as null.
+    // Required: throws, although other malformed text reads as null.
     if (end.outcome == BracketScan::Outcome::Open) {
         Refuse(position, "array or object is not closed");
         throw std::out_of_range("json container is not closed");
@@ -334,7 +334,7 @@ Value* RulesReader::ReadKey()
         return nullptr;
     }
     position = colon + 1;
-    // Required: keeps escapes in a key as they are.
+    // Required: the escapes in a key are not decoded.
     const auto [member, isNew] = Access::Members(Access::ObjectOf(*frame.value))
                                      .try_emplace(std::string(opening + 1, closing));
     if (!isNew) {
@@ -348,7 +348,7 @@ RulesReader::Step RulesReader::ReadMemberValue(Value& member)
     SkipSpace();
     const char* const end = frames.back().end;
     if (position == end) {
-        return Step::Done;  // Required: a member without a value, at the end, is null.
+        return Step::Done;  // The last member has no value: it stays null.
     }
     if (*position == '[' || *position == '{') {
         const BracketPairs::End nested = FindEnd();

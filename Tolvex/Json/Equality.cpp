@@ -80,8 +80,8 @@ Verdict Compare(const Value& left, const Value& right)
         if (!right.IsNumeric()) {
             return Verdict::Different;
         }
-        // Required: compares a number on the right by the left operand's type, even if that is
-        // null, a string, a container or a bool. Instead: compare GetType() of both first.
+        // Required: the left operand's type decides how a number on the right is compared, even if
+        // the left operand is null, a string, a container or a bool.
     }
     return CompareByLeftType(left, right);
 }

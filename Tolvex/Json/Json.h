@@ -433,7 +433,6 @@ public:
     /// Makes this value null.
     /// @note The string, object and array keep their content, inactive, until an assignment
     /// overwrites them or the value is destroyed.
-    // Required: nothing else changes, so the old content stays.
     void Clear() noexcept { mValueType = NullVal; }
 
 private:
@@ -464,8 +463,9 @@ private:
 /// @note Equality is asymmetric if only one operand is a number. A number on the left equals no
 /// other type. If the number is on the right, the type of the left operand decides. Null equals
 /// every number. A string, object, array or bool is compared with the number's inactive
-/// representation of that type. In most numbers that representation is empty or false, so "", {},
-/// [] and false equal them.
+/// representation of that type. That representation is empty or false, unless the number was
+/// assigned to a value that held something else. So an empty string, object or array, or false, on
+/// the left equals most numbers.
 /// @param left   Its type decides which representations are compared.
 /// @param right  The other value.
 /// @return whether the values are equal.
@@ -511,7 +511,9 @@ TOLVEX_EXPORT std::string SerializeArray(const Array& array);
 /// docs/json-dialect.md lists what the dialect accepts, and which values change when they are
 /// written and read again.
 /// @param text  The whole document; any bytes.
-/// @return an ObjectVal or ArrayVal; a null value if the text is malformed or has no document.
+/// @return an ObjectVal or ArrayVal; a null value for a text without a document, and for one whose
+///         outermost object or array is malformed. A malformed nested one is null, or missing in
+///         the array around it.
 /// @throws std::out_of_range if a nested container is not closed, or if a string ends within a
 ///         `\u` escape.
 /// @par Thread safety

@@ -134,8 +134,7 @@ char* Writer::WriteNext(char* at, OpenContainer& container)
 
 char* Writer::PutString(char* at, const std::string& bytes)
 {
-    // Required: writes every byte as it is, without escapes.
-    // Instead: store such bytes as Base64, see Base64EncodeLine().
+    // Required: writes every byte as it is, without escapes. SerializeStandard() escapes.
     *at++ = '"';
     if (bytes.size() <= shortString) {
         at = PutBytes(at, bytes);
@@ -167,7 +166,8 @@ void Writer::Reserve(std::size_t count)
     }
     std::string larger;  // an empty string reserves exactly what it is asked for
     try {
-        const double estimate = static_cast<double>(needed) * EstimateGrowth(open);
+        const double estimate = std::min(static_cast<double>(needed) * EstimateGrowth(open),
+                                         static_cast<double>(larger.max_size()));
         larger.reserve(std::max(static_cast<std::size_t>(estimate), needed));
     } catch (const std::bad_alloc&) {
         larger.reserve(needed);

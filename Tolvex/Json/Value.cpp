@@ -56,7 +56,6 @@ void Value::CopyNumbers(const Value& other) noexcept
         mValueType = FloatVal;
         mFloatVal = other.mFloatVal;
         mIntVal = Base::SaturateToInt32(static_cast<double>(mFloatVal));
-        // Required: the double is the source's double, not this float widened.
         mDoubleVal = other.mDoubleVal;
     }
 }
@@ -71,7 +70,7 @@ Value::Value(Value&& other) noexcept
     *this = std::move(other);
 }
 
-// Required: the representations of other types keep what they held, inactive.
+// Required: the representations of all other types keep what they held, inactive.
 Value& Value::operator=(const Value& other)
 {
     if (this == &other) {
@@ -326,8 +325,7 @@ int Value::size() const noexcept
     if (mValueType == ArrayVal) {
         return static_cast<int>(mArrayVal.size());
     }
-    // Required: the size of all other types is 1, also of null.
-    // Instead: ask GetType() first.
+    // Required: the size of all other types is 1, also that of null.
     return 1;
 }
 

@@ -8,12 +8,13 @@
 
 namespace Tolvex::Ilog {
 
-/// When the lines of a log file reach the medium, so that a power cut does not lose them.
+/// When the lines of a log file reach the storage medium, and so which lines a power cut can lose.
 enum class LogDurability
 {
     None,         ///< when the file system writes them, which takes seconds
     IgnitionOff,  ///< at Logger::RunIgnitionOff(); before that as None
-    Interval,     ///< a set time after they were written, plus the time of one sync
+    Interval,     ///< the interval of SetFileDurability() after they were written, plus the time of
+                  ///< one sync
     EachLine,     ///< each line before the next one is written
 };
 

@@ -27,14 +27,14 @@ LogLine::LogLine(LogType type, std::optional<LogModule> module)
     : lineType(type), lineModule(module), stream(&text)
 {
     std::optional<std::locale> locale;
-    const Logger& logger = *Logger::GetInstance();
+    Logger& logger = *Logger::GetInstance();
     if (logger.AnyEnabled()) {
         logger.ForEachEnabled([&locale](const LoggerCore& core) { locale = core.Locale(); });
     }
     if (!locale) {
         stream.rdbuf(nullptr);  // The stream is bad now, so nothing is formatted.
     } else if (stream.getloc() != *locale) {
-        stream.imbue(*locale);  // as a line that is written in four steps
+        stream.imbue(*locale);  // as for a line that is written in four steps
     }
 }
 

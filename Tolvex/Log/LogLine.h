@@ -35,7 +35,7 @@ class TOLVEX_EXPORT LogLine
 public:
     /// Begins a line without a module. Does not block.
     /// @param type  Severity of the line.
-    explicit LogLine(LogType type);
+    LogLine(LogType type);
     /// Begins a line with the tag of a module. Does not block.
     /// @param type    Severity of the line.
     /// @param module  Where the line comes from.

@@ -57,7 +57,6 @@ FileLogPolicy::~FileLogPolicy() = default;
 
 void FileLogPolicy::SetOutput(const std::string& name)
 {
-    // Required: the file is neither opened nor created nor checked here.
     if (name != fileName) {
         auto file = std::make_shared<FileOutput>(name, state->settings);
         fileName = name;
@@ -95,14 +94,12 @@ void FileLogPolicy::Close()
     Base::StoreShared(outputSet, false);
 }
 
-// Required: the file is opened and closed for every line.
-// So others may move, delete or truncate it at any time.
 void FileLogPolicy::Write(const std::string& line)
 {
     if (!Base::LoadShared(outputSet) || fileName.empty()) {
         return;
     }
-    // A system call that hangs may outlast the policy: its members are not used any more.
+    // A system call that hangs may outlast the policy, so no member is used from here on.
     const std::shared_ptr<FileOutput> file = state->file;
     file->Append(line);
 }
@@ -116,11 +113,10 @@ void ConsoleLogPolicy::WriteHeader(LogType type)
     lineType = type;
 }
 
-// Required: standard output is not flushed. It is used after a failure too, which may have passed.
 void ConsoleLogPolicy::Write(const std::string& line)
 {
     if (!std::cout.good()) {
-        std::cout.clear();
+        std::cout.clear();  // The failure may have passed.
     }
 
     const std::optional<ColorCode> color = ColorOf(lineType);
@@ -128,10 +124,10 @@ void ConsoleLogPolicy::Write(const std::string& line)
         std::cout.write(line.data(), static_cast<std::streamsize>(line.size()));
         return;
     }
-    // One piece, so that nothing that another thread prints takes the colour. No member: a write
-    // that hangs may outlast the policy.
+    // Written in one piece, so that the output of other threads does not get the colour. A local
+    // string, because a write that hangs may outlast the members of the policy.
     std::string colored = Escape(*color);
-    // Required: the colour is reset after the newline that ends the line.
+    // Required: the colour is reset after the newline that ends the line, not before it.
     colored.append(line).append(Escape(ColorCode::Default));
     std::cout.write(colored.data(), static_cast<std::streamsize>(colored.size()));
 }

@@ -17,19 +17,17 @@ namespace Tolvex::Ilog {
 
 namespace {
 
-struct BlackBoxHolder
-{
-    BlackBox box;
-};
-
-// Under the registry's lock. A child that is forked during an Enable() keeps the count for good:
-// its lines then look at each output.
+// Guarded by the registry's lock. In a child that is forked during an Enable() the count never
+// becomes 0. Each line then tests each output, also when none is enabled.
 int beingEnabled = 0;
 
 /// The black box, and its logger, which closes it at its end.
-struct BlackBoxLogger : BlackBoxHolder, LoggerCore
+struct BlackBoxLogger : BlackBox, LoggerCore
 {
-    explicit BlackBoxLogger(const LoggerCore& file) : LoggerCore(BlackBox::calls, &box, &file) {}
+    explicit BlackBoxLogger(const LoggerCore& file)
+        : LoggerCore(BlackBox::calls, static_cast<BlackBox*>(this), &file)
+    {
+    }
 };
 
 }  // namespace
@@ -58,10 +56,10 @@ Logger::Logger()
     consoleLogger = console.release();
 }
 
-// Required: the instance pointer is not cleared.
+// Required: the instance pointer is not cleared, so it dangles after the destruction.
 Logger::~Logger()
 {
-    // One that lost the race in Create() leaves the outputs of the process as they are.
+    // A logger that lost the race in Create() leaves the outputs of the process as they are.
     if (this == Base::LoadShared(instance)) {
         CloseBlackBox();
         Base::StoreShared(anyEnabled, false);
@@ -126,13 +124,13 @@ bool Logger::SaveLastLines(const std::string& path) const
         errno = ENODATA;
         return false;
     }
-    return logger->box.Save(path);
+    return logger->Save(path);
 }
 
 std::vector<std::string> Logger::GetLastLines() const
 {
     const auto* const logger = static_cast<const BlackBoxLogger*>(Base::LoadShared(blackBox));
-    return logger == nullptr ? std::vector<std::string>() : logger->box.Lines();
+    return logger == nullptr ? std::vector<std::string>() : logger->Lines();
 }
 
 void Logger::DropLine()
@@ -143,8 +141,9 @@ void Logger::DropLine()
 /// As LoggerCore::Enable().
 bool Logger::Enable(LoggerCore& core, const std::string* output)
 {
-    // Before the output takes lines. A thread may have begun to log while another output was
-    // enabled: it would begin a line here, and the calls for the rest of the line would do nothing.
+    // Before the output takes lines. A thread may have seen anyEnabled set while another output was
+    // enabled. It could begin a line in this output and then find anyEnabled cleared, so that the
+    // line would stay open.
     UpdateAnyEnabled(1);
     try {
         const bool enabled = core.Enable(output);
@@ -158,26 +157,14 @@ bool Logger::Enable(LoggerCore& core, const std::string* output)
 
 /// Call around each Enable(), and after an output has been closed.
 /// @param change  How many more outputs are being enabled now.
-void Logger::UpdateAnyEnabled(int change) const
+void Logger::UpdateAnyEnabled(int change)
 {
-    // One thread at a time: the last one has seen the changes of all.
+    // One thread at a time, so that the last one sees the changes of all others.
     const std::lock_guard guard(RegistryMutex());
     beingEnabled += change;
     bool any = beingEnabled > 0;
     ForEachEnabled([&any](const LoggerCore&) { any = true; });
     Base::StoreShared(anyEnabled, any);
-}
-
-/// Leaves no line open in one logger when an exception or a cancellation ends the call for another.
-template <typename Action>
-void Logger::Compose(const Action& action)
-{
-    try {
-        ForEachEnabled(action);
-    } catch (...) {
-        DropLine();
-        throw;
-    }
 }
 
 void Logger::BeginLines(LogType type)
@@ -186,18 +173,17 @@ void Logger::BeginLines(LogType type)
     // line while it waits for the file's, against the order of the locks.
     ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });
 
-    Compose([type](LoggerCore& core) { core.WriteHeader(type); });
+    ForEachEnabled([type](LoggerCore& core) { core.WriteHeader(type); });
 }
 
 Logger& Logger::Append(const LogArgument& argument)
 {
-    Compose([&argument](LoggerCore& core) { core.Append(argument); });
+    ForEachEnabled([&argument](LoggerCore& core) { core.Append(argument); });
     return *this;
 }
 
 void Logger::RunIgnitionOff()
 {
-    // Required: no module tag in this line, and the console stays enabled.
     constexpr std::string_view notice = "All triggers have been stopped";
     const Base::NoCancellation scope;
     const auto deadline = std::chrono::steady_clock::now() + longestWait;
@@ -206,7 +192,7 @@ void Logger::RunIgnitionOff()
         try {
             core.WriteNotice(notice, &core == &fileLogger->core, deadline);
         } catch (const std::exception&) {
-            // Without the notice: the file has to be closed all the same.
+            // The notice is missing then. The file is closed nevertheless.
         }
     });
     fileLogger->core.Close(deadline);

@@ -1,12 +1,10 @@
 #pragma once
 
 #include <chrono>
-#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "Tolvex/Interfaces/IgnitionOffMode.h"
@@ -151,29 +149,15 @@ public:
         }
     }
 
-    /// Appends "[#", the text of the module, and "]".
-    /// @param module  Where the line comes from.
-    /// @return this logger.
-    Logger& operator<<(LogModule module) { return AnyEnabled() ? Append(module) : *this; }
-
-    /// Appends a value as a stream does.
-    /// @tparam T     One of the types of LogValue.
+    /// Appends a value as a stream does, a text without a copy of it; for a module "[#", its text,
+    /// and "]".
+    /// @tparam T     As LogValue.
     /// @param value  After a null pointer, the values that follow are missing in the line.
     /// @return this logger.
     template <LogValue T>
-    Logger& operator<<(T value)
-    {
-        return AnyEnabled() ? Append(value) : *this;
-    }
-
-    /// Appends a text, without a copy of it.
-    /// @tparam T     std::string.
-    /// @param value  Any bytes.
-    /// @return this logger.
-    template <std::same_as<std::string> T>
     Logger& operator<<(const T& value)
     {
-        return AnyEnabled() ? Append(std::string_view(value)) : *this;
+        return AnyEnabled() ? Append(value) : *this;
     }
 
     /// Applies a manipulator to each enabled logger; std::endl ends the line. Does not wait for the
@@ -206,18 +190,24 @@ private:
     Logger();
     static Logger* Create();
 
-    /// Calls the action with the core of each enabled output, in the order of the line locks.
+    /// Calls the action with the core of each enabled output, in the order of the line locks. When
+    /// an exception or a cancellation ends the call for one, no line is left open in the others.
     template <typename Action>
-    void ForEachEnabled(const Action& action) const
+    void ForEachEnabled(const Action& action)
     {
-        if (fileLogger->IsEnabled()) {
-            action(fileLogger->core);
-        }
-        if (consoleLogger->IsEnabled()) {
-            action(consoleLogger->core);
-        }
-        if (IsBlackBoxEnabled()) {
-            action(*Base::LoadShared(blackBox));
+        try {
+            if (fileLogger->IsEnabled()) {
+                action(fileLogger->core);
+            }
+            if (consoleLogger->IsEnabled()) {
+                action(consoleLogger->core);
+            }
+            if (IsBlackBoxEnabled()) {
+                action(*Base::LoadShared(blackBox));
+            }
+        } catch (...) {
+            DropLine();
+            throw;
         }
     }
 
@@ -226,10 +216,7 @@ private:
     static bool AnyEnabled() { return Base::LoadShared(anyEnabled); }
 
     bool Enable(LoggerCore& core, const std::string* output);
-    void UpdateAnyEnabled(int change = 0) const;
-
-    template <typename Action>
-    void Compose(const Action& action);
+    void UpdateAnyEnabled(int change = 0);
     void BeginLines(LogType type);
     Logger& Append(const LogArgument& argument);
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <concepts>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "Tolvex/Log/LogPolicy.h"
 #include "Tolvex/Log/LogType.h"
@@ -12,10 +12,17 @@
 
 namespace Tolvex::Ilog {
 
-/// The types of values that can be streamed into a logger. LogLine takes everything else.
+/// The types of what can be streamed into a logger, manipulators apart. LogLine takes everything
+/// else.
 template <typename T>
-concept LogValue = std::same_as<T, const char*> || std::same_as<T, char*> || std::same_as<T, int> ||
-    std::same_as<T, double> || std::same_as<T, std::string_view>;
+constexpr bool isLogValue =
+    std::is_same_v<T, LogModule> || std::is_same_v<T, const char*> || std::is_same_v<T, char*> ||
+    std::is_same_v<T, int> || std::is_same_v<T, double> || std::is_same_v<T, std::string_view> ||
+    std::is_same_v<T, std::string>;
+
+/// As isLogValue; also an array of characters.
+template <typename T>
+concept LogValue = isLogValue<std::decay_t<T>>;
 
 /// Composes log lines and has a thread of its own write them through a policy.
 ///
@@ -29,7 +36,7 @@ concept LogValue = std::same_as<T, const char*> || std::same_as<T, char*> || std
 /// WriteHeader() takes the line lock. The writer releases the lock after it has written the line,
 /// so a second line waits for the first. A value that a thread streams without an open line is
 /// dropped. A line that is left open blocks all other threads. It is dropped when its thread ends
-/// or is cancelled, when an exception leaves an insertion or SetOutput(), or when the logger is
+/// or is cancelled, when an exception leaves a `<<` or SetOutput(), or when the logger is
 /// closed. It is ended and written when its thread calls WriteHeader() again. Prefer LogLine, which
 /// cannot leave one open.
 ///
@@ -63,7 +70,7 @@ public:
     /// Sets the OS name of the writer's thread; used by the next Enable().
     /// @param name  15 characters at most; a longer one leaves the thread unnamed.
     /// @note The name lacks the r of "Thread".
-    // Required: the name lacks an r, as callers write it.
+    // Required: the name lacks an r, because callers write it so.
     void SetTheadName(const std::string& name) { core.SetThreadName(name); }
 
     /// Tells the policy where the lines go. Waits up to 2.1 s for a line that is being composed or
@@ -104,36 +111,17 @@ public:
         }
     }
 
-    /// Inserts "[#", the text of the module, and "]".
-    /// @param module  Where the line comes from.
-    /// @return this logger.
-    LoggerBase& operator<<(LogModule module)
-    {
-        core.Append(module);
-        return *this;
-    }
-
-    /// Inserts a value as a stream does.
-    /// @tparam T     One of the types of LogValue.
+    /// Inserts a value as a stream does; for a module "[#", its text, and "]".
+    /// @tparam T     As LogValue.
     /// @param value  After a null pointer, the values that follow are missing in the line.
     /// @return this logger.
     template <LogValue T>
-    LoggerBase& operator<<(T value)
+    LoggerBase& operator<<(const T& value)
     {
         if (IsEnabled()) {
             core.Append(value);
         }
         return *this;
-    }
-
-    /// Inserts a text.
-    /// @tparam T     std::string.
-    /// @param value  Any bytes.
-    /// @return this logger.
-    template <std::same_as<std::string> T>
-    LoggerBase& operator<<(const T& value)
-    {
-        return *this << std::string_view(value);
     }
 
     /// Applies the manipulator. std::endl, or another one that leaves a newline at the end of the
@@ -148,7 +136,7 @@ public:
 
     /// Hands the line to the writer if its text ends in a newline.
     /// @note A newline in the middle of the text ends nothing.
-    void CheckEndOfStream() { core.CheckEndOfStream(); }
+    void CheckEndOfStream() { core.Append(LogManipulator()); }
 
     /// Ends and hands over the line that the calling thread has left open, if there is one.
     void EndOpenLine() { core.EndOpenLine(); }

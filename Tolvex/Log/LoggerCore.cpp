@@ -52,29 +52,6 @@ private:
     std::atomic<Base::ThreadId>& controlling;
 };
 
-/// Makes the buffer empty, good and formatting as a new stream does. Keeps its memory.
-void Reset(LoggerState& state)
-{
-    std::stringstream& buffer = state.buffer;
-    // Only a manipulator can have changed the format.
-    if (std::exchange(state.formatChanged, false)) {
-        std::ios fresh(nullptr);
-        fresh.imbue(state.locale);
-        buffer.copyfmt(fresh);
-        static_cast<std::ios&>(buffer).rdbuf(buffer.rdbuf());
-    }
-    buffer.clear();
-    if (!buffer.view().empty()) {
-        buffer.str(std::string());
-    }
-}
-
-bool EndsWithNewline(const std::stringstream& buffer)
-{
-    // Required: a newline in the middle of the text ends nothing.
-    return buffer.view().ends_with('\n');
-}
-
 /// Ends the text with a newline, also when insertions have failed. @return false without memory.
 bool Terminate(std::stringstream& buffer)
 {
@@ -88,8 +65,8 @@ bool Terminate(std::stringstream& buffer)
     return buffer.good();
 }
 
-/// The calling thread's right to use the buffer and the policy. Whatever ends the scope early, an
-/// exception or a cancellation, gives the line up.
+/// The calling thread's right to use the buffer and the policy. If an exception or a cancellation
+/// ends the scope early, the line is dropped.
 class LineStep
 {
 public:
@@ -111,14 +88,15 @@ public:
 
     explicit operator bool() const { return taken; }
 
-    /// Ends the step. If the logger was closed meanwhile, the line is given up.
+    /// Ends the step. If the logger was closed meanwhile, the line is dropped.
     void LeaveOpen() { taken = !state.lock.Advance(LineLock::Inserting, LineLock::Open); }
 
     /// Ends the step: hands the line over to the writer if it is complete, or leaves it open. A
     /// policy that needs no writer takes the line at once; the end of the scope frees the line.
     void End()
     {
-        if (!EndsWithNewline(state.buffer)) {
+        // A newline in the middle of the text ends nothing.
+        if (!state.buffer.view().ends_with('\n')) {
             LeaveOpen();
             return;
         }
@@ -127,14 +105,9 @@ public:
             return;
         }
         taken = !state.lock.Advance(LineLock::Inserting, LineLock::Complete);
-        if (!taken) {
-            WakeWriter();
+        if (taken) {
+            return;
         }
-    }
-
-private:
-    void WakeWriter()
-    {
         try {
             state.lineReady.Notify();
         } catch (const std::system_error&) {
@@ -146,31 +119,38 @@ private:
         }
     }
 
+private:
     LoggerState& state;
     bool taken;
 };
 
-/// Inserts the header of the line that the calling thread has just begun in the other logger.
-/// @return false when the thread has no line there.
-bool InsertHeaderOf(LoggerState& other, std::stringstream& buffer)
-{
-    LineStep step(other);
-    if (!step) {
-        return false;
-    }
-    buffer << other.buffer.view();
-    step.LeaveOpen();
-    return true;
-}
-
-/// Begins the text of a line.
+/// Begins the text of a line, formatting as a new stream does. Keeps the memory of the buffer.
 void Begin(LoggerState& state, LogType type)
 {
-    Reset(state);
-    state.calls.writeHeader(state.policy, type);
-    if (state.model == nullptr || !InsertHeaderOf(*state.model, state.buffer)) {
-        state.header.InsertInto(state.buffer, type);
+    std::stringstream& buffer = state.buffer;
+    // Only a manipulator can have changed the format.
+    if (std::exchange(state.formatChanged, false)) {
+        std::ios fresh(nullptr);
+        fresh.imbue(state.locale);
+        buffer.copyfmt(fresh);
+        static_cast<std::ios&>(buffer).rdbuf(buffer.rdbuf());
     }
+    buffer.clear();
+    if (!buffer.view().empty()) {
+        buffer.str(std::string());
+    }
+
+    state.calls.writeHeader(state.policy, type);
+    if (state.model != nullptr) {
+        // The header of the line that the calling thread has just begun there.
+        LineStep step(*state.model);
+        if (step) {
+            buffer << state.model->buffer.view();
+            step.LeaveOpen();
+            return;
+        }
+    }
+    state.header.InsertInto(buffer, type);
 }
 
 /// Inserts "[#", the text of the module, and "]".
@@ -183,7 +163,6 @@ void Insert(std::stringstream& buffer, LogModule module)
         buffer << "[#" << text << ']';
         return;
     }
-    // Required: the tag is there also for a module without a text, then empty.
     char* const end = std::copy(text.begin(), text.end(), tag.data() + 2);
     *end = ']';
     buffer.write(tag.data(), end + 1 - tag.data());
@@ -207,10 +186,10 @@ void Insert(std::stringstream& buffer, const LogArgument& argument)
 template <typename Call>
 bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
 {
-    // In a step, also in the middle of an own line: no other thread takes the line meanwhile.
+    // In a step, so that no other thread takes the line. The calling thread may have a line open.
     const bool open = state.lock.Advance(LineLock::Open, LineLock::Inserting);
     if (!open && state.lock.Look().owner == CallingThread()) {
-        call();  // The policy or a manipulator calls, in a step already.
+        call();  // Called by the policy or by a manipulator: this thread is in a step already.
         return true;
     }
     LineStep step(state, open || state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
@@ -310,11 +289,12 @@ void LoggerCore::WriteHeader(LogType type)
     const int errorOfCaller = errno;
     WatchCallingThread();
     LineStep step(*state, state->lock.Take(LineLock::Entry::Line));
-    // Lines are admitted a moment before enabled is set. Whoever came from an earlier enabled state
-    // would leave a line open that values miss and no std::endl ends.
+    // Lines are admitted a moment before enabled is set. A thread that tested enabled before the
+    // last Close() may get here in that moment. It begins no line: the values and the std::endl
+    // that follow could find enabled cleared, and the line would stay open.
     if (step && IsEnabled()) {
         Begin(*state, type);
-        // Held on return. Released by the writer, once it has written the line.
+        // The lock is held on return. The writer releases it after it has written the line.
         step.LeaveOpen();
     }
     errno = errorOfCaller;  // The line may be about it.
@@ -344,18 +324,10 @@ void LoggerCore::Append(const LogArgument& argument)
     step.End();
 }
 
-void LoggerCore::CheckEndOfStream()
-{
-    LineStep step(*state);
-    if (step) {
-        step.End();
-    }
-}
-
 void LoggerCore::EndOpenLine()
 {
     LineStep step(*state);
-    if (step && (EndsWithNewline(state->buffer) || Terminate(state->buffer))) {
+    if (step && (state->buffer.view().ends_with('\n') || Terminate(state->buffer))) {
         step.End();
     }
 }
@@ -394,7 +366,8 @@ void LoggerCore::Close(Clock::time_point deadline)
         return;  // The policy calls this from its own Close() or SetOutput().
     }
     Writer(*state).Stop();
-    // Required: a policy that hangs in Write() for longer than the wait is closed all the same.
+    // Required: if the policy hangs in Write() for longer than the wait, it is closed while that
+    // call still runs.
     const Clock::duration longest =
         Writer(*state).AwaitStopped(deadline)
             ? std::min<Clock::duration>(longestWait, deadline - Clock::now())

@@ -70,8 +70,6 @@ public:
     /// @param argument  A null text makes the values after it fail; a null manipulator does
     /// nothing.
     void Append(const LogArgument& argument);
-    /// As LoggerBase::CheckEndOfStream().
-    void CheckEndOfStream();
     /// As LoggerBase::EndOpenLine().
     void EndOpenLine();
     /// As LoggerBase::DropLine().

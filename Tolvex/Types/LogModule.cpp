@@ -5,7 +5,6 @@ namespace Tolvex::Util {
 template <>
 void EnumString<LogModule>::RegisterEnumerators()
 {
-    // Required text: the names are in mixed case.
     RegisterEnumerator(LogModule::Ithread, "Ithread");
     RegisterEnumerator(LogModule::Iaq, "Iaq");
     RegisterEnumerator(LogModule::FaceRec, "FaceRec");

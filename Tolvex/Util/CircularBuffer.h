@@ -69,8 +69,6 @@ public:
     T GetNewestSlot() const;
 
     /// @return index of the newest slot; size - 1 before the first AddNext().
-    // Required: the last slot counts as the newest before anything was added.
-    // Instead: IsDataAvailable() before.
     int GetRingPos() const { return m_pos == 0 ? m_size - 1 : m_pos - 1; }
 
     /// @return number of slots.
@@ -118,7 +116,6 @@ CircularBuffer<T>::CircularBuffer(int size)
 {
 }
 
-// Required: the release callback is not called for the remaining elements.
 template <typename T>
 CircularBuffer<T>::~CircularBuffer() = default;
 
@@ -132,8 +129,7 @@ void CircularBuffer<T>::SetUnallocCallback(std::function<void(T&)> callback)
 template <typename T>
 inline void CircularBuffer<T>::AddNext(const T& element)
 {
-    // Required: the first lap does not call the callback; later an empty callback throws.
-    // Called before the element is copied, so that it sees no reference of the ring to the element.
+    // Called before the element is copied: the ring has no reference to the element yet.
     if (m_unallocSet && m_full) {
         m_unallocCallback(SlotAt(m_pos));
     }
@@ -176,13 +172,12 @@ inline T CircularBuffer<T>::GetNewestSlot() const
 template <typename T>
 int CircularBuffer<T>::SeekBackKeyframe(int back, int interval) const
 {
-    // Required: 0 until the ring has wrapped, even if it holds key frames.
+    // Required: 0 until every slot has been written once, even if the ring holds key frames.
     if (!m_full || back > m_size || interval == 0) {
         return 0;
     }
 
     // Computed in 64 bits and narrowed, so that extreme arguments wrap instead of overflowing.
-    // Required: counted back from the last multiple of the interval, not from the newest slot.
     const int current = GetRingPos();
     const auto steps = static_cast<int>(std::int64_t{current % interval} + back);
     const std::int64_t distance = std::int64_t{current} - steps;
@@ -195,7 +190,7 @@ int CircularBuffer<T>::SeekBackKeyframe(int back, int interval) const
 template <typename T>
 int CircularBuffer<T>::SeekRelative(int from, int back) const
 {
-    // Required: 0 for more slots back than were written, no matter from which slot.
+    // Required: compares with the number of slots that were written, not with from.
     if (!m_full && back > m_pos) {
         return 0;
     }

@@ -20,8 +20,8 @@
 namespace Tolvex::Util {
 namespace {
 
-// The file: the first line, one of the ends, "overran " and a name for each, and the sum of all
-// that stands before it.
+// The lines of the file: the first line, one of the ends, "overran " and a name for each late
+// participant, and the sum of all lines before it.
 constexpr std::string_view firstLine = "drive record 1\n";
 constexpr std::string_view namePrefix = "overran ";
 constexpr std::array<std::pair<DriveEnd, std::string_view>, 3> ends = {

@@ -110,9 +110,8 @@ const std::string& EnumStringBase<Derived, Enum>::From(Enum value)
         if (candidate != value) {
             continue;
         }
-        // Required: a value with more than one text is ambiguous and has none.
         if (found != nullptr) {
-            return dummy;
+            return dummy;  // A value with more than one text is ambiguous.
         }
         found = &text;
     }

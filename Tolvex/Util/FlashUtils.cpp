@@ -49,7 +49,6 @@ std::string ExecCmd_Pipe(const char* command)
     // A read error ends the text too, also an interruption by a signal.
     char piece[200];
     while (output.ReadPiece(piece)) {
-        // Required: a NUL hides the rest of the piece.
         text += piece;
     }
     return text;
@@ -71,15 +70,14 @@ int ReadFlashVar(const char* name, std::string& value)
 {
     const std::string command = std::string("/sbin/fw_printenv -n ") + Base::TextOrEmpty(name);
 
-    // Required: the tool runs twice. The first run tells whether the variable exists, and writes it
-    // to standard output.
+    // Required: the tool runs twice. The first run tells whether the variable exists. It also
+    // writes the value to standard output.
     if (ExecCmd_System(command.c_str()) != 0) {
         return -1;
     }
-    // Required: appends; value keeps the text that it held.
+    // Required: appends to the text in value, and then removes all line ends, also those that value
+    // held before.
     value += ExecCmd_Pipe(command.c_str());
-
-    // Required: removes all line ends of value, also those that it held before.
     std::erase(value, '\r');
     std::erase(value, '\n');
     return 0;
@@ -87,7 +85,7 @@ int ReadFlashVar(const char* name, std::string& value)
 
 int WriteFlashVar(const char* name, const char* value)
 {
-    // Required: name and value are not escaped.
+    // Required: name and value are not escaped, so the shell interprets what is in them.
     const std::string command = std::string("/sbin/fw_setenv ") + Base::TextOrEmpty(name) + " \"" +
                                 Base::TextOrEmpty(value) + "\"";
     return ExecCmd_System(command.c_str());

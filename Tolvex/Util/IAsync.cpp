@@ -13,7 +13,7 @@ IAsync::IAsync(const std::chrono::milliseconds& waitingTime, std::function<void(
     callback = work;  // NOLINT(performance-unnecessary-value-param)
 
     pthread_t thread = 0;
-    // Required: if the thread cannot be created, this is not reported and the object stays alive.
+    // Required: if the thread cannot be created, this is not reported, and the object leaks.
     Base::StartDetachedThread(thread, nullptr, RunThread, this);
 }
 
@@ -23,7 +23,6 @@ void* IAsync::RunThread(void* self)
     Base::SleepFor(async->delay);
     // A copy: the callback usually deletes the object, and its captures must outlive that.
     const std::function<void(IAsync*)> work = async->callback;
-    // Required: an empty callback throws here, which ends the process.
     work(async);
     // The object may not be touched here: the callback may have deleted it.
     return nullptr;

@@ -9,10 +9,10 @@ namespace Tolvex::Util {
 
 /// Runs one callback once, after a delay, on a detached thread of its own.
 ///
-/// Create the object with new and drop the pointer. From the moment the thread runs, the callback
-/// owns the object and deletes it (`delete async`); if it does not, the object leaks. The thread
-/// calls a copy of the callback, so its captures stay alive until it returns, even after it has
-/// deleted the object. The user data is never read or deleted here. See
+/// Create the object with new and do not keep the pointer. Once the thread runs, the callback owns
+/// the object and must delete it (`delete async`), or the object leaks. The thread calls a copy of
+/// the callback: its captures stay alive until the call returns, even if the callback has deleted
+/// the object. The library neither reads nor deletes the user data. See
 /// examples/DelayedCallback.cpp.
 /// @par Errors
 /// If the thread cannot be created, this is not reported: the callback never runs, and the object

@@ -49,7 +49,7 @@ public:
 
     ~InterfaceSocket()
     {
-        // Required: descriptor 0 stays open on failure.
+        // Required: "> 0", so descriptor 0 stays open on failure.
         if (descriptor > 0) {
             Close();
         }
@@ -79,7 +79,8 @@ private:
 ifreq RequestFor(const char* name)
 {
     ifreq request{};
-    // Required: a name of 16 characters has no terminator; the kernel uses the first 15.
+    // Required: a name of 16 characters or more is stored without a terminator. The kernel uses the
+    // first 15.
     std::memcpy(request.ifr_name, name, strnlen(name, sizeof request.ifr_name));
     return request;
 }
@@ -88,7 +89,8 @@ ifreq RequestFor(const char* name, const char* address, const char* textOfFailur
 {
     sockaddr_in internetAddress{};
     internetAddress.sin_family = AF_INET;
-    // Required: only a negative result is a failure; a text that is no address sets 0.0.0.0.
+    // Required: only a negative result is a failure. A text that is no address is accepted and sets
+    // 0.0.0.0.
     if (inet_pton(AF_INET, address, &internetAddress.sin_addr) < 0) {
         Fail(textOfFailure);
     }
@@ -121,7 +123,7 @@ public:
         // getifaddrs() is declared as throwing nothing, but has a cancellation point: a
         // cancellation in it would end the process.
         const Base::NoCancellation scope;
-        // Required: a failure is ignored; the list is then empty.
+        // After a failure the list is empty.
         static_cast<void>(getifaddrs(&first));
     }
 
@@ -139,7 +141,6 @@ public:
     {
         for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
             const char* name = Base::TextOrEmpty(entry->ifa_name);
-            // Required: compares only the beginning of the name; an empty text finds any interface.
             if (std::strncmp(name, text, std::strlen(text)) == 0) {
                 return true;
             }
@@ -176,7 +177,7 @@ bool CheckIfNetInterfaceIsPresent(const char* name)
     if (InterfaceList().HasNameThatBeginsWith(Base::TextOrEmpty(name))) {
         return true;
     }
-    // Required: the message goes to standard output, not to the log, and does not have the name.
+    // Required: the message goes to standard output, not to the log, and lacks the name.
     std::puts("[NET] is not present");
     return false;
 }
@@ -207,7 +208,6 @@ int SetStatusOfNetInterfaceUsingSocket(int status, const char* name)
         LogLine(LogType::Info, LogModule::WNET)
             << "[NET] Try set status " << status << " of net interface [" << interfaceName << "]";
 
-        // Required: only 1 means up; 2 means down, as 0 does.
         SwitchInterface(interfaceName, status == 1);
         return 0;
     } catch (const std::exception& failure) {

@@ -39,11 +39,10 @@ std::time_t SunCalculator::FromJulian(double julianDate) const
 {
     const double seconds = (julianDate + 0.5 - J1970) * dayMs / 1000.0;
 
-    // Required: truncates, except if it is a whole second within the representation error.
     const double wholeSeconds = std::round(seconds);
     const bool isWhole = std::abs(seconds - wholeSeconds) <= representationErrorSeconds;
 
-    // Required: a 32-bit result on every platform, and 0 for NaN.
+    // Required: truncates to a 32-bit number, also where time_t has 64 bits. NaN gives 0.
     return Base::SaturateToInt32(isWhole ? wholeSeconds : seconds);
 }
 

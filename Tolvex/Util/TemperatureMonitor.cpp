@@ -77,7 +77,6 @@ TemperatureMonitor::TemperatureMonitor() : gate(std::make_shared<Gate>())
             shared->monitor->Tick(source);
         }
     };
-    // Required: if the timer cannot be created, this is not reported; the first value then stays.
     timer = new Timer(refreshMilliseconds, refresh, nullptr, refreshStackBytes);
 }
 
@@ -104,7 +103,8 @@ int TemperatureMonitor::ReadTemperature()
     }
 
     Base::StoreShared(available, true);
-    // Required: two characters of a number of thousandths; correct only from 10 to 99 degrees.
+    // Required: takes the first two characters of a number of thousandths for the degrees. This is
+    // correct only from 10 to 99 degrees.
     Base::StoreShared(temperature, std::atoi(text));
     return GetTemperature();
 }

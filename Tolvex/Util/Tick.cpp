@@ -59,7 +59,8 @@ void Tick::StartCounting()
 
 void Tick::Run()
 {
-    // Required: a relative sleep, so the count falls behind by the other work of each pass.
+    // Required: a relative sleep. So the count falls behind by the time that the rest of each pass
+    // takes.
     Base::SleepFor(tickPeriod);
     Base::StoreShared(tickCount, Base::LoadShared(tickCount) + 1);
 }

@@ -12,7 +12,7 @@ using Ilog::Logger;
 
 constexpr double secondsPerNanosecond = 1e-9;
 
-/// Required: the difference has 32 bits and wraps, even if the members of the clock are wider.
+/// Required: the difference has 32 bits and wraps, although the members of the clock may be wider.
 template <typename Count>
 double Difference(Count later, Count earlier)
 {
@@ -37,8 +37,7 @@ bool TimeMonitor::StartTimer()
 
 double TimeMonitor::GetElapsedTime()
 {
-    // Required: reads the wall clock, which may be set meanwhile; 0 if it cannot be read.
-    // Instead: Tick, for whole seconds.
+    // Required: reads the wall clock, although it may be set during the measurement.
     if (clock_gettime(CLOCK_REALTIME, &lastReading) != 0) {
         return 0.0;
     }
@@ -53,7 +52,7 @@ void TimeMonitor::ShowElapsedTime(std::string name)
     logger.WriteHeader(Ilog::LogType::Info);
     // Required text: the line has no module tag, and the number has no unit.
     logger << "Time elapsed [" << name << "] => ";
-    // Required: the clock is read only here, so the time includes the composition of the line.
+    // Required: the clock is read only now, so the time includes the composition of the line.
     logger << GetElapsedTime() << std::endl;
 }
 

@@ -30,9 +30,9 @@ public:
     /// @return seconds since StartTimer(); 0.0 if the clock cannot be read.
     double GetElapsedTime();
 
-    /// Logs "Time elapsed [name] => seconds", without a module; six significant digits, no unit.
+    /// Logs "Time elapsed [name] => number": seconds, six significant digits, no unit, no module.
     ///
-    /// Blocks while another thread composes a line.
+    /// Blocks until earlier lines have been composed and written.
     /// @param name  Any text, to tell measurements apart.
     /// @note The clock is read after the first part of the line has been composed, so the elapsed
     /// time includes the time for that part. The clock is read even if all loggers are disabled.

@@ -17,7 +17,7 @@ void PrepareAttributes(pthread_attr_t& attributes, int stackSize)
 {
     pthread_attr_init(&attributes);
     if (stackSize > 0) {
-        // Required: if the size is refused, this is not reported and the default stays.
+        // Best effort: a size that is refused leaves the default.
         pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(stackSize));
     }
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
@@ -62,7 +62,7 @@ Timer::Timer(int milliseconds, std::function<void(Timer*)> work, void* context, 
     // Held to the end: a late expiry of an earlier timer at this address must not call the
     // callback, which may delete this timer, before the timer is complete.
     const auto lock = LiveTimers::Get().Add(this);
-    // Required: the results are not checked; a failure stays in the error text.
+    // A failure stays in the error text.
     Create();
     notification.sigev_notify_attributes = nullptr;  // They are gone after this constructor.
     SetTime(milliseconds);
@@ -117,13 +117,12 @@ bool Timer::Remove()
     }
 
     if (timer_delete(timerId) != 0) {
-        // Required: the message goes to standard output, not to the log; the error text stays.
+        // Required: the message goes to standard output, not to the log or the error text.
         std::cout << "Unable to delete timer .... !!!!!" << std::endl;
         return false;
     }
     timerId = nullptr;
-    // Required: the value is cleared too, so the expiries after another Create() do nothing.
-    // Instead: a new Timer.
+    // Required: the value is cleared too. So the expiries after another Create() do nothing.
     notification.sigev_value.sival_ptr = nullptr;
     return true;
 }
@@ -142,7 +141,6 @@ void Timer::CB(sigval value)
         work = timer->callback;
     }
     if (work != nullptr) {
-        // Required: an empty callback throws here, which ends the process.
         (*work)(timer);
     }
 }

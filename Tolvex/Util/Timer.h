@@ -19,14 +19,14 @@ namespace Tolvex::Util {
 /// examples/PeriodicTimer.cpp.
 ///
 /// A callback that is running keeps the callable and its captures alive, even after the timer was
-/// destroyed. Such a call must not touch the Timer that it was given.
+/// destroyed. A callback that runs after the destruction must not touch the Timer.
 ///
 /// **Stale expiries.** An expiry may be delivered late, when the timer has been changed in the
 /// meantime:
-/// - After the timer was destroyed it is dropped.
-/// - After Remove(), SetTime() or Create() it still calls the callback.
-/// - If a new timer was built at the address of a destroyed one, it calls the callback of the new
-///   timer, early.
+/// - If the timer was destroyed, the expiry is dropped.
+/// - After Remove(), SetTime() or Create() the expiry still calls the callback.
+/// - If a new timer has the address of a destroyed one, the expiry calls the callback of the new
+///   timer, too early.
 ///
 /// A program that such a call would harm has two ways to avoid it. It can let the callback compare
 /// the clock with the time at which the first call is due. For the last case it can also build the
@@ -83,8 +83,8 @@ public:
     /// @return false with "Timer not initialized" or "Set timer error".
     bool SetTime(int milliseconds);
 
-    /// Deletes the system timer, for good. Callbacks that run are not waited for; a stale expiry
-    /// may still call the callback.
+    /// Deletes the system timer. To continue, make a new Timer: see the note at Create(). Callbacks
+    /// that run are not waited for; a stale expiry may still call the callback.
     ///
     /// @return true, also if there is none. If the system refuses: false, after a message on
     /// standard output; the error text does not change.

@@ -26,17 +26,17 @@ float Quotient(float dividend, int divisor)
 
 float AccNativeToFloat(unsigned char raw, unsigned char range)
 {
-    // Required: an integer division: 42 counts per g for a range of 3, and 0 above 128.
+    // Required: an integer division, unlike in AccFloatToNative(). A range of 3 has 42 counts per
+    // g, and a range above 128 has 0.
     const int countsPerG = range != 0 ? fullScale / range : 0;
     return Quotient(static_cast<std::int8_t>(raw), countsPerG);
 }
 
 std::int8_t AccFloatToNative(float acceleration, unsigned char range)
 {
-    // Required: scales by the exact factor, in single precision, unlike AccNativeToFloat().
     const float counts = Quotient(acceleration * static_cast<float>(fullScale), range);
 
-    // Required: an acceleration beyond the range wraps around; only the low 8 bits count.
+    // Required: only the low 8 bits count, so an acceleration beyond the range wraps around.
     return static_cast<std::int8_t>(Base::SaturateToInt32(static_cast<double>(counts)));
 }
 

@@ -24,7 +24,8 @@ namespace Tolvex::UtilAcc {
 TOLVEX_EXPORT float AccNativeToFloat(unsigned char raw, unsigned char range);
 
 /// @param acceleration  In g.
-/// @param range         Full-scale range in g; 0 acts as an infinite factor.
+/// @param range         Full-scale range in g. 0 gives -1 for a positive acceleration and 0 for any
+///                      other.
 /// @return sample byte: the low 8 bits of the scaled number. The scaled number is truncated toward
 ///         zero and saturates at 32 bits; NaN gives 0.
 /// @note Accelerations beyond the range wrap around and are not clamped: 2.5 g at a range of 2

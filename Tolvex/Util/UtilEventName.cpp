@@ -8,18 +8,17 @@
 namespace Tolvex::Util {
 namespace {
 
-// Positions of the fields of two characters.
-// Required: the prefix always counts as 12 characters.
+// Positions of the fields of two characters, behind a prefix of 12 characters.
 constexpr std::size_t dayPosition = 12;
 constexpr std::size_t monthPosition = 14;
 constexpr std::size_t yearPosition = 16;
 constexpr std::size_t hourPosition = 18;
 constexpr std::size_t minutePosition = 20;
 
-/// The position is at most the length of the name; a missing field reads as 0.
+/// @param position  At most the length of the name.
+/// @return the number. A field that is missing, or has no number, reads as 0.
 int ReadField(const std::string& name, std::size_t position)
 {
-    // Required: a field without a number is not refused; it reads as 0.
     const std::string field = name.substr(position, 2);
     return static_cast<int>(std::strtol(field.c_str(), nullptr, 10));
 }
@@ -39,7 +38,7 @@ std::string BuildEventFileName(const std::string& prefix, const time_t& t,
 
 bool GetEventTimeFromFileName(const std::string& name, time_t& t)
 {
-    // Required: a name that ends after the hour is accepted and has minute 0.
+    // Required: a name that ends after the hour is accepted. Its minute is 0.
     if (name.size() < minutePosition) {
         return false;
     }
@@ -50,7 +49,7 @@ bool GetEventTimeFromFileName(const std::string& name, time_t& t)
     local.tm_year = ReadField(name, yearPosition) + 100;
     local.tm_hour = ReadField(name, hourPosition);
     local.tm_min = ReadField(name, minutePosition);
-    // Required: the second equals the minute.
+    // Required: the second is read from the position of the minute.
     local.tm_sec = ReadField(name, minutePosition);
     local.tm_isdst = -1;
     t = std::mktime(&local);

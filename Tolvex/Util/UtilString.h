@@ -15,13 +15,13 @@
 namespace Tolvex::Util {
 
 /// @param text  Any bytes.
-/// @return the text with each character in upper case, as the global locale of this moment
-///         (std::locale::global()) maps it, one byte at a time.
+/// @return the text in upper case, byte by byte, by the global locale (std::locale::global()) at
+///         the time of the call.
 TOLVEX_EXPORT std::string ToUpper(const std::string& text);
 
 /// @param text  Any bytes.
-/// @return the text with each character in lower case, as the global locale of this moment
-///         (std::locale::global()) maps it, one byte at a time.
+/// @return the text in lower case, byte by byte, by the global locale (std::locale::global()) at
+///         the time of the call.
 TOLVEX_EXPORT std::string ToLower(const std::string& text);
 
 /// @param value  Any number.

@@ -60,8 +60,7 @@ std::string Format(const tm& local, const std::string& format)
 
 time_t Str2Time(const std::string& text)
 {
-    // Required: changes the caller's characters although they are const.
-    // Instead: Str2Time() of a copy.
+    // Required: changes the caller's characters, although they are const.
     char* rest = const_cast<char*>(text.c_str());
 
     std::array<int, 6> numbers{};
@@ -75,7 +74,8 @@ time_t Str2Time(const std::string& text)
         rest = nullptr;
     }
 
-    // Required: nothing is checked. A field without a number is 0; numbers out of range carry over.
+    // Required: nothing is checked. A field without a number is 0, and numbers out of range carry
+    // over.
     tm local{};
     local.tm_year = numbers[0] - firstYearOfTm;
     local.tm_mon = numbers[1] - 1;
@@ -89,7 +89,6 @@ time_t Str2Time(const std::string& text)
 
 int DayDiff(const time_t& from, const time_t& to)
 {
-    // Required: a day has 86400 seconds, so a calendar day of 23 hours does not count as one.
     return Base::SaturateToInt32(std::difftime(to, from) / secondsPerDay);
 }
 
@@ -99,7 +98,7 @@ bool IsValidDate(const time_t& t)
     if (localtime_r(&t, &local) == nullptr) {
         return false;
     }
-    // Required: only 2018 to 2025 are valid, so the current year need not be.
+    // Required: only the years 2018 to 2025 are valid. Later years are not, on purpose.
     constexpr unsigned firstYear = 2018 - firstYearOfTm;
     constexpr unsigned years = 8;
     return static_cast<unsigned>(local.tm_year) - firstYear < years;

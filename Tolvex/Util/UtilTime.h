@@ -1,8 +1,8 @@
 /// @file
 /// Calendar time: reading, formatting, comparing. All broken-down times are in the local time zone.
 ///
-/// A change of the clocks skips or repeats some local times. mktime() resolves them, and gets
-/// "unknown" as daylight-saving flag. A skipped time is shifted by the change. A repeated time
+/// A change of the clocks skips or repeats some local times. The functions leave such times to
+/// mktime(), with tm_isdst = -1 (unknown). A skipped time is shifted by the change. A repeated time
 /// gives one of its two instants; earlier calls in the process decide which.
 /// @code
 /// std::string text = "2021-03-04 05:06:07";
@@ -27,8 +27,8 @@ namespace Tolvex::Util {
 /// count as one. "2021-03-04 05:06:07" and "2021,3.4 5:6:7" are the same time. Nothing is checked:
 /// a field that is no number reads as 0, and numbers out of range carry over as in mktime(). Text
 /// after the sixth number is ignored.
-/// @note Writes to the caller's text although it is const: the first separator after each of the
-/// six numbers becomes a NUL, even if there are fewer than six. Pass a string that no other thread
+/// @note Writes to the caller's text although it is const: the first separator after each number
+/// that is read becomes a NUL, also if there are fewer than six. Pass a string that no other thread
 /// uses.
 /// @param text  Changed, as stated above.
 /// @return the time; (time_t)-1 for fewer than six numbers, and if the time cannot be represented.
@@ -73,10 +73,10 @@ TOLVEX_EXPORT std::string DateISO(const time_t& t);
 
 /// Reads the time zone again. Log lines, file names and dates use the new zone from then on.
 ///
-/// Call it when the device has entered another time zone, after `TZ` was set or `/etc/localtime`
-/// was replaced. Without this call the change is noticed later, or never. If `TZ` names the zone,
-/// only a new name counts as a change; new content in the file of the zone does not. If the file is
-/// missing or damaged, the zone is UTC.
+/// Call it after the program has set `TZ` or replaced `/etc/localtime`, for example because the
+/// device has entered another zone. Without this call the change is noticed later, or never. If
+/// `TZ` names the zone, only a new name counts as a change; new content in the file of the zone
+/// does not. If the file is missing or damaged, the zone is UTC.
 /// @code
 /// std::filesystem::create_symlink("/usr/share/zoneinfo/Europe/Lisbon", "/etc/localtime.new");
 /// std::filesystem::rename("/etc/localtime.new", "/etc/localtime");

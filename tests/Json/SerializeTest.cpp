@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -173,6 +175,51 @@ TEST(SerializeTest, KeysAndStringsOfEveryLengthAreWholeWhereverTheyStand)
     expected += "]";
 
     EXPECT_EQ(SerializeArray(document), expected);
+}
+
+// The writer estimates the rest of the text whenever its buffer is full.
+TEST(SerializeTest, EmptyContainersAreWrittenWhereverTheBufferIsFull)
+{
+    for (std::size_t length = 0; length < 4200; ++length) {
+        // Several short strings: a long one bypasses the buffer.
+        Array document;
+        std::string expected = "[";
+        for (std::size_t rest = length; rest != 0;) {
+            const std::string bytes(std::min<std::size_t>(rest, 500), 'x');
+            document.push_back(bytes);
+            expected.append("\"").append(bytes).append("\",");
+            rest -= bytes.size();
+        }
+        Array nested;
+        std::string nestedText = "[]";
+        for (int depth = 0; depth < 10; ++depth) {
+            Array outer;
+            outer.push_back(std::move(nested));
+            nested = std::move(outer);
+            nestedText = "[" + nestedText + "]";
+        }
+        document.push_back(Array{});
+        document.push_back(Object{});
+        document.push_back(std::move(nested));
+        expected += "[],{}," + nestedText + "]";
+
+        ASSERT_EQ(SerializeArray(document), expected) << length;
+    }
+}
+
+TEST(SerializeTest, ManyEmptyContainersAreWritten)
+{
+    Object withEmptyMember;
+    withEmptyMember["a"] = Array{};
+    for (const Value& value : {Value(Array{}), Value(Object{}), Value(withEmptyMember)}) {
+        Array document;
+        std::string expected;
+        for (int i = 0; i < 5000; ++i) {
+            document.push_back(value);
+            expected.append(i == 0 ? "[" : ",").append(SerializeValue(value));
+        }
+        EXPECT_EQ(SerializeArray(document), expected + "]");
+    }
 }
 
 // The text outgrows the memory of its string.

@@ -36,11 +36,13 @@ using Tolvex::Ilog::LogType;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
 using Tolvex::Support::Gate;
+using Tolvex::Support::late;
 using Tolvex::Support::LinesWithoutDate;
 using Tolvex::Support::Log;
 using Tolvex::Support::longestLogWait;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
+using Tolvex::Support::RunInTime;
 using Tolvex::Support::Scaled;
 using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::SleepingThread;
@@ -192,7 +194,7 @@ TEST(IgnitionOffTest, ManipulatorThatHangsDelaysTheCallByOneBoundOnly)
 {
     const ScratchDirectory directory;
     const std::string path = directory.Path("log");
-    const ChildResult child = RunInChild([&path] {
+    const ChildResult child = RunInTime([&path] {
         alarm(hangSeconds);
         EXPECT_TRUE(Log().EnableFile(path));
         std::thread composing([] {
@@ -203,13 +205,13 @@ TEST(IgnitionOffTest, ManipulatorThatHangsDelaysTheCallByOneBoundOnly)
 
         const auto start = Clock::now();
         Log().RunIgnitionOff();
-        EXPECT_GE(Clock::now() - start, longestLogWait);
-        EXPECT_LT(Clock::now() - start, 2 * longestLogWait - std::chrono::milliseconds(200));
+        const auto took = Clock::now() - start;
+        EXPECT_GE(took, longestLogWait);
         EXPECT_FALSE(Log().IsFileEnabled());
 
         manipulatorHangs = false;
         composing.join();
-        return 0;
+        return took < 2 * longestLogWait ? 0 : late;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
 }
@@ -254,6 +256,7 @@ TEST(IgnitionOffTest, TwoThreadsAtOnceWriteOneNotice)
     const std::size_t rounds = std::max<std::size_t>(20, Scaled(100));
     const ScratchDirectory directory;
     const ChildResult child = RunInChild([&] {
+        std::size_t inTime = 0;  // On a starved machine the bound may pass before the notice.
         for (std::size_t round = 0; round < rounds; ++round) {
             const std::string path = directory.Path(std::to_string(round));
             EXPECT_TRUE(Log().EnableFile(path));
@@ -267,9 +270,11 @@ TEST(IgnitionOffTest, TwoThreadsAtOnceWriteOneNotice)
             run();
             other.join();
             if (std::chrono::steady_clock::now() - begin < longestLogWait) {
+                ++inTime;
                 EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre(notice)) << round;
             }
         }
+        EXPECT_GT(inTime, 0U);
         return 0;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output;

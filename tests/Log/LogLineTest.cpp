@@ -80,6 +80,15 @@ TEST(LogLineTest, WritesHeaderModuleTextAndNewlineWhenItIsDestroyed)
                 ElementsAre("[ERROR][#WNET]eth0 is down, attempt 3", "no module", "[#Event]"));
 }
 
+TEST(LogLineTest, IsMadeFromAType)
+{
+    const auto lines = LinesOf([] {
+        LogLine line = LogType::Info;
+        line << "text";
+    });
+    EXPECT_THAT(lines, ElementsAre("text"));
+}
+
 TEST(LogLineTest, TakesWhateverAStreamTakes)
 {
     const auto lines = LinesOf([] {

@@ -239,7 +239,7 @@ TEST(WriterSignalsTest, CloseWaitsInFullThoughSignalsInterruptItsSleeps)
     released.Open();
     EXPECT_GT(signals, 0);
     // The writer was left behind. It uses the policy and the gates until it has written the line.
-    EXPECT_TRUE(Eventually([&logger] { return logger.GetPolicy().Lines().size() == 1; }));
+    EXPECT_TRUE(Eventually([&logger] { return logger.GetPolicy().LineCount() == 1; }));
     sigaction(SIGUSR1, &before, nullptr);
 }
 

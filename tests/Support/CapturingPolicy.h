@@ -58,6 +58,12 @@ public:
         return lines;
     }
 
+    std::size_t LineCount() const
+    {
+        const std::lock_guard lock(mutex);
+        return lines.size();
+    }
+
     std::vector<std::string> Outputs() const
     {
         const std::lock_guard lock(mutex);
@@ -100,7 +106,7 @@ inline void WriteLine(CapturingLogger& logger, const std::string& text,
 inline std::vector<std::string> AwaitLines(CapturingLogger& logger, std::size_t count)
 {
     CapturingPolicy& policy = logger.GetPolicy();
-    Eventually([&] { return policy.Lines().size() >= count; });
+    Eventually([&] { return policy.LineCount() >= count; });
     return policy.Lines();
 }
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <functional>
 #include <future>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -106,6 +107,28 @@ private:
     std::atomic<bool> isSet = false;
 };
 
+/// A timer at an address that no timer had before. A late expiry of another test's timer would call
+/// one at the same address early.
+class TimerAtANewAddress
+{
+public:
+    template <typename... Arguments>
+    explicit TimerAtANewAddress(Arguments&&... arguments)
+    {
+        static auto* const places = new std::list<std::optional<Timer>>;
+        timer = &places->emplace_back(std::in_place, std::forward<Arguments>(arguments)...);
+    }
+    ~TimerAtANewAddress() { timer->reset(); }
+
+    TimerAtANewAddress(const TimerAtANewAddress&) = delete;
+    TimerAtANewAddress& operator=(const TimerAtANewAddress&) = delete;
+
+    Timer* operator->() { return &**timer; }
+
+private:
+    std::optional<Timer>* timer;
+};
+
 class TimerExpiryTest : public ::testing::Test
 {
 protected:
@@ -131,7 +154,7 @@ TEST_F(TimerExpiryTest, TimerOf1500MillisecondsCallsAfterEachMultipleOfIt)
 {
     const auto start = Clock::now();
 
-    const Timer timer(1500, Noting(calls), nullptr, stackBytes);
+    const TimerAtANewAddress timer(1500, Noting(calls), nullptr, stackBytes);
 
     const auto times = calls->WaitFor(2);
     ASSERT_GE(times.size(), 2U);
@@ -144,7 +167,7 @@ TEST_F(TimerExpiryTest, NoCallComesBeforeItsPeriodIsOver)
     constexpr std::size_t count = 50;
     const auto start = Clock::now();
 
-    const Timer timer(5, Noting(calls), nullptr, stackBytes);
+    const TimerAtANewAddress timer(5, Noting(calls), nullptr, stackBytes);
 
     auto times = calls->WaitFor(count);
     ASSERT_GE(times.size(), count);
@@ -158,7 +181,7 @@ TEST_F(TimerExpiryTest, SlowerPeriodCountsFromTheMomentOfSetTime)
 {
     auto slow = std::make_shared<CallTimes>();
     auto isSlow = std::make_shared<std::atomic<bool>>(false);
-    Timer timer(
+    TimerAtANewAddress timer(
         never,
         [slow, isSlow](Timer*) {
             if (isSlow->load()) {
@@ -169,7 +192,7 @@ TEST_F(TimerExpiryTest, SlowerPeriodCountsFromTheMomentOfSetTime)
 
     isSlow->store(true);
     const auto start = Clock::now();
-    ASSERT_TRUE(timer.SetTime(300));
+    ASSERT_TRUE(timer->SetTime(300));
 
     const auto times = slow->WaitFor(2);
     ASSERT_GE(times.size(), 2U);
@@ -224,11 +247,11 @@ TEST_F(TimerExpiryTest, TimerCreatedAfterRemoveExpiresWithoutEffect)
         Timer::CB(value);
         ++delivered;
     };
-    Timer timer(never, Noting(calls), nullptr, stackBytes);
-    ASSERT_TRUE(timer.Remove());
+    TimerAtANewAddress timer(never, Noting(calls), nullptr, stackBytes);
+    ASSERT_TRUE(timer->Remove());
 
-    ASSERT_TRUE(timer.Create());
-    ASSERT_TRUE(timer.SetTime(2));
+    ASSERT_TRUE(timer->Create());
+    ASSERT_TRUE(timer->SetTime(2));
 
     EXPECT_TRUE(Eventually([] { return delivered >= 3; }));
     EXPECT_EQ(calls->Count(), 0U);
@@ -544,7 +567,7 @@ TEST_F(LateExpiryTest, DoesNotReachANewTimerThatWasBuiltBeforeTheOldOneWasDestro
     place.Build(2, Noting(calls));
     ASSERT_TRUE(expiries.WaitForOne());
 
-    const Timer next(never, Noting(other), nullptr, stackBytes);
+    const TimerAtANewAddress next(never, Noting(other), nullptr, stackBytes);
     place.Empty();
 
     EXPECT_TRUE(expiries.LetGo());

@@ -88,7 +88,7 @@ private:
         return false;
     }
 
-    int waitsWithoutSpin = 0;        ///< so many waits do not spin
+    int waitsWithoutSpin = 0;        ///< number of waits to come that do not spin
     int backoff = 1;                 ///< value of waitsWithoutSpin after the next spin that fails
     bool severalProcessors = false;  ///< known since the last spin that failed
 };

@@ -87,7 +87,7 @@ BoundedThread::Result BoundedThread::Run(std::function<void()> call, Deadline de
     state->changed.notify_all();
     const bool done = state->changed.wait_until(
         lock, deadline, [this] { return state->phase == State::Phase::Idle; });
-    // The system may have held the thread up.
+    // The thread may not have run since it was asked. Then the request is taken back.
     if (!done && late == Late::NotCalled && state->phase == State::Phase::Asked) {
         state->phase = State::Phase::Idle;
     }

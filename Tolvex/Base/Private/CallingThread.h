@@ -6,13 +6,14 @@
 
 namespace Tolvex::Base {
 
-/// Identifies a thread while it is alive; 0 is no thread. The low bits of threadIdSpareBits are 0.
+/// Identifies a thread while it is alive; 0 is no thread. The bits of threadIdSpareBits are 0.
 using ThreadId = std::uintptr_t;
 
 /// Bits of a ThreadId that are always 0, for users that keep flags there.
 constexpr ThreadId threadIdSpareBits = 63;
 
-/// Only its address is used. Found without a call: the linker reserves its place in every thread.
+/// Only its address is used. The linker reserves its place in every thread, so finding the address
+/// takes no call.
 alignas(threadIdSpareBits + 1)
     [[gnu::tls_model("initial-exec")]] inline constinit thread_local char threadMark = 0;
 

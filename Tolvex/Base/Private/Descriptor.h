@@ -51,7 +51,8 @@ private:
     int number;
 };
 
-/// Writes all of the text unless the system refuses: in one go, if it takes it in one go.
+/// Writes all of the text, unless the system refuses. If the system takes the whole text in one
+/// write(), there is only one.
 ///
 /// @return how many bytes were written; when some are missing, errno tells why.
 inline std::size_t WriteAll(const Descriptor& file, std::string_view text)
@@ -74,7 +75,7 @@ inline std::size_t WriteAll(const Descriptor& file, std::string_view text)
 /// Has the system write a file to the medium. Blocks as long as that takes.
 ///
 /// @param sync  fdatasync() or fsync().
-/// @return false when it may not be there; errno tells why.
+/// @return false when the file may not be on the medium; errno tells why.
 inline bool Sync(int (*sync)(int), const Descriptor& file)
 {
     int result = 0;
@@ -86,7 +87,7 @@ inline bool Sync(int (*sync)(int), const Descriptor& file)
 
 /// Has the system write the bytes of a file to the medium.
 ///
-/// @return false when they may not be there; errno tells why.
+/// @return false when they may not be on the medium; errno tells why.
 inline bool SyncData(const Descriptor& file)
 {
     return Sync(fdatasync, file);
@@ -101,7 +102,7 @@ inline std::string DirectoryOf(const std::string& path)
 
 /// Has the system write the entries of a directory to the medium: those of new and renamed files.
 ///
-/// @return false when they may not be there; errno tells why.
+/// @return false when they may not be on the medium; errno tells why.
 inline bool SyncDirectory(const std::string& path)
 {
     const Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -27,7 +27,7 @@ int StartDetachedThread(pthread_t& handle, const char* name, void* (*entry)(void
     handle = created;
     // Named before it is detached: the handle of a detached thread may already be invalid.
     if (name != nullptr && *name != '\0') {
-        // Required: a name of more than 15 characters is refused, which is not reported.
+        // Best effort: a name of more than 15 characters leaves the thread unnamed.
         pthread_setname_np(created, name);
     }
     pthread_detach(created);

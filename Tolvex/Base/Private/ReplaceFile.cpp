@@ -46,7 +46,7 @@ const char* ReplaceFile(const std::string& path, std::string_view text)
     const std::string directory = DirectoryOf(path);
     const NoCancellation scope;
 
-    // Closed last: the name is locked until it has become the other one.
+    // Closed last, because closing unlocks it: it stays locked until it has its final name.
     const Descriptor file = OpenAlone(temporary);
     if (!file.IsOpen()) {
         return "open: ";

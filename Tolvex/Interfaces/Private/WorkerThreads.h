@@ -37,7 +37,7 @@ public:
     /// few statements, or while a thread is created; nothing that is called under it blocks.
     std::mutex mutex;
 
-    /// What else belongs to the object; says itself which of it the mutex guards.
+    /// The other state of the object. The class says which parts of it the mutex guards.
     WorkerRecord record;
 
     // Call the following with the mutex held.

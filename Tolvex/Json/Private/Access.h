@@ -40,7 +40,7 @@ struct Access
     static bool Bool(const Value& value) { return value.mBoolVal; }
     static bool& Bool(Value& value) { return value.mBoolVal; }
 
-    /// Elements or members, active or not.
+    /// @return whether the value has elements or members, active or not.
     static bool HoldsValues(const Value& value)
     {
         return !value.mArrayVal.elements.empty() || !value.mObjectVal.members.empty();

@@ -27,7 +27,7 @@ struct Token
 /// @return false if the character is an error at this place.
 bool AddExponentMark(Token& token, char mark)
 {
-    // Required: accepts the last letter of true and false, whatever follows.
+    // After these letters the e belongs to true or false and is no exponent.
     if (token.text != "tru" && token.text != "fals") {
         if (!token.digit || token.exponent) {
             return false;
@@ -60,7 +60,7 @@ bool AddCharacter(Token& token, char character)
             token.point = true;
             break;
         default:
-            // Required: drops blanks, so that "1 2" is 12.
+            // Required: drops blanks, so "1 2" is 12.
             if (IsSpace(character)) {
                 return true;
             }
@@ -78,9 +78,8 @@ bool ConvertToDouble(const std::string& text, Value& value)
     const locale_t cLocale = newlocale(LC_ALL_MASK, "C", locale_t{});
     char* end = nullptr;
     errno = 0;
-    // Required: accepts all that strtod() accepts, for instance hexadecimal numbers.
     const double number = strtod_l(text.c_str(), &end, cLocale);
-    // Required: refuses the number after any error of strtod(), underflow included.
+    // Required: strtod() decides. It accepts 0x1e, and reports an error for 1e-310 (underflow).
     if (errno != 0 || end != text.c_str() + text.size()) {
         return false;
     }
@@ -92,6 +91,7 @@ bool ConvertToDouble(const std::string& text, Value& value)
 bool ConvertToInt(const std::string& text, Value& value)
 {
     char* end = nullptr;
+    // Required: an empty token converts to 0.
     const long long number = strtoll(text.c_str(), &end, 10);
     if (end != text.c_str() + text.size()) {
         return false;
@@ -100,7 +100,6 @@ bool ConvertToInt(const std::string& text, Value& value)
         number > std::numeric_limits<std::int32_t>::max()) {
         return ConvertToDouble(text, value);
     }
-    // Required: an empty token is 0.
     Access::SetInt(value, static_cast<std::int32_t>(number));
     return true;
 }

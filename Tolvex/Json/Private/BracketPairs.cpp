@@ -31,8 +31,8 @@ void BracketScan::ScanByte()
     const std::size_t offset = position++;
     const char byte = text[offset];
     if (byte == '"') {
-        // Required: only the one byte before a quote counts, so an escaped backslash hides it as
-        // well.
+        // Required: a backslash before the quote always escapes it, even if that backslash is
+        // escaped itself.
         if (offset == 0 || text[offset - 1] != '\\') {
             inString = !inString;
         }

@@ -12,7 +12,7 @@ namespace Tolvex::Json {
 ///
 /// @param open  The open containers, outermost first. Each has a size, and a count of the values
 ///              that have been begun.
-/// @return the factor between the whole length and the length so far, at most 4.
+/// @return the factor between the whole length and the length so far: more than 1, at most 4.
 template <typename Container>
 double EstimateGrowth(const std::vector<Container>& open)
 {
@@ -22,7 +22,8 @@ double EstimateGrowth(const std::vector<Container>& open)
     double complete = 0;
     double whole = 1;
     for (std::size_t level = 0; level < std::min(open.size(), levels); ++level) {
-        const auto size = static_cast<double>(open[level].size);
+        // An empty container is open for a moment, too.
+        const auto size = static_cast<double>(std::max<std::size_t>(open[level].size, 1));
         const auto begun = static_cast<double>(open[level].begun);
         complete += whole * std::max(begun - 1, 0.0) / size;
         whole /= size;

@@ -157,7 +157,7 @@ bool PlainReader::ReadElements(std::vector<Value>& elements)
         }
 
         if (*at == 'n') {
-            // Required: an array drops null.
+            // An array drops null, see RulesReader.
             if (!ReadLiteral("null")) {
                 return false;
             }
@@ -184,7 +184,7 @@ bool PlainReader::ReadMembers(Value& object)
         }
         SkipSpace();
         if (opened) {
-            opened = false;  // Required: braces with nothing but blanks are malformed.
+            opened = false;  // Braces with nothing but blanks are malformed, see RulesReader.
         } else if (*at == '}') {
             return Close();
         } else if (*at == ',') {

@@ -10,9 +10,9 @@ namespace Tolvex::Json {
 ///
 /// A tree that was read from text lies in memory nearly in the order of the text. But a walk visits
 /// the members of an object in the order of their keys, which the processor cannot predict. The
-/// address is only a hint: a wrong one costs little and cannot fail. Nor can it be exact, because
-/// no member knows where the next ones are: so the fetched bytes of neighbours overlap, and few
-/// members are missed.
+/// address is only a hint: a wrong one costs little and cannot fail. It is not exact, because no
+/// member knows where the next ones are. Each call fetches so much that the bytes fetched for
+/// neighbours overlap. So few members are missed.
 /// @param direction  1: a walk to higher addresses; -1: to lower ones.
 /// @return the argument: g++ drops calls of a function that only prefetches.
 template <typename Place>

@@ -16,10 +16,10 @@ constexpr std::size_t unicodeEscape = 6;
 constexpr std::size_t hexOffset = 4;
 constexpr std::size_t hexLength = 2;
 
-/// Required: makes one byte from the last two of the four digits, as strtoul() reads them.
+/// Required: makes one byte from the last two of the four digits, without a check that they are
+/// digits.
 char DecodeHex(std::string_view body, std::size_t escape)
 {
-    // Required: throws, although all other malformed text reads as null.
     if (escape + hexOffset > body.size()) {
         throw std::out_of_range("json \\u escape is cut off by the end of its string");
     }
@@ -38,7 +38,7 @@ std::size_t AppendEscape(std::string_view body, std::size_t escape, std::string&
         return unicodeEscape;
     }
     const std::size_t index = escapeLetters.find(letter);
-    // Required: drops an unknown escape, backslash and letter.
+    // Required: an unknown escape is dropped, both backslash and letter.
     if (index != std::string_view::npos) {
         text += escapedBytes[index];
     }
@@ -53,7 +53,7 @@ void Unescape(std::string_view body, std::string& text)
         const std::size_t escape = std::min(body.find('\\', at), body.size());
         text.append(body, at, escape - at);
         if (escape + 1 >= body.size()) {
-            // Required: keeps a backslash that comes last.
+            // A backslash at the end of the body begins no escape and stays.
             text.append(body, escape, std::string_view::npos);
             return;
         }
@@ -81,7 +81,7 @@ void DecodeString(std::string_view body, std::string& text)
     std::string decoded;
     decoded.reserve(body.size());
     Unescape(body, decoded);
-    // Required: trims after decoding, so white space made by escapes is removed, too.
+    // Required: trims after decoding, so white space that escapes have made is removed, too.
     text = Trim(decoded);
 }
 

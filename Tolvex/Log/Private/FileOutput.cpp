@@ -11,6 +11,7 @@ namespace Tolvex::Ilog {
 FileOutput::FileOutput(const std::string& filePath,
                        const std::shared_ptr<const FileSettings>& fileSettings)
     : path(filePath),
+      settings(fileSettings),
       rotation(filePath, fileSettings),
       sync(std::make_shared<FileSync>(filePath, fileSettings))
 {
@@ -24,12 +25,15 @@ void FileOutput::RepairEnd()
 
 void FileOutput::Append(const std::string& line)
 {
+    // Required: opens and closes the file for every line, so others may move, delete or truncate it
+    // at any time.
     const Base::Descriptor file = rotation.Open(line.size() + (tornPossible ? 1 : 0));
     if (!file.IsOpen()) {
-        return;  // Required: a line for which there is no file is lost without a report.
+        return;  // The line is lost. This is not reported.
     }
+    const bool syncing = settings->durability != LogDurability::None;
     const std::optional<Base::FileStatus> before =
-        tornPossible || sync->IsWanted() ? Base::FileStatus::Of(file) : std::nullopt;
+        tornPossible || syncing ? Base::FileStatus::Of(file) : std::nullopt;
     const bool newLineFirst = tornPossible && before && (!torn || torn->IsSameFile(*before)) &&
                               EndsInTheMiddleOfALine(*before);
 
@@ -44,7 +48,7 @@ void FileOutput::Append(const std::string& line)
         tornPossible = true;
         torn = Base::FileStatus::Of(file);
     }
-    if (sync->IsWanted()) {
+    if (syncing) {
         sync->AfterLine(file, before);
     }
 }

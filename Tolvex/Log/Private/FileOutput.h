@@ -34,6 +34,7 @@ private:
     bool EndsInTheMiddleOfALine(const Base::FileStatus& file) const;
 
     const std::string path;
+    const std::shared_ptr<const FileSettings> settings;
     FileRotation rotation;
     const std::shared_ptr<FileSync> sync;  ///< shared with its thread
     bool tornPossible = false;             ///< a file may end in a part of a line

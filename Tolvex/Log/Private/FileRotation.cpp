@@ -73,8 +73,8 @@ Base::Descriptor FileRotation::Open(std::size_t lineBytes)
         }
         locked = Lock(file, rotating ? LOCK_EX : LOCK_SH);
         if (!status->IsSameFile(Base::FileStatus::Of(path))) {
-            // The file was renamed before it was locked. A removed file is never used, however
-            // often that happens: each time another process has removed a file in between.
+            // The file was renamed or removed before it was locked. After many tries a renamed file
+            // is used. A removed one is never used: the loop ends when no process removes the file.
             if (reopenings < mostReopenings || IsRemoved(file)) {
                 continue;
             }
@@ -98,7 +98,7 @@ void FileRotation::Unlock(const Base::Descriptor& file)
     }
 }
 
-/// Waits for a limited time, and for some time after a failure not at all.
+/// Waits for a limited time. For some time after a failure it tries once and does not wait.
 bool FileRotation::Lock(const Base::Descriptor& file, int operation)
 {
     if (Clock::now() < retryAt) {

@@ -33,7 +33,7 @@ public:
 
     /// Opens the file, and creates it if it is missing. With a size limit it is locked then, unless
     /// another process keeps the lock.
-    /// @param lineBytes  That are about to be written.
+    /// @param lineBytes  Number of bytes that are about to be written.
     Base::Descriptor Open(std::size_t lineBytes);
 
     /// Ends the lock of the file that was opened last, if there is one.

@@ -11,7 +11,7 @@
 
 namespace Tolvex::Ilog {
 
-/// The size limit of a file, in one word: a line never meets one half of a setting.
+/// The size limit of a file. In one word, so that no thread reads one half of a new setting.
 class SizeLimit
 {
 public:
@@ -33,7 +33,7 @@ private:
     std::uint64_t word = 0;
 };
 
-/// Shared by a policy and its files. Each member has a meaning of its own, whatever the others are.
+/// Shared by a policy and its files. The members do not depend on each other.
 /// @par Thread safety
 /// Thread-safe.
 struct FileSettings

@@ -18,7 +18,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-/// After so long a thread that sleeps notices a shorter interval.
+/// A sleeping thread notices a shorter interval after this time at the latest.
 constexpr std::chrono::milliseconds longestSleep(100);
 
 }  // namespace
@@ -28,11 +28,6 @@ FileSync::FileSync(std::string filePath, std::shared_ptr<const FileSettings> fil
       directory(Base::DirectoryOf(path)),
       settings(std::move(fileSettings))
 {
-}
-
-bool FileSync::IsWanted() const
-{
-    return settings->durability != LogDurability::None;
 }
 
 void FileSync::AfterLine(const Base::Descriptor& file,

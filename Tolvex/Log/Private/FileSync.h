@@ -30,11 +30,8 @@ public:
     /// @param fileSettings  Read for every line.
     FileSync(std::string filePath, std::shared_ptr<const FileSettings> fileSettings);
 
-    /// @return whether lines have to reach the medium at all.
-    bool IsWanted() const;
-
-    /// After a line, or a part of one, was written.
-    /// @param file    Which it was written to.
+    /// After a line, or a part of one, was written. Call unless the durability is None.
+    /// @param file    The file that it was written to.
     /// @param before  The file before the line; nothing if it is not a regular one.
     void AfterLine(const Base::Descriptor& file, const std::optional<Base::FileStatus>& before);
 
@@ -45,7 +42,7 @@ private:
     static void* SyncLater(void* argument);
 
     const std::string path;
-    const std::string directory;  ///< that the file is in
+    const std::string directory;  ///< of the file
     const std::shared_ptr<const FileSettings> settings;
     std::optional<Base::FileStatus> known;  ///< the file of the line before
     std::atomic<unsigned> newFiles = 0;     ///< how many times a line went to an unknown file

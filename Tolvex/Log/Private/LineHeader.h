@@ -18,8 +18,8 @@ namespace Tolvex::Ilog {
 
 /// Makes "[2024-05-01 12:00:07][47C][ERROR]". Keeps the text of the time for one second.
 ///
-/// A changed wall clock shows in the next line. A changed time zone does, too, if its offset
-/// differs from UTC by another amount; otherwise in the next second.
+/// A changed wall clock shows in the next line. So does a new time zone with another offset from
+/// UTC. One with the same offset shows in the next second.
 /// @par Thread safety
 /// Caller serialises; different objects at the same time.
 class LineHeader

@@ -87,8 +87,8 @@ bool LineLock::Await(std::uintptr_t ignoredFlags, Deadline deadline)
     return taken;
 }
 
-/// Spins, unless another thread does so already: more would keep processors from the threads that
-/// have the line.
+/// Spins, unless another thread does so already. More spinning threads would take processors from
+/// the thread that has the line.
 void LineLock::SpinUntilFree(std::uintptr_t allowedFlags)
 {
     if (spinning.exchange(true, std::memory_order_acquire)) {

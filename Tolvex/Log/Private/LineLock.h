@@ -74,8 +74,9 @@ public:
     /// line.
     bool Take(Entry entry, Deadline deadline = noDeadline);
 
-    /// Changes the phase of a line that is the calling thread's, or Complete, before or after.
-    /// @return false when the line is not the caller's or not in that phase.
+    /// Changes the phase of the calling thread's line. A change to Complete gives up the line, a
+    /// change from Complete takes it.
+    /// @return false when the line is not in the phase `from`, or is another thread's.
     bool Advance(Phase from, Phase to);
 
     /// Frees the line that the calling thread has, if it has one, and wakes the first waiting
@@ -95,8 +96,8 @@ public:
     /// @return who has the line at this moment.
     Holding Look() const { return {PhaseOf(word), word & ~Base::threadIdSpareBits}; }
 
-    /// Keep all other threads out of the queue while the process forks. In a forked child the lock
-    /// is free then, refusing, and without waiting threads.
+    /// Keep all other threads out of the queue while the process forks. In the child the lock is
+    /// then free, refuses lines, and has no waiting threads.
     void LockForFork() { mutex.lock(); }
     void UnlockAfterFork(bool inChild);
 

@@ -22,7 +22,7 @@ std::size_t BytesFor(std::size_t lines)
 
 }  // namespace
 
-// The memory stays as it is: pages that no line has used yet cost nothing.
+// The memory is not cleared, so pages that no line has used yet cost nothing.
 LineRing::LineRing(std::size_t lines)
     : lineLimit(lines),
       byteLimit(BytesFor(lines)),

@@ -36,7 +36,7 @@ void ForEachLogger(const Action& action)
     }
 }
 
-/// Whatever ends the thread, no line of it stays open.
+/// Called at the end of a thread, however it ends. Drops the lines that it has left open.
 void DropLinesOfThread(void* /*value*/)
 {
     const std::lock_guard guard(registryMutex);
@@ -61,7 +61,8 @@ void RenewInChild(LoggerState& state)
     const LineLock::Phase phase = state.lock.Look().phase;
     state.bufferStale = state.bufferStale || phase == LineLock::Inserting ||
                         phase == LineLock::Dropped || phase == LineLock::Taken;
-    // Not destroyed: a thread of the parent may have held the one or waited for the other.
+    // Not destroyed first: a thread of the parent may have held the mutex, or waited for the
+    // semaphore.
     new (&state.control) std::mutex;
     new (&state.lineReady) Interfaces::ISemaphore(0);
     state.controlling = 0;
@@ -95,7 +96,8 @@ bool IsBusy(const LoggerState& state)
 /// Waits until a line that was ended before exit() is written. A writer that hangs costs 2.1 s.
 void DrainAtExit()
 {
-    // By the clock: on a busy machine each of the short sleeps takes many times its length.
+    // A deadline, not a number of sleeps: on a busy machine each short sleep takes many times its
+    // length.
     const auto deadline = std::chrono::steady_clock::now() + longestWait;
     const std::lock_guard guard(registryMutex);
     ForEachLogger([deadline](const LoggerState& state) {

@@ -53,11 +53,11 @@ void* Writer::Thread::Run(void* thread)
             if (self->number != writers.current) {
                 return nullptr;
             }
-            // Read before the look for a line: none becomes complete after the writer is told to
+            // Read before looking for a line: no line becomes complete after the writer is told to
             // end.
             ending = writers.toldToEnd >= self->number;
-            // Required: a line that is complete is written before the writer ends. The token of a
-            // writer that is told to end may be gone.
+            // A writer that is told to end takes no further token: it could be one of the next
+            // writer. It looks for lines without tokens until none is complete.
         } while (self->WriteLine() && writers.toldToEnd >= self->number);
     }
     return nullptr;
@@ -128,7 +128,8 @@ void Writer::Stop()
 
 void Writer::TellToEnd()
 {
-    // In this order: a value that is streamed while enabled is false is missing in its line.
+    // In this order: once enabled is cleared, values are missing in an open line, so the line is
+    // dropped before.
     logger.lock.Refuse();
     logger.lock.Drop();
     Base::StoreShared(logger.enabled, false);
@@ -153,7 +154,6 @@ void Writer::End(std::uint32_t number)
 bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
 {
     const Base::NoCancellation scope;
-    // Required: stopped is polled 21 times, so a writer that hangs costs 2.1 seconds, not two.
     for (auto waited = stopPollInterval; waited <= longestWait; waited += stopPollInterval) {
         const auto now = std::chrono::steady_clock::now();
         if (Base::LoadShared(logger.stopped) || now >= deadline) {
