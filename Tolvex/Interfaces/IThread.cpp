@@ -34,7 +34,10 @@ class IThread::RunScope
 {
 public:
     explicit RunScope(IThread& worker)
-        : object(worker), workers(worker.workerThreads), run(workers->OwnRun())
+        : object(worker),
+          workers(worker.workerThreads),
+          run(workers->OwnRun()),
+          clock(workers->ClockOf(run))
     {
     }
 
@@ -44,6 +47,7 @@ public:
     RunScope& operator=(const RunScope&) = delete;
 
     WorkerThreads& Workers() const { return *workers; }
+    PassClock& Clock() const { return *clock; }
 
     /// @return false once a newer thread of the object was created.
     bool IsNewest() const { return workers->IsNewest(run); }
@@ -61,6 +65,7 @@ private:
     IThread& object;
     const std::shared_ptr<WorkerThreads> workers;
     const WorkerThreads::RunNumber run;
+    const std::shared_ptr<PassClock> clock;
     bool ended = false;
 };
 
@@ -90,9 +95,7 @@ bool IThread::RunScope::End()
         StoreShared(object.cancelRequested, false);
         StoreShared(object.finished, true);
     }
-    if (IsNewest()) {
-        workers->record.EndRun();
-    }
+    clock->BeginRest();  // The thread may have been unwound.
     workers->Remove(run);
     return !aborted;
 }
@@ -131,8 +134,9 @@ void IThread::RunThread()
 
 void IThread::RunPasses(const RunScope& scope)
 {
+    PassClock& clock = scope.Clock();
+    clock.EndRest();
     // No pass begins while the object is being destroyed: Run() may be gone already.
-    PassClock clock(scope.Workers().record);
     while (LoadShared(running) && !LoadShared(destroying) && scope.IsNewest()) {
         if (LoadShared(paused)) {
             clock.BeginRest();
@@ -243,7 +247,8 @@ bool IThread::CreateThread(const std::string& name, WorkerThreads& workers,
     if (IsRunning()) {
         return false;
     }
-    workers.record.BeginRun(name);
+    workers.record.nameAtStart = name;
+    workers.record.passClock = std::make_shared<PassClock>();
     const WorkerThreads::RunNumber run = workers.NextRun();
     StoreShared(finished, false);
     StoreShared(running, true);
@@ -264,13 +269,13 @@ bool IThread::CreateThread(const std::string& name, WorkerThreads& workers,
 void IThread::SetPriority(int policy, int priority)
 {
     const std::lock_guard<std::mutex> lock(workerThreads->mutex);
-    workerThreads->record.SetPriority(policy, priority);
+    workerThreads->record.scheduling = {policy, {.sched_priority = priority}};
 }
 
 void IThread::SetCpuAffinity(const cpu_set_t& cpus)
 {
     const std::lock_guard<std::mutex> lock(workerThreads->mutex);
-    workerThreads->record.SetCpuAffinity(cpus);
+    workerThreads->record.cpus = cpus;
 }
 
 void IThread::Stop()

@@ -6,7 +6,6 @@
 #include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
-#include <utility>
 
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/IThread.h"
@@ -17,12 +16,6 @@ namespace Tolvex::Interfaces {
 namespace {
 
 using Base::LoadShared;
-
-std::chrono::milliseconds InMilliseconds(std::int64_t nanoseconds)
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-        std::chrono::nanoseconds(nanoseconds));
-}
 
 /// @return bytes from the top of a living thread's stack to its lowest page that is in memory.
 std::size_t StackUsed(pthread_t thread)
@@ -41,9 +34,7 @@ std::size_t StackUsed(pthread_t thread)
     // that the last thread on this stack used at its end.
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     std::vector<unsigned char> inMemory((size + page - 1) / page);
-    if (mincore(lowest, size, inMemory.data()) != 0) {
-        return 0;
-    }
+    mincore(lowest, size, inMemory.data());  // A failure leaves 0: no page counts.
     const auto first = std::find_if(inMemory.begin(), inMemory.end(),
                                     [](unsigned char state) { return (state & 1U) != 0; });
     return size - std::min(size, static_cast<std::size_t>(first - inMemory.begin()) * page);
@@ -70,40 +61,33 @@ public:
         return LoadShared(worker.paused) ? WorkerState::Paused : WorkerState::Running;
     }
 
-    /// @return none for a worker that is on the way to its first start.
-    static std::optional<WorkerHealth> Read(const IThread& worker, const WorkerRecord& record)
+    /// Leaves out a worker that is on the way to its first start.
+    static void Append(const IThread& worker, std::vector<WorkerHealth>& workers)
     {
-        WorkerHealth health;
-        health.worker = &worker;
-        const WorkerRecord::Passes passes = record.ReadPasses();
-        health.passes = passes.count;
-        health.lastPass = InMilliseconds(passes.last);
-        health.longestPass = InMilliseconds(passes.longest);
-        health.runningPass = InMilliseconds(passes.running);
-
         // While the mutex is held no thread of the worker is created, and none ends.
-        const std::lock_guard<std::mutex> lock(worker.workerThreads->mutex);
-        if (!record.NameAtStart().has_value()) {
-            return std::nullopt;
+        WorkerThreads& threads = *worker.workerThreads;
+        const std::lock_guard<std::mutex> lock(threads.mutex);
+        if (threads.record.passClock == nullptr) {
+            return;
         }
-        health.name = *record.NameAtStart();
-        health.state = StateOf(worker);
-        if (const std::optional<pthread_t> thread = worker.workerThreads->Newest()) {
-            health.stackUsed = StackUsed(*thread);
-        }
-        return health;
+        const PassClock::Numbers numbers = threads.record.passClock->Read();
+        const std::optional<pthread_t> thread = threads.Newest();
+        workers.push_back({.worker = &worker,
+                           .name = threads.record.nameAtStart,
+                           .state = StateOf(worker),
+                           .passes = numbers.passes,
+                           .lastPass = numbers.lastPass,
+                           .longestPass = numbers.longestPass,
+                           .runningPass = numbers.runningPass,
+                           .stackUsed = thread.has_value() ? StackUsed(*thread) : 0});
     }
 };
 
 std::vector<WorkerHealth> ListWorkers()
 {
     std::vector<WorkerHealth> workers;
-    WorkerRecord::VisitAll([&workers](const IThread& worker, const WorkerRecord& record) {
-        if (std::optional<WorkerHealth> health = WorkerObserver::Read(worker, record)) {
-            workers.push_back(std::move(*health));
-        }
-    });
-    std::reverse(workers.begin(), workers.end());
+    WorkerRecord::VisitAll(
+        [&workers](const IThread& worker) { WorkerObserver::Append(worker, workers); });
     return workers;
 }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -34,41 +35,41 @@ const char* AppendCharacter(const char* at, const char* end, std::string& text)
 {
     const char* const begin = at++;
     const unsigned int lead = static_cast<unsigned char>(*begin);
-    if (lead >= 0xC2 && lead <= 0xF4) {
-        int missing = lead < 0xE0 ? 1 : (lead < 0xF0 ? 2 : 3);
-        // After some leads the second byte has a smaller range: no character has two encodings,
-        // none is a surrogate, and none is above U+10FFFF.
-        int lowest = lead == 0xE0 ? 0xA0 : (lead == 0xF0 ? 0x90 : 0x80);
-        int highest = lead == 0xED ? 0x9F : (lead == 0xF4 ? 0x8F : 0xBF);
-        for (; missing != 0 && at != end; ++at, --missing) {
-            const int byte = static_cast<unsigned char>(*at);
-            if (byte < lowest || byte > highest) {
-                break;
-            }
-            lowest = 0x80;
-            highest = 0xBF;
+    const bool isLead = lead >= 0xC2 && lead <= 0xF4;
+    int missing = lead < 0xE0 ? 1 : (lead < 0xF0 ? 2 : 3);
+    // After some leads the second byte has a smaller range: no character has two encodings, none is
+    // a surrogate, and none is above U+10FFFF.
+    int lowest = lead == 0xE0 ? 0xA0 : (lead == 0xF0 ? 0x90 : 0x80);
+    int highest = lead == 0xED ? 0x9F : (lead == 0xF4 ? 0x8F : 0xBF);
+    for (; isLead && missing != 0 && at != end; ++at, --missing) {
+        const int byte = static_cast<unsigned char>(*at);
+        if (byte < lowest || byte > highest) {
+            break;
         }
-        if (missing == 0) {
-            text.append(begin, at);
-            return at;
-        }
+        lowest = 0x80;
+        highest = 0xBF;
     }
-    text += "\xEF\xBF\xBD";  // U+FFFD
+    if (missing == 0) {
+        text.append(begin, at);
+    } else {
+        text += "\xEF\xBF\xBD";  // U+FFFD
+    }
     return at;
 }
 
-void AppendEscaped(char byte, std::string& text)
+/// @return the position after the byte.
+const char* AppendEscaped(const char* at, std::string& text)
 {
-    static constexpr std::string_view hexDigits = "0123456789abcdef";
-    const std::size_t index = escapedBytes.find(byte);
+    const std::size_t index = escapedBytes.find(*at);
     if (index != std::string_view::npos) {
         text += '\\';
         text += escapeLetters[index];
     } else {
-        text += "\\u00";
-        text += hexDigits[static_cast<unsigned char>(byte) / 16];
-        text += hexDigits[static_cast<unsigned char>(byte) % 16];
+        const auto byte = static_cast<unsigned char>(*at);
+        text += byte < 0x10 ? "\\u000" : "\\u001";
+        text += "0123456789abcdef"[byte % 16];
     }
+    return at + 1;
 }
 
 void AppendString(std::string_view bytes, std::string& text)
@@ -82,12 +83,8 @@ void AppendString(std::string_view bytes, std::string& text)
         if (special == end) {
             break;
         }
-        if (static_cast<unsigned char>(*special) < 0x80) {
-            AppendEscaped(*special, text);
-            at = special + 1;
-        } else {
-            at = AppendCharacter(special, end, text);
-        }
+        const bool ascii = static_cast<unsigned char>(*special) < 0x80;
+        at = ascii ? AppendEscaped(special, text) : AppendCharacter(special, end, text);
     }
     text += '"';
 }
@@ -96,21 +93,15 @@ void AppendString(std::string_view bytes, std::string& text)
 template <typename Number>
 void AppendNumber(Number number, std::string& text)
 {
-    std::array<char, 32> digits;
-    text.append(digits.data(),
-                std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
-}
-
-template <typename Number>
-void AppendFloating(Number number, std::string& text)
-{
     if (!std::isfinite(number)) {
         text += "null";
         return;
     }
-    const std::size_t begin = text.size();
-    AppendNumber(number, text);
-    if (text.find_first_of(".e", begin) == std::string::npos) {
+    std::array<char, 32> digits;
+    char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+    const std::string_view shortest(digits.data(), end);
+    text += shortest;
+    if (std::is_floating_point_v<Number> && shortest.find_first_of(".e") == shortest.npos) {
         text += ".0";  // or else -0.0 is read as the integer 0
     }
 }
@@ -130,10 +121,10 @@ void Begin(const Value& value, std::string& text, std::vector<Cursor>& open)
             AppendNumber(Access::Int(value), text);
             break;
         case FloatVal:
-            AppendFloating(Access::Float(value), text);
+            AppendNumber(Access::Float(value), text);
             break;
         case DoubleVal:
-            AppendFloating(Access::Double(value), text);
+            AppendNumber(Access::Double(value), text);
             break;
         case ObjectVal:
             text += '{';

@@ -1,7 +1,7 @@
 #include "Tolvex/Util/EventFile.h"
 
-#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
@@ -17,10 +17,8 @@ namespace {
 
 constexpr std::size_t stampLength = 12;
 constexpr std::size_t stampEnd = eventPrefixLength + stampLength;
-constexpr std::size_t mostCounterDigits = 4;  // of mostEventsPerSecond
 constexpr int firstYear = 2000;
 constexpr int firstYearOfTm = 1900;
-constexpr char counterMark = '_';
 
 /// The reason stands before the path, which may be too long for an exception's text.
 [[noreturn]] void Fail(const std::string& reason, const std::string& path)
@@ -47,27 +45,30 @@ int CreateExclusively(const std::string& path)
     return error;
 }
 
-/// @return the number that digits spell; -1 for no digits, or for anything else among them.
-int ReadDigits(std::string_view digits)
+/// @return what stands between the stamp and the full stop of a name.
+std::string CounterText(std::uint32_t number)
 {
-    int number = digits.empty() ? -1 : 0;
-    for (const char digit : digits) {
-        if (digit < '0' || digit > '9') {
-            return -1;
-        }
-        number = 10 * number + (digit - '0');
+    return number == 1 ? "" : "_" + std::to_string(number);
+}
+
+/// @return the counter with that text, or 0.
+std::uint32_t ReadCounter(std::string_view text)
+{
+    std::uint32_t number = 1;  // Stays 1 without a number, or with one that is too large.
+    if (!text.empty()) {
+        std::from_chars(text.data() + 1, text.data() + text.size(), number);
     }
-    return number;
+    return number <= mostEventsPerSecond && text == CounterText(number) ? number : 0;
 }
 
 /// @return the local time that the stamp tells, or -1.
 std::time_t ReadStamp(std::string_view stamp)
 {
-    if (ReadDigits(stamp.substr(0, 6)) < 0 || ReadDigits(stamp.substr(6)) < 0) {
+    if (stamp.find_first_not_of("0123456789") != std::string_view::npos) {
         return -1;
     }
     const auto field = [stamp](std::size_t position) {
-        return ReadDigits(stamp.substr(position, 2));
+        return 10 * (stamp[position] - '0') + (stamp[position + 1] - '0');
     };
     tm local{};
     local.tm_mday = field(0);
@@ -86,16 +87,6 @@ std::time_t ReadStamp(std::string_view stamp)
         return -1;
     }
     return std::mktime(&local);
-}
-
-/// @return the counter that the text between stamp and full stop tells, 1 for none; 0 for no such.
-int ReadCounter(std::string_view text)
-{
-    if (text.empty()) {
-        return 1;
-    }
-    const int number = text.size() > 1 + mostCounterDigits ? -1 : ReadDigits(text.substr(1));
-    return number > 1 && text == counterMark + std::to_string(number) ? number : 0;
 }
 
 }  // namespace
@@ -125,9 +116,7 @@ std::string CreateEventFile(const std::string& directory, const std::string& pre
 
     for (std::uint32_t number = 1; number <= mostEventsPerSecond; ++number) {
         std::string candidate = path;
-        if (number > 1) {
-            candidate.insert(nameBegin + stampEnd, counterMark + std::to_string(number));
-        }
+        candidate.insert(nameBegin + stampEnd, CounterText(number));
         const int error = CreateExclusively(candidate);
         if (error == 0) {
             return candidate;
@@ -142,18 +131,17 @@ std::string CreateEventFile(const std::string& directory, const std::string& pre
 
 bool ReadEventFileName(const std::string& name, EventFileName& parts)
 {
-    const std::size_t stop = std::min(name.find('.', std::min(stampEnd, name.size())), name.size());
-    if (stop == name.size() || !CanStandInName(name)) {
+    const std::size_t stop = name.find('.', stampEnd);
+    if (stop == std::string::npos || !CanStandInName(name)) {
         return false;
     }
     const std::string_view text = name;
     const std::time_t time = ReadStamp(text.substr(eventPrefixLength, stampLength));
-    const int number = ReadCounter(text.substr(stampEnd, stop - stampEnd));
+    const std::uint32_t number = ReadCounter(text.substr(stampEnd, stop - stampEnd));
     if (time == -1 || number == 0) {
         return false;
     }
-    parts = {name.substr(0, eventPrefixLength), time, static_cast<std::uint32_t>(number),
-             name.substr(stop + 1)};
+    parts = {name.substr(0, eventPrefixLength), time, number, name.substr(stop + 1)};
     return true;
 }
 

@@ -1,5 +1,5 @@
-// Forks while another thread starts the first worker. Not for the thread sanitizer
-// (tests/Support/ForkRegistrations.h).
+// Forks while another thread uses the list of workers for the first time. Not for the thread
+// sanitizer (tests/Support/ForkRegistrations.h).
 #include <chrono>
 #include <string>
 #include <unistd.h>
@@ -21,6 +21,8 @@ using Tolvex::Support::ExpectInChildren;
 using Tolvex::Support::HaltRow;
 using Tolvex::Support::Nap;
 using Tolvex::Support::ProbeThread;
+using Tolvex::Support::registrations;
+using Tolvex::Support::RunInChild;
 using Tolvex::Support::RunWhileHalted;
 
 void RunOneWorker()
@@ -49,5 +51,16 @@ INSTANTIATE_TEST_SUITE_P(Halted, FirstWorkerForkTest,
                          ::testing::Values(HaltRow{"BeforeTheListIsPreparedFor", {1, false}},
                                            HaltRow{"AfterTheListIsPreparedFor", {1, true}}),
                          [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST(FirstWorkerListForkTest, FirstLookAtTheListPreparesItForForks)
+{
+    const ChildResult result = RunInChild([] {
+        const int before = registrations;
+        ListWorkers();
+        EXPECT_EQ(registrations, before + 1);
+        return 0;
+    });
+    EXPECT_TRUE(result.Succeeded()) << result.output;
+}
 
 }  // namespace

@@ -4,12 +4,14 @@
 
 #include <atomic>
 #include <mutex>
+#include <pthread.h>
 
 #include "Tolvex/Base/Private/CallingThread.h"
 
 namespace Tolvex::Base {
 
-/// Guards what a forked child finds again. The fork handlers of its owner call the functions below.
+/// Guards what a forked child finds again. Fork handlers call the functions below: those that
+/// LockForkMutex() registers, or those of the owner.
 ///
 /// If a fork interrupts the registration of the handlers, the child registers them once more. Then
 /// each handler runs twice for one fork, and the second calls do nothing.
@@ -44,5 +46,28 @@ public:
 private:
     std::atomic<ThreadId> forkingThread = 0;  ///< the thread that holds the mutex for a fork
 };
+
+template <ForkMutex& mutex>
+void UnlockAfterFork()
+{
+    mutex.UnlockAfterFork();
+}
+
+/// Locks a mutex. The first call registers its fork handlers.
+///
+/// If a fork interrupts the registration, the child registers again. Best effort: without memory
+/// for it, a child that is forked while another thread holds the mutex finds it taken.
+/// @tparam inChild  The handler of the child; has to unlock the mutex.
+/// @par Thread safety
+/// Thread-safe. Waits for other threads that hold the mutex.
+template <ForkMutex& mutex, void (*inChild)() = UnlockAfterFork<mutex>>
+std::unique_lock<std::mutex> LockForkMutex()
+{
+    static pthread_once_t prepared = PTHREAD_ONCE_INIT;
+    pthread_once(&prepared, [] {
+        pthread_atfork([] { mutex.LockBeforeFork(); }, UnlockAfterFork<mutex>, inChild);
+    });
+    return std::unique_lock<std::mutex>(mutex);
+}
 
 }  // namespace Tolvex::Base

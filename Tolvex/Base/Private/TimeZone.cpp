@@ -3,7 +3,6 @@
 #include <atomic>
 #include <ctime>
 #include <mutex>
-#include <pthread.h>
 
 #include "Tolvex/Base/Private/ForkMutex.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
@@ -14,22 +13,6 @@ namespace {
 constinit std::atomic<std::uint32_t> generation = 0;
 constinit ForkMutex forkMutex;  // held while the zone is used
 
-void LockBeforeFork()
-{
-    forkMutex.LockBeforeFork();
-}
-
-void UnlockAfterFork()
-{
-    forkMutex.UnlockAfterFork();
-}
-
-/// Best effort: without memory, a child forked during a refresh finds the lock taken.
-void PrepareForForks()
-{
-    pthread_atfork(LockBeforeFork, UnlockAfterFork, UnlockAfterFork);
-}
-
 }  // namespace
 
 std::uint32_t TimeZoneGeneration()
@@ -39,10 +22,7 @@ std::uint32_t TimeZoneGeneration()
 
 std::unique_lock<std::mutex> LockAgainstForks()
 {
-    // If a fork interrupts the registration, the child registers again.
-    static pthread_once_t prepared = PTHREAD_ONCE_INIT;
-    pthread_once(&prepared, PrepareForForks);
-    return std::unique_lock<std::mutex>(forkMutex);
+    return LockForkMutex<forkMutex>();
 }
 
 void RefreshTimeZone()

@@ -50,7 +50,7 @@ WorkerThreads::RunNumber WorkerThreads::NextRun()
 
 void WorkerThreads::Add(pthread_t handle, RunNumber run)
 {
-    threads.push_back({handle, run, false});
+    threads.push_back({handle, run, false, record.passClock});
 }
 
 void WorkerThreads::Remove(RunNumber run)
@@ -90,6 +90,17 @@ WorkerThreads::RunNumber WorkerThreads::OwnRun()
         }
     }
     return noRun;
+}
+
+std::shared_ptr<PassClock> WorkerThreads::ClockOf(RunNumber run)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    for (const Entry& entry : threads) {
+        if (entry.run == run) {
+            return entry.clock;
+        }
+    }
+    return std::make_shared<PassClock>();  // RunThread() was called by hand.
 }
 
 bool WorkerThreads::HasRun(RunNumber run)

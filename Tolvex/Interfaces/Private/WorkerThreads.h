@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <pthread.h>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "Tolvex/Base/SharedValue.h"
+#include "Tolvex/Interfaces/Private/PassClock.h"
 #include "Tolvex/Interfaces/Private/WorkerRecord.h"
 
 namespace Tolvex::Interfaces {
@@ -42,6 +44,7 @@ public:
 
     /// Makes all threads in the list old ones. @return the number of the run to be started.
     RunNumber NextRun();
+    /// Adds a thread, which counts its passes in the newest clock of the record.
     void Add(pthread_t handle, RunNumber run);
     void Remove(RunNumber run);
     void MarkAborted(pthread_t handle);
@@ -55,6 +58,9 @@ public:
 
     /// @return the number of the calling thread's run.
     RunNumber OwnRun();
+
+    /// @return the clock of the calling thread's run.
+    std::shared_ptr<PassClock> ClockOf(RunNumber run);
 
     /// @return whether the thread of that run is in the list.
     bool HasRun(RunNumber run);
@@ -90,6 +96,7 @@ private:
         pthread_t handle;
         RunNumber run;
         bool aborted;
+        std::shared_ptr<PassClock> clock;
     };
 
     bool HasOlder(RunNumber run);

@@ -1,7 +1,6 @@
 #include "Tolvex/Log/Private/BlackBox.h"
 
 #include <cerrno>
-#include <mutex>
 #include <new>
 #include <utility>
 
@@ -9,11 +8,7 @@
 
 namespace Tolvex::Ilog {
 
-namespace {
-
-constinit std::mutex ringMutex;  // guards the rings; held while lines are copied, and during a fork
-
-}  // namespace
+constinit std::mutex BlackBox::ringMutex;
 
 constexpr PolicyCalls BlackBox::calls = {
     .writeHeader = [](void*, LogType) {},
@@ -35,7 +30,7 @@ void BlackBox::Open(std::size_t lines)
     const std::lock_guard guard(ringMutex);
     if (ring != nullptr) {
         for (const std::string& line : ring->Lines()) {
-            opened->Add(line);
+            opened->Add(line + '\n');
         }
     }
     ring = std::move(opened);
@@ -76,27 +71,8 @@ bool BlackBox::Save(const std::string& path) const
 
 std::vector<std::string> BlackBox::Lines() const
 {
-    std::vector<std::string> lines;
-    {
-        const std::lock_guard guard(ringMutex);
-        if (ring != nullptr) {
-            lines = ring->Lines();
-        }
-    }
-    for (std::string& line : lines) {
-        line.pop_back();
-    }
-    return lines;
-}
-
-void BlackBox::LockForFork()
-{
-    ringMutex.lock();
-}
-
-void BlackBox::UnlockAfterFork()
-{
-    ringMutex.unlock();
+    const std::lock_guard guard(ringMutex);
+    return ring == nullptr ? std::vector<std::string>() : ring->Lines();
 }
 
 }  // namespace Tolvex::Ilog

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,9 +30,8 @@ public:
     /// As Logger::GetLastLines().
     std::vector<std::string> Lines() const;
 
-    /// Keep all other threads out of the rings while the process forks.
-    static void LockForFork();
-    static void UnlockAfterFork();
+    /// Guards the rings of all objects; held while lines are copied, and during a fork.
+    static std::mutex ringMutex;
 
 private:
     void Open(std::size_t lines);

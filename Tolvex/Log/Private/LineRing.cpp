@@ -34,8 +34,12 @@ LineRing::LineRing(std::size_t lines)
 void LineRing::Add(std::string_view line)
 {
     const std::size_t length = std::min(line.size(), byteLimit);
+    // Drop the oldest lines.
     while (count == lineLimit || used + length > byteLimit) {
-        DropOldest();
+        begin = (begin + lengths[oldest]) % byteLimit;
+        used -= lengths[oldest];
+        oldest = (oldest + 1) % lineLimit;
+        --count;
     }
 
     const std::size_t end = (begin + used) % byteLimit;
@@ -47,22 +51,13 @@ void LineRing::Add(std::string_view line)
     ++count;
 }
 
-void LineRing::DropOldest()
-{
-    const std::size_t length = lengths[oldest];
-    oldest = (oldest + 1) % lineLimit;
-    begin = (begin + length) % byteLimit;
-    used -= length;
-    --count;
-}
-
 std::vector<std::string> LineRing::Lines() const
 {
     std::vector<std::string> lines(count);
     std::size_t from = begin;
     for (std::size_t line = 0; line < count; ++line) {
         const std::size_t length = lengths[(oldest + line) % lineLimit];
-        lines[line] = Piece(from, length);
+        lines[line] = Piece(from, length - 1);
         from = (from + length) % byteLimit;
     }
     return lines;

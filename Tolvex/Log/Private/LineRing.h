@@ -28,14 +28,13 @@ public:
     /// not its newline.
     void Add(std::string_view line);
 
-    /// @return the lines with their newlines, the oldest first.
+    /// @return the lines without their newlines, the oldest first.
     std::vector<std::string> Lines() const;
 
-    /// @return the same in one text.
+    /// @return the lines with their newlines, in one text.
     std::string Text() const { return Piece(begin, used); }
 
 private:
-    void DropOldest();
     std::string Piece(std::size_t from, std::size_t length) const;
 
     const std::size_t lineLimit;

@@ -52,7 +52,7 @@ void LockBeforeFork()
         Writer(state).LockForFork();
         state.lock.LockForFork();
     });
-    BlackBox::LockForFork();
+    BlackBox::ringMutex.lock();
 }
 
 void RenewInChild(LoggerState& state)
@@ -73,7 +73,7 @@ void UnlockAfterFork(bool inChild)
     if (!registryMutex.IsHeldForFork()) {
         return;
     }
-    BlackBox::UnlockAfterFork();
+    BlackBox::ringMutex.unlock();
     ForEachLogger([inChild](LoggerState& state) {
         if (inChild) {
             RenewInChild(state);
