@@ -52,16 +52,16 @@ echo "- the size: at most 300 KiB without symbols for the device"
 
 echo "- what it needs"
 # ld-linux is a part of the C library; thread-local variables are found through it.
-! needed | grep -vE '^(libcrypto\.so\.3|libuuid\.so\.1|libstdc\+\+\.so\.6|libgcc_s\.so\.1|libm\.so\.6|libc\.so\.6|ld-linux.*)$' ||
+! needed | grep -vE -e '^(libcrypto\.so\.3|libuuid\.so\.1|libstdc\+\+\.so\.6)$' \
+    -e '^(libgcc_s\.so\.1|libm\.so\.6|libc\.so\.6|ld-linux.*)$' ||
     fail "it needs more"
 
 echo "- what it exports: the public interface and main, nothing else"
 exported >"$scratch/exported"
 grep -qx main "$scratch/exported" || fail "main is missing"
-! grep -vE '^(main|((vtable|typeinfo|typeinfo name|guard variable) for |(non-)?virtual thunk to )?Tolvex::.*|.* Tolvex::.*)$' \
-    "$scratch/exported" || fail "foreign symbols"
-private=$(find "$source/Tolvex" -path '*/Private/*.h' -exec sed -nE 's/^(class|struct) ([A-Z][A-Za-z]*)( : .*)?$/\2/p' {} + |
-    paste -sd '|')
+! grep -vE '^main$|(^| )Tolvex::' "$scratch/exported" || fail "foreign symbols"
+private=$(find "$source/Tolvex" -path '*/Private/*.h' -exec \
+    sed -nE 's/^(class|struct) ([A-Z][A-Za-z]*)( : .*)?$/\2/p' {} + | paste -sd '|')
 ! grep -E "(^| |::)(Base|$private)::" "$scratch/exported" || fail "private symbols"
 
 echo "- what it runs on load: the standard streams' initialisation of its source files, nothing else"
