@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <sstream>
 #include <string>
@@ -13,6 +12,7 @@
 #include <utility>
 
 #include "Tolvex/Base/Private/Descriptor.h"
+#include "Tolvex/Base/Private/ErrorText.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/Private/ReplaceFile.h"
 #include "Tolvex/Exception/IException.h"
@@ -32,8 +32,7 @@ constexpr std::size_t mostBytes = 65536;
 
 [[noreturn]] void Fail(const std::string& step, int reason)
 {
-    char buffer[128];
-    const std::string text = reason == 0 ? "" : strerror_r(reason, buffer, sizeof buffer);
+    const std::string text = reason == 0 ? "" : Base::ErrorText(reason);
     throw IException(("Failed to write the drive record: " + step + text).c_str());
 }
 

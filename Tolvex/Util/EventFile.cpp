@@ -3,11 +3,11 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
-#include <cstring>
 #include <fcntl.h>
 #include <string_view>
 
 #include "Tolvex/Base/Private/Descriptor.h"
+#include "Tolvex/Base/Private/ErrorText.h"
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Exception/IException.h"
 #include "Tolvex/Util/UtilEventName.h"
@@ -122,8 +122,7 @@ std::string CreateEventFile(const std::string& directory, const std::string& pre
             return candidate;
         }
         if (error != EEXIST) {
-            char buffer[128];
-            Fail(strerror_r(error, buffer, sizeof buffer), candidate);
+            Fail(Base::ErrorText(error), candidate);
         }
     }
     Fail("the second has 9999 events already", path);
