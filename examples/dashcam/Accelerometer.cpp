@@ -118,6 +118,9 @@ bool Accelerometer::ReadLine(std::string& line)
         buffer.erase(0, end + 1);
         return true;
     }
+    if (buffer.size() > longestLine) {
+        buffer = "\n";  // a line that is no sample
+    }
     if (descriptor < 0) {
         // Also open for writing: a FIFO without writers would be at its end all the time.
         isFile = std::filesystem::is_regular_file(path);
@@ -135,9 +138,6 @@ bool Accelerometer::ReadLine(std::string& line)
     const ssize_t count = read(descriptor, bytes, sizeof bytes);
     if (count > 0) {
         buffer.append(bytes, static_cast<std::size_t>(count));
-        if (buffer.size() > longestLine) {
-            buffer = "\n";  // this is no sample
-        }
     } else if (isFile && count == 0 && lseek(descriptor, 0, SEEK_CUR) > 0) {
         lseek(descriptor, 0, SEEK_SET);
         buffer += buffer.empty() ? "" : "\n";  // the last line may lack its end

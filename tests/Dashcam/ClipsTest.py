@@ -2,6 +2,7 @@
 """Clips, side files and signatures of whole drives."""
 import os
 import pathlib
+import signal
 import time
 import unittest
 
@@ -107,6 +108,16 @@ class ClipsTest(unittest.TestCase):
             drive.ignition_off()
         self.assertEqual(check_whole(self, clips(folder)[0])["events"][0]["cause"], "acceleration")
         self.assertIn('"samplesSkipped":1', (folder / "drive.json").read_text())
+
+    def test_shock_right_behind_a_line_that_is_too_long_counts(self):
+        folder = scratch(self)
+        with Drive(folder) as drive:
+            drive.await_pictures()
+            drive.process.send_signal(signal.SIGSTOP)  # so that it reads all at once
+            os.write(drive.writer, b"x" * 4300 + b"\n-64 0 32\n")
+            drive.process.send_signal(signal.SIGCONT)
+            drive.await_log("event: acceleration")
+            drive.ignition_off()
 
     def test_events_of_one_second_have_different_names(self):
         folder = scratch(self)
