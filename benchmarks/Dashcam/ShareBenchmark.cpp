@@ -25,7 +25,17 @@
 
 namespace {
 
-using namespace Dashcam;
+using Dashcam::Accelerometer;
+using Dashcam::AvPacketOwner;
+using Dashcam::Capture;
+using Dashcam::Clips;
+using Dashcam::Clock;
+using Dashcam::Folder;
+using Dashcam::Frame;
+using Dashcam::Moment;
+using Dashcam::Recorder;
+using Dashcam::Settings;
+using Dashcam::Watch;
 using Tolvex::Interfaces::Stopped;
 
 constexpr int seconds = 20;
@@ -71,7 +81,7 @@ double MeasureShare(const Settings& settings, Folder& folder)
     Recorder recorder(settings);
     Stopped<Watch> watch(folder);
     Stopped<Source> source(recorder, settings);
-    Stopped<Accelerometer> accelerometer(settings, DASHCAM_SAMPLES, [](double) {});
+    Stopped<Accelerometer> accelerometer(settings, DASHCAM_SAMPLES);
     watch.Start();
     source.Start();
     accelerometer.Start();
@@ -93,9 +103,8 @@ double MeasureShare(const Settings& settings, Folder& folder)
 std::int64_t CountLostFrames(const Settings& settings, Folder& folder)
 {
     static Recorder recorder(settings);
-    static const Accelerometer accelerometer(settings, DASHCAM_SAMPLES, [](double) {});
-    static Clips& clips = *new Clips(settings, recorder, folder);
-    clips.SetAccelerometer(accelerometer);
+    static const Accelerometer accelerometer(settings, DASHCAM_SAMPLES);
+    static Clips& clips = *new Clips(settings, recorder, accelerometer, folder);
     Stopped<Capture> capture(settings, recorder, "", "");
     clips.Start();
     capture.Start();

@@ -30,12 +30,13 @@ constexpr std::size_t longestLine = 4096;  ///< bytes; more is no sample
 bool ReadSample(const std::string& line, unsigned char range, Sample& sample)
 {
     std::istringstream text(line);
-    for (float& axis : sample.axes) {
+    for (double& axis : sample.axes) {
         int raw = 0;
         if (!(text >> raw) || raw < -128 || raw > 127) {
             return false;
         }
-        axis = Tolvex::UtilAcc::AccNativeToFloat(static_cast<unsigned char>(raw), range);
+        axis = static_cast<double>(
+            Tolvex::UtilAcc::AccNativeToFloat(static_cast<unsigned char>(raw), range));
     }
     std::string rest;
     return !(text >> rest);
@@ -46,14 +47,12 @@ bool ReadSample(const std::string& line, unsigned char range, Sample& sample)
 double ForceOf(const Sample& sample)
 {
     const auto [forward, left, up] = sample.axes;
-    return static_cast<double>(std::hypot(forward, left, up - 1.0F));
+    return std::hypot(forward, left, up - 1.0);
 }
 
-Accelerometer::Accelerometer(const Settings& wishes, std::string file,
-                             std::function<void(double)> sink)
+Accelerometer::Accelerometer(const Settings& wishes, std::string file)
     : settings(wishes),
       path(std::move(file)),
-      report(std::move(sink)),
       samples((wishes.longestClip + wishes.secondsBefore + 10) * wishes.samplesPerSecond)
 {
     SetThreadName("Accelerometer");
@@ -71,7 +70,7 @@ std::vector<Sample> Accelerometer::Between(Moment from, Moment to) const
     for (int step = 1; step <= samples.GetRingSize(); ++step) {
         const auto slot = static_cast<unsigned int>(samples.GetRingPos() + step);
         const Sample sample = samples.GetElementAt(slot);
-        if (sample.time != Moment() && sample.time >= from && sample.time <= to) {
+        if (sample.time >= from && sample.time <= to) {  // an empty slot has the time 0
             found.push_back(sample);
         }
     }
@@ -102,12 +101,11 @@ void Accelerometer::Run()
         const std::lock_guard<std::mutex> lock(mutex);
         samples.AddNext(sample);
     }
-    if (const double force = ForceOf(sample); force >= settings.threshold) {
-        const bool isNew = sample.time - lastShock >= quietTime;
-        lastShock = sample.time;
-        if (isNew) {
-            report(force);
+    if (double force = ForceOf(sample); force >= settings.threshold) {
+        if (sample.time - lastShock >= quietTime) {
+            DoCallback(&force);
         }
+        lastShock = sample.time;
     }
 }
 
@@ -119,6 +117,9 @@ bool Accelerometer::ReadLine(std::string& line)
         line = buffer.substr(0, end);
         buffer.erase(0, end + 1);
         return true;
+    }
+    if (buffer.size() > longestLine) {
+        buffer = "\n";  // a line that is no sample
     }
     if (descriptor < 0) {
         // Also open for writing: a FIFO without writers would be at its end all the time.
@@ -137,9 +138,6 @@ bool Accelerometer::ReadLine(std::string& line)
     const ssize_t count = read(descriptor, bytes, sizeof bytes);
     if (count > 0) {
         buffer.append(bytes, static_cast<std::size_t>(count));
-        if (buffer.size() > longestLine) {
-            buffer = "\n";  // this is no sample
-        }
     } else if (isFile && count == 0 && lseek(descriptor, 0, SEEK_CUR) > 0) {
         lseek(descriptor, 0, SEEK_SET);
         buffer += buffer.empty() ? "" : "\n";  // the last line may lack its end

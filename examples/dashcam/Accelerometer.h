@@ -3,7 +3,6 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -22,13 +21,14 @@ namespace Dashcam {
 struct Sample
 {
     Moment time;
-    std::array<float, 3> axes = {};
+    std::array<double, 3> axes = {};
 };
 
 /// @return the force in g that acts beside gravity.
 double ForceOf(const Sample& sample);
 
-/// The worker that reads the accelerometer, one sample in each pass, and reports what is violent.
+/// The worker that reads the accelerometer, one sample in each pass. Its observers are told about
+/// every shock: they receive a pointer to the force in g, a double.
 ///
 /// Samples are lines of three raw numbers of the sensor, -128 to 127. They come from a FIFO as they
 /// are written, or from a file at the pace of the settings, again and again.
@@ -39,8 +39,7 @@ class Accelerometer : public Tolvex::Interfaces::IThread, public Tolvex::Interfa
 public:
     /// @param wishes  Must outlive the worker.
     /// @param file    Its path, or that of a FIFO.
-    /// @param sink    Called on the worker thread with a force in g, once for each shock.
-    Accelerometer(const Settings& wishes, std::string file, std::function<void(double)> sink);
+    Accelerometer(const Settings& wishes, std::string file);
     ~Accelerometer() override;
 
     /// Reads no more samples.
@@ -60,7 +59,6 @@ private:
 
     const Settings& settings;
     const std::string path;
-    const std::function<void(double)> report;
     int descriptor = -1;  ///< -1: not open
     bool isFile = false;  ///< not a FIFO
     bool complained = false;

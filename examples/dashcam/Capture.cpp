@@ -26,9 +26,8 @@ void Capture::Run()
         }
         const std::shared_ptr<Frame> frame = Encode(source.Read());
         recorder.Process(frame);
-        lost += static_cast<std::uint64_t>(frame->GetFrameId() - lastId - 1);
-        lastId = frame->GetFrameId();
         ++frames;
+        lost = static_cast<std::uint64_t>(frame->GetFrameId()) + 1 - frames;
     } catch (const std::exception& problem) {
         if (complaint != problem.what()) {
             complaint = problem.what();
@@ -56,12 +55,9 @@ void Capture::Open()
     opened->thread_count = 1;
     opened->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     // Decoding can start at every key frame; the encoder adds none of its own.
-    AVDictionary* options = nullptr;
-    av_dict_parse_string(&options, "preset=ultrafast:tune=zerolatency:forced-idr=1:sc_threshold=0",
-                         "=", ":", 0);
-    const int code = avcodec_open2(opened.get(), codec, &options);
-    av_dict_free(&options);
-    Check(code, "H.264 encoder");
+    const char* const options = "preset=ultrafast:tune=zerolatency:forced-idr=1:sc_threshold=0";
+    Check(av_set_options_string(opened->priv_data, options, "=", ":"), "H.264 encoder");
+    Check(avcodec_open2(opened.get(), codec, nullptr), "H.264 encoder");
 
     const std::shared_ptr<AVCodecParameters> made(avcodec_parameters_alloc(),
                                                   AvRelease<avcodec_parameters_free>());

@@ -47,7 +47,6 @@ private:
     std::shared_ptr<const AVCodecParameters> parameters;  ///< of what the encoder makes
     int sinceKey = 0;       ///< frames since the last key frame, itself included; 0: one is due
     std::string complaint;  ///< the last one; it is not logged twice in a row
-    std::int64_t lastId = -1;
     std::atomic<std::uint64_t> frames = 0;
     std::atomic<std::uint64_t> lost = 0;
 };

@@ -2,8 +2,6 @@
 
 #include <exception>
 #include <map>
-#include <memory>
-#include <utility>
 
 #include "Tolvex/Crypto/Crypto.h"
 #include "Tolvex/Json/Standard.h"
@@ -36,8 +34,8 @@ Event MakeEvent(const std::string& cause, double force)
 
 }  // namespace
 
-Clips::Clips(const Settings& wishes, Recorder& source, Folder& target)
-    : settings(wishes), recorder(source), folder(target)
+Clips::Clips(const Settings& wishes, Recorder& source, const Accelerometer& sensor, Folder& target)
+    : settings(wishes), recorder(source), accelerometer(sensor), folder(target)
 {
     signalName = "Clips";
 }
@@ -54,27 +52,37 @@ void Clips::Raise(const std::string& cause, double force)
         return;
     }
     count.last = cause + ", clip is being taken";
-    queue.push_back(MakeEvent(cause, force));
+    const Event event = MakeEvent(cause, force);
+    queue.emplace_back(event, recorder.Begin(event));
     ++inWork;
     pending.Notify();
+}
+
+void Clips::Invoke(Tolvex::Interfaces::IThread* /*worker*/, void* force)
+{
+    Raise("acceleration", *static_cast<const double*>(force));
 }
 
 bool Clips::WaitSignal(void** data)
 {
     pending.Wait();
     const std::lock_guard<std::mutex> lock(mutex);
-    *data = new Event(std::move(queue.front()));
+    *data = new Work(std::move(queue.front()));
     queue.pop_front();
     return true;
 }
 
 void Clips::FireSignal(void* data)
 {
-    const std::unique_ptr<const Event> event(static_cast<Event*>(data));
+    const std::unique_ptr<const Work> work(static_cast<Work*>(data));
+    const auto& [event, clip] = *work;
     LogLine(LogType::Notice, LogModule::Event)
-        << "event: " << event->cause << ", " << event->force << " g";
+        << "event: " << event.cause << ", " << event.force << " g"
+        << (clip == nullptr ? ", prolongs the open clip" : "");
     try {
-        Handle(*event);
+        if (clip != nullptr) {
+            Finish(*clip);
+        }
     } catch (const std::exception& problem) {
         Report(&Count::lost, std::string("clip lost: ") + problem.what());
     }
@@ -90,19 +98,14 @@ void Clips::FireSignal(void* data)
     }
 }
 
-void Clips::Handle(const Event& event)
+void Clips::Finish(Clip& clip)
 {
-    const std::shared_ptr<Clip> clip = recorder.Begin(event);
-    if (clip == nullptr) {
-        LogLine(LogType::Info, LogModule::Event) << "the open clip is prolonged";
-        return;
-    }
-    recorder.AwaitEnd(*clip);
-    if (clip->frames.empty()) {
+    recorder.AwaitEnd(clip);
+    if (clip.frames.empty()) {
         Report(&Count::lost, "clip lost: there was no picture");
         return;
     }
-    Write(*clip);
+    Write(clip);
     WritePage();
 }
 
@@ -112,7 +115,7 @@ void Clips::Write(const Clip& clip)
     files["mp4"] = MakeMp4(clip.frames);
     files["jpg"] = MakeJpeg(*clip.frames.front());
     const auto samples =
-        accelerometer->Between(clip.frames.front()->Time(), clip.frames.back()->Time());
+        accelerometer.Between(clip.frames.front()->Time(), clip.frames.back()->Time());
 
     const std::string name = folder.Reserve(clip.events.front().wallTime);
     try {

@@ -2,11 +2,14 @@
 
 #include <condition_variable>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "Tolvex/Interfaces/ISemaphore.h"
 #include "Tolvex/Interfaces/ISignal.h"
+#include "Tolvex/Interfaces/IThread.h"
 #include "Tolvex/Interfaces/IgnitionOffMode.h"
 
 #include "examples/dashcam/Accelerometer.h"
@@ -20,7 +23,9 @@ namespace Dashcam {
 /// Never destroyed: its threads may use it until the process ends.
 /// @par Thread safety
 /// Thread-safe.
-class Clips : public Tolvex::Interfaces::ISignal, public Tolvex::Interfaces::IgnitionOffMode
+class Clips : public Tolvex::Interfaces::ISignal,
+              public Tolvex::Interfaces::IThread::IThreadDelegate,
+              public Tolvex::Interfaces::IgnitionOffMode
 {
 public:
     /// What has become of the events so far.
@@ -32,17 +37,18 @@ public:
         std::string last;  ///< what happened last, for people
     };
 
-    /// @param wishes, source, target  Not owned; must exist as long as the process.
-    Clips(const Settings& wishes, Recorder& source, Folder& target);
+    /// @param wishes, source, sensor, target  Not owned; must exist as long as the process.
+    Clips(const Settings& wishes, Recorder& source, const Accelerometer& sensor, Folder& target);
 
-    /// Says where the samples of a clip come from. Before Start(). The accelerometer reports to
-    /// this object, so it is made later.
-    void SetAccelerometer(const Accelerometer& source) { accelerometer = &source; }
-
-    /// Reports that something has happened at this moment. Does not block.
+    /// Begins a clip for an event of this moment, or prolongs the open one. Does not wait for the
+    /// disk.
     /// @param cause  "acceleration" or "button".
     /// @param force  In g; 0 if it is not known.
     void Raise(const std::string& cause, double force);
+
+    /// The accelerometer reports a shock.
+    /// @param force  Points to a double, in g.
+    void Invoke(Tolvex::Interfaces::IThread* worker, void* force) override;
 
     /// Completes the open clip, waits until all clips are written, and writes the page.
     void RunIgnitionOff() override;
@@ -54,20 +60,23 @@ public:
     void FireSignal(void* data) override;
 
 private:
-    void Handle(const Event& event);
+    /// An event, and the clip that it has begun; null when it has prolonged the open one.
+    using Work = std::pair<Event, std::shared_ptr<Clip>>;
+
+    void Finish(Clip& clip);
     void Write(const Clip& clip);
     void WritePage();
     void Report(int Count::*counter, const std::string& text);
 
     const Settings& settings;
     Recorder& recorder;
+    const Accelerometer& accelerometer;
     Folder& folder;
-    const Accelerometer* accelerometer = nullptr;
 
     Tolvex::Interfaces::ISemaphore pending{0};  ///< events in the queue
     mutable std::mutex mutex;                   ///< guards all below
     std::condition_variable settled;            ///< inWork has become 0
-    std::deque<Event> queue;
+    std::deque<Work> queue;
     int inWork = 0;   ///< events that are neither a clip nor lost yet
     int refused = 0;  ///< events that were lost and are not in the log yet
     Count count;

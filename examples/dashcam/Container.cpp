@@ -9,19 +9,12 @@ struct FreeMuxer
 {
     void operator()(AVFormatContext* muxer) const
     {
-        if (muxer->pb != nullptr) {
-            std::uint8_t* bytes = nullptr;
-            avio_close_dyn_buf(muxer->pb, &bytes);
-            av_free(bytes);
-        }
+        std::uint8_t* bytes = nullptr;
+        avio_close_dyn_buf(muxer->pb, &bytes);
+        av_free(bytes);
         avformat_free_context(muxer);
     }
 };
-
-std::int64_t MicrosecondsSince(Moment begin, const Frame& frame)
-{
-    return std::chrono::duration_cast<std::chrono::microseconds>(frame.Time() - begin).count();
-}
 
 void WriteFrames(AVFormatContext* muxer, const std::vector<std::shared_ptr<Frame>>& frames)
 {
@@ -30,7 +23,8 @@ void WriteFrames(AVFormatContext* muxer, const std::vector<std::shared_ptr<Frame
     std::int64_t last = -1;
     for (const std::shared_ptr<Frame>& frame : frames) {
         Check(av_packet_ref(packet.get(), &frame->Packet()), "frame");
-        packet->pts = MicrosecondsSince(frames.front()->Time(), *frame);
+        const auto time = frame->Time() - frames.front()->Time();
+        packet->pts = std::chrono::duration_cast<std::chrono::microseconds>(time).count();
         av_packet_rescale_ts(packet.get(), microseconds, muxer->streams[0]->time_base);
         packet->pts = packet->dts = std::max(last + 1, packet->pts);
         // The next frame says how long this one is shown. The last one ends the clip.
@@ -74,11 +68,8 @@ std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames)
     Check(av_write_trailer(made), "mp4");
 
     std::uint8_t* bytes = nullptr;
-    const int count = avio_close_dyn_buf(made->pb, &bytes);
-    made->pb = nullptr;
-    std::string file(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count));
-    av_free(bytes);
-    return file;
+    const int count = avio_get_dyn_buf(made->pb, &bytes);
+    return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count)};
 }
 
 std::string MakeJpeg(const Frame& key)

@@ -44,16 +44,14 @@ Drive::Drive(const Options& options)
       folder(options.folder, settings),
       sequence(folder.Path("drive")),
       recorder(settings),
-      clips(settings, recorder, folder),
-      accelerometer(settings, options.acceleration,
-                    [this](double force) { clips.Raise("acceleration", force); }),
-      hasAccelerometer(!options.acceleration.empty()),
+      accelerometer(settings, options.acceleration),
+      clips(settings, recorder, accelerometer, folder),
       capture(settings, recorder, options.camera, options.file),
       watch(folder),
       begin(std::time(nullptr)),
       isTerminal(isatty(STDOUT_FILENO) != 0)
 {
-    clips.SetAccelerometer(accelerometer);
+    accelerometer.AddCallback(&clips);
     // The log is the last: it takes the lines of the others.
     sequence.Add("Capture", &capture, 2s);
     sequence.Add("Clips", &clips, 5s);
@@ -66,33 +64,29 @@ Drive::Drive(const Options& options)
     }
     TellLastDrive();
     folder.ClearLeftovers();
+
+    Tolvex::Util::TemperatureMonitor::Start();
+    clips.Start();
+    capture.Start();
+    if (!options.acceleration.empty()) {
+        accelerometer.Start();
+    }
+    watch.Start();
 }
 
 void Drive::TellLastDrive()
 {
     const Tolvex::Util::DriveRecord& last = sequence.GetLastDrive();
-    const bool died = last.end == DriveEnd::Died || last.end == DriveEnd::Unreadable;
-    if (died) {
+    if (last.end == DriveEnd::Died || last.end == DriveEnd::Unreadable) {
         std::cout << "The last drive died: it crashed, was killed, or lost its power." << std::endl;
+        LogLine(LogType::Error, LogModule::Event) << "the last drive died";
+    } else {
+        LogLine(LogType::Info, LogModule::Event)
+            << (last.end == DriveEnd::None ? "the first drive" : "the last drive ended properly");
     }
-    LogLine(died ? LogType::Error : LogType::Info, LogModule::Event)
-        << (died                         ? "the last drive died"
-            : last.end == DriveEnd::None ? "the first drive"
-                                         : "the last drive ended properly");
     for (const std::string& name : last.overran) {
         LogLine(LogType::Warning, LogModule::Event) << name << " took too long at its end";
     }
-}
-
-void Drive::Start()
-{
-    Tolvex::Util::TemperatureMonitor::Start();
-    clips.Start();
-    capture.Start();
-    if (hasAccelerometer) {
-        accelerometer.Start();
-    }
-    watch.Start();
 }
 
 std::string Drive::DisplayLine() const

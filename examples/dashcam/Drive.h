@@ -56,11 +56,9 @@ private:
 class Drive : private Tolvex::Interfaces::IgnitionOffMode
 {
 public:
-    /// Makes all parts, and logs how the last drive ended.
+    /// Makes all parts, logs how the last drive ended, and starts all workers.
     explicit Drive(const Options& options);
 
-    /// Starts all workers.
-    void Start();
     /// The driver has pressed the button.
     void PressButton() { clips.Raise("button", 0.0); }
     /// Shows how the drive is going, to be called a few times a second: a line that updates itself
@@ -80,9 +78,8 @@ private:
     Folder folder;
     Tolvex::Interfaces::IgnitionOffSequence sequence;
     Recorder recorder;
-    Clips clips;
     Accelerometer accelerometer;
-    const bool hasAccelerometer;
+    Clips clips;
     Capture capture;
     Watch watch;
     const std::time_t begin;

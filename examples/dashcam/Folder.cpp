@@ -34,11 +34,6 @@ constexpr const char* prefix = "EVENT_FRONT_";
 constexpr const char* extensions[] = {"mp4", "sig", "json", "jpg"};
 constexpr std::uintmax_t megabyte = 1000000;
 
-struct CloseFile
-{
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 /// @return the files of a directory; none when it is away.
 std::vector<fs::path> FilesIn(const std::string& path)
 {
@@ -80,8 +75,7 @@ void Folder::ClearLeftovers()
         EventFileName parts;
         const bool isOfEvent =
             Tolvex::Util::ReadEventFileName(file.filename(), parts) && parts.prefix == prefix &&
-            std::find(std::begin(extensions), std::end(extensions), parts.extension) !=
-                std::end(extensions);
+            std::count(std::begin(extensions), std::end(extensions), parts.extension) != 0;
         if (file.extension() == ".part" ||
             (isOfEvent && !fs::exists(fs::path(file).replace_extension("mp4"), ignored))) {
             LogLine(LogType::Notice, LogModule::Event) << "removed " << file.filename().string()
@@ -126,7 +120,8 @@ void Folder::Write(const std::string& fileName, const std::string& bytes)
 {
     RequireDisk();
     const std::string part = Path(fileName + ".part");
-    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(part.c_str(), "we"));
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(part.c_str(), "we"),
+                                                               std::fclose);
     if (file == nullptr || std::fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size() ||
         std::fflush(file.get()) != 0 || fdatasync(fileno(file.get())) != 0 ||
         std::rename(part.c_str(), Path(fileName).c_str()) != 0) {

@@ -28,12 +28,11 @@ bool Recorder::Process(const std::shared_ptr<Tolvex::Pipeline::IPipelineCbElemen
     }
     // Key frames must have slots that are multiples of the key interval. After the source was
     // reopened, empty slots fill the gap.
-    while (frame->IsKey() && slotsUsed % settings.keyInterval != 0) {
+    while (frame->IsKey() && (GetRingPos() + 1) % settings.keyInterval != 0) {
         AddNext(nullptr);
-        ++slotsUsed;
     }
     AddNext(frame);
-    ++slotsUsed;
+    ++framesTaken;
 
     if (open != nullptr && (!open->frames.empty() || frame->IsKey())) {
         open->frames.push_back(frame);
@@ -80,9 +79,8 @@ void Recorder::AwaitEnd(Clip& clip)
 {
     std::unique_lock<std::mutex> lock(mutex);
     while (!clip.complete) {
-        const Moment deadline = clip.until + lateFrames;
-        const bool timeOver = completed.wait_until(lock, deadline) == std::cv_status::timeout;
-        if (timeOver && !clip.complete && deadline == clip.until + lateFrames) {
+        completed.wait_until(lock, clip.until + lateFrames);
+        if (!clip.complete && Clock::now() >= clip.until + lateFrames) {
             Complete();  // the open clip is this one
         }
     }
@@ -91,7 +89,8 @@ void Recorder::AwaitEnd(Clip& clip)
 int Recorder::Fill() const
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    return static_cast<int>(std::min<std::int64_t>(slotsUsed, GetRingSize()) * 100 / GetRingSize());
+    return static_cast<int>(std::min<std::int64_t>(framesTaken, GetRingSize()) * 100 /
+                            GetRingSize());
 }
 
 /// The frames since the last key frame that is old enough; or since the oldest key frame.
@@ -101,24 +100,18 @@ void Recorder::CollectFromRing(Clip& clip) const
     const auto at = [this](int slot) {
         return std::static_pointer_cast<Frame>(GetElementAt(static_cast<unsigned int>(slot)));
     };
-    int first = -1;
-    for (int back = 0; back + settings.keyInterval <= GetRingSize(); back += settings.keyInterval) {
-        const int slot = SeekBackKeyframe(back, settings.keyInterval);
-        const std::shared_ptr<Frame> key = at(slot);
-        if (key == nullptr) {
-            break;
-        }
-        first = slot;
-        if (key->Time() <= begin) {
-            break;
-        }
-    }
-    for (int slot = first; first >= 0; slot = (slot + 1) % GetRingSize()) {
+    int slot = 0;
+    int back = 0;
+    std::shared_ptr<Frame> key;
+    do {
+        slot = SeekBackKeyframe(back, settings.keyInterval);
+        key = at(slot);
+        back += settings.keyInterval;
+    } while (back + settings.keyInterval <= GetRingSize() && key != nullptr && key->Time() > begin);
+    const int newest = GetRingPos() >= slot ? GetRingPos() : GetRingPos() + GetRingSize();
+    for (; slot <= newest; ++slot) {
         if (const std::shared_ptr<Frame> frame = at(slot); frame != nullptr) {
             clip.frames.push_back(frame);
-        }
-        if (slot == GetRingPos()) {
-            break;
         }
     }
 }

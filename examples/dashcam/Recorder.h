@@ -64,9 +64,9 @@ private:
 
     const Settings& settings;
     mutable std::mutex mutex;           ///< guards all below, and the ring
-    std::condition_variable completed;  ///< a clip is complete, or has been prolonged
+    std::condition_variable completed;  ///< a clip is complete
     std::shared_ptr<Clip> open;         ///< null: none
-    std::int64_t slotsUsed = 0;
+    std::int64_t framesTaken = 0;
     bool closed = false;
 };
 

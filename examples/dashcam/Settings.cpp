@@ -4,8 +4,7 @@
 #include <exception>
 #include <fstream>
 #include <sstream>
-#include <utility>
-#include <variant>
+#include <type_traits>
 
 #include "Tolvex/Json/Json.h"
 #include "Tolvex/Json/ParseError.h"
@@ -19,60 +18,45 @@ using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 namespace Json = Tolvex::Json;
 
-/// A setting and its limits: the value of a number, the length of a text.
-struct Row
+/// Calls a function for each setting: with its name, the setting itself, and the least and the most
+/// that it may be. For a text these are limits of its length.
+template <typename Visitor>
+void ForEach(Settings& settings, const Visitor& visit)
 {
-    const char* name;
-    std::variant<int Settings::*, double Settings::*, std::string Settings::*> member;
-    double least;
-    double most;
-};
-
-const Row rows[] = {
-    {"width", &Settings::width, 64, 3840},
-    {"height", &Settings::height, 64, 2160},
-    {"framesPerSecond", &Settings::framesPerSecond, 1, 120},
-    {"keyInterval", &Settings::keyInterval, 1, 300},
-    {"kilobitsPerSecond", &Settings::kilobitsPerSecond, 50, 50000},
-    {"secondsBefore", &Settings::secondsBefore, 1, 60},
-    {"secondsAfter", &Settings::secondsAfter, 1, 60},
-    {"longestClip", &Settings::longestClip, 2, 300},
-    {"threshold", &Settings::threshold, 0.05, 16},
-    {"sensorRange", &Settings::sensorRange, 1, 128},
-    {"samplesPerSecond", &Settings::samplesPerSecond, 1, 1000},
-    {"latitude", &Settings::latitude, -90, 90},
-    {"longitude", &Settings::longitude, -180, 180},
-    {"folderMegabytes", &Settings::folderMegabytes, 1, 1000000},
-    {"diskFloorMegabytes", &Settings::diskFloorMegabytes, 0, 1000000},
-    {"key", &Settings::key, 1, 128},
-};
+    visit("width", settings.width, 64, 3840);
+    visit("height", settings.height, 64, 2160);
+    visit("framesPerSecond", settings.framesPerSecond, 1, 120);
+    visit("keyInterval", settings.keyInterval, 1, 300);
+    visit("kilobitsPerSecond", settings.kilobitsPerSecond, 50, 50000);
+    visit("secondsBefore", settings.secondsBefore, 1, 60);
+    visit("secondsAfter", settings.secondsAfter, 1, 60);
+    visit("longestClip", settings.longestClip, 2, 300);
+    visit("threshold", settings.threshold, 0.05, 16);
+    visit("sensorRange", settings.sensorRange, 1, 128);
+    visit("samplesPerSecond", settings.samplesPerSecond, 1, 1000);
+    visit("latitude", settings.latitude, -90, 90);
+    visit("longitude", settings.longitude, -180, 180);
+    visit("folderMegabytes", settings.folderMegabytes, 1, 1000000);
+    visit("diskFloorMegabytes", settings.diskFloorMegabytes, 0, 1000000);
+    visit("key", settings.key, 1, 128);
+}
 
 /// Takes a setting over. @return what is wrong with it; null when it is good.
-const char* Take(const Json::Value& value, const Row& row, Settings& settings)
+template <typename T>
+const char* Take(const Json::Value& value, T& setting, double least, double most)
 {
-    const auto fits = [&row](double size) { return size >= row.least && size <= row.most; };
-    if (const auto* text = std::get_if<std::string Settings::*>(&row.member)) {
-        if (value.GetType() != Json::StringVal) {
-            return "is no text";
-        }
-        if (!fits(static_cast<double>(value.ToString().size()))) {
-            return "needs 1 to 128 bytes";
-        }
-        settings.*(*text) = value.ToString();
-        return nullptr;
+    constexpr bool isText = std::is_same_v<T, std::string>;
+    constexpr bool isWhole = std::is_same_v<T, int>;
+    const Json::ValueType type = value.GetType();
+    if (isText ? type != Json::StringVal : isWhole ? type != Json::IntVal : !value.IsNumeric()) {
+        return isText ? "is no text" : isWhole ? "is no whole number" : "is no number";
     }
-    const auto* whole = std::get_if<int Settings::*>(&row.member);
-    if (whole != nullptr ? value.GetType() != Json::IntVal : !value.IsNumeric()) {
-        return whole != nullptr ? "is no whole number" : "is no number";
+    const double size = isText ? static_cast<double>(value.ToString().size()) : value.ToDouble();
+    if (!(size >= least && size <= most)) {  // also true for NaN
+        return isText ? "needs 1 to 128 bytes" : "is out of its range";
     }
-    if (!fits(value.ToDouble())) {
-        return "is out of its range";
-    }
-    if (whole != nullptr) {
-        settings.*(*whole) = value.ToInt();
-    } else {
-        settings.*std::get<double Settings::*>(row.member) = value.ToDouble();
-    }
+    const T taken = value;
+    setting = taken;
     return nullptr;
 }
 
@@ -88,14 +72,13 @@ Json::Value ReadFile(const std::string& path)
     } catch (const std::exception&) {
         // The error says why.
     }
-    const bool isWhole = error.reason.empty() && document.GetType() == Json::ObjectVal;
-    if (!isWhole) {
-        LogLine(LogType::Error, LogModule::CONFIG)
-            << path << ':' << error.line << ':' << error.column << ": "
-            << (error.reason.empty() ? "no settings" : error.reason) << ": all defaults are used";
-        return {};
+    if (error.reason.empty() && document.GetType() == Json::ObjectVal) {
+        return document;
     }
-    return document;
+    LogLine(LogType::Error, LogModule::CONFIG)
+        << path << ':' << error.line << ':' << error.column << ": "
+        << (error.reason.empty() ? "no settings" : error.reason) << ": all defaults are used";
+    return {};
 }
 
 }  // namespace
@@ -112,15 +95,15 @@ Settings ReadSettings(const std::string& path)
     }
     Settings settings;
     Json::Object unknown = document.AsObject();
-    for (const Row& row : rows) {
-        const bool isThere = document.HasKey(row.name);
-        const char* problem = isThere ? Take(document[row.name], row, settings) : "is missing";
+    ForEach(settings, [&](const char* name, auto& setting, double least, double most) {
+        const char* const problem =
+            document.HasKey(name) ? Take(document[name], setting, least, most) : "is missing";
         if (problem != nullptr) {
             LogLine(LogType::Warning, LogModule::CONFIG)
-                << "setting " << row.name << ' ' << problem << ": its default is used";
+                << "setting " << name << ' ' << problem << ": its default is used";
         }
-        unknown.RemoveKey(row.name);
-    }
+        unknown.RemoveKey(name);
+    });
     for (const auto& [name, value] : unknown) {
         LogLine(LogType::Warning, LogModule::CONFIG) << "unknown setting: " << name;
     }

@@ -70,13 +70,12 @@ Json::Object DescribePeaks(const std::vector<Sample>& samples)
 {
     Json::Object peaks;
     for (std::size_t axis = 0; axis < 3; ++axis) {
-        double peak = 0.0;
-        for (const Sample& sample : samples) {
-            const double value = static_cast<double>(sample.axes[axis]);
-            peak = std::abs(value) > std::abs(peak) ? value : peak;
-        }
+        const auto isLess = [axis](const Sample& one, const Sample& other) {
+            return std::abs(one.axes[axis]) < std::abs(other.axes[axis]);
+        };
+        const auto peak = std::max_element(samples.begin(), samples.end(), isLess);
         peaks[std::string(1, "xyz"[axis])] =
-            samples.empty() ? Json::Value() : Json::Value(Rounded(peak));
+            peak == samples.end() ? Json::Value() : Json::Value(Rounded(peak->axes[axis]));
     }
     return peaks;
 }
@@ -88,8 +87,8 @@ Json::Array DescribeSamples(const Event& event, const std::vector<Sample>& sampl
     for (const Sample& sample : samples) {
         Json::Array row;
         row.push_back(Rounded(SecondsBetween(event.time, sample.time)));
-        for (const float axis : sample.axes) {
-            row.push_back(Rounded(static_cast<double>(axis)));
+        for (const double axis : sample.axes) {
+            row.push_back(Rounded(axis));
         }
         rows.push_back(std::move(row));
     }
@@ -110,16 +109,6 @@ std::string LightAt(std::time_t time, const Settings& settings)
     return day ? "day" : "night";
 }
 
-/// @return the last lines of the log, each with a newline.
-std::string LastLogLines()
-{
-    std::string text;
-    for (const std::string& line : Tolvex::Ilog::Logger::GetInstance()->GetLastLines()) {
-        text += line + '\n';
-    }
-    return text;
-}
-
 }  // namespace
 
 bool IsPlausible(std::time_t time)
@@ -133,8 +122,11 @@ Json::Object DescribeClip(const std::string& name, const Clip& clip,
 {
     const Event& event = clip.events.front();
     const Moment begin = clip.frames.front()->Time();
-    Tolvex::Util::TemperatureMonitor* const monitor =
-        Tolvex::Util::TemperatureMonitor::GetInstance();
+    auto* const monitor = Tolvex::Util::TemperatureMonitor::GetInstance();
+    std::string lines;
+    for (const std::string& line : Tolvex::Ilog::Logger::GetInstance()->GetLastLines()) {
+        lines += line + '\n';
+    }
 
     Json::Object side;
     side["identifier"] = Tolvex::Util::NewUid();
@@ -151,7 +143,7 @@ Json::Object DescribeClip(const std::string& name, const Clip& clip,
     side["frames"] = DescribeFrames(clip);
     side["peak"] = DescribePeaks(samples);
     side["acceleration"] = DescribeSamples(event, samples);
-    side["log"] = LastLogLines();
+    side["log"] = lines;
     return side;
 }
 

@@ -12,27 +12,23 @@ extern "C" {
 }
 
 namespace Dashcam {
+
+using namespace std::chrono_literals;
+
 namespace {
 
-constexpr double tolerableDelay = 1.0;  ///< seconds that a reader can be late without a loss
+constexpr auto tolerableDelay = 1s;  ///< that a reader can be late without a loss
 
-Clock::duration Seconds(double seconds)
+/// libav reads the text of a graph twice, and each time takes one level of backslashes away: three
+/// of them become one, which then protects the character.
+std::string Escaped(const std::string& text)
 {
-    return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-}
-
-/// libav reads the text of a graph twice, and each time takes one level of backslashes away.
-std::string Escaped(std::string text)
-{
-    for (int level = 0; level < 2; ++level) {
-        std::string escaped;
-        for (const char character : text) {
-            escaped += std::strchr("\\':,;[]", character) != nullptr ? "\\" : "";
-            escaped += character;
-        }
-        text = escaped;
+    std::string escaped;
+    for (const char character : text) {
+        escaped += std::strchr("\\':,;[]", character) != nullptr ? R"(\\\)" : "";
+        escaped += character;
     }
-    return text;
+    return escaped;
 }
 
 }  // namespace
@@ -74,14 +70,6 @@ std::string VideoSource::Describe() const
 void VideoSource::Open()
 {
     avdevice_register_all();
-    MakeGraph();
-    fresh = true;
-    turn = 0;
-    begin = Clock::now();
-}
-
-void VideoSource::MakeGraph()
-{
     graph.reset(avfilter_graph_alloc());
     graph->nb_threads = 1;
     Check(avfilter_graph_parse_ptr(graph.get(), Describe().c_str(), nullptr, nullptr, nullptr),
@@ -89,6 +77,7 @@ void VideoSource::MakeGraph()
     Check(avfilter_graph_config(graph.get(), nullptr), Name());
     sink = avfilter_graph_get_filter(graph.get(), "buffersink@out");
     width = av_buffersink_get_w(sink);
+    fresh = true;
 }
 
 Picture VideoSource::Read()
@@ -98,27 +87,30 @@ Picture VideoSource::Read()
     }
     AvPicture pixels(av_frame_alloc());
     int code = av_buffersink_get_frame(sink, pixels.get());
-    if (code == AVERROR_EOF && turn > 1) {
+    if (code == AVERROR_EOF && camera.empty() && !fresh) {
         // The file begins again. One without any picture is an error: libav would loop for ever.
-        MakeGraph();
+        Open();
         code = av_buffersink_get_frame(sink, pixels.get());
     }
     Check(code, Name());
     if (!camera.empty()) {
         CountFromCamera(*pixels);
     }
+    fresh = false;
     return {std::move(pixels), id, time};
 }
 
 /// Sleeps until the next picture is due. Leaves out those for which it is too late.
 void VideoSource::AwaitTurn()
 {
-    const double late = SecondsBetween(begin, Clock::now()) - tolerableDelay;
-    const auto earliest = static_cast<std::int64_t>(late * settings.framesPerSecond);
-    const std::int64_t next = std::max(turn, earliest);
-    id += 1 + next - turn;
-    turn = next + 1;
-    time = begin + Seconds(static_cast<double>(next) / settings.framesPerSecond);
+    if (fresh) {
+        time = Clock::now();
+    }
+    const Clock::duration interval = Clock::duration(1s) / settings.framesPerSecond;
+    const Clock::duration late = Clock::now() - tolerableDelay - time;
+    const std::int64_t pictures = std::max<std::int64_t>(1, late / interval);
+    id += pictures;
+    time += pictures * interval;
     std::this_thread::sleep_until(time);
 }
 
@@ -126,16 +118,17 @@ void VideoSource::AwaitTurn()
 /// differ by more than a second, ours counts.
 void VideoSource::CountFromCamera(const AVFrame& pixels)
 {
-    const double now = static_cast<double>(pixels.pts) * av_q2d(av_buffersink_get_time_base(sink));
-    const double step = fresh ? 0.0 : now - stamp;
-    const double pictures = step * av_q2d(av_buffersink_get_frame_rate(sink));
+    const AVRational base = av_buffersink_get_time_base(sink);
+    const std::chrono::microseconds now(av_rescale_q(pixels.pts, base, {1, 1000000}));
+    const auto step = fresh ? 0us : now - stamp;
+    const double pictures =
+        std::chrono::duration<double>(step).count() * av_q2d(av_buffersink_get_frame_rate(sink));
     id += pictures > 1.5 && pictures < 1000.0 ? std::lround(pictures) : 1;
-    time += Seconds(step);
-    if (fresh || std::abs(SecondsBetween(time, Clock::now())) > tolerableDelay) {
+    time += step;
+    if (fresh || std::chrono::abs(time - Clock::now()) > tolerableDelay) {
         time = Clock::now();
     }
     stamp = now;
-    fresh = false;
 }
 
 }  // namespace Dashcam

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -46,7 +47,6 @@ public:
 
 private:
     std::string Describe() const;
-    void MakeGraph();
     void AwaitTurn();
     void CountFromCamera(const AVFrame& pixels);
 
@@ -56,13 +56,11 @@ private:
     AvGraph graph;
     AVFilterContext* sink = nullptr;  ///< where pictures leave the graph, which owns it
 
-    int width = 0;          ///< 0 until the first Open()
-    bool fresh = true;      ///< no picture has come since Open()
-    Moment begin;           ///< of turn 0
-    std::int64_t turn = 0;  ///< pictures that were due, for files and the test picture
-    double stamp = 0;       ///< of the camera's last picture, in seconds
-    std::int64_t id = -1;   ///< of the last picture
-    Moment time;            ///< of the last picture
+    int width = 0;                       ///< 0 until the first Open()
+    bool fresh = true;                   ///< no picture has come since Open()
+    std::int64_t id = -1;                ///< of the last picture
+    Moment time;                         ///< of the last picture
+    std::chrono::microseconds stamp{0};  ///< of the last picture, by the camera's clock
 };
 
 }  // namespace Dashcam

@@ -5,7 +5,6 @@
 #include <ctime>
 #include <exception>
 #include <filesystem>
-#include <memory>
 #include <unistd.h>
 
 #include "Tolvex/Log/Logger.h"
@@ -66,18 +65,17 @@ int Run(int argc, char** argv)
     CLI::App app(
         "An in-vehicle camera: keeps the last seconds, and makes a clip of every event.\n"
         "SIGUSR1 is the driver's button; SIGTERM and SIGINT switch the ignition off.");
+    // The last one counts: scripts/dashcam gives some of its own.
+    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     auto* const camera =
         app.add_option("--camera", options.camera, "V4L2 camera, such as /dev/video0");
     app.add_option("--file", options.file, "Video file, in a loop, instead of the test picture")
         ->check(CLI::ExistingFile)
         ->excludes(camera);
     app.add_option("--acceleration", options.acceleration,
-                   "File or FIFO with a sample \"X Y Z\" on each line: raw numbers, -128 to 127")
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+                   "File or FIFO with a sample \"X Y Z\" on each line: raw numbers, -128 to 127");
     app.add_option("--settings", options.settings, "JSON file; see settings.json");
-    app.add_option("--folder", options.folder, "Where the clips go")
-        ->capture_default_str()
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);  // scripts/dashcam gives one too
+    app.add_option("--folder", options.folder, "Where the clips go")->capture_default_str();
     app.add_option("--seconds", options.seconds,
                    "Length of the drive; 0: until the ignition is off")
         ->check(CLI::Range(0, 86400))
@@ -89,13 +87,8 @@ int Run(int argc, char** argv)
     StartLog(options.folder);
     // Never destroyed, see Drive. Static, so that leak checkers find it.
     static Dashcam::Drive& drive = *new Dashcam::Drive(options);
-    drive.Start();
-    std::unique_ptr<Timer> ignition;
-    if (options.seconds != 0) {
-        const auto switchOff = [](Timer*) { kill(getpid(), SIGTERM); };
-        ignition =
-            std::make_unique<Timer>(options.seconds * 1000, switchOff, nullptr, timerStackBytes);
-    }
+    const auto switchOff = [](Timer*) { kill(getpid(), SIGTERM); };
+    const Timer ignition(options.seconds * 1000, switchOff, nullptr, timerStackBytes);  // 0: never
     DriveOn(drive, signals);
     return drive.SwitchIgnitionOff() ? 0 : 1;
 }

@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 """The drive that ends by itself, with the recorded samples and the key of the example."""
 import pathlib
+import re
 import subprocess
 import unittest
 
-from dashcam import (check_no_gap, check_whole, clips, main, program, repeated_when_too_slow,
-                     scratch, seconds_after)
+from dashcam import (TooSlow, check_no_gap, check_whole, clips, main, program,
+                     repeated_when_too_slow, scratch, seconds_after)
 
 samples = pathlib.Path(__file__).resolve().parents[2] / "examples/dashcam/drive.txt"
 
@@ -27,6 +28,9 @@ class DemonstrationTest(unittest.TestCase):
         self.assertIn(f"Page: {folder}/index.html", run.stdout)
         self.assertIn("Ignition off took", run.stdout)
         self.assertNotIn("\r", run.stdout)
+        pictures_lost = re.search(r"\(\d+ lost\)", run.stdout)
+        if pictures_lost:
+            raise TooSlow(pictures_lost[0])
         self.assertNotIn("lost", run.stdout)
 
     def test_help_names_every_option(self):

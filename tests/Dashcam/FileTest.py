@@ -54,6 +54,13 @@ class FileTest(unittest.TestCase):
              "select='not(mod(n,3))'", "-fps_mode", "vfr", "-output_ts_offset", "7")
         self.check(path)
 
+    def test_file_whose_name_has_characters_that_mean_something_to_libav_plays(self):
+        folder = scratch(self)
+        make(folder / "drive.mp4", "-c:v", "mpeg4")
+        path = folder / "it's a\\b: [c], 50 %; d=e.mp4"
+        (folder / "drive.mp4").rename(path)
+        self.check(path)
+
     def test_file_that_is_no_video_is_told_and_ends_with_an_error(self):
         folder = scratch(self)
         path = folder / "text.mp4"

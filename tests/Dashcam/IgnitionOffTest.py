@@ -2,28 +2,81 @@
 """Ignition off beside participants that hang."""
 import os
 import re
+import tempfile
+import threading
 import time
 import unittest
 
-from dashcam import Drive, check_whole, clips, eventually, main, scratch
+from dashcam import (Drive, TooSlow, check_whole, clips, eventually, main, repeated_when_too_slow,
+                     scratch)
 
 budgets = 14.0  # seconds; the sum of those in Drive.cpp
 capture_budget = 2.0
 summary_budget = 2.0
 
 
+class Machine(threading.Thread):
+    """Measures how slow the machine is for any program.
+
+    A step is a sleep of 50 ms, 20 ms of work, and a byte on the medium. An idle machine takes less
+    than 0.1 s for it.
+    """
+    tolerable = 0.3  # seconds for a step; a slower machine can keep a participant from its budget
+
+    def __init__(self):
+        super().__init__()
+        self.ended = threading.Event()
+        self.longest = 0.0  # seconds
+
+    def run(self):
+        with tempfile.TemporaryFile() as file:
+            begin = time.monotonic()
+            while not self.ended.wait(0.05):
+                work = time.thread_time()
+                while time.thread_time() < work + 0.02:
+                    pass
+                os.write(file.fileno(), b"0")
+                os.fdatasync(file.fileno())
+                now = time.monotonic()
+                self.longest, begin = max(self.longest, now - begin), now
+
+    def __enter__(self):
+        self.start()
+        return self
+
+    def __exit__(self, *_):
+        self.ended.set()
+        self.join()
+
+    def check(self, good, what):
+        """Fails unless something is good; with TooSlow if a slow machine may be the cause."""
+        if not good and self.longest > self.tolerable:
+            raise TooSlow(f"{what}; a step of 0.1 s took {self.longest:.1f} s")
+        if not good:
+            raise AssertionError(what)
+
+
 class IgnitionOffTest(unittest.TestCase):
     def length(self, drive):
         return int(re.search(r"Ignition off took (\d+) ms", drive.said())[1]) / 1000
 
+    def check_left_behind(self, drive, machine, *hanging):
+        """The participants that hang are left behind, and no others."""
+        left = re.findall(r"^(\w+) hangs", drive.said(), re.MULTILINE)
+        machine.check(left == list(hanging), f"left behind: {left}")
+
+    @repeated_when_too_slow
     def test_without_a_hang_nobody_is_left_behind(self):
         folder = scratch(self)
         with Drive(folder) as drive:
             drive.await_pictures()
-            drive.ignition_off()
+            with Machine() as machine:
+                drive.ignition_off()
+        self.check_left_behind(drive, machine)
         self.assertNotIn("hangs", drive.said())
         self.assertLess(self.length(drive), budgets)
 
+    @repeated_when_too_slow
     def test_summary_that_hangs_is_left_behind_within_its_budget_and_named_at_the_next_start(self):
         folder = scratch(self)
         with Drive(folder) as drive:
@@ -32,8 +85,10 @@ class IgnitionOffTest(unittest.TestCase):
             drive.await_log("event: button")
             os.mkfifo(folder / "drive.json.part")  # opening it waits for a reader
             begin = time.monotonic()
-            drive.ignition_off()
+            with Machine() as machine:
+                drive.ignition_off()
             self.assertGreaterEqual(time.monotonic() - begin, summary_budget)
+        self.check_left_behind(drive, machine, "Summary")
         self.assertIn("Summary hangs and was left behind", drive.said())
         self.assertLess(self.length(drive), budgets)
         check_whole(self, clips(folder)[0])
@@ -41,7 +96,10 @@ class IgnitionOffTest(unittest.TestCase):
         with Drive(folder) as drive:
             drive.await_log("Summary took too long")
             drive.await_log("removed drive.json.part")
-            drive.ignition_off()
+            drive.await_log("160x120", 2)  # opening the source may take longer than its budget
+            with Machine() as machine:
+                drive.ignition_off()
+        self.check_left_behind(drive, machine)
         self.assertNotIn("hangs", drive.said())
 
     def test_source_that_hangs_is_left_behind(self):
@@ -56,6 +114,7 @@ class IgnitionOffTest(unittest.TestCase):
         self.assertGreaterEqual(self.length(drive), capture_budget)
         self.assertLess(self.length(drive), budgets)
 
+    @repeated_when_too_slow
     def test_display_that_nobody_reads_holds_nothing(self):
         folder = scratch(self)
         reader, writer = os.pipe()
@@ -69,11 +128,13 @@ class IgnitionOffTest(unittest.TestCase):
             drive.await_log("160x120")
             drive.press_button()
             drive.await_log("event: button")
-            drive.process.terminate()
-            eventually(lambda: "All triggers" in drive.log(), "ignition off")
+            with Machine() as machine:
+                drive.process.terminate()
+                eventually(lambda: "All triggers" in drive.log(), "ignition off")
             os.close(reader)
             drive.process.wait(60)
         os.close(writer)
+        machine.check(clips(folder), "the clip was not finished in time")
         check_whole(self, clips(folder)[0])
 
 

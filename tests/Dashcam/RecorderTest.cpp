@@ -5,6 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include "examples/dashcam/Accelerometer.h"
+#include "examples/dashcam/Clips.h"
+#include "examples/dashcam/Folder.h"
+
 namespace Dashcam {
 namespace {
 
@@ -135,6 +139,19 @@ TEST_F(RecorderTest, EventBeforeTheFirstFrameGetsTheFramesThatFollow)
     EXPECT_TRUE(clip->complete);
     EXPECT_EQ(clip->frames.size(), 11U);
     EXPECT_TRUE(clip->frames.front()->IsKey());
+}
+
+TEST_F(RecorderTest, EventBeginsItsClipBeforeAnyThreadOfTheDispatcherRuns)
+{
+    const Accelerometer accelerometer(settings, "");
+    Folder folder("", settings);
+    Clips clips(settings, recorder, accelerometer,
+                folder);  // not started: no thread handles events
+    Record(30);
+
+    clips.Raise("button", 0.0);
+
+    EXPECT_EQ(recorder.Begin({"button", Clock::now(), 0, 0, 0}), nullptr);
 }
 
 TEST_F(RecorderTest, ClipWithoutFurtherFramesIsCompleteAfterAWhile)
