@@ -27,7 +27,8 @@ namespace Tolvex::Ilog {
 /// The destructor blocks as Logger::WriteHeader() does. Without an enabled logger at the time of
 /// construction nothing is collected. Texts of up to 256 characters need no memory of the heap.
 /// @par Errors
-/// None: a line that cannot be written, or not be collected for lack of memory, is lost.
+/// None: a line that cannot be written is lost. Without memory a line ends after the text that was
+/// collected, or is lost.
 /// @par Thread safety
 /// Caller serialises.
 class TOLVEX_EXPORT LogLine

@@ -112,7 +112,8 @@ public:
     ///
     /// A line that would make the file longer goes to a new one. Before that the file gets the name
     /// with ".1" behind it, the one of that name ".2", and so on. The oldest one is removed. No
-    /// line is divided: one that is longer than the limit gets a file of its own.
+    /// line is divided: one that is longer than the limit gets a file of its own. The first line
+    /// after RepairEnd() counts as one byte longer.
     ///
     /// Several processes may share the file. All of them should set the same limit. They lock the
     /// file (flock()) for each line, so that a file gets no lines after it was renamed. If another

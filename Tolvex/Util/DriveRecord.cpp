@@ -78,6 +78,7 @@ DriveRecord Parse(const std::string& text)
 {
     DriveRecord record;
     std::istringstream lines(text);
+    lines.exceptions(std::ios_base::badbit);  // Without memory the record is not unreadable.
     for (std::string line; std::getline(lines, line);) {
         for (const auto& [end, word] : ends) {
             if (line == word) {

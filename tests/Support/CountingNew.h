@@ -19,6 +19,7 @@ inline std::atomic<std::size_t> releaseCount{0};         ///< releases of alloca
 inline std::atomic<std::size_t> allocatedBytes{0};       ///< requested so far
 inline std::atomic<std::size_t> largestAllocation{SIZE_MAX};  ///< bytes; larger requests fail
 inline std::atomic<std::size_t> failingAllocation{SIZE_MAX};  ///< requests fail from this call on
+inline std::atomic<std::size_t> failingCount{SIZE_MAX};       ///< so many of them
 
 /// While it exists, allocations of more than a number of bytes fail.
 class AllocationLimit
@@ -30,11 +31,15 @@ public:
     AllocationLimit& operator=(const AllocationLimit&) = delete;
 };
 
-/// While it exists, all allocations after a number of successful ones fail.
+/// While it exists, allocations after a number of successful ones fail: all, or so many.
 class AllocationBudget
 {
 public:
-    explicit AllocationBudget(std::size_t count) { failingAllocation = allocationCount + count; }
+    explicit AllocationBudget(std::size_t count, std::size_t failures = SIZE_MAX)
+    {
+        failingCount = failures;
+        failingAllocation = allocationCount + count;
+    }
     ~AllocationBudget() { failingAllocation = SIZE_MAX; }
     AllocationBudget(const AllocationBudget&) = delete;
     AllocationBudget& operator=(const AllocationBudget&) = delete;
@@ -43,7 +48,9 @@ public:
 inline void* CountedAllocation(std::size_t bytes)
 {
     ++ownAllocationCount;
-    const bool fails = allocationCount++ >= failingAllocation || bytes > largestAllocation;
+    const std::size_t number = allocationCount++;
+    const bool refused = number >= failingAllocation && number - failingAllocation < failingCount;
+    const bool fails = refused || bytes > largestAllocation;
     allocatedBytes += bytes;
     void* memory = fails ? nullptr : std::malloc(bytes == 0 ? 1 : bytes);
     if (memory == nullptr) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -16,12 +17,14 @@
 #include "Tolvex/Exception/IException.h"
 
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/CountingNew.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/SmallFileSystem.h"
 
 namespace Tolvex::Util {
 namespace {
 
+using Support::AllocationBudget;
 using Support::ReadFile;
 using Support::ScratchDirectory;
 using Support::StartChild;
@@ -107,6 +110,25 @@ TEST(DriveRecordTest, WhatIsNoRecordIsUnreadable)
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     EXPECT_EQ(EndIn(path), DriveEnd::Unreadable);
     EXPECT_EQ(EndIn("/dev/zero"), DriveEnd::Unreadable);
+}
+
+TEST(DriveRecordTest, RecordIsNotUnreadableForLackOfMemory)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("record");
+    ASSERT_EQ(Write(path, {DriveEnd::IgnitionOff, {"a participant with a long name"}}), "");
+    int failures = 0;
+    for (bool read = false; !read; ++failures) {
+        ASSERT_LT(failures, 1000);
+        try {
+            const AllocationBudget budget(static_cast<std::size_t>(failures), 1);
+            const DriveEnd end = ReadDriveRecord(path).end;
+            EXPECT_EQ(end, DriveEnd::IgnitionOff) << failures;
+            read = failures > 100;
+        } catch (const std::bad_alloc&) {
+            continue;
+        }
+    }
 }
 
 TEST(DriveRecordTest, RecordThatTellsNothingIsRefused)

@@ -28,7 +28,7 @@ double EstimateGrowth(const std::vector<Container>& open)
         complete += whole * std::max(begun - 1, 0.0) / size;
         whole /= size;
     }
-    return std::min(margin / complete, highest);
+    return margin < highest * complete ? margin / complete : highest;
 }
 
 }  // namespace Tolvex::Json
