@@ -398,12 +398,14 @@ def log_lines(goals):
 
 def log_settings():
     program = Program("Log.LoggerBenchmark")
-    names = {"none": "BM_LogLine", "`LogDurability::Interval`, 500 ms": "BM_LineInterval",
+    names = {"none": "BM_LogLine",
+             "`LogDurability::IgnitionOff`, until the ignition goes off": "BM_LineIgnitionOff",
+             "`LogDurability::Interval`, 500 ms": "BM_LineInterval",
              "`LogDurability::EachLine`": "BM_LineEach",
              "a size limit, file never full": "BM_LineBelowLimit",
              "a size limit, a new file every 100 lines": "BM_LineRenaming"}
     cost = {what: 1e9 * program.counter(f"{case}/1/manual_time", "per_line")
-            for what, case in names.items()}
+            for what, case in names.items() if program.has(f"{case}/1/manual_time")}
     rows = [[what, show(time, "ns"), f"{time / cost['none']:.2f} ×"] for what, time in cost.items()]
     return ("### Log files on the medium, and of limited size\n\nTime of a line of one thread that "
             "logs without a pause, from the call to the end of the write. A sync takes as long as "
