@@ -38,7 +38,7 @@ protected:
 
     void TearDown() override
     {
-        if (std::filesystem::exists(hiddenEnvironment)) {
+        if (!IsSkipped() && std::filesystem::exists(hiddenEnvironment)) {
             std::filesystem::rename(hiddenEnvironment, initialEnvironment);
         }
     }
