@@ -222,6 +222,10 @@ BENCHMARK(MeasureSubject<TolvexFileAndBlackBox>)
     ->UseManualTime();
 // What does it cost to bring the lines to the medium? The directory for temporary files has to be
 // on one: a tmpfs syncs nothing.
+BENCHMARK(MeasureSubject<TolvexToMedium<LogDurability::IgnitionOff, 0>>)
+    ->Name("BM_LineIgnitionOff")
+    ->Arg(1)
+    ->UseManualTime();
 BENCHMARK(MeasureSubject<TolvexToMedium<LogDurability::Interval, 0>>)
     ->Name("BM_LineInterval")
     ->Arg(1)

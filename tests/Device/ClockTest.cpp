@@ -29,7 +29,7 @@ using namespace std::chrono_literals;
 using Steady = std::chrono::steady_clock;
 using Tolvex::Support::Eventually;
 using Tolvex::Support::IsOnBoard;
-using Tolvex::Support::notOnBoard;
+using Tolvex::Support::OnBoardTest;
 using Tolvex::Support::ProbeThread;
 
 // Later than the board has run: the kernel refuses a wall clock behind its monotonic one.
@@ -42,15 +42,15 @@ void SetClock(std::time_t seconds)
     ASSERT_EQ(clock_settime(CLOCK_REALTIME, &instant), 0);
 }
 
-class ClockOnBoardTest : public testing::Test
+class ClockOnBoardTest : public OnBoardTest
 {
 protected:
     void SetUp() override
     {
-        if (!IsOnBoard()) {
-            GTEST_SKIP() << notOnBoard;
+        OnBoardTest::SetUp();
+        if (!IsSkipped()) {
+            SetClock(firstDay);
         }
-        SetClock(firstDay);
     }
 
     void TearDown() override

@@ -11,8 +11,7 @@
 
 namespace {
 
-using Tolvex::Support::IsOnBoard;
-using Tolvex::Support::notOnBoard;
+using Tolvex::Support::OnBoardTest;
 using Tolvex::Support::ReadFile;
 using Tolvex::Util::ExecCmd_Pipe;
 using Tolvex::Util::ExecCmd_System;
@@ -22,16 +21,26 @@ using Tolvex::Util::WriteFlashVar;
 
 constexpr std::size_t environmentBytes = 0x2000;
 
-class FlashOnBoardTest : public testing::Test
+constexpr const char* initialEnvironment = "/etc/u-boot-initial-env";
+constexpr const char* hiddenEnvironment = "/etc/hidden";
+
+class FlashOnBoardTest : public OnBoardTest
 {
 protected:
     void SetUp() override
     {
-        if (!IsOnBoard()) {
-            GTEST_SKIP() << notOnBoard;
+        OnBoardTest::SetUp();
+        if (!IsSkipped()) {
+            ASSERT_EQ(WriteFlashConfigFile(), 0);
+            ASSERT_EQ(ExecCmd_System("flash_erase -q /dev/mtd1 0 0"), 0);
         }
-        ASSERT_EQ(WriteFlashConfigFile(), 0);
-        ASSERT_EQ(ExecCmd_System("flash_erase -q /dev/mtd1 0 0"), 0);
+    }
+
+    void TearDown() override
+    {
+        if (!IsSkipped() && std::filesystem::exists(hiddenEnvironment)) {
+            std::filesystem::rename(hiddenEnvironment, initialEnvironment);
+        }
     }
 };
 
@@ -50,8 +59,7 @@ TEST_F(FlashOnBoardTest, ErasedFlashGivesTheInitialEnvironment)
 
 TEST_F(FlashOnBoardTest, ErasedFlashWithoutAnInitialEnvironmentFails)
 {
-    const std::filesystem::path file = "/etc/u-boot-initial-env";
-    std::filesystem::rename(file, "/etc/hidden");
+    std::filesystem::rename(initialEnvironment, hiddenEnvironment);
     std::string value = "as it was";
 
     EXPECT_EQ(ReadFlashVar("bootdelay", value), -1);
@@ -59,7 +67,6 @@ TEST_F(FlashOnBoardTest, ErasedFlashWithoutAnInitialEnvironmentFails)
 
     EXPECT_EQ(value, "as it was");
     EXPECT_EQ(ReadFile("/dev/mtd1"), std::string(environmentBytes, '\xFF'));
-    std::filesystem::rename("/etc/hidden", file);
 }
 
 TEST_F(FlashOnBoardTest, FirstWriteStoresTheInitialEnvironmentToo)

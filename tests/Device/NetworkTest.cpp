@@ -19,7 +19,7 @@ namespace {
 
 using Tolvex::Support::Eventually;
 using Tolvex::Support::IsOnBoard;
-using Tolvex::Support::notOnBoard;
+using Tolvex::Support::OnBoardTest;
 using Tolvex::Support::TellEmulator;
 using Tolvex::Util::CheckIfNetInterfaceIsPresent;
 using Tolvex::Util::NetworkConnectivityCheck;
@@ -63,15 +63,15 @@ bool HasCarrier()
     return carrier == 1;
 }
 
-class NetworkOnBoardTest : public testing::Test
+class NetworkOnBoardTest : public OnBoardTest
 {
 protected:
     void SetUp() override
     {
-        if (!IsOnBoard()) {
-            GTEST_SKIP() << notOnBoard;
+        OnBoardTest::SetUp();
+        if (!IsSkipped()) {
+            Restore();
         }
-        Restore();
     }
 
     void TearDown() override
@@ -84,7 +84,7 @@ protected:
 private:
     void Restore()
     {
-        TellEmulator("set_link net on");
+        EXPECT_TRUE(TellEmulator("set_link net on"));
         EXPECT_EQ(SetStatusOfNetInterfaceUsingSocket(1, interfaceName), 0);
         EXPECT_EQ(SetAddressOfNetInterfaceUsingSocket(interfaceName, usualAddress, usualMask), 0);
         EXPECT_TRUE(Eventually(&HasCarrier));
@@ -120,7 +120,7 @@ TEST_F(NetworkOnBoardTest, InterfaceGoesDownAndUp)
 
 TEST_F(NetworkOnBoardTest, PulledCableLeavesTheInterfacePresentAndUp)
 {
-    TellEmulator("set_link net off");
+    ASSERT_TRUE(TellEmulator("set_link net off"));
     ASSERT_TRUE(Eventually([] { return !HasCarrier(); }));
 
     EXPECT_TRUE(CheckIfNetInterfaceIsPresent(interfaceName));
@@ -133,11 +133,11 @@ TEST_F(NetworkOnBoardTest, HostIsReachedOnlyWithTheCablePluggedAndTheInterfaceUp
 {
     EXPECT_TRUE(Eventually(&NetworkConnectivityCheck));
 
-    TellEmulator("set_link net off");
+    ASSERT_TRUE(TellEmulator("set_link net off"));
     ASSERT_TRUE(Eventually([] { return !HasCarrier(); }));
     EXPECT_FALSE(NetworkConnectivityCheck());
 
-    TellEmulator("set_link net on");
+    ASSERT_TRUE(TellEmulator("set_link net on"));
     ASSERT_TRUE(Eventually(&HasCarrier));
     EXPECT_TRUE(Eventually(&NetworkConnectivityCheck));
 

@@ -83,7 +83,9 @@ void Cut(int cut, int cuts)
 
     std::thread writer([cut] { Write("generation", Generation("new", cut)); });
     std::this_thread::sleep_for(duration * (2 * cut - 1) / (2 * cuts));
-    TellEmulator("stop");
+    if (!TellEmulator("stop")) {
+        Fail("cannot stop the board");
+    }
     writer.join();
 }
 
@@ -140,8 +142,8 @@ void JudgeAll(const Copies& copies, int cuts)
         }
     }
     for (const auto& [verdict, count] : verdicts) {
-        std::fprintf(stderr, "%s copy, %d power cuts: %d times %s\n", copies.name, cuts, count,
-                     verdict.c_str());
+        std::fprintf(stderr, "%s, %d power cuts: %d times %s\n",
+                     copies.redundant ? "two copies" : "one copy", cuts, count, verdict.c_str());
     }
 }
 
@@ -149,7 +151,8 @@ void JudgeAll(const Copies& copies, int cuts)
 
 int main(int argc, char** argv)
 {
-    if (argc != 3 || !Tolvex::Support::IsOnBoard()) {
+    const std::string_view phase = argc == 3 ? argv[1] : "";
+    if ((phase != "write" && phase != "judge") || !Tolvex::Support::IsOnBoard()) {
         std::fprintf(stderr, "usage: %s write|judge CUTS, on the emulated board\n", argv[0]);
         return 2;
     }
@@ -158,7 +161,7 @@ int main(int argc, char** argv)
         Fail("cannot drop standard output");
     }
     for (const Copies& copies : copiesOf) {
-        if (std::string_view(argv[1]) == "write") {
+        if (phase == "write") {
             WriteAndCut(copies, std::atoi(argv[2]));
         } else {
             JudgeAll(copies, std::atoi(argv[2]));

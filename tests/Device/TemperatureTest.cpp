@@ -19,8 +19,6 @@ using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Support::Eventually;
-using Tolvex::Support::IsOnBoard;
-using Tolvex::Support::notOnBoard;
 using Tolvex::Support::TellEmulator;
 using Tolvex::Util::TemperatureMonitor;
 
@@ -34,7 +32,7 @@ std::string ReadZone()
 
 void SetSensor(const std::string& millidegrees)
 {
-    TellEmulator("qom-set /machine/peripheral/sensor temperature " + millidegrees);
+    ASSERT_TRUE(TellEmulator("qom-set /machine/peripheral/sensor temperature " + millidegrees));
     ASSERT_TRUE(Eventually([&] { return ReadZone() == millidegrees; })) << ReadZone();
 }
 
@@ -59,16 +57,7 @@ std::string LoggedLine()
     return line.substr(std::min(line.size(), sizeof "[2024-05-01 12:00:07]" - 1));
 }
 
-class TemperatureOnBoardTest : public testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        if (!IsOnBoard()) {
-            GTEST_SKIP() << notOnBoard;
-        }
-    }
-};
+using TemperatureOnBoardTest = Tolvex::Support::OnBoardTest;
 
 struct Reading
 {

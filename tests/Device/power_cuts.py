@@ -30,14 +30,21 @@ PATIENCE = 300  # seconds; bounds a hang
 class Emulator:
     def __init__(self, path):
         deadline = time.monotonic() + PATIENCE
-        while not path.exists() and time.monotonic() < deadline:
-            time.sleep(0.1)
         self.socket = socket.socket(socket.AF_UNIX)
         self.socket.settimeout(PATIENCE)
-        self.socket.connect(str(path))
+        while not self.connects_to(path) and time.monotonic() < deadline:
+            time.sleep(0.1)
         self.stream = self.socket.makefile("rw")
         self.stream.readline()  # its greeting
         self.tell("qmp_capabilities")
+
+    def connects_to(self, path):
+        """@return false while the emulator has not made the socket or does not listen yet."""
+        try:
+            self.socket.connect(str(path))
+        except (FileNotFoundError, ConnectionRefusedError):
+            return False
+        return True
 
     def tell(self, command):
         self.stream.write(json.dumps({"execute": command}) + "\n")
@@ -74,13 +81,20 @@ def written_lines(console):
 
 
 def cut_card(emulator, directory, mode):
-    """@return lines lost, and whether the log ends in NUL bytes."""
+    """@return lines lost, and whether the log ends in NUL bytes.
+
+    Counts the lines that the console has shown before the cut. Lines that were written but not shown
+    yet are not counted as lost.
+    """
     copy = directory / "cut.img"
     emulator.tell("stop")
     written, safe, _ = written_lines(directory / "console")[-1]
     subprocess.run(["cp", "--sparse=always", directory / "card.img", copy], check=True)
     emulator.tell("cont")
-    subprocess.run(["e2fsck", "-fy", copy], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    repair = subprocess.run(["e2fsck", "-fy", copy], stdout=subprocess.PIPE,
+                            stderr=subprocess.STDOUT, text=True)
+    if repair.returncode >= 4:  # 1 to 3: it has mended everything
+        sys.exit(f"power_cuts.py: e2fsck cannot repair the card:\n{repair.stdout}")
     log = subprocess.run(["debugfs", "-R", f"cat /board/log-{mode}", copy], check=True,
                          stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
     copy.unlink()

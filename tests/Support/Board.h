@@ -11,8 +11,7 @@
 
 namespace Tolvex::Support {
 
-/// @return whether this is the emulated board. A test for it begins with `if (!IsOnBoard()) {
-/// GTEST_SKIP() << notOnBoard; }`.
+/// @return whether this is the emulated board.
 inline bool IsOnBoard()
 {
     std::string model;
@@ -20,16 +19,28 @@ inline bool IsOnBoard()
     return model == "Tolvex test board";
 }
 
-constexpr char notOnBoard[] = "needs the emulated board: scripts/device";
+/// A test that skips except on the emulated board.
+class OnBoardTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (!IsOnBoard()) {
+            GTEST_SKIP() << "needs the emulated board: scripts/device";
+        }
+    }
+};
 
 /// Gives the emulator's monitor a command, such as "set_link net off". The monitor is at the first
-/// serial line. Its effect is to be waited for.
-inline void TellEmulator(const std::string& command)
+/// serial line. Does not wait for the effect of the command.
+/// @return false when the command cannot be written.
+[[nodiscard]] inline bool TellEmulator(const std::string& command)
 {
     const std::string line = command + "\r";
     const int monitor = open("/dev/ttymxc0", O_WRONLY | O_NOCTTY | O_CLOEXEC);
-    EXPECT_EQ(write(monitor, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    const bool told = write(monitor, line.data(), line.size()) == static_cast<ssize_t>(line.size());
     close(monitor);
+    return told;
 }
 
 }  // namespace Tolvex::Support

@@ -22,6 +22,7 @@
 #include "Tolvex/Interfaces/IThread.h"
 #include "Tolvex/Log/Logger.h"
 
+#include "tests/Support/Board.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/LogFile.h"
 #include "tests/Support/OwnProcess.h"
@@ -172,7 +173,7 @@ TEST(TickTest, LaterCallsReturnTheSameObjectAndStartNoFurtherThread)
 
 TEST(TickTest, ThreadRunsNoSignalHandlersButThoseOfFaults)
 {
-    if (Tolvex::Support::isEmulated) {
+    if (Tolvex::Support::isEmulated && !Tolvex::Support::IsOnBoard()) {
         GTEST_SKIP() << "the kernel knows the signals of the emulator only";
     }
     Tick::GetInstance();
