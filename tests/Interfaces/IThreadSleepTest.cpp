@@ -6,6 +6,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <pthread.h>
 #include <string>
 #include <sys/types.h>
 #include <thread>
@@ -241,6 +242,25 @@ TEST(IThreadSleepTest, StepBelowTheLargestTotalIsTakenAsOftenAsItFits)
 
 // --------------------------------------------------------------------------------- interruptions
 
+clockid_t OwnProcessorClock()
+{
+    clockid_t clock = 0;
+    pthread_getcpuclockid(pthread_self(), &clock);
+    return clock;
+}
+
+std::chrono::nanoseconds ProcessorTime(clockid_t clock)
+{
+    timespec time{};
+    clock_gettime(clock, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+std::chrono::nanoseconds OwnProcessorTime()
+{
+    return ProcessorTime(OwnProcessorClock());
+}
+
 enum class Interruption
 {
     NoHandle,
@@ -289,23 +309,23 @@ TEST_P(ThreadSleepInterruptionTest, EndsTheSpinThatAStepOfZeroIs)
     for (const milliseconds step : {0ms, -1ms, lowest}) {
         ProbeThread probe;
         probe.PretendToRun();
-        const auto begin = std::chrono::steady_clock::now();
-        std::thread interrupter([&] {
-            std::this_thread::sleep_for(50ms);
-            Interrupt(probe);
-        });
-
         std::vector<timespec> sleeps;
         {
             const SleepRecorder recorder;
+            const auto begin = OwnProcessorTime();
+            // Only the spin takes this thread so long.
+            std::thread interrupter([&, clock = OwnProcessorClock()] {
+                Eventually([&] { return ProcessorTime(clock) - begin > 50ms; });
+                Interrupt(probe);
+            });
             probe.ThreadSleep(1000ms, step);
             sleeps = recorder.requests;
+            EXPECT_GT(OwnProcessorTime() - begin, 50ms);
+            interrupter.join();
         }
 
         // Far beyond the total, counted in steps; but nothing was slept.
-        EXPECT_GE(std::chrono::steady_clock::now() - begin, 50ms);
         EXPECT_THAT(sleeps, IsEmpty());
-        interrupter.join();
         probe.EndPretence();
     }
 }
