@@ -196,7 +196,7 @@ TEST(SerializeTest, EmptyContainersAreWrittenWhereverTheBufferIsFull)
             Array outer;
             outer.push_back(std::move(nested));
             nested = std::move(outer);
-            nestedText = "[" + nestedText + "]";
+            nestedText.insert(0, 1, '[').append("]");
         }
         document.push_back(Array{});
         document.push_back(Object{});

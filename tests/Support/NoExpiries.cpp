@@ -15,7 +15,7 @@ extern "C" int timer_settime(timer_t timer, int flags, const struct itimerspec* 
         Tolvex::Support::RealFunction<decltype(timer_settime)>("timer_settime");
     itimerspec later = *times;
     if (later.it_value.tv_sec > 0 || later.it_value.tv_nsec > 0) {
-        later.it_value.tv_sec += 24 * 60 * 60;
+        later.it_value.tv_sec += 86400;
     }
     return real(timer, flags, &later, before);
 }
