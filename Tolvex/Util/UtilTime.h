@@ -60,7 +60,8 @@ TOLVEX_EXPORT time_t GetDateTime(const time_t& date, const time_t& time);
 /// @param format  Conversions of strftime(); an empty format means "%a,%d %b %y %T%z". A NUL ends
 ///                the format.
 /// @return the text, up to 2 bytes less than 16 MiB. A longer text, which only a field width or a
-/// format of that length can produce, is returned as an empty text. The text is also empty if the year of `t` does not fit into an int.
+/// format of that length can produce, is returned as an empty text. The text is also empty if the
+/// year of `t` does not fit into an int.
 TOLVEX_EXPORT std::string Date(const time_t& t, std::string format);
 
 /// @param format  As for Date().
