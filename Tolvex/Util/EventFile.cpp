@@ -48,7 +48,7 @@ int CreateExclusively(const std::string& path)
 /// @return what stands between the stamp and the full stop of a name.
 std::string CounterText(std::uint32_t number)
 {
-    return number == 1 ? "" : "_" + std::to_string(number);
+    return number == 1 ? "" : std::string("_").append(std::to_string(number));
 }
 
 /// @return the counter with that text, or 0.
