@@ -135,7 +135,8 @@ std::vector<std::string> Logger::GetLastLines() const
 
 void Logger::DropLine()
 {
-    ForEachEnabled([](LoggerCore& core) { core.DropLine(); });
+    // Would be called again if it threw.
+    ForEachEnabled([](LoggerCore& core) noexcept { core.DropLine(); });
 }
 
 /// As LoggerCore::Enable().

@@ -150,7 +150,12 @@ public:
         }
     }
 
-    /// Appends a value as a stream does; for a module "[#", its text, and "]".
+    /// Appends "[#", the text of the module, and "]".
+    /// @param module  Where the line comes from.
+    /// @return this logger.
+    Logger& operator<<(LogModule module) { return AnyEnabled() ? Append(module) : *this; }
+
+    /// Appends a value as a stream does.
     /// @tparam T     One of the types of LogValue.
     /// @param value  After a null pointer, the values that follow are missing in the line.
     /// @return this logger.

@@ -14,9 +14,8 @@ namespace Tolvex::Ilog {
 
 /// The types of values that can be streamed into a logger. LogLine takes everything else.
 template <typename T>
-concept LogValue =
-    std::same_as<T, LogModule> || std::same_as<T, const char*> || std::same_as<T, char*> ||
-    std::same_as<T, int> || std::same_as<T, double> || std::same_as<T, std::string_view>;
+concept LogValue = std::same_as<T, const char*> || std::same_as<T, char*> || std::same_as<T, int> ||
+    std::same_as<T, double> || std::same_as<T, std::string_view>;
 
 /// Composes log lines and has a thread of its own write them through a policy.
 ///
@@ -105,7 +104,16 @@ public:
         }
     }
 
-    /// Inserts a value as a stream does; for a module "[#", its text, and "]".
+    /// Inserts "[#", the text of the module, and "]".
+    /// @param module  Where the line comes from.
+    /// @return this logger.
+    LoggerBase& operator<<(LogModule module)
+    {
+        core.Append(module);
+        return *this;
+    }
+
+    /// Inserts a value as a stream does.
     /// @tparam T     One of the types of LogValue.
     /// @param value  After a null pointer, the values that follow are missing in the line.
     /// @return this logger.

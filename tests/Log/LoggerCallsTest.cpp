@@ -208,6 +208,7 @@ using Tolvex::Support::HasThread;
 using Tolvex::Support::LastLines;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
+using Tolvex::Support::RunInTime;
 using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::SleepingThread;
 using Tolvex::Support::WithoutDate;
@@ -594,20 +595,26 @@ TEST(LoggerCallsTest, LineThatTheWriterCannotBeToldOfIsLostWithAnErrorUnlessItHa
 }
 
 /// Enables file and console, leaves a line open in both, and runs the call, which ends the file's
-/// line and cannot tell the writer. @return whether another thread can log to the console after it.
+/// line and cannot tell the writer.
+/// @param call  bool(Logger&); false: the writer was looking for a line, and has seen it.
+/// @return whether another thread can log to the console after it.
 template <typename Call>
 bool ConsoleLogsAfterAFailureInTheFile(const std::string& path, Call call)
 {
-    const ChildResult child = RunInChild([&] {
-        alarm(20);  // ends the child if it hangs
+    const ChildResult child = RunInTime([&] {
+        alarm(60);  // ends the child if it hangs
         Logger& logger = *Logger::GetInstance();
         EXPECT_TRUE(logger.EnableFile(path));
         EXPECT_TRUE(logger.EnableConsole());
         logger.WriteHeader(LogType::Info);
         logger << "open";
+        Tolvex::Support::AwaitSleepOfOtherThreads();
         locksBeforeFailure = 0;
-        call(logger);
+        const bool failed = call(logger);
         EXPECT_EQ(locksBeforeFailure, -1);
+        if (!failed) {
+            return Tolvex::Support::late;
+        }
 
         std::thread([] { LogLine(LogType::Info) << "next"; }).join();
         logger.CloseConsole();
@@ -621,7 +628,12 @@ TEST(LoggerCallsTest, LineThatCannotBeEndedInTheFileIsNotLeftOpenOnTheConsole)
 {
     const ScratchDirectory directory;
     EXPECT_TRUE(ConsoleLogsAfterAFailureInTheFile(directory.Path("log"), [](Logger& logger) {
-        EXPECT_THROW(logger.WriteHeader(LogType::Info), std::system_error);
+        try {
+            logger.WriteHeader(LogType::Info);
+            return false;
+        } catch (const std::system_error&) {
+            return true;
+        }
     }));
 }
 
@@ -631,6 +643,7 @@ TEST(LoggerCallsTest, IgnitionOffClosesTheFileThoughALineCannotBeEnded)
     EXPECT_TRUE(ConsoleLogsAfterAFailureInTheFile(directory.Path("log"), [](Logger& logger) {
         logger.RunIgnitionOff();
         EXPECT_FALSE(logger.IsFileEnabled());
+        return true;
     }));
 }
 

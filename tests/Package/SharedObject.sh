@@ -62,7 +62,7 @@ grep -qx main "$scratch/exported" || fail "main is missing"
 ! grep -vE '^main$|(^| )Tolvex::' "$scratch/exported" || fail "foreign symbols"
 private=$(find "$source/Tolvex" -path '*/Private/*.h' -exec \
     sed -nE 's/^(class|struct) ([A-Z][A-Za-z]*)( : .*)?$/\2/p' {} + | paste -sd '|')
-! grep -E "(^| |::)(Base|$private)::" "$scratch/exported" || fail "private symbols"
+! grep -E "(^| |::)(Base|$private)(::|$)" "$scratch/exported" || fail "private symbols"
 
 echo "- what it runs on load: the standard streams' initialisation of its source files, nothing else"
 functions=$(load_time_functions)

@@ -1,9 +1,9 @@
 #include "Tolvex/Interfaces/Private/WorkerRecord.h"
 
+#include <cstring>
 #include <mutex>
 #include <utility>
 
-#include "Tolvex/Base/Private/ErrorText.h"
 #include "Tolvex/Base/Private/ForkMutex.h"
 #include "Tolvex/Log/LogLine.h"
 
@@ -87,9 +87,10 @@ void WorkerRefusals::Log(const std::string& name) const
     for (const auto& [wish, error] :
          {std::pair("priority", priority), std::pair("CPU affinity", affinity)}) {
         if (error != 0) {
+            char buffer[128];  // Takes no memory of the heap: the thread runs already.
             LogLine(LogType::Warning, LogModule::Ithread)
                 << "Thread (" << (name.empty() ? "name not defined" : name) << ") runs without its "
-                << wish << ": " << Base::ErrorText(error);
+                << wish << ": " << strerror_r(error, buffer, sizeof buffer);
         }
     }
 }
