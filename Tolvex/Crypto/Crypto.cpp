@@ -191,6 +191,7 @@ bool Base64Decode(const std::string& text, std::string& bytes)
 
 std::string HMAC_SHA1(const std::string& message, const std::string& key)
 {
+    // Required: refuses empty texts and longer keys, which the method itself would take.
     if (message.empty() || key.empty() || key.size() > longestKey) {
         return {};
     }

@@ -437,7 +437,8 @@ void IThread::DoCallbackStop()
 
 void IThread::ThreadSleep(const milliseconds& total, const milliseconds& step)
 {
-    // In this order: if the stop of the destructor is seen, so is the destruction.
+    // Required: a worker that is already stopped sleeps the total in one piece.
+    // The order of the reads: if the stop of the destructor is seen, so is the destruction.
     const bool inOnePiece = !IsRunning() || step >= total;
     if (LoadShared(destroying)) {
         return;

@@ -190,9 +190,9 @@ public:
 
     /// Sleeps in steps, so that a thread that is being stopped wakes after one step.
     ///
-    /// Sleeps floor(total / step) * step. If the thread does not run, as after a Stop() that came
-    /// before this call, or if the step is not shorter than the total, it sleeps the total in one
-    /// piece. Returns at once while the object is being destroyed.
+    /// Sleeps floor(total / step) * step. If the worker is already stopped, or if the step is not
+    /// shorter than the total, it sleeps the total in one piece. Returns at once while the object
+    /// is being destroyed.
     /// @param total  Time to sleep in ms.
     /// @param step   Time in ms after which a stop is noticed at the latest.
     /// @note A step of 0 or less (and below the total) does not sleep: the call spins until the

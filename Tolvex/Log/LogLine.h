@@ -20,15 +20,15 @@ namespace Tolvex::Ilog {
 /// @code
 /// LogLine(LogType::Warning, LogModule::CELL) << "signal " << -113 << " dBm";
 /// @endcode
-/// Takes whatever an std::ostream takes, manipulators included. No lock is held meanwhile, so an
-/// exception, a return or another line in between does no harm. A newline at the very end of the
-/// text, such as from std::endl, is the line's own and not written twice.
+/// Takes whatever an std::ostream takes, manipulators included. While the text is collected no lock
+/// is held, so an exception, a return, or another line that begins before the end does no harm. A
+/// newline at the very end of the text, such as from std::endl, is the line's own and not written
+/// twice.
 ///
 /// The destructor blocks as Logger::WriteHeader() does. Without an enabled logger at the time of
-/// construction nothing is collected. Texts of up to 256 characters need no memory of the heap.
+/// construction nothing is collected. Texts of up to 256 characters use no heap memory.
 /// @par Errors
-/// None: a line that cannot be written is lost. Without memory a line ends after the text that was
-/// collected, or is lost.
+/// None: a line that cannot be written is lost. If memory runs out, the line is cut there, or lost.
 /// @par Thread safety
 /// Caller serialises.
 class TOLVEX_EXPORT LogLine

@@ -31,7 +31,7 @@ public:
     virtual ~ILogPolicy();
 
     /// Chooses where the lines go. Does nothing here.
-    /// @param name  What it means is the policy's own, such as the name of a file.
+    /// @param name  The policy defines its meaning, such as the name of a file.
     virtual void SetOutput(const std::string& name);
 
     /// Puts a finished line where it belongs.
@@ -39,7 +39,7 @@ public:
     virtual void Write(const std::string& line) = 0;
 
     /// Ends the use of the output. Does nothing here.
-    /// @note Called during a Write() that hangs for more than 2.1 s.
+    /// @note Is also called while a Write() hangs for more than 2.1 s.
     virtual void Close();
 
     /// Tells the type of the line that the next Write() brings. Does nothing here.
@@ -49,8 +49,8 @@ public:
 
 /// Appends each line to a file, which is opened and closed for every line.
 ///
-/// Nothing is held in between: others may move, delete or truncate the file at any time, and the
-/// next line creates the file again or appends to it. A line is one append, so lines of several
+/// Between lines the file is closed: others may move, delete or truncate the file at any time, and
+/// the next line creates the file again or appends to it. A line is one append, so lines of several
 /// processes do not mix. If the disk is full, the line is lost. After a partial write the next line
 /// for the same file starts on a new line.
 /// @code
@@ -98,14 +98,14 @@ public:
     /// - LogDurability::EachLine: Write() returns when the line is on the medium, and with it all
     ///   lines before.
     /// - LogDurability::Interval: a thread of the policy syncs the file and ends. So Write() does
-    ///   not wait. If the thread cannot be created, Write() syncs. The time is that until the sync
+    ///   not wait. If the thread cannot be created, Write() syncs. The interval ends when the sync
     ///   begins. Close() does not wait for it. A process that exits before the time has passed
     ///   leaves the lines to the file system.
     ///
     /// The first line in a file also syncs the directory, so that the file itself is not lost.
     /// @param mode      Until the next call.
-    /// @param interval  For LogDurability::Interval; with 0 or less it works as EachLine. A shorter
-    ///                  one applies to lines that wait already, within 100 ms.
+    /// @param interval  For LogDurability::Interval; with 0 or less it works as EachLine. If
+    ///                  it is shortened, waiting lines follow it at most 100 ms later.
     void SetDurability(LogDurability mode, std::chrono::milliseconds interval = {});
 
     /// Limits the size of the file. Applies from the next line on.
@@ -122,7 +122,7 @@ public:
     /// @param bytes      0 for no limit.
     /// @param keptFiles  How many old files are kept, at most 65535; 0 removes the full file. Older
     ///                   ones that a larger number has left are not removed.
-    /// @note An old name that belongs to a directory may keep the file from being renamed.
+    /// @note If a numbered name is a directory, the file may not be renamed.
     void SetSizeLimit(std::uint64_t bytes, unsigned keptFiles);
 
     /// Syncs each line from now on until the next RepairEnd(), unless the mode is

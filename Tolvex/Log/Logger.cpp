@@ -135,7 +135,7 @@ std::vector<std::string> Logger::GetLastLines() const
 
 void Logger::DropLine()
 {
-    // Would be called again if it threw.
+    // noexcept: ForEachEnabled() drops the lines again when an action throws.
     ForEachEnabled([](LoggerCore& core) noexcept { core.DropLine(); });
 }
 

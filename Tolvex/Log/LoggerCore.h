@@ -39,8 +39,8 @@ public:
     /// Makes a disabled logger. Starts no thread.
     /// @param calls   How to call the policy; must outlive this object.
     /// @param policy  Not owned; must outlive this object.
-    /// @param model   A logger that begins the same lines first. They then have the same header
-    /// here, and the same locale. Not owned; must outlive this object. May be null.
+    /// @param model   A logger in which each line is begun first. This one copies the header of the
+    /// line from there, and the locale. Not owned; must outlive this object. May be null.
     LoggerCore(const PolicyCalls& calls, void* policy, const LoggerCore* model = nullptr);
 
     /// Closes the logger; see ~LoggerBase().
@@ -59,7 +59,7 @@ public:
 
     /// Enables the logger.
     /// @param output  Where the lines go from now on; null for where they went before. Not owned.
-    /// @return false when nothing has changed.
+    /// @return false if it is not enabled, or if it keeps its old output.
     bool Enable(const std::string* output);
     /// As LoggerBase::ChangeOutput().
     bool ChangeOutput(const std::string& name);
@@ -67,8 +67,8 @@ public:
     void WriteHeader(LogType type);
 
     /// Appends to the line that the calling thread has begun. std::endl ends the line.
-    /// @param argument  A null text makes the values after it fail; a null manipulator does
-    /// nothing.
+    /// @param argument  After a null text the values that follow are missing; a null manipulator
+    /// does nothing.
     void Append(const LogArgument& argument);
     /// As LoggerBase::EndOpenLine().
     void EndOpenLine();
@@ -78,7 +78,7 @@ public:
     /// Writes a whole notice, unless the logger is disabled or the line lock is not free in time.
     /// Call EndOpenLine() of all loggers first.
     /// @param text      Without the newline.
-    /// @param last      No other line begins once this one has begun; the caller then calls
+    /// @param last      true: no other line can begin after this one; the caller then calls
     /// Close().
     /// @param deadline  When to give up.
     void WriteNotice(std::string_view text, bool last,

@@ -16,8 +16,8 @@ struct PolicyCalls
     void (*writeHeader)(void* policy, LogType type);           ///< ILogPolicy::WriteHeader()
     void (*write)(void* policy, const std::string& line);      ///< ILogPolicy::Write()
     void (*setOutput)(void* policy, const std::string& name);  ///< ILogPolicy::SetOutput()
-    /// As setOutput, when the logger is enabled. If the output does not end in a newline, the first
-    /// line starts on a new line.
+    /// Called instead of setOutput when the logger is enabled. If the output does not end in a
+    /// newline, the first line starts on a new line.
     void (*openOutput)(void* policy, const std::string& name);
     void (*close)(void* policy);  ///< ILogPolicy::Close()
     /// Tells the policy that the line that is being composed is the last one before close.

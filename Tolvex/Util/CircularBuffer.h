@@ -92,7 +92,8 @@ public:
     /// Finds the slot that is a number of slots before another one.
     ///
     /// @param from  Index to start from.
-    /// @param back  Slots to go back. While the ring is not full, more than were written give 0.
+    /// @param back  Slots to go back. While the ring is not full, a number above that of the
+    /// written slots gives 0.
     /// @return index of the slot. Numbers too large for an int wrap around.
     /// @note A step back across slot 0 lands one slot further back than counting slots would: one
     ///       back from slot 0 of a full ring of ten is slot 8.
@@ -134,7 +135,7 @@ inline void CircularBuffer<T>::AddNext(const T& element)
     if (m_unallocSet && m_full) {
         m_unallocCallback(SlotAt(m_pos));
     }
-    // A copy that is moved in: the slot holds it before the old element is destroyed, whose
+    // Copies, then moves: the old element is destroyed after the slot holds the new one. Its
     // destructor may read the ring.
     SlotAt(m_pos) = T(element);
 
@@ -185,6 +186,7 @@ int CircularBuffer<T>::SeekBackKeyframe(int back, int interval) const
     const auto target = static_cast<int>(distance >= 0 ? distance : distance + m_size);
 
     const std::int64_t keyframe = std::int64_t{target} / interval;
+    // Required: the product of doubles. It is exact: both are ints.
     return static_cast<int>(static_cast<double>(keyframe) * interval);
 }
 

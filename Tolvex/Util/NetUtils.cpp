@@ -174,6 +174,7 @@ bool NetworkConnectivityCheck()
 
 bool CheckIfNetInterfaceIsPresent(const char* name)
 {
+    // Required: a name that begins with the text is enough.
     if (InterfaceList().HasNameThatBeginsWith(Base::TextOrEmpty(name))) {
         return true;
     }
@@ -208,6 +209,7 @@ int SetStatusOfNetInterfaceUsingSocket(int status, const char* name)
         LogLine(LogType::Info, LogModule::WNET)
             << "[NET] Try set status " << status << " of net interface [" << interfaceName << "]";
 
+        // Required: only 1 means up; any other number means down.
         SwitchInterface(interfaceName, status == 1);
         return 0;
     } catch (const std::exception& failure) {

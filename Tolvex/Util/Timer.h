@@ -86,8 +86,8 @@ public:
     /// Deletes the system timer. To continue, make a new Timer: see the note at Create(). Callbacks
     /// that run are not waited for; a stale expiry may still call the callback.
     ///
-    /// @return true, also if there is none. If the system refuses: false, after a message on
-    /// standard output; the error text does not change.
+    /// @return true, also if there is no system timer. If the system refuses: false, after a
+    /// message on standard output; the error text does not change.
     bool Remove();
 
     /// @return the user data that was given to the constructor.

@@ -91,6 +91,8 @@ def main():
     if not results:
         sys.exit("count.py: no operation has such a name")
     if save:
+        if words:
+            results = {**json.loads(RESULTS.read_text()), **results}
         RESULTS.write_text(json.dumps(results, indent=1) + "\n")
 
 

@@ -193,7 +193,7 @@ TEST(CryptoTest, ALengthWhoseLow32BitsAreZeroOrNegativeEncodesNothing)
     }
 }
 
-TEST(CryptoTest, OfANegativeLengthTheLow32BitsCount)
+TEST(CryptoTest, OnlyTheLow32BitsOfANegativeLengthCount)
 {
     EXPECT_EQ(Base64Encode("foo", -1, false), "");
     EXPECT_EQ(Base64Encode("foo", std::numeric_limits<long long>::min(), true), "");

@@ -118,7 +118,7 @@ TEST_F(RecorderTest, ClipIsNotProlongedBeyondTheLongestButFollowedByAnother)
     EXPECT_EQ(first->events.size(), static_cast<std::size_t>(events - 1));
 }
 
-TEST_F(RecorderTest, KeyFramesAreFoundAfterTheSourceBeganAnewInTheMiddleOfAnInterval)
+TEST_F(RecorderTest, KeyFramesAreFoundAfterTheSourceRestartsInTheMiddleOfAnInterval)
 {
     Record(recorder.GetRingSize() + 3);
     sinceKey = 0;  // a new encoder begins with a key frame

@@ -254,7 +254,7 @@ TEST(LoggerBaseTest, EveryEndlHandsOverOneLineAndASecondOneNothing)
 TEST(LoggerBaseTest, ValuesWithoutAHeaderAreDropped)
 {
     const auto lines = LinesOf(1, [](CapturingLogger& logger) {
-        logger << LogModule::WNET << "nobody's" << 1 << std::endl;
+        logger << LogModule::WNET << "dropped" << 1 << std::endl;
         WriteLine(logger, "line");
     });
 

@@ -410,7 +410,7 @@ TEST(LoggerTest, DestroyedLoggerIsClosedAndStaysTheInstance)
         Logger* const logger = Logger::GetInstance();
         EXPECT_TRUE(logger->EnableFile(path));
         WriteLine("last");
-        logger->~Logger();  // keeps its memory, where a new logger could stand else
+        logger->~Logger();  // its memory stays, so no new logger gets the same address
         EXPECT_EQ(Logger::GetInstance(), logger);
         return 0;
     });

@@ -33,6 +33,8 @@ headers = {node(file) for file in files if file.endswith(".h")}
 problems += [f"docs/architecture.md lacks {name}" for name in sorted(headers - layers.keys())]
 problems += [f"docs/architecture.md names {name}, which does not exist"
              for name in sorted(layers.keys() - {node(file) for file in files})]
+problems += [f"{file} is private and exports" for file, text in files.items()
+             if "/Private/" in file and "TOLVEX_EXPORT" in text]
 
 graph = {node(file): set() for file in files}
 for file, included in includes.items():

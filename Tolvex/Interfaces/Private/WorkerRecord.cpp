@@ -87,7 +87,7 @@ void WorkerRefusals::Log(const std::string& name) const
     for (const auto& [wish, error] :
          {std::pair("priority", priority), std::pair("CPU affinity", affinity)}) {
         if (error != 0) {
-            char buffer[128];  // Takes no memory of the heap: the thread runs already.
+            char buffer[128];  // No allocation: Start() must not throw once the thread runs.
             LogLine(LogType::Warning, LogModule::Ithread)
                 << "Thread (" << (name.empty() ? "name not defined" : name) << ") runs without its "
                 << wish << ": " << strerror_r(error, buffer, sizeof buffer);
