@@ -3,7 +3,9 @@
 /// examples/LogLines.cpp.
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <locale>
 #include <memory>
 #include <ostream>
@@ -20,6 +22,7 @@
 namespace Tolvex::Ilog {
 
 struct LoggerState;
+class Writer;
 
 /// A manipulator such as std::endl.
 using LogManipulator = std::ostream& (*)(std::ostream&);
@@ -53,6 +56,8 @@ public:
     void SetThreadName(const std::string& name);
     /// @return whether lines are accepted.
     bool IsEnabled() const { return Base::LoadShared(enabled); }
+    /// @return whether any logger of the process may accept lines.
+    static bool AnyEnabled() { return enabledLoggers.load(std::memory_order_acquire) != 0; }
 
     /// @return the locale that lines are formatted in: the global one when the logger was made.
     std::locale Locale() const;
@@ -89,6 +94,10 @@ public:
                    std::chrono::steady_clock::time_point::max());
 
 private:
+    friend class Writer;
+
+    static std::atomic<std::uint32_t> enabledLoggers;
+
     std::shared_ptr<LoggerState> state;  ///< shared with the writers
     const bool& enabled;                 ///< shared: lines are accepted; in the state
 };

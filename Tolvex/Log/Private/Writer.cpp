@@ -11,6 +11,7 @@
 #include "Tolvex/Base/Private/PosixThread.h"
 #include "Tolvex/Base/Private/Sleep.h"
 #include "Tolvex/Base/SharedValue.h"
+#include "Tolvex/Log/LoggerCore.h"
 #include "Tolvex/Log/Private/LoggerState.h"
 
 namespace Tolvex::Ilog {
@@ -115,6 +116,8 @@ bool Writer::Admit()
     if (logger.calls.keep == nullptr && Base::LoadShared(logger.stopped)) {
         return false;
     }
+    // First: the calls for a line do nothing while no logger is counted.
+    ++LoggerCore::enabledLoggers;
     logger.lock.Admit();
     Base::StoreShared(logger.enabled, true);
     return true;
@@ -122,17 +125,21 @@ bool Writer::Admit()
 
 void Writer::Stop()
 {
-    TellToEnd();
+    {
+        const std::lock_guard guard(logger.writers.mutex);
+        TellToEnd();
+    }
     logger.lineReady.Notify();
 }
 
+/// Call with the mutex of the writers.
 void Writer::TellToEnd()
 {
     // In this order: once enabled is cleared, values are missing in an open line, so the line is
     // dropped before.
     logger.lock.Refuse();
     logger.lock.Drop();
-    Base::StoreShared(logger.enabled, false);
+    Disable();
     logger.writers.toldToEnd = logger.writers.current.load();
 }
 
@@ -149,6 +156,14 @@ void Writer::End(std::uint32_t number)
         logger.lock.Release();
     }
     Base::StoreShared(logger.stopped, true);
+}
+
+void Writer::Disable()
+{
+    if (Base::LoadShared(logger.enabled)) {
+        Base::StoreShared(logger.enabled, false);
+        --LoggerCore::enabledLoggers;
+    }
 }
 
 bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
@@ -187,7 +202,7 @@ void Writer::UnlockAfterFork(bool inChild)
 {
     if (inChild) {
         logger.writers.toldToEnd = ++logger.writers.current;
-        Base::StoreShared(logger.enabled, false);
+        Disable();
         Base::StoreShared(logger.stopped, true);
     }
     logger.writers.mutex.unlock();
