@@ -11,7 +11,6 @@
 #include "Tolvex/Base/Private/PosixThread.h"
 #include "Tolvex/Base/Private/Sleep.h"
 #include "Tolvex/Base/SharedValue.h"
-#include "Tolvex/Log/LoggerCore.h"
 #include "Tolvex/Log/Private/LoggerState.h"
 
 namespace Tolvex::Ilog {
@@ -117,7 +116,7 @@ bool Writer::Admit()
         return false;
     }
     // First: the calls for a line do nothing while no logger is counted.
-    ++LoggerCore::enabledLoggers;
+    ++logger.enabledLoggers;
     logger.lock.Admit();
     Base::StoreShared(logger.enabled, true);
     return true;
@@ -162,7 +161,7 @@ void Writer::Disable()
 {
     if (Base::LoadShared(logger.enabled)) {
         Base::StoreShared(logger.enabled, false);
-        --LoggerCore::enabledLoggers;
+        --logger.enabledLoggers;
     }
 }
 
