@@ -95,7 +95,7 @@ bool IThread::RunScope::End()
         StoreShared(object.cancelRequested, false);
         StoreShared(object.finished, true);
     }
-    clock->BeginRest();  // The thread may have been unwound.
+    clock->Rest();  // The thread may have been unwound.
     workers->Remove(run);
     return !aborted;
 }
@@ -135,13 +135,13 @@ void IThread::RunThread()
 void IThread::RunPasses(const RunScope& scope)
 {
     PassClock& clock = scope.Clock();
-    clock.EndRest();
+    clock.BeginPass();
     // No pass begins while the object is being destroyed: Run() may be gone already.
     while (LoadShared(running) && !LoadShared(destroying) && scope.IsNewest()) {
         if (LoadShared(paused)) {
-            clock.BeginRest();
+            clock.Rest();
             ThreadSleep(pausePollPeriod, pauseStep);
-            clock.EndRest();
+            clock.BeginPass();
             continue;
         }
         if (LoadShared(benchmark)) {
@@ -151,7 +151,7 @@ void IThread::RunPasses(const RunScope& scope)
         }
         clock.EndPass();
     }
-    clock.BeginRest();
+    clock.Rest();
 }
 
 void IThread::RunTimedPass()

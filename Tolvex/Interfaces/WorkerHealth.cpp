@@ -16,6 +16,8 @@ namespace Tolvex::Interfaces {
 namespace {
 
 using Base::LoadShared;
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
 
 /// @return bytes from the top of a living thread's stack to its lowest page that is in memory.
 std::size_t StackUsed(pthread_t thread)
@@ -70,15 +72,15 @@ public:
         if (threads.record.passClock == nullptr) {
             return;
         }
-        const PassClock::Numbers numbers = threads.record.passClock->Read();
+        const PassClock& clock = *threads.record.passClock;
         const std::optional<pthread_t> thread = threads.Newest();
         workers.push_back({.worker = &worker,
                            .name = threads.record.nameAtStart,
                            .state = StateOf(worker),
-                           .passes = numbers.passes,
-                           .lastPass = numbers.lastPass,
-                           .longestPass = numbers.longestPass,
-                           .runningPass = numbers.runningPass,
+                           .passes = clock.Passes(),
+                           .lastPass = duration_cast<milliseconds>(clock.LastPass()),
+                           .longestPass = duration_cast<milliseconds>(clock.LongestPass()),
+                           .runningPass = duration_cast<milliseconds>(clock.RunningPass()),
                            .stackUsed = thread.has_value() ? StackUsed(*thread) : 0});
     }
 };
