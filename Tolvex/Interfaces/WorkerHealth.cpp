@@ -9,7 +9,7 @@
 
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/IThread.h"
-#include "Tolvex/Interfaces/Private/WorkerRecord.h"
+#include "Tolvex/Interfaces/Private/WorkerList.h"
 #include "Tolvex/Interfaces/Private/WorkerThreads.h"
 
 namespace Tolvex::Interfaces {
@@ -69,13 +69,13 @@ public:
         // While the mutex is held no thread of the worker is created, and none ends.
         WorkerThreads& threads = *worker.workerThreads;
         const std::lock_guard<std::mutex> lock(threads.mutex);
-        if (threads.record.passClock == nullptr) {
+        if (threads.clock == nullptr) {
             return;
         }
-        const PassClock& clock = *threads.record.passClock;
+        const PassClock& clock = *threads.clock;
         const std::optional<pthread_t> thread = threads.Newest();
         workers.push_back({.worker = &worker,
-                           .name = threads.record.nameAtStart,
+                           .name = threads.nameAtStart,
                            .state = StateOf(worker),
                            .passes = clock.Passes(),
                            .lastPass = duration_cast<milliseconds>(clock.LastPass()),
@@ -88,8 +88,7 @@ public:
 std::vector<WorkerHealth> ListWorkers()
 {
     std::vector<WorkerHealth> workers;
-    WorkerRecord::VisitAll(
-        [&workers](const IThread& worker) { WorkerObserver::Append(worker, workers); });
+    VisitWorkers([&workers](const IThread& worker) { WorkerObserver::Append(worker, workers); });
     return workers;
 }
 
