@@ -9,22 +9,19 @@
 namespace Tolvex::Interfaces {
 namespace {
 
-/// Never destroyed: workers may still start and end while the process exits.
-union List
-{
-    constexpr List() : workers() {}
-    constexpr ~List() {}
-    std::vector<const IThread*> workers;
-};
+// Guards the list; taken before the mutex of a worker's threads.
+constinit Base::ForkMutex listMutex;
 
-constinit Base::ForkMutex
-    listMutex;  // guards the list; taken before the mutex of a worker's threads
-constinit List list;
+// Made for the first worker, so that loading the library costs nothing. Never destroyed: workers
+// may still start and end while the process exits.
+std::vector<const IThread*>* list = nullptr;
 
 /// The threads of the workers on the list do not exist in the child.
 void EmptyInChild()
 {
-    list.workers.clear();
+    if (list != nullptr) {
+        list->clear();
+    }
     listMutex.UnlockAfterFork();
 }
 
@@ -38,22 +35,29 @@ std::unique_lock<std::mutex> LockList()
 void ListWorker(const IThread& worker)
 {
     const std::unique_lock<std::mutex> lock = LockList();
-    if (std::find(list.workers.begin(), list.workers.end(), &worker) == list.workers.end()) {
-        list.workers.push_back(&worker);
+    if (list == nullptr) {
+        list = new std::vector<const IThread*>;
+    }
+    if (std::find(list->begin(), list->end(), &worker) == list->end()) {
+        list->push_back(&worker);
     }
 }
 
 void UnlistWorker(const IThread& worker)
 {
     const std::unique_lock<std::mutex> lock = LockList();
-    std::erase(list.workers, &worker);
+    if (list != nullptr) {
+        std::erase(*list, &worker);
+    }
 }
 
 void VisitWorkers(const std::function<void(const IThread&)>& visit)
 {
     const std::unique_lock<std::mutex> lock = LockList();
-    for (const IThread* worker : list.workers) {
-        visit(*worker);
+    if (list != nullptr) {
+        for (const IThread* worker : *list) {
+            visit(*worker);
+        }
     }
 }
 
