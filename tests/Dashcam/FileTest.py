@@ -9,6 +9,7 @@ import unittest
 from dashcam import (Drive, check_no_gap, check_whole, clips, eventually, main, packets,
                      repeated_when_too_slow, scratch, small)
 
+phone_film = pathlib.Path(__file__).with_name("phone.mov")  # phone.txt tells where it is from
 package_folder = pathlib.Path("/usr/share/gem/examples/data")
 package_files = {package_folder / "alea.mpg": 160,    # MPEG-1, of three hundredths of a second
                  package_folder / "anim-1.mov": 120}  # Motion JPEG in QuickTime, as cameras make it
@@ -87,6 +88,9 @@ class FileTest(unittest.TestCase):
         whole = path.read_bytes()
         path.write_bytes(whole[:len(whole) * 2 // 3 + 77])
         self.check(path)
+
+    def test_film_of_a_phone_plays(self):
+        self.check(phone_film, width=214)
 
     def test_files_of_another_package_play(self):
         found = [path for path in package_files if path.is_file()]
