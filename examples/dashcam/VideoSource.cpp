@@ -62,8 +62,10 @@ std::string VideoSource::Describe() const
                  Escaped("%{localtime:%T}") +
                  ":fontsize=h/14:x=h/20:y=h*0.87:fontcolor=white:box=1:boxcolor=black:boxborderw=8";
     }
-    // The width of the first picture stays, whatever comes after a new start.
-    return source + ",scale=" + (width == 0 ? "-2" : std::to_string(width)) + ':' + height +
+    // The width of the first picture stays, whatever comes later or after a new start. It is
+    // even. The scaler's own "-2" would change with the pictures.
+    const std::string even = "2*round(" + height + "*dar/2)";
+    return source + ",scale=" + (width == 0 ? even : std::to_string(width)) + ':' + height +
            ",format=yuv420p,buffersink@out";
 }
 

@@ -89,6 +89,14 @@ class FileTest(unittest.TestCase):
         path.write_bytes(whole[:len(whole) * 2 // 3 + 77])
         self.check(path)
 
+    def test_file_whose_size_changes_plays_at_its_first_width(self):
+        folder = scratch(self)
+        path = folder / "drive.ts"
+        make(path, "-c:v", "mpeg2video", "-vf", "scale=400:200,setsar=1")
+        make(folder / "rest.ts", "-c:v", "mpeg2video", "-output_ts_offset", "2")
+        path.write_bytes(path.read_bytes() + (folder / "rest.ts").read_bytes())
+        self.check(path, width=240)
+
     def test_film_of_a_phone_plays(self):
         self.check(phone_film, width=214)
 
