@@ -56,6 +56,7 @@ private:
     AvGraph graph;
     AVFilterContext* sink = nullptr;  ///< where pictures leave the graph, which owns it
 
+    std::string upright;                 ///< filters of the file, made by the first Open()
     int width = 0;                       ///< 0 until the first Open()
     bool fresh = true;                   ///< no picture has come since Open()
     std::int64_t id = -1;                ///< of the last picture
