@@ -91,6 +91,7 @@ int fsync(int)
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using Tolvex::Ilog::FileLogPolicy;
 using Tolvex::Ilog::LogDurability;
@@ -154,6 +155,19 @@ TEST_F(LogRotationTest, WithoutALimitTheFileGrowsAndIsNotLocked)
 
     EXPECT_THAT(Files(), ElementsAre("aaaa\nbbbb\ncccc\n"));
     EXPECT_FALSE(asked);
+}
+
+TEST_F(LogRotationTest, LimitThatIsSwitchedOffEndsTheLocking)
+{
+    policy.SetSizeLimit(100, 3);
+    Write({"aaaa"});
+    policy.SetSizeLimit(0, 3);
+    lockOperations.clear();
+
+    Write({"bbbb"});
+
+    EXPECT_THAT(Files(), ElementsAre("aaaa\nbbbb\n"));
+    EXPECT_THAT(lockOperations, IsEmpty());
 }
 
 TEST_F(LogRotationTest, LineThatStillFitsStaysAndOneByteMoreGoesToANewFile)
