@@ -211,6 +211,7 @@ using Tolvex::Support::RunInChild;
 using Tolvex::Support::RunInTime;
 using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::SleepingThread;
+using Tolvex::Support::Threads;
 using Tolvex::Support::WithoutDate;
 using Tolvex::Support::WriteLine;
 using Tolvex::Util::TemperatureMonitor;
@@ -759,6 +760,33 @@ TEST(LoggerCallsTest, WriterThatIsCancelledWhileItWaitsDisablesTheLoggerWhichMay
     const auto lines = AwaitLines(logger, 2);
     ASSERT_THAT(lines, SizeIs(2));
     EXPECT_EQ(WithoutDate(lines[1]), "second\n");
+}
+
+TEST(LoggerCallsTest, EnableFailsWhenItsWriterIsCancelledBeforeTheFirstLine)
+{
+    CapturingLogger logger;
+    std::vector<pid_t> before = Threads();
+    std::sort(before.begin(), before.end());
+    const auto isNew = [&before](pid_t thread) {
+        return !std::binary_search(before.begin(), before.end(), thread);
+    };
+    afterCreation = [&isNew] {
+        pthread_cancel(createdLast);
+        EXPECT_TRUE(Eventually([&isNew] {
+            const std::vector<pid_t> now = Threads();
+            return std::none_of(now.begin(), now.end(), isNew);
+        }));
+    };
+    EXPECT_FALSE(logger.Enable());
+    afterCreation = nullptr;
+    EXPECT_FALSE(logger.IsEnabled());
+    WriteLine(logger, "nowhere");
+
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "line");
+    const auto lines = AwaitLines(logger, 1);
+    ASSERT_THAT(lines, SizeIs(1));
+    EXPECT_EQ(WithoutDate(lines[0]), "line\n");
 }
 
 TEST(LoggerCallsTest, LineThatIsCompleteWhenItsWriterIsCancelledLeavesNoLineLockTaken)
