@@ -12,6 +12,7 @@
 #include <mutex>
 #include <pthread.h>
 #include <string>
+#include <sys/wait.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -295,6 +296,34 @@ TEST(LoggerCallsTest, LineThatBeginsWhileAnOutputIsBeingEnabledGetsItsText)
         return 0;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
+// In a child, a lock of the C library would stay taken.
+TEST(LoggerCallsTest, ForkWaitsWhileALineReadsTheTimeZoneAndMakesTheTemperatureMonitor)
+{
+    const ChildResult result = RunInChild([] {
+        CapturingLogger logger;
+        EXPECT_TRUE(logger.Enable());
+        timerBlocks = true;
+        std::thread logging([&logger] { WriteLine(logger, "line"); });
+        EXPECT_TRUE(Eventually([] { return timerIsBlocked.load(); }));
+
+        std::atomic<pid_t> child = -1;
+        std::thread forking = SleepingThread([&child] {
+            child = fork();
+            if (child == 0) {
+                _exit(0);
+            }
+            waitpid(child, nullptr, 0);
+        });
+        EXPECT_EQ(child, -1);
+        timerBlocks = false;
+        logging.join();
+        forking.join();
+        EXPECT_GT(child, 0);
+        return 0;
+    });
+    EXPECT_TRUE(result.Succeeded()) << result.output;
 }
 
 TEST(LoggerCallsTest, ChildForkedWhileTheTemperatureMonitorIsMadeMakesOneOfItsOwn)
