@@ -37,6 +37,7 @@ int renameError = 0;              // of rename() and unlink(); 0: they work
 int flockError = 0;               // of flock(); 0: it works
 std::vector<int> lockOperations;  // of flock()
 std::function<void(int)> atLock;  // called before flock(), with the descriptor
+bool allNamesAreTaken = false;    // lstat64() finds a file of any name
 
 std::string NameOf(const std::filesystem::path& path)
 {
@@ -72,6 +73,13 @@ int flock(int descriptor, int operation)
     return flockError != 0
                ? FailWith(flockError)
                : Tolvex::Support::RealFunction<int(int, int)>("flock")(descriptor, operation);
+}
+
+int lstat64(const char* path, struct stat64* status)
+{
+    return allNamesAreTaken ? 0
+                            : Tolvex::Support::RealFunction<int(const char*, struct stat64*)>(
+                                  "lstat64")(path, status);
 }
 
 int fdatasync(int descriptor)
@@ -222,6 +230,17 @@ TEST_F(LogRotationTest, LargestLimitAndLargestNumberAreAccepted)
     policy.SetSizeLimit(1, std::numeric_limits<unsigned>::max());
     Write({"c"});
     EXPECT_THAT(Files(), ElementsAre("c\n", "a\nb\n"));
+}
+
+TEST_F(LogRotationTest, AtMost65535OldFilesAreKept)
+{
+    policy.SetSizeLimit(2, 65536);
+    Write({"a"});
+    calls.clear();
+    allNamesAreTaken = true;
+    Write({"b"});
+    allNamesAreTaken = false;
+    EXPECT_THAT(calls, ElementsAre("rename log.65534 log.65535"));
 }
 
 TEST_F(LogRotationTest, FileOfMoreThanTwoGigabytesGrowsAndIsRenamed)

@@ -22,6 +22,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Tolvex/Base/Private/AdaptiveSpin.h"
 #include "Tolvex/Log/LogLine.h"
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Log/LoggerBase.h"
@@ -80,6 +81,10 @@ thread_local Halt* haltBeforeLine = nullptr;
 
 // This thread is told the time only after the halt.
 thread_local Halt* haltBeforeTime = nullptr;
+
+// This thread is told the monotonic time only after the halt.
+thread_local Halt* haltBeforeClock = nullptr;
+thread_local int clockReadings = 0;  // of this thread, since that halt
 
 // Called by this thread when it has created another one.
 thread_local std::function<void()> afterCreation;
@@ -164,6 +169,19 @@ time_t time(time_t* result)
         *result = shown;
     }
     return shown;
+}
+
+int clock_gettime(clockid_t clock, timespec* reading)
+{
+    static auto* const real = RealFunction<int(clockid_t, timespec*)>("clock_gettime");
+    if (clock == CLOCK_MONOTONIC) {
+        if (Halt* const halt = std::exchange(haltBeforeClock, nullptr)) {
+            halt->Wait();
+            clockReadings = 0;
+        }
+        ++clockReadings;
+    }
+    return real(clock, reading);
 }
 
 int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*entry)(void*),
@@ -565,6 +583,32 @@ TEST(LoggerCallsTest, LineThatHasWaitedShowsTheTimeAtWhichItBegan)
     const auto lines = AwaitLines(logger, 2);
     ASSERT_THAT(lines, SizeIs(2));
     EXPECT_GE(lines[1].substr(0, earliest.size()), earliest);
+}
+
+// A spin reads the clock where it begins, and then from time to time.
+TEST(LoggerCallsTest, ThreadThatWaitsForALineSpinsUntilTheLineIsFree)
+{
+    if (Tolvex::Base::HasOneProcessor()) {
+        GTEST_SKIP() << "on one processor no thread spins";
+    }
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+    Halt halt;
+    int readings = 0;
+    std::thread waiting([&] {
+        haltBeforeClock = &halt;
+        logger.WriteHeader(LogType::Info);
+        readings = clockReadings;
+        logger.DropLine();
+    });
+
+    EXPECT_TRUE(halt.reached.Pass());
+    logger.DropLine();
+    halt.left.Open();
+    waiting.join();
+
+    EXPECT_EQ(readings, 1);
 }
 
 TEST(LoggerCallsTest, WallClockThatIsSetShowsInTheNextLineForwardsAndBack)
