@@ -111,6 +111,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds longestWaitForLock(200);
 constexpr std::chrono::milliseconds retryInterval(2000);
+constexpr int mostReopenings = 20;
 
 class LogRotationTest : public ::testing::Test
 {
@@ -608,7 +609,9 @@ TEST_F(LogRotationTest, LimitThatIsSwitchedOffWhileTheFileIsRenamedRemovesNothin
 TEST_F(LogRotationTest, FileThatIsRenamedAllTheTimeStillGetsItsLine)
 {
     policy.SetSizeLimit(10, 1);
+    int renames = 0;
     const std::function<void(int)> renameAgain = [&](int) {
+        ++renames;
         std::filesystem::rename(path, Old(7));
         atLock = renameAgain;
     };
@@ -616,6 +619,7 @@ TEST_F(LogRotationTest, FileThatIsRenamedAllTheTimeStillGetsItsLine)
     Write({"a"});
     atLock = nullptr;
     EXPECT_EQ(ReadFile(Old(7)), "a\n");
+    EXPECT_EQ(renames, 1 + mostReopenings);
 }
 
 TEST_F(LogRotationTest, FileThatIsRemovedManyTimesBeforeItIsLockedLosesNoLine)
