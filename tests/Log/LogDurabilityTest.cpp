@@ -222,6 +222,7 @@ TEST_F(LogDurabilityTest, FileThatIsAFifoKeepsItsLines)
     char text[16];
     EXPECT_EQ(read(reader, text, sizeof text), 2);
     close(reader);
+    EXPECT_EQ(CountCalls(), 1U);  // The directory is synced for regular files only.
 }
 
 TEST_F(LogDurabilityTest, DirectoryThatAThreadIsSyncingIsSyncedForTheNoticeToo)

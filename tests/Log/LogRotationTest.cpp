@@ -37,6 +37,7 @@ int renameError = 0;              // of rename() and unlink(); 0: they work
 int flockError = 0;               // of flock(); 0: it works
 std::vector<int> lockOperations;  // of flock()
 std::function<void(int)> atLock;  // called before flock(), with the descriptor
+bool allNamesAreTaken = false;    // lstat64() finds a file of any name
 
 std::string NameOf(const std::filesystem::path& path)
 {
@@ -74,6 +75,13 @@ int flock(int descriptor, int operation)
                : Tolvex::Support::RealFunction<int(int, int)>("flock")(descriptor, operation);
 }
 
+int lstat64(const char* path, struct stat64* status)
+{
+    return allNamesAreTaken ? 0
+                            : Tolvex::Support::RealFunction<int(const char*, struct stat64*)>(
+                                  "lstat64")(path, status);
+}
+
 int fdatasync(int descriptor)
 {
     calls.push_back("fdatasync " + NameOf(Tolvex::Support::PathOf(descriptor)));
@@ -91,6 +99,7 @@ int fsync(int)
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using Tolvex::Ilog::FileLogPolicy;
 using Tolvex::Ilog::LogDurability;
@@ -102,6 +111,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds longestWaitForLock(200);
 constexpr std::chrono::milliseconds retryInterval(2000);
+constexpr int mostReopenings = 20;
 
 class LogRotationTest : public ::testing::Test
 {
@@ -156,6 +166,19 @@ TEST_F(LogRotationTest, WithoutALimitTheFileGrowsAndIsNotLocked)
     EXPECT_FALSE(asked);
 }
 
+TEST_F(LogRotationTest, LimitThatIsSwitchedOffEndsTheLocking)
+{
+    policy.SetSizeLimit(100, 3);
+    Write({"aaaa"});
+    policy.SetSizeLimit(0, 3);
+    lockOperations.clear();
+
+    Write({"bbbb"});
+
+    EXPECT_THAT(Files(), ElementsAre("aaaa\nbbbb\n"));
+    EXPECT_THAT(lockOperations, IsEmpty());
+}
+
 TEST_F(LogRotationTest, LineThatStillFitsStaysAndOneByteMoreGoesToANewFile)
 {
     policy.SetSizeLimit(10, 5);
@@ -208,6 +231,17 @@ TEST_F(LogRotationTest, LargestLimitAndLargestNumberAreAccepted)
     policy.SetSizeLimit(1, std::numeric_limits<unsigned>::max());
     Write({"c"});
     EXPECT_THAT(Files(), ElementsAre("c\n", "a\nb\n"));
+}
+
+TEST_F(LogRotationTest, AtMost65535OldFilesAreKept)
+{
+    policy.SetSizeLimit(2, 65536);
+    Write({"a"});
+    calls.clear();
+    allNamesAreTaken = true;
+    Write({"b"});
+    allNamesAreTaken = false;
+    EXPECT_THAT(calls, ElementsAre("rename log.65534 log.65535"));
 }
 
 TEST_F(LogRotationTest, FileOfMoreThanTwoGigabytesGrowsAndIsRenamed)
@@ -575,7 +609,9 @@ TEST_F(LogRotationTest, LimitThatIsSwitchedOffWhileTheFileIsRenamedRemovesNothin
 TEST_F(LogRotationTest, FileThatIsRenamedAllTheTimeStillGetsItsLine)
 {
     policy.SetSizeLimit(10, 1);
+    int renames = 0;
     const std::function<void(int)> renameAgain = [&](int) {
+        ++renames;
         std::filesystem::rename(path, Old(7));
         atLock = renameAgain;
     };
@@ -583,6 +619,7 @@ TEST_F(LogRotationTest, FileThatIsRenamedAllTheTimeStillGetsItsLine)
     Write({"a"});
     atLock = nullptr;
     EXPECT_EQ(ReadFile(Old(7)), "a\n");
+    EXPECT_EQ(renames, 1 + mostReopenings);
 }
 
 TEST_F(LogRotationTest, FileThatIsRemovedManyTimesBeforeItIsLockedLosesNoLine)

@@ -1017,6 +1017,31 @@ TEST(LoggerBaseTest, LoggersComeAndGoUnderTheirWriters)
     EXPECT_TRUE(Eventually([] { return !HasThread("LOG_PASSING"); }));
 }
 
+// The thread sanitizer and the address sanitizer notice a list of loggers without a lock.
+TEST(LoggerBaseTest, LoggersComeAndGoWhileThreadsThatHaveLoggedEnd)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    constexpr std::size_t lines = 200;
+    std::vector<std::thread> makers;
+    for (int maker = 0; maker < 2; ++maker) {
+        makers.emplace_back([] {
+            for (int round = 0; round < 1000; ++round) {
+                const CapturingLogger passing;
+            }
+        });
+    }
+
+    for (std::size_t line = 0; line < lines; ++line) {
+        std::thread([&logger] { WriteLine(logger, "x"); }).join();
+    }
+
+    for (std::thread& maker : makers) {
+        maker.join();
+    }
+    EXPECT_THAT(AwaitLines(logger, lines), SizeIs(lines));
+}
+
 // ----------------------------------------------------------------------------------- cancellation
 
 /// Composes one line after the other and is cancelled at a chosen point of one.

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <pthread.h>
 #include <string>
+#include <sys/wait.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -21,6 +22,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Tolvex/Base/Private/AdaptiveSpin.h"
 #include "Tolvex/Log/LogLine.h"
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Log/LoggerBase.h"
@@ -78,6 +80,13 @@ thread_local Halt* haltBeforeLine = nullptr;
 
 // This thread is told the time only after the halt.
 thread_local Halt* haltBeforeTime = nullptr;
+
+// This thread is told the local time only after the halt.
+thread_local Halt* haltBeforeLocalTime = nullptr;
+
+// This thread is told the monotonic time only after the halt.
+thread_local Halt* haltBeforeClock = nullptr;
+thread_local int clockReadings = 0;  // of this thread, since that halt
 
 // Called by this thread when it has created another one.
 thread_local std::function<void()> afterCreation;
@@ -164,6 +173,27 @@ time_t time(time_t* result)
     return shown;
 }
 
+tm* localtime_r(const time_t* time, tm* result)
+{
+    if (Halt* const halt = std::exchange(haltBeforeLocalTime, nullptr)) {
+        halt->Wait();
+    }
+    return RealFunction<tm*(const time_t*, tm*)>("localtime_r")(time, result);
+}
+
+int clock_gettime(clockid_t clock, timespec* reading)
+{
+    static auto* const real = RealFunction<int(clockid_t, timespec*)>("clock_gettime");
+    if (clock == CLOCK_MONOTONIC) {
+        if (Halt* const halt = std::exchange(haltBeforeClock, nullptr)) {
+            halt->Wait();
+            clockReadings = 0;
+        }
+        ++clockReadings;
+    }
+    return real(clock, reading);
+}
+
 int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*entry)(void*),
                    void* argument)
 {
@@ -210,6 +240,7 @@ using Tolvex::Support::RunInChild;
 using Tolvex::Support::RunInTime;
 using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::SleepingThread;
+using Tolvex::Support::Threads;
 using Tolvex::Support::WithoutDate;
 using Tolvex::Support::WriteLine;
 using Tolvex::Util::TemperatureMonitor;
@@ -521,6 +552,61 @@ TEST(LoggerCallsTest, LineThatHasWaitedShowsTheTimeAtWhichItBegan)
     EXPECT_GE(lines[1].substr(0, earliest.size()), earliest);
 }
 
+// A spin reads the clock where it begins, and then from time to time.
+TEST(LoggerCallsTest, ThreadThatWaitsForALineSpinsUntilTheLineIsFree)
+{
+    if (Tolvex::Base::HasOneProcessor()) {
+        GTEST_SKIP() << "on one processor no thread spins";
+    }
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    for (int wait = 0; wait < 2; ++wait) {
+        logger.WriteHeader(LogType::Info);
+        Halt halt;
+        int readings = 0;
+        std::thread waiting([&] {
+            haltBeforeClock = &halt;
+            logger.WriteHeader(LogType::Info);
+            readings = clockReadings;
+            logger.DropLine();
+        });
+
+        EXPECT_TRUE(halt.reached.Pass());
+        logger.DropLine();
+        halt.left.Open();
+        waiting.join();
+
+        EXPECT_EQ(readings, 1);
+    }
+}
+
+// In the child a lock of the C library would stay taken.
+TEST(LoggerCallsTest, ForkWaitsWhileALineReadsTheLocalTime)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    Halt halt;
+    std::thread logging([&logger, &halt] {
+        haltBeforeLocalTime = &halt;
+        WriteLine(logger, "line");
+    });
+    EXPECT_TRUE(halt.reached.Pass());
+
+    std::atomic<pid_t> child = -1;
+    std::thread forking = SleepingThread([&child] {
+        child = fork();
+        if (child == 0) {
+            _exit(0);
+        }
+        waitpid(child, nullptr, 0);
+    });
+    EXPECT_EQ(child, -1);
+    halt.left.Open();
+    logging.join();
+    forking.join();
+    EXPECT_GT(child, 0);
+}
+
 TEST(LoggerCallsTest, WallClockThatIsSetShowsInTheNextLineForwardsAndBack)
 {
     CapturingLogger logger;
@@ -743,6 +829,33 @@ TEST(LoggerCallsTest, WriterThatIsCancelledWhileItWaitsDisablesTheLoggerWhichMay
     const auto lines = AwaitLines(logger, 2);
     ASSERT_THAT(lines, SizeIs(2));
     EXPECT_EQ(WithoutDate(lines[1]), "second\n");
+}
+
+TEST(LoggerCallsTest, EnableFailsWhenItsWriterIsCancelledBeforeTheFirstLine)
+{
+    CapturingLogger logger;
+    std::vector<pid_t> before = Threads();
+    std::sort(before.begin(), before.end());
+    const auto isNew = [&before](pid_t thread) {
+        return !std::binary_search(before.begin(), before.end(), thread);
+    };
+    afterCreation = [&isNew] {
+        pthread_cancel(createdLast);
+        EXPECT_TRUE(Eventually([&isNew] {
+            const std::vector<pid_t> now = Threads();
+            return std::none_of(now.begin(), now.end(), isNew);
+        }));
+    };
+    EXPECT_FALSE(logger.Enable());
+    afterCreation = nullptr;
+    EXPECT_FALSE(logger.IsEnabled());
+    WriteLine(logger, "nowhere");
+
+    ASSERT_TRUE(logger.Enable());
+    WriteLine(logger, "line");
+    const auto lines = AwaitLines(logger, 1);
+    ASSERT_THAT(lines, SizeIs(1));
+    EXPECT_EQ(WithoutDate(lines[0]), "line\n");
 }
 
 TEST(LoggerCallsTest, LineThatIsCompleteWhenItsWriterIsCancelledLeavesNoLineLockTaken)

@@ -41,6 +41,20 @@ using Tolvex::Support::ThreadsBusyAtFork;
 using Tolvex::Support::WithoutDate;
 using Tolvex::Support::WriteLine;
 
+// How often a stream has given back what the manipulators have attached to it.
+int givenBack = 0;
+
+void CountGivenBack(std::ios_base::event event, std::ios_base&, int)
+{
+    givenBack += event == std::ios_base::erase_event ? 1 : 0;
+}
+
+std::ostream& Attaching(std::ostream& stream)
+{
+    stream.register_callback(CountGivenBack, 0);
+    return stream;
+}
+
 /// Keeps the last line, without a lock that the parent of a forked child could hold.
 class LastLinePolicy : public ILogPolicy
 {
@@ -159,16 +173,18 @@ TEST(LoggerForkTest, ForkInTheMiddleOfALineDropsItInTheChildOnly)
 }
 
 /// The process is forked in a moment in which the state of the stream is unknown: here, without a
-/// buffer.
+/// buffer. The child does not touch it.
 void ForkWithUnusableStream()
 {
     const ChildResult child = RunInChild([] {
+        givenBack = 0;
         CapturingLogger& logger = *loggerOfManipulator;
         EXPECT_TRUE(logger.Enable());
         WriteLine(logger, "whole");
         const auto lines = AwaitLines(logger, 1);
         EXPECT_THAT(lines, SizeIs(1));
         EXPECT_EQ(lines.empty() ? "" : WithoutDate(lines[0]), "whole\n");
+        EXPECT_EQ(givenBack, 0);
         return 0;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output;
@@ -176,7 +192,7 @@ void ForkWithUnusableStream()
 
 std::ostream& ForkingInTheInsertion(std::ostream& stream)
 {
-    TakingTheBuffer(stream);
+    TakingTheBuffer(Attaching(stream));
     ForkWithUnusableStream();
     return GivingItBack(stream);
 }
@@ -205,6 +221,26 @@ TEST(LoggerForkTest, ForkInTheMiddleOfAnInsertionIntoADroppedLineGivesTheChildAN
     };
 
     EXPECT_THAT(logger.GetPolicy().Lines(), IsEmpty());
+}
+
+TEST(LoggerForkTest, ForkBetweenTwoLinesLeavesTheChildTheStreamSoThatNothingIsLost)
+{
+    CapturingLogger logger;
+    ASSERT_TRUE(logger.Enable());
+    logger.WriteHeader(LogType::Info);
+    logger << "parent" << Attaching << std::endl;
+    logger.Close();
+    givenBack = 0;
+
+    const ChildResult child = RunInChild([&logger] {
+        EXPECT_TRUE(logger.Enable());
+        WriteLine(logger, "child");
+        EXPECT_THAT(AwaitLines(logger, 2), SizeIs(2));
+        EXPECT_EQ(givenBack, 1);
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
 }
 
 TEST(LoggerForkTest, ForkWhileALineIsBeingWrittenGivesTheChildANewStream)

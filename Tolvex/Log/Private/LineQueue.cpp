@@ -17,11 +17,12 @@ bool LineQueue::Place::Sleep(Deadline deadline)
     const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
     const timespec end{static_cast<std::time_t>(seconds.count()),
                        static_cast<long>(std::chrono::nanoseconds(time - seconds).count())};
-    int result = 0;
-    do {
-        result = sem_clockwait(&semaphore, CLOCK_MONOTONIC, &end);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
+    while (sem_clockwait(&semaphore, CLOCK_MONOTONIC, &end) != 0) {
+        if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
 }
 
 void LineQueue::Append(Place& place)

@@ -57,10 +57,10 @@ void LockBeforeFork()
 
 void RenewInChild(LoggerState& state)
 {
-    // In these phases the buffer is in use, perhaps by a thread that does not exist here.
+    // In these phases a thread changes the buffer, perhaps one that does not exist here.
     const LineLock::Phase phase = state.lock.Look().phase;
-    state.bufferStale = state.bufferStale || phase == LineLock::Inserting ||
-                        phase == LineLock::Dropped || phase == LineLock::Taken;
+    state.bufferStale =
+        state.bufferStale || phase == LineLock::Inserting || phase == LineLock::Dropped;
     // Not destroyed first: a thread of the parent may have held the mutex, or waited for the
     // semaphore.
     new (&state.control) std::mutex;

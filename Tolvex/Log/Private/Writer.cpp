@@ -168,12 +168,11 @@ void Writer::Disable()
 bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
 {
     const Base::NoCancellation scope;
-    for (auto waited = stopPollInterval; waited <= longestWait; waited += stopPollInterval) {
-        const auto now = std::chrono::steady_clock::now();
-        if (Base::LoadShared(logger.stopped) || now >= deadline) {
-            break;
-        }
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
+    for (auto waited = stopPollInterval; waited <= longestWait && !Base::LoadShared(logger.stopped);
+         waited += stopPollInterval) {
+        // After the deadline nothing sleeps: what is left is not positive.
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
         Base::SleepFor(std::min(left, stopPollInterval));
     }
     return Base::LoadShared(logger.stopped);
