@@ -1,44 +1,40 @@
 #include "examples/dashcam/Settings.h"
 
 #include <algorithm>
-#include <exception>
 #include <fstream>
 #include <sstream>
 #include <type_traits>
 
-#include "Tolvex/Json/Json.h"
-#include "Tolvex/Json/ParseError.h"
-#include "Tolvex/Log/LogLine.h"
+#include "examples/dashcam/Types.h"
 
 namespace Dashcam {
 namespace {
 
-using Tolvex::LogModule;
-using Tolvex::Ilog::LogLine;
-using Tolvex::Ilog::LogType;
 namespace Json = Tolvex::Json;
 
-/// Calls a function for each setting: with its name, the setting itself, and the least and the most
-/// that it may be. For a text these are limits of its length.
-template <typename Visitor>
-void ForEach(Settings& settings, const Visitor& visit)
+/// Reads a file. @return the document; no object if there is none, and the log says why.
+Json::Value ReadFile(const std::string& path)
 {
-    visit("width", settings.width, 64, 3840);
-    visit("height", settings.height, 64, 2160);
-    visit("framesPerSecond", settings.framesPerSecond, 1, 120);
-    visit("keyInterval", settings.keyInterval, 1, 300);
-    visit("kilobitsPerSecond", settings.kilobitsPerSecond, 50, 50000);
-    visit("secondsBefore", settings.secondsBefore, 1, 60);
-    visit("secondsAfter", settings.secondsAfter, 1, 60);
-    visit("longestClip", settings.longestClip, 2, 300);
-    visit("threshold", settings.threshold, 0.05, 16);
-    visit("sensorRange", settings.sensorRange, 1, 128);
-    visit("samplesPerSecond", settings.samplesPerSecond, 1, 1000);
-    visit("latitude", settings.latitude, -90, 90);
-    visit("longitude", settings.longitude, -180, 180);
-    visit("folderMegabytes", settings.folderMegabytes, 1, 1000000);
-    visit("diskFloorMegabytes", settings.diskFloorMegabytes, 0, 1000000);
-    visit("key", settings.key, 1, 128);
+    if (path.empty()) {
+        LogLine(LogType::Info, LogModule::CONFIG) << "no settings file: all defaults are used";
+        return {};
+    }
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    Json::ParseError error;
+    Json::Value document;
+    try {
+        document = Json::Deserialize(text.str(), error);
+    } catch (const std::exception&) {
+        // The error says why.
+    }
+    if (error.reason.empty() && document.GetType() == Json::ObjectVal) {
+        return document;
+    }
+    LogLine(LogType::Error, LogModule::CONFIG)
+        << path << ':' << error.line << ':' << error.column << ": "
+        << (error.reason.empty() ? "no settings" : error.reason) << ": all defaults are used";
+    return {};
 }
 
 /// Takes a setting over. @return what is wrong with it; null when it is good.
@@ -60,42 +56,18 @@ const char* Take(const Json::Value& value, T& setting, double least, double most
     return nullptr;
 }
 
-/// Reads a file. @return the document; no object if there is a problem, which is logged.
-Json::Value ReadFile(const std::string& path)
-{
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    Json::ParseError error;
-    Json::Value document;
-    try {
-        document = Json::Deserialize(text.str(), error);
-    } catch (const std::exception&) {
-        // The error says why.
-    }
-    if (error.reason.empty() && document.GetType() == Json::ObjectVal) {
-        return document;
-    }
-    LogLine(LogType::Error, LogModule::CONFIG)
-        << path << ':' << error.line << ':' << error.column << ": "
-        << (error.reason.empty() ? "no settings" : error.reason) << ": all defaults are used";
-    return {};
-}
-
 }  // namespace
 
 Settings ReadSettings(const std::string& path)
 {
-    if (path.empty()) {
-        LogLine(LogType::Info, LogModule::CONFIG) << "no settings file: all defaults are used";
-        return {};
-    }
+    Settings settings;
     const Json::Value document = ReadFile(path);
     if (document.GetType() != Json::ObjectVal) {
-        return {};
+        return settings;
     }
-    Settings settings;
     Json::Object unknown = document.AsObject();
-    ForEach(settings, [&](const char* name, auto& setting, double least, double most) {
+    // The least and the most that a setting may be; for a text, the limits of its length.
+    const auto read = [&](const char* name, auto& setting, double least, double most) {
         const char* const problem =
             document.HasKey(name) ? Take(document[name], setting, least, most) : "is missing";
         if (problem != nullptr) {
@@ -103,7 +75,23 @@ Settings ReadSettings(const std::string& path)
                 << "setting " << name << ' ' << problem << ": its default is used";
         }
         unknown.RemoveKey(name);
-    });
+    };
+    read("width", settings.width, 64, 3840);
+    read("height", settings.height, 64, 2160);
+    read("framesPerSecond", settings.framesPerSecond, 1, 120);
+    read("keyInterval", settings.keyInterval, 1, 300);
+    read("kilobitsPerSecond", settings.kilobitsPerSecond, 50, 50000);
+    read("secondsBefore", settings.secondsBefore, 1, 60);
+    read("secondsAfter", settings.secondsAfter, 1, 60);
+    read("longestClip", settings.longestClip, 2, 300);
+    read("threshold", settings.threshold, 0.05, 16);
+    read("sensorRange", settings.sensorRange, 1, 128);
+    read("samplesPerSecond", settings.samplesPerSecond, 1, 1000);
+    read("latitude", settings.latitude, -90, 90);
+    read("longitude", settings.longitude, -180, 180);
+    read("folderMegabytes", settings.folderMegabytes, 1, 1000000);
+    read("diskFloorMegabytes", settings.diskFloorMegabytes, 0, 1000000);
+    read("key", settings.key, 1, 128);
     for (const auto& [name, value] : unknown) {
         LogLine(LogType::Warning, LogModule::CONFIG) << "unknown setting: " << name;
     }
