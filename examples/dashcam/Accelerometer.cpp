@@ -7,7 +7,6 @@
 #include <poll.h>
 #include <sstream>
 #include <system_error>
-#include <unistd.h>
 
 namespace Dashcam {
 
@@ -44,11 +43,6 @@ Accelerometer::Accelerometer(const Settings& wishes, const std::string& file)
     SetThreadName("Accelerometer");
 }
 
-Accelerometer::~Accelerometer()
-{
-    close(descriptor);
-}
-
 std::vector<Sample> Accelerometer::Between(Moment from, Moment to) const
 {
     const std::lock_guard<std::mutex> lock(mutex);
@@ -65,13 +59,15 @@ std::vector<Sample> Accelerometer::Between(Moment from, Moment to) const
 
 void Accelerometer::Run()
 {
-    std::string line;
-    Sample sample;
-    if (!ReadLine(line)) {
+    const std::size_t end = buffer.find('\n');
+    if (end == std::string::npos) {
         ReadBytes();
         return;
     }
-    if (!ReadSample(line, settings.sensorRange, sample)) {
+    Sample sample;
+    const bool good = ReadSample(buffer.substr(0, end), settings.sensorRange, sample);
+    buffer.erase(0, end + 1);
+    if (!good) {
         ++skipped;
         Complain("has lines that are no samples");
         return;
@@ -92,18 +88,6 @@ void Accelerometer::Run()
         }
         lastShock = sample.time;
     }
-}
-
-/// @return false when the buffer has no whole line yet.
-bool Accelerometer::ReadLine(std::string& line)
-{
-    const std::size_t end = buffer.find('\n');
-    if (end == std::string::npos) {
-        return false;
-    }
-    line = buffer.substr(0, end);
-    buffer.erase(0, end + 1);
-    return true;
 }
 
 /// Appends to the buffer. Waits for 100 ms at most, and a second after an error.

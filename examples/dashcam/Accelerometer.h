@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <unistd.h>
 
 #include "examples/dashcam/Types.h"
 
@@ -20,7 +21,7 @@ public:
     /// @param wishes  Must outlive the worker.
     /// @param file    Its path, or that of a FIFO.
     Accelerometer(const Settings& wishes, const std::string& file);
-    ~Accelerometer() override;
+    ~Accelerometer() override { close(descriptor); }
 
     /// Reads no more samples.
     void RunIgnitionOff() override { Stop(); }
@@ -34,7 +35,6 @@ protected:
     void Run() override;
 
 private:
-    bool ReadLine(std::string& line);
     void ReadBytes();
     void Complain(const std::string& problem);
 

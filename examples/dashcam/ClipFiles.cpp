@@ -36,6 +36,12 @@ AvPicture Decode(const Frame& key)
     return picture;
 }
 
+/// @return seconds from one moment to another.
+double SecondsBetween(Moment from, Moment to)
+{
+    return std::chrono::duration<double>(to - from).count();
+}
+
 /// To the thousandth, which is what the sensors give.
 double Rounded(double value)
 {

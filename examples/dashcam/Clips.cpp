@@ -114,7 +114,7 @@ void Clips::Write(const Clip& clip)
 void Clips::WritePage()
 {
     std::string sides;
-    for (const std::string& name : folder.Events()) {
+    for (const auto& [time, number, name] : folder.Events()) {
         // No text in a side file can end the element.
         sides += "<script type=\"application/json\" data-name=\"" + name + "\">" +
                  Tolvex::Util::Replace(folder.Read(name + ".json"), "<", "\\u003c") + "</script>\n";

@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <sstream>
 #include <sys/stat.h>
@@ -132,20 +131,16 @@ std::string Folder::Read(const std::string& fileName) const
     return content.str();
 }
 
-std::vector<std::string> Folder::Events() const
+std::set<std::tuple<std::time_t, std::uint32_t, std::string>> Folder::Events() const
 {
-    std::map<std::pair<std::time_t, std::uint32_t>, std::string, std::greater<>> byTime;
+    std::set<std::tuple<std::time_t, std::uint32_t, std::string>> events;
     for (const fs::path& file : FilesIn(path)) {
         EventFileName parts;
         if (IsOfEvent(file, parts) && parts.extension == "mp4") {
-            byTime[{parts.time, parts.number}] = file.stem();
+            events.emplace(parts.time, parts.number, file.stem().string());
         }
     }
-    std::vector<std::string> names;
-    for (const auto& [time, name] : byTime) {
-        names.push_back(name);
-    }
-    return names;
+    return events;
 }
 
 /// @return whether folder or disk would pass their limits with so many more bytes.
@@ -166,11 +161,12 @@ bool Folder::IsTight(std::uintmax_t bytes) const
 
 void Folder::MakeRoom(std::uintmax_t bytes)
 {
-    std::vector<std::string> events = Events();
-    for (; !events.empty() && IsTight(bytes); events.pop_back()) {
-        LogLine(LogType::Notice, LogModule::Event)
-            << "removed " << events.back() << " to make room";
-        Remove(events.back());
+    for (const auto& [time, number, name] : Events()) {
+        if (!IsTight(bytes)) {
+            return;
+        }
+        LogLine(LogType::Notice, LogModule::Event) << "removed " << name << " to make room";
+        Remove(name);
     }
 }
 

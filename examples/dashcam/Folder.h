@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
+#include <tuple>
 
 #include "examples/dashcam/Types.h"
 
@@ -41,8 +43,9 @@ public:
     /// @return the content of a file; empty when it cannot be read.
     std::string Read(const std::string& fileName) const;
 
-    /// @return the names of all events without extension, the newest first.
-    std::vector<std::string> Events() const;
+    /// @return time, number in its second, and name without extension of all events, the oldest
+    /// first.
+    std::set<std::tuple<std::time_t, std::uint32_t, std::string>> Events() const;
     /// Removes the oldest events until folder and disk are within their limits.
     /// @param bytes  That are to be written.
     void MakeRoom(std::uintmax_t bytes);

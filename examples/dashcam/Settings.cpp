@@ -51,8 +51,7 @@ const char* Take(const Json::Value& value, T& setting, double least, double most
     if (!(size >= least && size <= most)) {  // also true for NaN
         return isText ? "needs 1 to 128 bytes" : "is out of its range";
     }
-    const T taken = value;
-    setting = taken;
+    setting = value.operator T();
     return nullptr;
 }
 

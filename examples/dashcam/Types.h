@@ -28,12 +28,6 @@ using Tolvex::Ilog::LogType;
 using Clock = std::chrono::steady_clock;
 using Moment = Clock::time_point;
 
-/// @return seconds from one moment to another.
-inline double SecondsBetween(Moment from, Moment to)
-{
-    return std::chrono::duration<double>(to - from).count();
-}
-
 /// Releases with a function that takes the address of the pointer, as most of libav's do.
 template <auto release>
 struct AvRelease
