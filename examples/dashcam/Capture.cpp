@@ -94,11 +94,10 @@ std::string Capture::DescribeSource() const
 
 void Capture::OpenSource()
 {
+    const std::string source = DescribeSource();
     graph.reset(avfilter_graph_alloc());
     graph->nb_threads = 1;
-    Check(
-        avfilter_graph_parse_ptr(graph.get(), DescribeSource().c_str(), nullptr, nullptr, nullptr),
-        name);
+    Check(avfilter_graph_parse_ptr(graph.get(), source.c_str(), nullptr, nullptr, nullptr), name);
     Check(avfilter_graph_config(graph.get(), nullptr), name);
     output = avfilter_graph_get_filter(graph.get(), "buffersink@out");
     width = av_buffersink_get_w(output);

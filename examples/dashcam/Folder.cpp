@@ -21,8 +21,8 @@ using Tolvex::Util::EventFileName;
 namespace {
 
 constexpr const char* prefix = "EVENT_FRONT_";
-// The clip is removed first and written last: without it the others are leftovers.
-constexpr const char* extensions[] = {"mp4", "sig", "json", "jpg"};
+// The clip is written last and removed first: without it the others are leftovers.
+constexpr const char* extensions[] = {"jpg", "json", "sig", "mp4"};
 
 /// @return the files of a directory; none when it is away.
 std::vector<fs::path> FilesIn(const std::string& path)
@@ -92,9 +92,8 @@ void Folder::Save(const std::string& name, const std::map<std::string, std::stri
         bytes += content.size();
     }
     MakeRoom(bytes);
-    for (auto extension = std::rbegin(extensions); extension != std::rend(extensions);
-         ++extension) {
-        Write(name + '.' + *extension, files.at(*extension));
+    for (const char* extension : extensions) {
+        Write(name + '.' + extension, files.at(extension));
     }
     const int directory = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     fsync(directory);  // the new names
@@ -104,6 +103,7 @@ void Folder::Save(const std::string& name, const std::map<std::string, std::stri
 void Folder::Remove(const std::string& name)
 {
     std::error_code ignored;
+    fs::remove(Path(name + ".mp4"), ignored);
     for (const char* extension : extensions) {
         fs::remove(Path(name + '.' + extension), ignored);
     }

@@ -17,7 +17,8 @@ namespace Dashcam {
 /// @par Errors
 /// Reserve(), Save() and Write() throw Tolvex::IException with the reason.
 /// @par Thread safety
-/// Thread-safe, but one event at a time is saved. Each operation blocks as long as the disk does.
+/// Thread-safe, except that the caller saves one event at a time. Each operation blocks as long as
+/// the disk does.
 class Folder
 {
 public:
