@@ -1,10 +1,12 @@
 #include "Tolvex/Interfaces/IThread.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/Private/PosixThread.h"
 #include "Tolvex/Base/Private/Sleep.h"
+#include "Tolvex/Interfaces/Private/WorkerList.h"
 #include "Tolvex/Interfaces/Private/WorkerThreads.h"
 #include "Tolvex/Log/LogLine.h"
 
@@ -25,6 +27,18 @@ constexpr int handOverPolls = 501;
 constexpr milliseconds finishPollPeriod(1);
 constexpr milliseconds oldThreadLimit(2000);  // longest wait for a thread of an earlier run
 
+/// @param error  With which the system has refused the setting; 0: not refused.
+void LogRefusal(const std::string& name, const char* setting, int error)
+{
+    if (error == 0) {
+        return;
+    }
+    char buffer[128];  // No allocation: Start() must not throw once the thread runs.
+    LogLine(LogType::Warning, LogModule::Ithread)
+        << "Thread (" << (name.empty() ? "name not defined" : name) << ") runs without its "
+        << setting << ": " << strerror_r(error, buffer, sizeof buffer);
+}
+
 }  // namespace
 
 /// The scope of one run of a worker: lasts until End(), or until the thread is unwound.
@@ -34,11 +48,11 @@ class IThread::RunScope
 {
 public:
     explicit RunScope(IThread& worker)
-        : object(worker),
-          workers(worker.workerThreads),
-          run(workers->OwnRun()),
-          clock(workers->ClockOf(run))
+        : object(worker), workers(worker.workerThreads), run(workers->OwnRun())
     {
+        if (run.clock == nullptr) {
+            run.clock = std::make_shared<PassClock>();  // RunThread() was called by hand.
+        }
     }
 
     ~RunScope() { End(); }
@@ -47,13 +61,13 @@ public:
     RunScope& operator=(const RunScope&) = delete;
 
     WorkerThreads& Workers() const { return *workers; }
-    PassClock& Clock() const { return *clock; }
+    PassClock& Clock() const { return *run.clock; }
 
     /// @return false once a newer thread of the object was created.
-    bool IsNewest() const { return workers->IsNewest(run); }
+    bool IsNewest() const { return workers->IsNewest(run.number); }
 
     /// Waits for threads of earlier runs that were cancelled or aborted and have not ended yet.
-    void AwaitOlderThreads() const { workers->AwaitOlder(run, oldThreadLimit); }
+    void AwaitOlderThreads() const { workers->AwaitOlder(run.number, oldThreadLimit); }
 
     /// Ends the thread here if Abort() was called, or is being called at this moment.
     void ObeyAbort() const;
@@ -64,8 +78,7 @@ public:
 private:
     IThread& object;
     const std::shared_ptr<WorkerThreads> workers;
-    const WorkerThreads::RunNumber run;
-    const std::shared_ptr<PassClock> clock;
+    WorkerThreads::Run run;
     bool ended = false;
 };
 
@@ -86,7 +99,7 @@ bool IThread::RunScope::End()
     ended = true;
 
     const std::lock_guard<std::mutex> lock(workers->mutex);
-    const bool aborted = workers->IsAborted(run);
+    const bool aborted = workers->IsAborted(run.number);
     if (!aborted && !workers->IsObjectGone() && IsNewest()) {
         // If AwaitHandOver() has given up, the handle stays as it is.
         if (LoadShared(object.started)) {
@@ -95,8 +108,8 @@ bool IThread::RunScope::End()
         StoreShared(object.cancelRequested, false);
         StoreShared(object.finished, true);
     }
-    clock->BeginRest();  // The thread may have been unwound.
-    workers->Remove(run);
+    run.clock->Rest();  // The thread may have been unwound.
+    workers->Remove(run.number);
     return !aborted;
 }
 
@@ -135,13 +148,13 @@ void IThread::RunThread()
 void IThread::RunPasses(const RunScope& scope)
 {
     PassClock& clock = scope.Clock();
-    clock.EndRest();
+    clock.BeginPass();
     // No pass begins while the object is being destroyed: Run() may be gone already.
     while (LoadShared(running) && !LoadShared(destroying) && scope.IsNewest()) {
         if (LoadShared(paused)) {
-            clock.BeginRest();
+            clock.Rest();
             ThreadSleep(pausePollPeriod, pauseStep);
-            clock.EndRest();
+            clock.BeginPass();
             continue;
         }
         if (LoadShared(benchmark)) {
@@ -151,7 +164,7 @@ void IThread::RunPasses(const RunScope& scope)
         }
         clock.EndPass();
     }
-    clock.BeginRest();
+    clock.Rest();
 }
 
 void IThread::RunTimedPass()
@@ -197,7 +210,7 @@ IThread::~IThread()
     const Base::NoCancellation scope;
     StoreShared(destroying, true);
     Stop();
-    workerThreads->record.Unlist();
+    UnlistWorker(*this);
     if (!workerThreads->AreOfThisProcess()) {
         return;
     }
@@ -222,11 +235,12 @@ void IThread::Start()
     const std::string name = threadName;
     const std::shared_ptr<WorkerThreads> workers = workerThreads;
     WorkerRefusals refusals;
-    workers->record.List(*this);
+    ListWorker(*this);
     if (!CreateThread(name, *workers, refusals)) {
         return;
     }
-    refusals.Log(name);
+    LogRefusal(name, "priority", refusals.priority);
+    LogRefusal(name, "CPU affinity", refusals.affinity);
 
     // Required: the start is logged even if the thread could not be created. IsRunning() tells
     // callers whether there is a thread.
@@ -247,8 +261,8 @@ bool IThread::CreateThread(const std::string& name, WorkerThreads& workers,
     if (IsRunning()) {
         return false;
     }
-    workers.record.nameAtStart = name;
-    workers.record.passClock = std::make_shared<PassClock>();
+    workers.nameAtStart = name;
+    workers.clock = std::make_shared<PassClock>();
     const WorkerThreads::RunNumber run = workers.NextRun();
     StoreShared(finished, false);
     StoreShared(running, true);
@@ -259,7 +273,7 @@ bool IThread::CreateThread(const std::string& name, WorkerThreads& workers,
     pthread_t created = 0;
     if (Base::StartDetachedThread(created, name.c_str(), RunPosixThread, this) == 0) {
         workers.Add(created, run);
-        refusals = workers.record.Apply(created);
+        refusals = workers.ApplySettings(created);
     }
     StoreShared(threadHandle, created);
     StoreShared(started, true);
@@ -269,13 +283,14 @@ bool IThread::CreateThread(const std::string& name, WorkerThreads& workers,
 void IThread::SetPriority(int policy, int priority)
 {
     const std::lock_guard<std::mutex> lock(workerThreads->mutex);
-    workerThreads->record.scheduling = {policy, {.sched_priority = priority}};
+    workerThreads->policy = policy;
+    workerThreads->priority.sched_priority = priority;
 }
 
 void IThread::SetCpuAffinity(const cpu_set_t& cpus)
 {
     const std::lock_guard<std::mutex> lock(workerThreads->mutex);
-    workerThreads->record.cpus = cpus;
+    workerThreads->cpus = cpus;
 }
 
 void IThread::Stop()
@@ -450,7 +465,7 @@ void IThread::ThreadSleep(const milliseconds& total, const milliseconds& step)
 
     // Looked up once, because it takes the lock: the loop below may turn without a pause, and
     // would keep Start(), Cancel() and Abort() from the lock.
-    const WorkerThreads::RunNumber run = workerThreads->OwnRun();
+    const WorkerThreads::RunNumber run = workerThreads->OwnRun().number;
 
     milliseconds elapsed = step;
     for (;;) {

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <functional>
 #include <new>
-#include <unistd.h>
 #include <utility>
 
 #include "Tolvex/Base/Private/BoundedThread.h"
@@ -25,35 +25,33 @@ constexpr milliseconds logAllowance(15);     // beyond the budgets, for all log 
 constexpr milliseconds recordAllowance(40);  // beyond the budgets, for log and record together
 constexpr milliseconds stopLimit(2000);      // for the record that the destructor writes
 
-/// What the thread of a participant needs, for as long as it runs.
-struct Call
+/// @param failed  Begins the line of the log that tells what the work has thrown. Nothing else
+/// would catch an exception on the thread of the call.
+BoundedThread::Call MakeCall(const std::function<void()>& work, const std::string& failed = "")
 {
-    /// Runs on a thread of its own, where nothing else would catch what is thrown.
-    void Make() const
-    {
+    return std::make_shared<const std::function<void()>>([work, failed] {
         try {
-            participant->RunIgnitionOff();
+            work();
         } catch (const std::exception& problem) {
-            LogLine(LogType::Error) << "Ignition off: " << name << " failed: " << problem.what();
+            LogLine(LogType::Error) << failed << problem.what();
         }
-    }
-
-    std::string name;
-    IgnitionOffMode* participant;
-};
+    });
+}
 
 }  // namespace
 
 struct IgnitionOffSequence::Participant
 {
-    std::shared_ptr<const Call> call;
+    std::string name;
     milliseconds budget;
-    std::unique_ptr<BoundedThread> thread;  ///< keeps the call, too
-    bool overran = false;                   ///< in the last RunIgnitionOff()
+    std::unique_ptr<BoundedThread> thread;
+    BoundedThread::Call call;        ///< made on the thread
+    BoundedThread::Call logOverrun;  ///< prepared, because memory may be exhausted then
+    bool overran = false;            ///< in the last RunIgnitionOff()
 };
 
 IgnitionOffSequence::IgnitionOffSequence(const std::string& recordFile)
-    : logThread(BoundedThread::Create("IGNITION_LOG")), recordPath(recordFile), process(getpid())
+    : logThread(BoundedThread::Create("IGNITION_LOG")), recordPath(recordFile)
 {
     SetNamespace("Tolvex::Interfaces");
     SetClassName("IgnitionOffSequence");
@@ -79,7 +77,7 @@ IgnitionOffSequence::IgnitionOffSequence(const std::string& recordFile)
 IgnitionOffSequence::~IgnitionOffSequence()
 {
     const Base::NoCancellation scope;
-    if (!ignitionOff && process == getpid()) {
+    if (!ignitionOff) {
         WriteRecord(Util::DriveEnd::Stopped, steady_clock::now() + stopLimit);
     }
 }
@@ -101,13 +99,18 @@ bool IgnitionOffSequence::Add(const std::string& name, IgnitionOffMode* particip
     if (budget < milliseconds(1) || budget > longestBudget) {
         return refuse("Budget not valid");
     }
-    auto call = std::make_shared<const Call>(Call{name, participant});
-    std::unique_ptr<BoundedThread> thread = BoundedThread::Create(name, call);
+    std::unique_ptr<BoundedThread> thread = BoundedThread::Create(name);
     if (thread == nullptr) {
         return refuse("No thread");
     }
-    participants.push_back(
-        std::make_unique<Participant>(Participant{std::move(call), budget, std::move(thread)}));
+    const auto call = [participant] { participant->RunIgnitionOff(); };
+    const auto logOverrun = [name, budget] {
+        LogLine(LogType::Error) << "Ignition off: " << name << " has not ended within "
+                                << budget.count() << " ms and is left behind";
+    };
+    participants.push_back({name, budget, std::move(thread),
+                            MakeCall(call, "Ignition off: " + name + " failed: "),
+                            MakeCall(logOverrun)});
     return true;
 }
 
@@ -117,16 +120,14 @@ void IgnitionOffSequence::RunIgnitionOff()
     ignitionOff = true;
     const auto begin = steady_clock::now();
     milliseconds budgets(0);
-    for (const std::unique_ptr<Participant>& next : participants) {
-        budgets += next->budget;
+    for (Participant& next : participants) {
+        budgets += next.budget;
         const auto latest = begin + budgets + logAllowance;
-        // A plain pointer: the function then needs no memory, which may be exhausted.
-        const auto result = next->thread->Run([call = next->call.get()] { call->Make(); },
-                                              std::min(steady_clock::now() + next->budget, latest),
-                                              BoundedThread::Late::NotCalled);
-        next->overran = result != BoundedThread::Result::Done;
-        if (next->overran && logThread != nullptr) {
-            LogOverrun(*next, latest);
+        const auto deadline = std::min(steady_clock::now() + next.budget, latest);
+        next.overran = !next.thread->Run(next.call, deadline, BoundedThread::Late::NotCalled);
+        if (next.overran && logThread != nullptr) {
+            // The log may hang, too: the participant that is left behind may hold its lock.
+            logThread->Run(next.logOverrun, latest, BoundedThread::Late::Called);
         }
     }
     WriteRecord(Util::DriveEnd::IgnitionOff, begin + budgets + recordAllowance);
@@ -135,44 +136,24 @@ void IgnitionOffSequence::RunIgnitionOff()
 std::vector<std::string> IgnitionOffSequence::GetOverrun() const
 {
     std::vector<std::string> names;
-    for (const std::unique_ptr<Participant>& participant : participants) {
-        if (participant->overran) {
-            names.push_back(participant->call->name);
+    for (const Participant& participant : participants) {
+        if (participant.overran) {
+            names.push_back(participant.name);
         }
     }
     return names;
 }
 
-/// The log may hang, too: its lock may be held by the participant that was left behind.
-void IgnitionOffSequence::LogOverrun(const Participant& late, Deadline deadline)
-{
-    try {
-        logThread->Run(
-            [name = late.call->name, budget = late.budget] {
-                LogLine(LogType::Error) << "Ignition off: " << name << " has not ended within "
-                                        << budget.count() << " ms and is left behind";
-            },
-            deadline, BoundedThread::Late::Called);
-    } catch (const std::bad_alloc&) {
-        // Best effort: the participants that follow matter more.
-    }
-}
-
-void IgnitionOffSequence::WriteRecord(Util::DriveEnd end, Deadline deadline)
+void IgnitionOffSequence::WriteRecord(Util::DriveEnd end, steady_clock::time_point deadline)
 {
     if (recordThread == nullptr) {
         return;
     }
     try {
-        recordThread->Run(
-            [path = recordPath, record = Util::DriveRecord{end, GetOverrun()}] {
-                try {
-                    Util::WriteDriveRecord(path, record);
-                } catch (const std::exception& problem) {
-                    LogLine(LogType::Error) << problem.what();
-                }
-            },
-            deadline, BoundedThread::Late::Called);
+        const auto write = [path = recordPath, record = Util::DriveRecord{end, GetOverrun()}] {
+            Util::WriteDriveRecord(path, record);
+        };
+        recordThread->Run(MakeCall(write), deadline, BoundedThread::Late::Called);
     } catch (const std::bad_alloc&) {
         // Best effort: the record keeps saying "died".
     }

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <memory>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 #include "Tolvex/Interfaces/IError.h"
@@ -77,17 +76,14 @@ public:
 
 private:
     struct Participant;
-    using Deadline = std::chrono::steady_clock::time_point;
 
-    void LogOverrun(const Participant& late, Deadline deadline);
-    void WriteRecord(Util::DriveEnd end, Deadline deadline);
+    void WriteRecord(Util::DriveEnd end, std::chrono::steady_clock::time_point deadline);
 
-    std::vector<std::unique_ptr<Participant>> participants;  ///< in order of addition
-    std::unique_ptr<Base::BoundedThread> logThread;          ///< null: could not be created
-    std::unique_ptr<Base::BoundedThread> recordThread;       ///< null: no record, or as above
+    std::vector<Participant> participants;              ///< in order of addition
+    std::unique_ptr<Base::BoundedThread> logThread;     ///< null: could not be created
+    std::unique_ptr<Base::BoundedThread> recordThread;  ///< null: no record, or as above
     Util::DriveRecord lastDrive;
     std::string recordPath;
-    pid_t process;  ///< the process that created the object and its threads
     bool ignitionOff = false;
 };
 

@@ -9,13 +9,15 @@
 
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/IThread.h"
-#include "Tolvex/Interfaces/Private/WorkerRecord.h"
+#include "Tolvex/Interfaces/Private/WorkerList.h"
 #include "Tolvex/Interfaces/Private/WorkerThreads.h"
 
 namespace Tolvex::Interfaces {
 namespace {
 
 using Base::LoadShared;
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
 
 /// @return bytes from the top of a living thread's stack to its lowest page that is in memory.
 std::size_t StackUsed(pthread_t thread)
@@ -67,18 +69,18 @@ public:
         // While the mutex is held no thread of the worker is created, and none ends.
         WorkerThreads& threads = *worker.workerThreads;
         const std::lock_guard<std::mutex> lock(threads.mutex);
-        if (threads.record.passClock == nullptr) {
+        if (threads.clock == nullptr) {
             return;
         }
-        const PassClock::Numbers numbers = threads.record.passClock->Read();
+        const PassClock& clock = *threads.clock;
         const std::optional<pthread_t> thread = threads.Newest();
         workers.push_back({.worker = &worker,
-                           .name = threads.record.nameAtStart,
+                           .name = threads.nameAtStart,
                            .state = StateOf(worker),
-                           .passes = numbers.passes,
-                           .lastPass = numbers.lastPass,
-                           .longestPass = numbers.longestPass,
-                           .runningPass = numbers.runningPass,
+                           .passes = clock.Passes(),
+                           .lastPass = duration_cast<milliseconds>(clock.LastPass()),
+                           .longestPass = duration_cast<milliseconds>(clock.LongestPass()),
+                           .runningPass = duration_cast<milliseconds>(clock.RunningPass()),
                            .stackUsed = thread.has_value() ? StackUsed(*thread) : 0});
     }
 };
@@ -86,8 +88,7 @@ public:
 std::vector<WorkerHealth> ListWorkers()
 {
     std::vector<WorkerHealth> workers;
-    WorkerRecord::VisitAll(
-        [&workers](const IThread& worker) { WorkerObserver::Append(worker, workers); });
+    VisitWorkers([&workers](const IThread& worker) { WorkerObserver::Append(worker, workers); });
     return workers;
 }
 

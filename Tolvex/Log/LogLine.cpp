@@ -27,9 +27,9 @@ LogLine::LogLine(LogType type, std::optional<LogModule> module)
     : lineType(type), lineModule(module), stream(&text)
 {
     std::optional<std::locale> locale;
-    Logger& logger = *Logger::GetInstance();
-    if (logger.AnyEnabled()) {
-        logger.ForEachEnabled([&locale](const LoggerCore& core) { locale = core.Locale(); });
+    if (LoggerCore::AnyEnabled()) {
+        Logger::GetInstance()->ForEachEnabled(
+            [&locale](const LoggerCore& core) { locale = core.Locale(); });
     }
     if (!locale) {
         stream.rdbuf(nullptr);  // The stream is bad now, so nothing is formatted.

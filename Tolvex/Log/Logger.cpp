@@ -4,22 +4,16 @@
 #include <chrono>
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <new>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Log/Private/BlackBox.h"
-#include "Tolvex/Log/Private/LoggerRegistry.h"
 #include "Tolvex/Log/Private/LoggerState.h"
 
 namespace Tolvex::Ilog {
 
 namespace {
-
-// Guarded by the registry's lock. In a child that is forked during an Enable() the count never
-// becomes 0. Each line then tests each output, also when none is enabled.
-int beingEnabled = 0;
 
 /// The black box, and its logger, which closes it at its end.
 struct BlackBoxLogger : BlackBox, LoggerCore
@@ -34,7 +28,6 @@ struct BlackBoxLogger : BlackBox, LoggerCore
 
 Logger* Logger::instance = nullptr;
 LoggerCore* Logger::blackBox = nullptr;
-bool Logger::anyEnabled = false;
 
 Logger* Logger::Create()
 {
@@ -62,7 +55,6 @@ Logger::~Logger()
     // A logger that lost the race in Create() leaves the outputs of the process as they are.
     if (this == Base::LoadShared(instance)) {
         CloseBlackBox();
-        Base::StoreShared(anyEnabled, false);
     }
     delete fileLogger;
     delete consoleLogger;
@@ -70,12 +62,12 @@ Logger::~Logger()
 
 bool Logger::EnableFile(const std::string& fileName)
 {
-    return !fileName.empty() && Enable(fileLogger->core, &fileName);
+    return !fileName.empty() && fileLogger->core.Enable(&fileName);
 }
 
 bool Logger::EnableConsole()
 {
-    return Enable(consoleLogger->core, nullptr);
+    return consoleLogger->Enable();
 }
 
 bool Logger::EnableBlackBox(std::size_t lines)
@@ -91,7 +83,7 @@ bool Logger::EnableBlackBox(std::size_t lines)
             }
         }
         const std::string output = std::to_string(lines);
-        return Enable(*Base::LoadShared(blackBox), &output);
+        return Base::LoadShared(blackBox)->Enable(&output);
     } catch (const std::bad_alloc&) {
         return false;
     }
@@ -100,20 +92,17 @@ bool Logger::EnableBlackBox(std::size_t lines)
 void Logger::CloseFile()
 {
     fileLogger->Close();
-    UpdateAnyEnabled();
 }
 
 void Logger::CloseConsole()
 {
     consoleLogger->Close();
-    UpdateAnyEnabled();
 }
 
 void Logger::CloseBlackBox()
 {
     if (LoggerCore* const core = Base::LoadShared(blackBox)) {
         core->Close();
-        UpdateAnyEnabled();
     }
 }
 
@@ -137,35 +126,6 @@ void Logger::DropLine()
 {
     // noexcept: ForEachEnabled() drops the lines again when an action throws.
     ForEachEnabled([](LoggerCore& core) noexcept { core.DropLine(); });
-}
-
-/// As LoggerCore::Enable().
-bool Logger::Enable(LoggerCore& core, const std::string* output)
-{
-    // Before the output takes lines. A thread may have seen anyEnabled set while another output was
-    // enabled. It could begin a line in this output and then find anyEnabled cleared, so that the
-    // line would stay open.
-    UpdateAnyEnabled(1);
-    try {
-        const bool enabled = core.Enable(output);
-        UpdateAnyEnabled(-1);
-        return enabled;
-    } catch (...) {
-        UpdateAnyEnabled(-1);
-        throw;
-    }
-}
-
-/// Call around each Enable(), and after an output has been closed.
-/// @param change  How many more outputs are being enabled now.
-void Logger::UpdateAnyEnabled(int change)
-{
-    // One thread at a time, so that the last one sees the changes of all others.
-    const std::lock_guard guard(RegistryMutex());
-    beingEnabled += change;
-    bool any = beingEnabled > 0;
-    ForEachEnabled([&any](const LoggerCore&) { any = true; });
-    Base::StoreShared(anyEnabled, any);
 }
 
 void Logger::BeginLines(LogType type)
@@ -201,7 +161,6 @@ void Logger::RunIgnitionOff()
     tryEach(
         [&](LoggerCore& core) { core.WriteNotice(notice, &core == &fileLogger->core, deadline); });
     fileLogger->core.Close(deadline);
-    UpdateAnyEnabled();
 }
 
 }  // namespace Tolvex::Ilog

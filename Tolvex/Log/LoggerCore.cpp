@@ -214,9 +214,11 @@ void RenewStaleBuffer(LoggerState& state)
 
 }  // namespace
 
+constinit std::atomic<std::uint32_t> LoggerCore::enabledLoggers = 0;
+
 LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy, const LoggerCore* model)
-    : state(std::make_shared<LoggerState>(calls, policy,
-                                          model == nullptr ? nullptr : model->state.get())),
+    : state(std::make_shared<LoggerState>(
+          calls, policy, model == nullptr ? nullptr : model->state.get(), enabledLoggers)),
       enabled(state->enabled)
 {
     RegisterLogger(*state);

@@ -3,7 +3,9 @@
 /// examples/LogLines.cpp.
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <locale>
 #include <memory>
 #include <ostream>
@@ -24,7 +26,7 @@ struct LoggerState;
 /// A manipulator such as std::endl.
 using LogManipulator = std::ostream& (*)(std::ostream&);
 
-/// What can be appended to a line: one of the types of LogValue, a module or a manipulator.
+/// What can be appended to a line: a value of LogValue, or a manipulator.
 using LogArgument =
     std::variant<LogModule, const char*, int, double, std::string_view, LogManipulator>;
 
@@ -53,6 +55,9 @@ public:
     void SetThreadName(const std::string& name);
     /// @return whether lines are accepted.
     bool IsEnabled() const { return Base::LoadShared(enabled); }
+    /// @return whether any logger of the process accepts lines. While none does, a line costs this
+    /// call only.
+    static bool AnyEnabled() { return enabledLoggers.load(std::memory_order_acquire) != 0; }
 
     /// @return the locale that lines are formatted in: the global one when the logger was made.
     std::locale Locale() const;
@@ -89,6 +94,8 @@ public:
                    std::chrono::steady_clock::time_point::max());
 
 private:
+    static std::atomic<std::uint32_t> enabledLoggers;  ///< counted before lines are admitted
+
     std::shared_ptr<LoggerState> state;  ///< shared with the writers
     const bool& enabled;                 ///< shared: lines are accepted; in the state
 };

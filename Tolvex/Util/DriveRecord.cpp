@@ -1,15 +1,13 @@
 #include "Tolvex/Util/DriveRecord.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <cstdio>
 #include <fcntl.h>
 #include <sstream>
-#include <string>
 #include <string_view>
 #include <unistd.h>
-#include <utility>
 
 #include "Tolvex/Base/Private/Descriptor.h"
 #include "Tolvex/Base/Private/ErrorText.h"
@@ -20,54 +18,36 @@
 namespace Tolvex::Util {
 namespace {
 
-// The lines of the file: the first line, one of the ends, "overran " and a name for each late
-// participant, and the sum of all lines before it.
+// The lines of the file: the first line, the end, and "overran " and a name for each late
+// participant. The file holds them twice, so that damage shows as a difference.
 constexpr std::string_view firstLine = "drive record 1\n";
 constexpr std::string_view namePrefix = "overran ";
-constexpr std::array<std::pair<DriveEnd, std::string_view>, 3> ends = {
-    {{DriveEnd::Died, "died"},
-     {DriveEnd::Stopped, "stopped"},
-     {DriveEnd::IgnitionOff, "ignition off"}}};
-constexpr std::size_t mostBytes = 65536;
+// By DriveEnd. The first two are never written.
+constexpr std::array<std::string_view, 5> ends = {"", "", "died", "stopped", "ignition off"};
+constexpr std::size_t mostBytes = 131072;
 
-[[noreturn]] void Fail(const std::string& step, int reason)
+[[noreturn]] void Fail(const std::string& reason)
 {
-    const std::string text = reason == 0 ? "" : Base::ErrorText(reason);
-    throw IException(("Failed to write the drive record: " + step + text).c_str());
-}
-
-/// @return the last line of a record: the FNV-1a sum of those before.
-std::string SumLine(std::string_view text)
-{
-    std::uint32_t sum = 2166136261U;
-    for (const char character : text) {
-        sum = (sum ^ static_cast<unsigned char>(character)) * 16777619U;
-    }
-    char line[14];
-    std::snprintf(line, sizeof line, "sum %08x\n", sum);
-    return line;
+    throw IException(("Failed to write the drive record: " + reason).c_str());
 }
 
 std::string Compose(const DriveRecord& record)
 {
+    const auto end = static_cast<std::size_t>(record.end);
+    if (end >= ends.size() || ends[end].empty()) {
+        Fail("it tells no end of a drive");
+    }
     std::string text(firstLine);
-    for (const auto& [end, word] : ends) {
-        if (record.end == end) {
-            text.append(word).append("\n");
-        }
-    }
-    if (text.size() == firstLine.size()) {
-        Fail("it tells no end of a drive", 0);
-    }
+    text.append(ends[end]).append("\n");
     for (const std::string& name : record.overran) {
         if (name.find('\n') != std::string::npos) {
-            Fail("a name has a line break", 0);
+            Fail("a name has a line break");
         }
         text.append(namePrefix).append(name).append("\n");
     }
-    text += SumLine(text);
+    text += text;
     if (text.size() > mostBytes) {
-        Fail("the names are too long", 0);
+        Fail("the names are too long");
     }
     return text;
 }
@@ -77,13 +57,12 @@ std::string Compose(const DriveRecord& record)
 DriveRecord Parse(const std::string& text)
 {
     DriveRecord record;
-    std::istringstream lines(text);
+    std::istringstream lines(text.substr(0, text.size() / 2));
     lines.exceptions(std::ios_base::badbit);  // Without memory the record is not unreadable.
     for (std::string line; std::getline(lines, line);) {
-        for (const auto& [end, word] : ends) {
-            if (line == word) {
-                record.end = end;
-            }
+        const auto* const end = std::find(ends.begin(), ends.end(), line);
+        if (end != ends.end()) {
+            record.end = static_cast<DriveEnd>(end - ends.begin());
         }
         if (line.starts_with(namePrefix)) {
             record.overran.push_back(line.substr(namePrefix.size()));
@@ -123,7 +102,7 @@ void WriteDriveRecord(const std::string& path, const DriveRecord& record)
 {
     const char* const failedStep = Base::ReplaceFile(path, Compose(record));
     if (failedStep != nullptr) {
-        Fail(failedStep, errno);
+        Fail(failedStep + Base::ErrorText(errno));
     }
 }
 

@@ -1,11 +1,14 @@
 // What does a log line cost that is handed to a writer thread? Processor time of all threads
-// together, and wall time, of the file logger and of three plain hand-overs of a ready-made line.
+// together, and wall time, of the file logger, of plain hand-overs of a ready-made line, and of one
+// that composes the line first.
 // The loads are an idle machine, two busy loops beside, one core only, and sparse lines.
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -22,6 +25,8 @@
 #include <vector>
 
 #include <benchmark/benchmark.h>
+
+#include "Tolvex/Interfaces/ISemaphore.h"
 
 #include "benchmarks/Log/Lines.h"
 
@@ -90,6 +95,42 @@ public:
 private:
     std::atomic<int> count;
     std::atomic<int> sleepers = 0;
+};
+
+/// A token by the library's semaphore: a mutex and a condition variable, notified under the mutex.
+class LibraryToken
+{
+public:
+    explicit LibraryToken(int initialCount) : semaphore(initialCount) {}
+
+    void acquire() { semaphore.Wait(); }
+    void release() { semaphore.Notify(); }
+
+private:
+    Tolvex::Interfaces::ISemaphore semaphore;
+};
+
+/// Composes a line with the functions of the C library, then hands it over.
+class ComposedHandOver
+{
+public:
+    void Write(int number)
+    {
+        const std::time_t now = std::time(nullptr);
+        tm parts{};
+        localtime_r(&now, &parts);
+        std::array<char, 32> date{};
+        std::strftime(date.data(), date.size(), "%Y-%m-%d %H:%M:%S", &parts);
+        std::array<char, 256> line{};
+        std::snprintf(line.data(), line.size(), "[%s][ERROR][#WNET]%s%d\n", date.data(),
+                      Tolvex::Benchmarks::payload.c_str(), number);
+        handOver.Pass(line.data());
+    }
+
+    void Finish() { handOver.Finish(); }
+
+private:
+    HandOver<ConditionToken> handOver;
 };
 
 struct Load
@@ -257,6 +298,7 @@ bool Register(const std::string& name)
 [[maybe_unused]] const bool registered =
     Register<TolvexFourSteps>("Tolvex") &&
     Register<HandOver<ConditionToken>>("condition_variable") &&
+    Register<ComposedHandOver>("composed") && Register<HandOver<LibraryToken>>("ISemaphore") &&
     Register<HandOver<FutexToken>>("futex") &&
     Register<HandOver<std::binary_semaphore>>("binary_semaphore");
 

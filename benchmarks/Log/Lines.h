@@ -103,13 +103,7 @@ public:
 
     void Write(int) { Pass(composedLine); }
 
-    void Finish()
-    {
-        idle.acquire();
-        idle.release();
-    }
-
-private:
+    /// Hands a line over that is not empty.
     void Pass(std::string_view text)
     {
         idle.acquire();
@@ -117,6 +111,13 @@ private:
         ready.release();
     }
 
+    void Finish()
+    {
+        idle.acquire();
+        idle.release();
+    }
+
+private:
     void Run()
     {
         for (ready.acquire(); !line.empty(); ready.acquire()) {

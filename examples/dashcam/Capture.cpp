@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <thread>
 
 extern "C" {
 #include <libavdevice/avdevice.h>
 #include <libavfilter/buffersink.h>
+#include <libavformat/avformat.h>
+#include <libavutil/display.h>
 #include <libavutil/opt.h>
 }
 
@@ -29,6 +32,34 @@ std::string Escaped(const std::string& text)
         escaped += character;
     }
     return escaped;
+}
+
+/// The filters that show the pictures of a file as the camera means them: with the shape of their
+/// pixels, and turned as the camera was held. The filter that reads files drops both.
+std::string Upright(const std::string& file)
+{
+    std::error_code unknown;
+    if (!std::filesystem::is_regular_file(file, unknown)) {
+        return "";  // a pipe can be read only once
+    }
+
+    AVFormatContext* opened = nullptr;
+    Check(avformat_open_input(&opened, file.c_str(), nullptr, nullptr), file);
+    const std::unique_ptr<AVFormatContext, AvRelease<avformat_close_input>> input(opened);
+    Check(avformat_find_stream_info(opened, nullptr), file);
+    const int best = av_find_best_stream(opened, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    Check(best, file);
+
+    AVStream* const video = opened->streams[best];
+    const AVRational pixel = av_guess_sample_aspect_ratio(opened, video, nullptr);
+    const void* const matrix = av_stream_get_side_data(video, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+    const double angle =
+        matrix == nullptr ? 0.0 : av_display_rotation_get(static_cast<const std::int32_t*>(matrix));
+    constexpr const char* turns[] = {"", ",transpose=clock", ",hflip,vflip", ",transpose=cclock"};
+    // The angle is counterclockwise, from -180 to 180. A matrix of zeros has none.
+    const long quarters = std::isnan(angle) ? 0 : std::lround((360.0 - angle) / 90.0) % 4;
+    return ",setsar=" + std::to_string(pixel.num) + '/' + std::to_string(pixel.den) +
+           turns[quarters];
 }
 
 }  // namespace
@@ -80,20 +111,25 @@ std::string Capture::DescribeSource() const
                  Escaped("video_size=" + size + ":framerate=" + rate) +
                  ":filename=" + Escaped(camera);
     } else if (!file.empty()) {
-        source = "movie=dec_threads=1:filename=" + Escaped(file) + ",fps=" + rate;
+        source = "movie=dec_threads=1:filename=" + Escaped(file) + ",fps=" + rate + upright;
     } else {
         source = "testsrc2=size=" + size + ":rate=" + rate +
                  ",format=yuv420p,lutyuv=u=(val+128)/2:v=(val+128)/2,drawtext=text=" +
                  Escaped("%{localtime:%T}") +
                  ":fontsize=h/14:x=h/20:y=h*0.87:fontcolor=white:box=1:boxcolor=black:boxborderw=8";
     }
-    // The width of the first picture stays, whatever comes after a new start.
-    return source + ",scale=" + (width == 0 ? "-2" : std::to_string(width)) + ':' + height +
+    // The width of the first picture stays, whatever comes later or after a new start. It is even
+    // and makes the pixels square. The scaler's own "-2" would change with the pictures.
+    const std::string even = "2*round(" + height + "*dar/2)";
+    return source + ",scale=" + (width == 0 ? even : std::to_string(width)) + ':' + height +
            ",format=yuv420p,buffersink@out";
 }
 
 void Capture::OpenSource()
 {
+    if (width == 0 && !file.empty()) {
+        upright = Upright(file);
+    }
     const std::string source = DescribeSource();
     graph.reset(avfilter_graph_alloc());
     graph->nb_threads = 1;

@@ -61,6 +61,7 @@ private:
     AvCodecOwner encoder;               ///< null: not open, and neither is the source
     std::shared_ptr<AVCodecParameters> parameters;  ///< of what the encoder makes
 
+    std::string upright;                 ///< filters of the file, made when it is first opened
     int width = 0;                       ///< of every picture; 0 until the source is first open
     bool fresh = true;                   ///< no picture has come since the source was opened
     std::int64_t id = -1;                ///< of the last picture; counts lost ones too

@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """Video files of several kinds as the source."""
+import os
 import pathlib
 import shutil
+import struct
 import subprocess
 import time
 import unittest
@@ -9,6 +11,7 @@ import unittest
 from dashcam import (Drive, check_no_gap, check_whole, clips, eventually, main, packets,
                      repeated_when_too_slow, scratch, small)
 
+phone_film = pathlib.Path(__file__).with_name("phone.mov")  # phone.txt tells where it is from
 package_folder = pathlib.Path("/usr/share/gem/examples/data")
 package_files = {package_folder / "alea.mpg": 160,    # MPEG-1, of three hundredths of a second
                  package_folder / "anim-1.mov": 120}  # Motion JPEG in QuickTime, as cameras make it
@@ -17,6 +20,23 @@ package_files = {package_folder / "alea.mpg": 160,    # MPEG-1, of three hundred
 def make(path, *options):
     subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i",
                     "testsrc2=size=320x240:rate=25:duration=2", *options, path], check=True)
+
+
+def turn(path, a, b, c, d):
+    """Writes into a film how its only track has to be turned, as a camera does."""
+    fixed = 65536
+    straight = struct.pack(">9i", fixed, 0, 0, 0, fixed, 0, 0, 0, 1 << 30)
+    turned = struct.pack(">9i", a * fixed, b * fixed, 0, c * fixed, d * fixed, 0, 0, 0, 1 << 30)
+    before, after = path.read_bytes().rsplit(straight, 1)
+    path.write_bytes(before + turned + after)
+
+
+def brightest_corner(clip):
+    """0 is top left, 1 top right, 2 bottom left, 3 bottom right."""
+    run = subprocess.run(["ffmpeg", "-v", "error", "-i", clip, "-frames:v", "1", "-vf", "scale=2:2",
+                          "-f", "rawvideo", "-pix_fmt", "gray", "-"],
+                         capture_output=True, check=True)
+    return run.stdout.index(max(run.stdout))
 
 
 @unittest.skipUnless(shutil.which("ffmpeg"), "needs ffmpeg")
@@ -45,7 +65,8 @@ class FileTest(unittest.TestCase):
 
     def test_file_whose_times_begin_late_and_whose_pixels_differ_plays(self):
         path = scratch(self) / "drive.avi"
-        make(path, "-c:v", "mjpeg", "-pix_fmt", "yuvj422p", "-vf", "scale=200:100", "-r", "50")
+        make(path, "-c:v", "mjpeg", "-pix_fmt", "yuvj422p", "-vf", "scale=200:100,setsar=1",
+             "-r", "50")
         self.check(path, width=240)
 
     def test_file_with_sound_and_uneven_times_plays(self):
@@ -87,6 +108,58 @@ class FileTest(unittest.TestCase):
         whole = path.read_bytes()
         path.write_bytes(whole[:len(whole) * 2 // 3 + 77])
         self.check(path)
+
+    def test_film_of_a_camera_that_was_turned_is_upright(self):
+        for name, matrix, width, corner in (("clockwise", (0, 1, -1, 0), 90, 1),
+                                            ("upside down", (-1, 0, 0, -1), 160, 3),
+                                            ("counterclockwise", (0, -1, 1, 0), 90, 2),
+                                            ("no direction", (0, 0, 0, 0), 160, 0)):
+            with self.subTest(name):
+                folder = scratch(self)
+                path = folder / "film.mov"
+                make(path, "-c:v", "mpeg4", "-vf", "drawbox=color=black:t=fill,"
+                     "drawbox=w=iw/2:h=ih/2:color=white:t=fill")
+                turn(path, *matrix)
+                with Drive(folder, "--file", str(path)) as drive:
+                    drive.await_log(f"{width}x120")
+                    time.sleep(1)
+                    drive.press_button()
+                    eventually(lambda: clips(folder), "a clip")
+                    drive.ignition_off()
+                self.assertEqual(brightest_corner(clips(folder)[0]), corner)
+
+    def test_pipe_is_opened_only_once(self):
+        folder = scratch(self)
+        path = folder / "pipe"
+        os.mkfifo(path)
+        writer = subprocess.Popen(["ffmpeg", "-y", "-f", "lavfi", "-i", "testsrc2=size=320x240",
+                                   "-c:v", "mpeg4", "-f", "matroska", path],
+                                  stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(writer.wait)
+        self.addCleanup(writer.kill)
+        with Drive(folder, "--file", str(path)) as drive:
+            drive.await_log("160x120")
+            drive.ignition_off()
+        self.assertNotIn("no picture", drive.log())
+
+    def test_pixels_that_are_not_square_become_square(self):
+        folder = scratch(self)
+        path = folder / "film.mov"
+        make(path, "-c:v", "mpeg4", "-vf", "setsar=4/3")
+        with Drive(folder, "--file", str(path)) as drive:
+            drive.await_log("214x120")
+            drive.ignition_off()
+
+    def test_file_whose_size_changes_plays_at_its_first_width(self):
+        folder = scratch(self)
+        path = folder / "drive.ts"
+        make(path, "-c:v", "mpeg2video", "-vf", "scale=400:200,setsar=1")
+        make(folder / "rest.ts", "-c:v", "mpeg2video", "-output_ts_offset", "2")
+        path.write_bytes(path.read_bytes() + (folder / "rest.ts").read_bytes())
+        self.check(path, width=240)
+
+    def test_film_of_a_phone_plays(self):
+        self.check(phone_film, width=214)
 
     def test_files_of_another_package_play(self):
         found = [path for path in package_files if path.is_file()]

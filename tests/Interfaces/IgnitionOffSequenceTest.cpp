@@ -99,6 +99,26 @@ public:
     });
 };
 
+// ------------------------------------------------------------------------------------- no memory
+
+// The first test of the program: no other has made the log yet, which needs memory.
+TEST(IgnitionOffSequenceTest, ParticipantsAreCalledWithoutMemory)
+{
+    const ScratchDirectory directory;
+    Hanging hanging;
+    int calls = 0;
+    Part part([&calls] { ++calls; });
+    IgnitionOffSequence sequence(directory.Path("drive"));
+    ASSERT_TRUE(sequence.Add("a participant whose name needs memory", &hanging.part, 1000ms));
+    ASSERT_TRUE(sequence.Add("part", &part, 30s));
+    {
+        const Support::AllocationBudget none(0);
+        sequence.RunIgnitionOff();
+    }
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(sequence.GetOverrun().size(), 1U);
+}
+
 // ------------------------------------------------------------------------------------- the order
 
 TEST(IgnitionOffSequenceTest, ParticipantsAreCalledInTheOrderOfTheirAdditionOneAtATime)
@@ -300,7 +320,7 @@ TEST(IgnitionOffSequenceTest, ExceptionOfAParticipantIsLoggedAndTheNextIsCalled)
                 testing::Contains(testing::HasSubstr("Ignition off: bad failed: no disk")));
 }
 
-// ---------------------------------------------------------------------------- no thread, no memory
+// ------------------------------------------------------------------------------------- no thread
 
 TEST(IgnitionOffSequenceTest, ParticipantWithoutAThreadIsNotAdded)
 {
@@ -335,23 +355,6 @@ TEST(IgnitionOffSequenceTest, WithoutThreadsForLogAndRecordItSaysSoAndRuns)
         EXPECT_EQ(sequence.GetOverrun(), std::vector<std::string>{"Upload"});
     }
     EXPECT_EQ(Util::ReadDriveRecord(record).end, DriveEnd::Died);
-}
-
-TEST(IgnitionOffSequenceTest, ParticipantsAreCalledWithoutMemory)
-{
-    const ScratchDirectory directory;
-    Hanging hanging;
-    int calls = 0;
-    Part part([&calls] { ++calls; });
-    IgnitionOffSequence sequence(directory.Path("drive"));
-    ASSERT_TRUE(sequence.Add("a participant whose name needs memory", &hanging.part, 1000ms));
-    ASSERT_TRUE(sequence.Add("part", &part, 30s));
-    {
-        const Support::AllocationBudget none(0);
-        sequence.RunIgnitionOff();
-    }
-    EXPECT_EQ(calls, 1);
-    EXPECT_EQ(sequence.GetOverrun().size(), 1U);
 }
 
 // ------------------------------------------------------------------------------------ the record

@@ -417,7 +417,9 @@ inline AwaitStopped()
 /* Called by Close() and Enable(). */
 inline Stop()
 {
+    Lock(writerMutex);
     TellToEnd();
+    Unlock(writerMutex);
     Notify()
 }
 

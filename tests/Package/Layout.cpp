@@ -171,7 +171,6 @@ struct SequenceMembers : Interfaces::IgnitionOffMode, Interfaces::IError
     void* recordThread;
     Util::DriveRecord lastDrive;
     std::string recordPath;
-    pid_t process;
     bool ignitionOff;
 };
 static_assert(sameLayout<Interfaces::IgnitionOffSequence, SequenceMembers>);

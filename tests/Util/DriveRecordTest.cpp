@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <new>
@@ -135,8 +136,10 @@ TEST(DriveRecordTest, RecordThatTellsNothingIsRefused)
 {
     const ScratchDirectory directory;
     const std::string path = directory.Path("drive");
-    EXPECT_THAT(Write(path, {DriveEnd::None, {}}), testing::HasSubstr("it tells no end"));
-    EXPECT_THAT(Write(path, {DriveEnd::Unreadable, {}}), testing::HasSubstr("it tells no end"));
+    for (const DriveEnd end :
+         {DriveEnd::None, DriveEnd::Unreadable, DriveEnd{5}, DriveEnd{-1}, DriveEnd{INT32_MIN}}) {
+        EXPECT_THAT(Write(path, {end, {}}), testing::HasSubstr("it tells no end"));
+    }
     EXPECT_THAT(Write(path, {DriveEnd::Died, {"a\nb"}}), testing::HasSubstr("line break"));
     EXPECT_THAT(Write(path, {DriveEnd::Died, {std::string(70000, 'x')}}),
                 testing::HasSubstr("the names are too long"));

@@ -1,6 +1,7 @@
 #include "Tolvex/Base/Private/BoundedThread.h"
 
 #include <condition_variable>
+#include <exception>
 #include <mutex>
 #include <unistd.h>
 #include <utility>
@@ -11,29 +12,22 @@ namespace Tolvex::Base {
 
 struct BoundedThread::State
 {
-    enum class Phase
-    {
-        Idle,
-        Asked,
-        Calling
-    };
+    /// In a forked child the thread does not exist, and may hold the child's copy of the mutex.
+    bool HasThread() const { return process == getpid(); }
+    bool IsIdle() const { return asked == nullptr && running == nullptr; }
 
-    std::mutex mutex;                 ///< guards the phase
-    std::condition_variable changed;  ///< the phase has changed
-    Phase phase = Phase::Idle;
-    bool ending = false;         ///< guarded by the mutex
-    std::function<void()> call;  ///< written while idle, called while calling
-    std::shared_ptr<const void> kept;
+    std::mutex mutex;                 ///< guards the members below
+    std::condition_variable changed;  ///< one of them has changed
+    Call asked;                       ///< to be made next; null: none
+    Call running;                     ///< null: none
+    bool ending = false;
     const pid_t process = getpid();
 };
 
-std::unique_ptr<BoundedThread> BoundedThread::Create(const std::string& name,
-                                                     std::shared_ptr<const void> kept)
+std::unique_ptr<BoundedThread> BoundedThread::Create(const std::string& name)
 {
-    auto state = std::make_shared<State>();
-    state->kept = std::move(kept);
-    std::unique_ptr<BoundedThread> made(new BoundedThread(state));
-    auto forThread = std::make_unique<std::shared_ptr<State>>(std::move(state));
+    std::unique_ptr<BoundedThread> made(new BoundedThread);
+    auto forThread = std::make_unique<std::shared_ptr<State>>(made->state);
     pthread_t handle = 0;
     if (StartDetachedThread(handle, name.c_str(), Serve, forThread.get()) != 0) {
         return nullptr;
@@ -42,12 +36,11 @@ std::unique_ptr<BoundedThread> BoundedThread::Create(const std::string& name,
     return made;
 }
 
-BoundedThread::BoundedThread(std::shared_ptr<State> shared) : state(std::move(shared)) {}
+BoundedThread::BoundedThread() : state(std::make_shared<State>()) {}
 
 BoundedThread::~BoundedThread()
 {
-    // In a forked child the thread does not exist, and may hold the child's copy of the mutex.
-    if (state->process != getpid()) {
+    if (!state->HasThread()) {
         return;
     }
     const std::lock_guard<std::mutex> lock(state->mutex);
@@ -63,35 +56,39 @@ void* BoundedThread::Serve(void* argument)
 
     std::unique_lock<std::mutex> lock(own.mutex);
     for (;;) {
-        own.changed.wait(lock, [&own] { return own.ending || own.phase == State::Phase::Asked; });
-        if (own.phase != State::Phase::Asked) {
+        own.changed.wait(lock, [&own] { return own.ending || own.asked != nullptr; });
+        if (own.asked == nullptr) {
             return nullptr;
         }
-        own.phase = State::Phase::Calling;
+        own.running = std::exchange(own.asked, nullptr);
         lock.unlock();
-        own.call();
+        try {
+            (*own.running)();
+        } catch (const std::exception&) {
+            // Dropped: a call that has something to report does so itself.
+        }
         lock.lock();
-        own.phase = State::Phase::Idle;
+        own.running = nullptr;
         own.changed.notify_all();
     }
 }
 
-BoundedThread::Result BoundedThread::Run(std::function<void()> call, Deadline deadline, Late late)
+bool BoundedThread::Run(Call call, Deadline deadline, Late late)
 {
+    if (!state->HasThread()) {
+        return false;
+    }
     std::unique_lock<std::mutex> lock(state->mutex);
-    if (state->phase != State::Phase::Idle) {
-        return Result::Busy;
+    if (!state->IsIdle()) {
+        return false;
     }
-    state->call = std::move(call);
-    state->phase = State::Phase::Asked;
+    state->asked = std::move(call);
     state->changed.notify_all();
-    const bool done = state->changed.wait_until(
-        lock, deadline, [this] { return state->phase == State::Phase::Idle; });
-    // The thread may not have run since it was asked. Then the request is taken back.
-    if (!done && late == Late::NotCalled && state->phase == State::Phase::Asked) {
-        state->phase = State::Phase::Idle;
+    const bool done = state->changed.wait_until(lock, deadline, [this] { return state->IsIdle(); });
+    if (!done && late == Late::NotCalled) {
+        state->asked = nullptr;  // The thread may not have run since it was asked.
     }
-    return done ? Result::Done : Result::Overrun;
+    return done;
 }
 
 }  // namespace Tolvex::Base

@@ -14,18 +14,14 @@ namespace Tolvex::Base {
 /// The constructor creates the thread, so that a later call cannot fail for lack of one. The object
 /// may be destroyed while a call hangs: the call continues on the detached thread.
 /// @par Thread safety
-/// Caller serialises. Do not call Run() in a forked child: the thread does not exist there.
+/// Caller serialises. In a forked child the thread does not exist: Run() makes no call there.
 class BoundedThread
 {
 public:
     using Deadline = std::chrono::steady_clock::time_point;
 
-    enum class Result
-    {
-        Done,
-        Busy,    ///< not called: an earlier call still runs
-        Overrun  ///< the call had not ended at the deadline
-    };
+    /// Shared, because it may outlive its caller. What it throws as std::exception is dropped.
+    using Call = std::shared_ptr<const std::function<void()>>;
 
     enum class Late
     {
@@ -34,10 +30,8 @@ public:
     };
 
     /// @param name  OS name of the thread.
-    /// @param kept  Owned until the thread ends: an object that the calls use; may be null.
     /// @return null if the thread cannot be created.
-    static std::unique_ptr<BoundedThread> Create(const std::string& name,
-                                                 std::shared_ptr<const void> kept = nullptr);
+    static std::unique_ptr<BoundedThread> Create(const std::string& name);
 
     /// Does not wait. A pending call with Late::Called is still made.
     ~BoundedThread();
@@ -47,14 +41,15 @@ public:
 
     /// Makes the call on the thread and waits until it ends or the deadline passes.
     /// Allocates nothing.
-    /// @param call  Must not throw.
     /// @param late  What happens to a call that has not begun at the deadline.
-    Result Run(std::function<void()> call, Deadline deadline, Late late);
+    /// @return false if the call had not ended at the deadline; at once, without a call, while an
+    /// earlier call runs and in a forked child.
+    bool Run(Call call, Deadline deadline, Late late);
 
 private:
     struct State;
 
-    explicit BoundedThread(std::shared_ptr<State> shared);
+    BoundedThread();
     static void* Serve(void* argument);
 
     const std::shared_ptr<State> state;  ///< shared with the thread

@@ -15,52 +15,57 @@ namespace Tolvex::Interfaces {
 /// of the exact one. That one is read only when the coarse clock has moved. A worker whose passes
 /// are so short that the coarse clock is a good part of them reads it after several passes.
 /// @par Thread safety
-/// Only the thread of the run counts. Any thread may call Read() at the same time.
+/// Only the thread of the run calls BeginPass(), EndPass() and Rest(). Any thread may call the
+/// other functions at the same time.
 class PassClock
 {
 public:
-    /// Of a run that makes no pass before EndRest().
-    PassClock();
+    /// The first pass begins, or the first one after a rest.
+    void BeginPass();
 
+    /// A pass ends, and the next one begins.
     void EndPass()
     {
-        passes.store(passes.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-        if (--passesToReading == 0) {
+        const std::uint64_t ended = passes.load(std::memory_order_relaxed) + 1;
+        passes.store(ended, std::memory_order_relaxed);
+        if ((ended & skipMask) == 0) {
             ReadClock();
         }
     }
 
-    /// No pass runs from now on, until EndRest().
-    void BeginRest() { stamp.store(0, std::memory_order_relaxed); }
-    /// A pass begins now.
-    void EndRest();
+    /// No pass runs from now on, until BeginPass().
+    void Rest() { stamp.store(never, std::memory_order_relaxed); }
 
-    struct Numbers
+    /// @return the number of passes that have ended.
+    std::uint64_t Passes() const { return passes.load(std::memory_order_relaxed); }
+
+    /// @return the length of the last pass that has ended.
+    std::chrono::nanoseconds LastPass() const { return lastPass.load(std::memory_order_relaxed); }
+
+    /// @return the length of the longest pass that has ended.
+    std::chrono::nanoseconds LongestPass() const
     {
-        std::uint64_t passes;                   ///< that have ended
-        std::chrono::milliseconds lastPass;     ///< of those that have ended
-        std::chrono::milliseconds longestPass;  ///< of those that have ended
-        std::chrono::milliseconds runningPass;  ///< 0: no pass runs
-    };
+        return longestPass.load(std::memory_order_relaxed);
+    }
 
-    Numbers Read() const;
+    /// @return the time since the running pass began; 0 if no pass runs.
+    std::chrono::nanoseconds RunningPass() const;
 
 private:
-    void ReadClock();
-    void Stamp(std::int64_t time);
+    static constexpr std::chrono::nanoseconds never = std::chrono::nanoseconds::max();
 
-    // Times in ns.
-    const std::int64_t tickLength;      ///< of the coarse clock
-    std::int64_t lastTick = 0;          ///< what the coarse clock showed
-    std::uint64_t group = 1;            ///< passes from one reading of the clock to the next
-    std::uint64_t passesToReading = 1;  ///< in this group
+    void ReadClock();
+
+    std::chrono::nanoseconds tick{0};  ///< time of the coarse clock at the stamp
+    std::uint64_t passesAtTick = 0;    ///< that had ended at the stamp
+    std::uint64_t skipMask = 0;  ///< passes from one reading of that clock to the next, less 1
 
     // Written by the thread of the run, read by any.
     std::atomic<std::uint64_t> passes{0};
-    std::atomic<std::uint64_t> passesAtStamp{0};
-    std::atomic<std::int64_t> stamp{0};  ///< end of a pass and begin of the next; 0: no pass runs
-    std::atomic<std::int64_t> lastPass{0};
-    std::atomic<std::int64_t> longestPass{0};
+    std::atomic<std::chrono::nanoseconds> stamp{never};  ///< when a pass began, by the exact clock
+    /// If 0, passes may have ended since the stamp: in less than a tick altogether.
+    std::atomic<std::chrono::nanoseconds> lastPass{std::chrono::nanoseconds(0)};
+    std::atomic<std::chrono::nanoseconds> longestPass{std::chrono::nanoseconds(0)};
 };
 
 }  // namespace Tolvex::Interfaces

@@ -48,9 +48,21 @@ WorkerThreads::RunNumber WorkerThreads::NextRun()
     return next;
 }
 
+WorkerRefusals WorkerThreads::ApplySettings(pthread_t thread) const
+{
+    WorkerRefusals refusals;
+    if (policy.has_value()) {
+        refusals.priority = pthread_setschedparam(thread, *policy, &priority);
+    }
+    if (cpus.has_value()) {
+        refusals.affinity = pthread_setaffinity_np(thread, sizeof(cpu_set_t), &*cpus);
+    }
+    return refusals;
+}
+
 void WorkerThreads::Add(pthread_t handle, RunNumber run)
 {
-    threads.push_back({handle, run, false, record.passClock});
+    threads.push_back({handle, run, false, clock});
 }
 
 void WorkerThreads::Remove(RunNumber run)
@@ -81,26 +93,15 @@ bool WorkerThreads::IsAborted(RunNumber run) const
                        [run](const Entry& entry) { return entry.run == run && entry.aborted; });
 }
 
-WorkerThreads::RunNumber WorkerThreads::OwnRun()
+WorkerThreads::Run WorkerThreads::OwnRun()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     for (const Entry& entry : threads) {
         if (pthread_equal(entry.handle, pthread_self()) != 0) {
-            return entry.run;
+            return {entry.run, entry.clock};
         }
     }
-    return noRun;
-}
-
-std::shared_ptr<PassClock> WorkerThreads::ClockOf(RunNumber run)
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    for (const Entry& entry : threads) {
-        if (entry.run == run) {
-            return entry.clock;
-        }
-    }
-    return std::make_shared<PassClock>();  // RunThread() was called by hand.
+    return {};
 }
 
 bool WorkerThreads::HasRun(RunNumber run)

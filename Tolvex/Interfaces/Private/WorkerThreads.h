@@ -8,16 +8,25 @@
 #include <mutex>
 #include <optional>
 #include <pthread.h>
+#include <sched.h>
+#include <string>
 #include <sys/types.h>
 #include <vector>
 
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/Private/PassClock.h"
-#include "Tolvex/Interfaces/Private/WorkerRecord.h"
 
 namespace Tolvex::Interfaces {
 
-/// The threads of one IThread that were created and may still touch it.
+/// The error numbers with which the system has refused a worker's settings; 0: not refused.
+struct WorkerRefusals
+{
+    int priority = 0;
+    int affinity = 0;
+};
+
+/// The threads of one IThread that were created and may still touch it, the settings for its next
+/// thread, and the numbers of its last run.
 ///
 /// The object and each of its threads share ownership, so a thread that ends can ask whether the
 /// object still exists. An object has more than one thread only for a moment: after a Cancel() or
@@ -37,14 +46,19 @@ public:
     /// few statements, or while a thread is created; nothing that is called under it blocks.
     std::mutex mutex;
 
-    /// The other state of the object. The class says which parts of it the mutex guards.
-    WorkerRecord record;
+    // Use the following with the mutex held.
 
-    // Call the following with the mutex held.
+    std::optional<int> policy;         ///< as requested; none: as the creating thread
+    sched_param priority{};            ///< for that policy
+    std::optional<cpu_set_t> cpus;     ///< as requested; none: as the creating thread
+    std::string nameAtStart;           ///< of the last run
+    std::shared_ptr<PassClock> clock;  ///< of the last run; null before the first
 
+    /// Applies the requested settings to a new thread, which exists as long as the mutex is held.
+    WorkerRefusals ApplySettings(pthread_t thread) const;
     /// Makes all threads in the list old ones. @return the number of the run to be started.
     RunNumber NextRun();
-    /// Adds a thread, which counts its passes in the newest clock of the record.
+    /// Adds a thread, which counts its passes in the newest clock.
     void Add(pthread_t handle, RunNumber run);
     void Remove(RunNumber run);
     void MarkAborted(pthread_t handle);
@@ -56,11 +70,15 @@ public:
 
     // The following lock the mutex themselves, or need no lock.
 
-    /// @return the number of the calling thread's run.
-    RunNumber OwnRun();
+    /// The number of a run, and its clock; a thread that is not in the list has noRun and null.
+    struct Run
+    {
+        RunNumber number = noRun;
+        std::shared_ptr<PassClock> clock;
+    };
 
-    /// @return the clock of the calling thread's run.
-    std::shared_ptr<PassClock> ClockOf(RunNumber run);
+    /// @return the run of the calling thread.
+    Run OwnRun();
 
     /// @return whether the thread of that run is in the list.
     bool HasRun(RunNumber run);

@@ -10,23 +10,18 @@ namespace Tolvex::Ilog {
 
 constinit std::mutex BlackBox::ringMutex;
 
-constexpr PolicyCalls BlackBox::calls = {
-    .writeHeader = [](void*, LogType) {},
-    .write = nullptr,
-    .setOutput = [](void*, const std::string&) {},
-    .openOutput =
-        [](void* box, const std::string& output) {
-            static_cast<BlackBox*>(box)->Open(std::stoul(output));
-        },
-    .close = [](void* box) { static_cast<BlackBox*>(box)->Close(); },
-    .beginLastLine = [](void*) {},
-    .keep = [](void* box, std::string_view line) { static_cast<BlackBox*>(box)->Keep(line); },
-};
+constexpr PolicyCalls BlackBox::calls = [] {
+    PolicyCalls operations = policyCallsOf<BlackBox>;
+    operations.keep = [](void* box, std::string_view line) {
+        static_cast<BlackBox*>(box)->Keep(line);
+    };
+    return operations;
+}();
 
 /// Makes a new ring, with the newest lines of the one before.
-void BlackBox::Open(std::size_t lines)
+void BlackBox::SetOutput(const std::string& lines)
 {
-    auto opened = std::make_unique<LineRing>(lines);
+    auto opened = std::make_unique<LineRing>(std::stoul(lines));
     const std::lock_guard guard(ringMutex);
     if (ring != nullptr) {
         for (const std::string& line : ring->Lines()) {
@@ -53,15 +48,13 @@ void BlackBox::Close()
 bool BlackBox::Save(const std::string& path) const
 {
     try {
-        std::string text;
-        {
-            const std::lock_guard guard(ringMutex);
-            if (ring == nullptr) {
-                errno = ENODATA;
-                return false;
-            }
-            text = ring->Text();
+        std::unique_lock guard(ringMutex);
+        if (ring == nullptr) {
+            errno = ENODATA;
+            return false;
         }
+        const std::string text = ring->Text();
+        guard.unlock();
         return Base::ReplaceFile(path, text) == nullptr;
     } catch (const std::bad_alloc&) {
         errno = ENOMEM;

@@ -40,12 +40,11 @@ private:
     const std::size_t lineLimit;
     const std::size_t byteLimit;
     const std::unique_ptr<std::size_t[]> lengths;  ///< of the lines, in a ring of lineLimit
-    const std::unique_ptr<char[]>
-        bytes;               ///< the lines, one behind the other in a ring of byteLimit
-    std::size_t oldest = 0;  ///< line: place in lengths
-    std::size_t begin = 0;   ///< of the oldest line: place in bytes
-    std::size_t count = 0;   ///< of lines
-    std::size_t used = 0;    ///< bytes of all lines
+    const std::unique_ptr<char[]> bytes;           ///< of the lines, in a ring of byteLimit
+    std::size_t oldest = 0;                        ///< line: place in lengths
+    std::size_t begin = 0;                         ///< of the oldest line: place in bytes
+    std::size_t count = 0;                         ///< of lines
+    std::size_t used = 0;                          ///< bytes of all lines
 };
 
 }  // namespace Tolvex::Ilog

@@ -146,11 +146,6 @@ void UnregisterLogger(LoggerState& state)
     }
 }
 
-std::mutex& RegistryMutex()
-{
-    return registryMutex;
-}
-
 void WatchCallingThread()
 {
     if (keyCreated) {

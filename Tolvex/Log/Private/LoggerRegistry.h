@@ -2,8 +2,6 @@
 /// What happens to the loggers at the end of a thread, at a fork and at the exit of the process.
 #pragma once
 
-#include <mutex>
-
 namespace Tolvex::Ilog {
 
 struct LoggerState;
@@ -15,9 +13,6 @@ void RegisterLogger(LoggerState& state);
 
 /// Removes a logger, if it is there.
 void UnregisterLogger(LoggerState& state);
-
-/// @return the lock of the list, for changes that no fork may interrupt. It is free in a child.
-std::mutex& RegistryMutex();
 
 /// Call before the calling thread begins a line: a line that is open when the thread ends is then
 /// dropped.

@@ -115,6 +115,8 @@ bool Writer::Admit()
     if (logger.calls.keep == nullptr && Base::LoadShared(logger.stopped)) {
         return false;
     }
+    // First: the calls for a line do nothing while no logger is counted.
+    ++logger.enabledLoggers;
     logger.lock.Admit();
     Base::StoreShared(logger.enabled, true);
     return true;
@@ -122,17 +124,21 @@ bool Writer::Admit()
 
 void Writer::Stop()
 {
-    TellToEnd();
+    {
+        const std::lock_guard guard(logger.writers.mutex);
+        TellToEnd();
+    }
     logger.lineReady.Notify();
 }
 
+/// Call with the mutex of the writers.
 void Writer::TellToEnd()
 {
     // In this order: once enabled is cleared, values are missing in an open line, so the line is
     // dropped before.
     logger.lock.Refuse();
     logger.lock.Drop();
-    Base::StoreShared(logger.enabled, false);
+    Disable();
     logger.writers.toldToEnd = logger.writers.current.load();
 }
 
@@ -149,6 +155,14 @@ void Writer::End(std::uint32_t number)
         logger.lock.Release();
     }
     Base::StoreShared(logger.stopped, true);
+}
+
+void Writer::Disable()
+{
+    if (Base::LoadShared(logger.enabled)) {
+        Base::StoreShared(logger.enabled, false);
+        --logger.enabledLoggers;
+    }
 }
 
 bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
@@ -187,7 +201,7 @@ void Writer::UnlockAfterFork(bool inChild)
 {
     if (inChild) {
         logger.writers.toldToEnd = ++logger.writers.current;
-        Base::StoreShared(logger.enabled, false);
+        Disable();
         Base::StoreShared(logger.stopped, true);
     }
     logger.writers.mutex.unlock();

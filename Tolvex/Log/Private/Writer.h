@@ -53,6 +53,7 @@ private:
 
     std::uint32_t Announce();
     void TellToEnd();
+    void Disable();
     void End(std::uint32_t number);
 
     LoggerState& logger;
