@@ -20,7 +20,6 @@
 #include "examples/dashcam/Accelerometer.h"
 #include "examples/dashcam/Capture.h"
 #include "examples/dashcam/Clips.h"
-#include "examples/dashcam/Drive.h"
 #include "examples/dashcam/Recorder.h"
 
 namespace {

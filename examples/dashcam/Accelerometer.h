@@ -1,31 +1,12 @@
 #pragma once
 
-#include <array>
 #include <atomic>
-#include <cstdint>
 #include <mutex>
-#include <string>
-#include <vector>
+#include <unistd.h>
 
-#include "Tolvex/Interfaces/IThread.h"
-#include "Tolvex/Interfaces/IgnitionOffMode.h"
-#include "Tolvex/Util/CircularBuffer.h"
-
-#include "examples/dashcam/Frame.h"
-#include "examples/dashcam/Settings.h"
+#include "examples/dashcam/Types.h"
 
 namespace Dashcam {
-
-/// The acceleration of one moment: forward, to the left and up, in g. A car that stands has 0,
-/// 0, 1.
-struct Sample
-{
-    Moment time;
-    std::array<double, 3> axes = {};
-};
-
-/// @return the force in g that acts beside gravity.
-double ForceOf(const Sample& sample);
 
 /// The worker that reads the accelerometer, one sample in each pass. Its observers are told about
 /// every shock: they receive a pointer to the force in g, a double.
@@ -39,8 +20,8 @@ class Accelerometer : public Tolvex::Interfaces::IThread, public Tolvex::Interfa
 public:
     /// @param wishes  Must outlive the worker.
     /// @param file    Its path, or that of a FIFO.
-    Accelerometer(const Settings& wishes, std::string file);
-    ~Accelerometer() override;
+    Accelerometer(const Settings& wishes, const std::string& file);
+    ~Accelerometer() override { close(descriptor); }
 
     /// Reads no more samples.
     void RunIgnitionOff() override { Stop(); }
@@ -54,7 +35,7 @@ protected:
     void Run() override;
 
 private:
-    bool ReadLine(std::string& line);
+    void ReadBytes();
     void Complain(const std::string& problem);
 
     const Settings& settings;
@@ -62,10 +43,10 @@ private:
     int descriptor = -1;  ///< -1: not open
     bool isFile = false;  ///< not a FIFO
     bool complained = false;
-    std::string buffer;        ///< read, and not taken apart yet
-    Moment due;                ///< of the next sample of a file
-    Moment lastShock;          ///< when the force was last above the threshold
-    mutable std::mutex mutex;  ///< guards samples
+    std::string buffer;            ///< read, and not taken apart yet
+    Moment newest = Clock::now();  ///< time of the last sample
+    Moment lastShock;              ///< when the force was last above the threshold
+    mutable std::mutex mutex;      ///< guards samples
     Tolvex::Util::CircularBuffer<Sample> samples;
     std::atomic<std::uint64_t> skipped = 0;
 };

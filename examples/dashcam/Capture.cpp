@@ -1,33 +1,94 @@
 #include "examples/dashcam/Capture.h"
 
-#include <utility>
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <thread>
 
-#include "Tolvex/Log/LogLine.h"
+extern "C" {
+#include <libavdevice/avdevice.h>
+#include <libavfilter/buffersink.h>
+#include <libavformat/avformat.h>
+#include <libavutil/display.h>
+#include <libavutil/opt.h>
+}
 
 namespace Dashcam {
 
 using namespace std::chrono_literals;
-using Tolvex::LogModule;
-using Tolvex::Ilog::LogLine;
-using Tolvex::Ilog::LogType;
+using std::chrono::microseconds;
 
-Capture::Capture(const Settings& wishes, Recorder& sink, std::string camera, std::string file)
-    : settings(wishes), recorder(sink), source(wishes, std::move(camera), std::move(file))
+namespace {
+
+constexpr auto tolerableDelay = 1s;  ///< that a pass can be late without a loss
+
+/// libav reads the text of a graph twice, and each time takes one level of backslashes away: three
+/// of them become one, which then protects the character.
+std::string Escaped(const std::string& text)
+{
+    std::string escaped;
+    for (const char character : text) {
+        escaped += std::strchr("\\':,;[]", character) != nullptr ? R"(\\\)" : "";
+        escaped += character;
+    }
+    return escaped;
+}
+
+/// The filters that show the pictures of a file as the camera means them: with the shape of their
+/// pixels, and turned as the camera was held. The filter that reads files drops both.
+std::string Upright(const std::string& file)
+{
+    std::error_code unknown;
+    if (!std::filesystem::is_regular_file(file, unknown)) {
+        return "";  // a pipe can be read only once
+    }
+
+    AVFormatContext* opened = nullptr;
+    Check(avformat_open_input(&opened, file.c_str(), nullptr, nullptr), file);
+    const std::unique_ptr<AVFormatContext, AvRelease<avformat_close_input>> input(opened);
+    Check(avformat_find_stream_info(opened, nullptr), file);
+    const int best = av_find_best_stream(opened, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    Check(best, file);
+
+    AVStream* const video = opened->streams[best];
+    const AVRational pixel = av_guess_sample_aspect_ratio(opened, video, nullptr);
+    const void* const matrix = av_stream_get_side_data(video, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+    const double angle =
+        matrix == nullptr ? 0.0 : av_display_rotation_get(static_cast<const std::int32_t*>(matrix));
+    constexpr const char* turns[] = {"", ",transpose=clock", ",hflip,vflip", ",transpose=cclock"};
+    // The angle is counterclockwise, from -180 to 180. A matrix of zeros has none.
+    const long quarters = std::isnan(angle) ? 0 : std::lround((360.0 - angle) / 90.0) % 4;
+    return ",setsar=" + std::to_string(pixel.num) + '/' + std::to_string(pixel.den) +
+           turns[quarters];
+}
+
+}  // namespace
+
+Capture::Capture(const Settings& wishes, Recorder& sink, const std::string& device,
+                 const std::string& path)
+    : settings(wishes),
+      recorder(sink),
+      camera(device),
+      file(path),
+      name(!device.empty() ? device
+           : !path.empty() ? path
+                           : "test picture")
 {
     SetThreadName("Capture");
     av_log_set_level(AV_LOG_QUIET);  // libav would write to the terminal; we log its reasons
+    avdevice_register_all();
 }
 
 void Capture::Run()
 {
     try {
         if (encoder == nullptr) {
-            Open();
+            OpenSource();
+            OpenEncoder();
         }
-        const std::shared_ptr<Frame> frame = Encode(source.Read());
-        recorder.Process(frame);
+        recorder.Process(Encode(*ReadPicture()));
         ++frames;
-        lost = static_cast<std::uint64_t>(frame->GetFrameId()) + 1 - frames;
+        lost = static_cast<std::uint64_t>(id) + 1 - frames;
     } catch (const std::exception& problem) {
         if (complaint != problem.what()) {
             complaint = problem.what();
@@ -38,12 +99,52 @@ void Capture::Run()
     }
 }
 
-void Capture::Open()
+/// The graph of filters that makes the pictures.
+std::string Capture::DescribeSource() const
 {
-    source.Open();
+    const std::string rate = std::to_string(settings.framesPerSecond);
+    const std::string height = std::to_string(settings.height);
+    const std::string size = std::to_string(settings.width) + 'x' + height;
+    std::string source;
+    if (!camera.empty()) {
+        source = "movie=dec_threads=1:f=v4l2:format_opts=" +
+                 Escaped("video_size=" + size + ":framerate=" + rate) +
+                 ":filename=" + Escaped(camera);
+    } else if (!file.empty()) {
+        source = "movie=dec_threads=1:filename=" + Escaped(file) + ",fps=" + rate + upright;
+    } else {
+        source = "testsrc2=size=" + size + ":rate=" + rate +
+                 ",format=yuv420p,lutyuv=u=(val+128)/2:v=(val+128)/2,drawtext=text=" +
+                 Escaped("%{localtime:%T}") +
+                 ":fontsize=h/14:x=h/20:y=h*0.87:fontcolor=white:box=1:boxcolor=black:boxborderw=8";
+    }
+    // The width of the first picture stays, whatever comes later or after a new start. It is even
+    // and makes the pixels square. The scaler's own "-2" would change with the pictures.
+    const std::string even = "2*round(" + height + "*dar/2)";
+    return source + ",scale=" + (width == 0 ? even : std::to_string(width)) + ':' + height +
+           ",format=yuv420p,buffersink@out";
+}
+
+void Capture::OpenSource()
+{
+    if (width == 0 && !file.empty()) {
+        upright = Upright(file);
+    }
+    const std::string source = DescribeSource();
+    graph.reset(avfilter_graph_alloc());
+    graph->nb_threads = 1;
+    Check(avfilter_graph_parse_ptr(graph.get(), source.c_str(), nullptr, nullptr, nullptr), name);
+    Check(avfilter_graph_config(graph.get(), nullptr), name);
+    output = avfilter_graph_get_filter(graph.get(), "buffersink@out");
+    width = av_buffersink_get_w(output);
+    fresh = true;
+}
+
+void Capture::OpenEncoder()
+{
     const AVCodec* const codec = avcodec_find_encoder_by_name("libx264");
     AvCodecOwner opened(avcodec_alloc_context3(codec));
-    opened->width = source.Width();
+    opened->width = width;
     opened->height = settings.height;
     opened->pix_fmt = AV_PIX_FMT_YUV420P;
     opened->time_base = {1, 1000000};  // the pictures have their times, in microseconds
@@ -54,32 +155,78 @@ void Capture::Open()
     opened->max_b_frames = 0;
     opened->thread_count = 1;
     opened->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    // Decoding can start at every key frame; the encoder adds none of its own.
-    const char* const options = "preset=ultrafast:tune=zerolatency:forced-idr=1:sc_threshold=0";
+    // Decoding can start at every key frame; the encoder adds none where a scene changes.
+    const char* const options = "preset=ultrafast:tune=zerolatency:sc_threshold=0";
     Check(av_set_options_string(opened->priv_data, options, "=", ":"), "H.264 encoder");
     Check(avcodec_open2(opened.get(), codec, nullptr), "H.264 encoder");
 
-    const std::shared_ptr<AVCodecParameters> made(avcodec_parameters_alloc(),
-                                                  AvRelease<avcodec_parameters_free>());
-    Check(avcodec_parameters_from_context(made.get(), opened.get()), "H.264 encoder");
-    parameters = made;
-    LogLine(LogType::Info, LogModule::Event)
-        << source.Name() << ": " << source.Width() << 'x' << settings.height;
+    parameters.reset(avcodec_parameters_alloc(), AvRelease<avcodec_parameters_free>());
+    Check(avcodec_parameters_from_context(parameters.get(), opened.get()), "H.264 encoder");
+    LogLine(LogType::Info, LogModule::Event) << name << ": " << width << 'x' << settings.height;
     encoder = std::move(opened);
-    sinceKey = 0;
     complaint.clear();
 }
 
-std::shared_ptr<Frame> Capture::Encode(const Picture& picture)
+/// Waits for the next picture.
+AvPicture Capture::ReadPicture()
 {
-    const auto sinceStart = picture.time.time_since_epoch();
-    picture.pixels->pts = std::chrono::duration_cast<std::chrono::microseconds>(sinceStart).count();
-    picture.pixels->pict_type = sinceKey == 0 ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+    if (camera.empty()) {
+        AwaitTurn();
+    }
+    AvPicture picture(av_frame_alloc());
+    int code = av_buffersink_get_frame(output, picture.get());
+    if (code == AVERROR_EOF && camera.empty() && !fresh) {
+        // The file begins again. One without any picture is an error: libav would loop for ever.
+        OpenSource();
+        code = av_buffersink_get_frame(output, picture.get());
+    }
+    Check(code, name);
+    if (!camera.empty()) {
+        CountFromCamera(*picture);
+    }
+    fresh = false;
+    return picture;
+}
+
+/// Sleeps until the next picture is due. Leaves out those for which it is too late.
+void Capture::AwaitTurn()
+{
+    if (fresh) {
+        time = Clock::now();
+    }
+    const Clock::duration interval = Clock::duration(1s) / settings.framesPerSecond;
+    const Clock::duration late = Clock::now() - tolerableDelay - time;
+    const std::int64_t pictures = std::max<std::int64_t>(1, late / interval);
+    id += pictures;
+    time += pictures * interval;
+    std::this_thread::sleep_until(time);
+}
+
+/// A step of more than 1.5 pictures in the camera's time stamps is a loss. If its clock and ours
+/// differ by more than a second, ours counts.
+void Capture::CountFromCamera(const AVFrame& picture)
+{
+    const AVRational base = av_buffersink_get_time_base(output);
+    const microseconds now(av_rescale_q(picture.pts, base, {1, 1000000}));
+    const auto step = fresh ? 0us : now - stamp;
+    const double pictures =
+        std::chrono::duration<double>(step).count() * av_q2d(av_buffersink_get_frame_rate(output));
+    id += pictures > 1.5 && pictures < 1000.0 ? std::lround(pictures) : 1;
+    time += step;
+    if (fresh || std::chrono::abs(time - Clock::now()) > tolerableDelay) {
+        time = Clock::now();
+    }
+    stamp = now;
+}
+
+std::shared_ptr<Frame> Capture::Encode(AVFrame& picture)
+{
+    picture.pts = std::chrono::duration_cast<microseconds>(time.time_since_epoch()).count();
+    picture.pict_type = AV_PICTURE_TYPE_NONE;  // the encoder decides, not the file
     AvPacketOwner packet(av_packet_alloc());
-    Check(avcodec_send_frame(encoder.get(), picture.pixels.get()), "H.264 encoder");
+    Check(avcodec_send_frame(encoder.get(), &picture), "H.264 encoder");
     Check(avcodec_receive_packet(encoder.get(), packet.get()), "H.264 encoder");
-    sinceKey = (sinceKey + 1) % settings.keyInterval;
-    return std::make_shared<Frame>(picture.id, std::move(packet), picture.time, parameters);
+    return std::make_shared<Frame>(id, std::move(packet), time, parameters);
 }
 
 }  // namespace Dashcam

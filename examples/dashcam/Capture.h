@@ -1,19 +1,24 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
-#include <string>
 
-#include "Tolvex/Interfaces/IThread.h"
-#include "Tolvex/Interfaces/IgnitionOffMode.h"
+extern "C" {
+#include <libavfilter/avfilter.h>
+}
 
 #include "examples/dashcam/Recorder.h"
-#include "examples/dashcam/VideoSource.h"
 
 namespace Dashcam {
 
 /// The worker that takes pictures, encodes them as H.264 with a key frame at a fixed interval, and
-/// hands them to the recorder: one in each pass. A source that fails is opened again every second.
+/// hands them to the recorder: one in each pass.
+///
+/// The pictures come from a camera, a video file in a loop, or a test picture that moves and shows
+/// the time. libav's filters read and draw them. A camera gives the pace itself. Files and the test
+/// picture have the frame rate of the settings; when a pass is more than a second late, pictures
+/// are left out, and counted as lost.
+/// @par Errors
+/// A source that fails is opened again every second. The log has libav's reason, once.
 /// @par Thread safety
 /// Controlling thread. The counters may be read on any thread.
 class Capture : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
@@ -21,9 +26,10 @@ class Capture : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::I
 public:
     /// @param wishes  Must outlive the worker.
     /// @param sink    Receives the frames; must outlive the worker.
-    /// @param camera  Such as "/dev/video0"; empty for none.
-    /// @param file    Of a video; empty for none. Without both: the test picture.
-    Capture(const Settings& wishes, Recorder& sink, std::string camera, std::string file);
+    /// @param device  Of the camera, such as "/dev/video0"; empty for none.
+    /// @param path    Of a video file; empty for none. Without both: the test picture.
+    Capture(const Settings& wishes, Recorder& sink, const std::string& device,
+            const std::string& path);
 
     /// Takes no more pictures.
     void RunIgnitionOff() override { Stop(); }
@@ -37,16 +43,31 @@ protected:
     void Run() override;
 
 private:
-    void Open();
-    std::shared_ptr<Frame> Encode(const Picture& picture);
+    std::string DescribeSource() const;
+    void OpenSource();
+    void OpenEncoder();
+    AvPicture ReadPicture();
+    void AwaitTurn();
+    void CountFromCamera(const AVFrame& picture);
+    std::shared_ptr<Frame> Encode(AVFrame& picture);
 
     const Settings& settings;
     Recorder& recorder;
-    VideoSource source;
-    AvCodecOwner encoder;  ///< null: not open, and neither is the source
-    std::shared_ptr<const AVCodecParameters> parameters;  ///< of what the encoder makes
-    int sinceKey = 0;       ///< frames since the last key frame, itself included; 0: one is due
-    std::string complaint;  ///< the last one; it is not logged twice in a row
+    const std::string camera;
+    const std::string file;
+    const std::string name;  ///< of the source, for people
+    std::unique_ptr<AVFilterGraph, AvRelease<avfilter_graph_free>> graph;
+    AVFilterContext* output = nullptr;  ///< where pictures leave the graph, which owns it
+    AvCodecOwner encoder;               ///< null: not open, and neither is the source
+    std::shared_ptr<AVCodecParameters> parameters;  ///< of what the encoder makes
+
+    std::string upright;                 ///< filters of the file, made when it is first opened
+    int width = 0;                       ///< of every picture; 0 until the source is first open
+    bool fresh = true;                   ///< no picture has come since the source was opened
+    std::int64_t id = -1;                ///< of the last picture; counts lost ones too
+    Moment time;                         ///< of the last picture
+    std::chrono::microseconds stamp{0};  ///< of the last picture, by the camera's clock
+    std::string complaint;               ///< the last one; it is not logged twice in a row
     std::atomic<std::uint64_t> frames = 0;
     std::atomic<std::uint64_t> lost = 0;
 };

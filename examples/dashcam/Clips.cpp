@@ -1,23 +1,9 @@
 #include "examples/dashcam/Clips.h"
 
-#include <exception>
-#include <map>
-
-#include "Tolvex/Crypto/Crypto.h"
-#include "Tolvex/Json/Standard.h"
-#include "Tolvex/Log/LogLine.h"
-#include "Tolvex/Util/UtilString.h"
-
 #include "PageTemplate.h"  // made of page.html by CMake
-#include "examples/dashcam/Container.h"
-#include "examples/dashcam/SideFile.h"
+#include "examples/dashcam/ClipFiles.h"
 
 namespace Dashcam {
-
-using Tolvex::LogModule;
-using Tolvex::Ilog::LogLine;
-using Tolvex::Ilog::LogType;
-
 namespace {
 
 constexpr int mostInWork = 8;  ///< events; a disk that hangs must not fill the memory with clips
@@ -81,7 +67,8 @@ void Clips::FireSignal(void* data)
         << (clip == nullptr ? ", prolongs the open clip" : "");
     try {
         if (clip != nullptr) {
-            Finish(*clip);
+            recorder.AwaitEnd(*clip);
+            Write(*clip);
         }
     } catch (const std::exception& problem) {
         Report(&Count::lost, std::string("clip lost: ") + problem.what());
@@ -98,29 +85,21 @@ void Clips::FireSignal(void* data)
     }
 }
 
-void Clips::Finish(Clip& clip)
-{
-    recorder.AwaitEnd(clip);
-    if (clip.frames.empty()) {
-        Report(&Count::lost, "clip lost: there was no picture");
-        return;
-    }
-    Write(clip);
-    WritePage();
-}
-
 void Clips::Write(const Clip& clip)
 {
+    if (clip.frames.empty()) {
+        throw Tolvex::IException("there was no picture");
+    }
     std::map<std::string, std::string> files;
     files["mp4"] = MakeMp4(clip.frames);
     files["jpg"] = MakeJpeg(*clip.frames.front());
     const auto samples =
         accelerometer.Between(clip.frames.front()->Time(), clip.frames.back()->Time());
 
+    const std::lock_guard<std::mutex> lock(diskMutex);
     const std::string name = folder.Reserve(clip.events.front().wallTime);
     try {
-        files["json"] =
-            Tolvex::Json::SerializeStandard(DescribeClip(name, clip, samples, settings)) + '\n';
+        files["json"] = MakeSideFile(name, clip, samples, settings);
         files["sig"] = Tolvex::Crypto::HMAC_SHA1(files["mp4"] + files["json"], settings.key) + '\n';
         folder.Save(name, files);
     } catch (const std::exception&) {
@@ -128,14 +107,14 @@ void Clips::Write(const Clip& clip)
         throw;
     }
     Report(&Count::written, name + ".mp4");
+    WritePage();
 }
 
 /// The page is a script, which shows the side files of all events. They are in the page itself.
 void Clips::WritePage()
 {
-    const std::lock_guard<std::mutex> lock(pageMutex);
     std::string sides;
-    for (const std::string& name : folder.Events()) {
+    for (const auto& [time, number, name] : folder.Events()) {
         // No text in a side file can end the element.
         sides += "<script type=\"application/json\" data-name=\"" + name + "\">" +
                  Tolvex::Util::Replace(folder.Read(name + ".json"), "<", "\\u003c") + "</script>\n";
@@ -154,6 +133,7 @@ void Clips::RunIgnitionOff()
         std::unique_lock<std::mutex> lock(mutex);
         settled.wait(lock, [this] { return inWork == 0; });
     }
+    const std::lock_guard<std::mutex> lock(diskMutex);
     WritePage();  // also without an event; the watch may have removed some
 }
 

@@ -2,15 +2,7 @@
 
 #include <condition_variable>
 #include <deque>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <utility>
-
-#include "Tolvex/Interfaces/ISemaphore.h"
-#include "Tolvex/Interfaces/ISignal.h"
-#include "Tolvex/Interfaces/IThread.h"
-#include "Tolvex/Interfaces/IgnitionOffMode.h"
 
 #include "examples/dashcam/Accelerometer.h"
 #include "examples/dashcam/Folder.h"
@@ -63,7 +55,6 @@ private:
     /// An event, and the clip that it has begun; null when it has prolonged the open one.
     using Work = std::pair<Event, std::shared_ptr<Clip>>;
 
-    void Finish(Clip& clip);
     void Write(const Clip& clip);
     void WritePage();
     void Report(int Count::*counter, const std::string& text);
@@ -72,15 +63,15 @@ private:
     Recorder& recorder;
     const Accelerometer& accelerometer;
     Folder& folder;
+    std::mutex diskMutex;  ///< one clip, with its page, is written at a time
 
     Tolvex::Interfaces::ISemaphore pending{0};  ///< events in the queue
-    mutable std::mutex mutex;                   ///< guards all below
-    std::condition_variable settled;            ///< inWork has become 0
+    mutable std::mutex mutex;         ///< guards all below; may be taken while diskMutex is held
+    std::condition_variable settled;  ///< inWork has become 0
     std::deque<Work> queue;
     int inWork = 0;   ///< events that are neither a clip nor lost yet
     int refused = 0;  ///< events that were lost and are not in the log yet
     Count count;
-    std::mutex pageMutex;  ///< one page is written at a time; not taken together with the other
 };
 
 }  // namespace Dashcam

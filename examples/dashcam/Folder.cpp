@@ -7,32 +7,22 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <sstream>
 #include <sys/stat.h>
 #include <system_error>
-#include <tuple>
 #include <unistd.h>
-#include <utility>
-
-#include "Tolvex/Exception/IException.h"
-#include "Tolvex/Log/LogLine.h"
-#include "Tolvex/Util/EventFile.h"
 
 namespace Dashcam {
 
 namespace fs = std::filesystem;
-using Tolvex::LogModule;
-using Tolvex::Ilog::LogLine;
-using Tolvex::Ilog::LogType;
+using namespace std::chrono_literals;
 using Tolvex::Util::EventFileName;
 
 namespace {
 
 constexpr const char* prefix = "EVENT_FRONT_";
-// The clip is removed first and written last: without it the others are leftovers.
-constexpr const char* extensions[] = {"mp4", "sig", "json", "jpg"};
-constexpr std::uintmax_t megabyte = 1000000;
+// The clip is written last and removed first: without it the others are leftovers.
+constexpr const char* extensions[] = {"jpg", "json", "sig", "mp4"};
 
 /// @return the files of a directory; none when it is away.
 std::vector<fs::path> FilesIn(const std::string& path)
@@ -45,6 +35,13 @@ std::vector<fs::path> FilesIn(const std::string& path)
     return files;
 }
 
+/// @return whether it is a file of an event; then its name has these parts.
+bool IsOfEvent(const fs::path& file, EventFileName& parts)
+{
+    return Tolvex::Util::ReadEventFileName(file.filename(), parts) && parts.prefix == prefix &&
+           std::count(std::begin(extensions), std::end(extensions), parts.extension) != 0;
+}
+
 bool IsMountPoint(const std::string& path)
 {
     struct stat inside = {};
@@ -55,8 +52,8 @@ bool IsMountPoint(const std::string& path)
 
 }  // namespace
 
-Folder::Folder(std::string where, const Settings& wishes)
-    : path(std::move(where)), settings(wishes), isMountPoint(IsMountPoint(path))
+Folder::Folder(const std::string& where, const Settings& wishes)
+    : path(where), settings(wishes), isMountPoint(IsMountPoint(path))
 {
 }
 
@@ -73,11 +70,8 @@ void Folder::ClearLeftovers()
     std::error_code ignored;
     for (const fs::path& file : FilesIn(path)) {
         EventFileName parts;
-        const bool isOfEvent =
-            Tolvex::Util::ReadEventFileName(file.filename(), parts) && parts.prefix == prefix &&
-            std::count(std::begin(extensions), std::end(extensions), parts.extension) != 0;
-        if (file.extension() == ".part" ||
-            (isOfEvent && !fs::exists(fs::path(file).replace_extension("mp4"), ignored))) {
+        const fs::path clip = fs::path(file).replace_extension("mp4");
+        if (file.extension() == ".part" || (IsOfEvent(file, parts) && !fs::exists(clip, ignored))) {
             LogLine(LogType::Notice, LogModule::Event) << "removed " << file.filename().string()
                                                        << ", which the last drive left unfinished";
             fs::remove(file, ignored);
@@ -93,15 +87,13 @@ std::string Folder::Reserve(std::time_t time)
 
 void Folder::Save(const std::string& name, const std::map<std::string, std::string>& files)
 {
-    const std::lock_guard<std::mutex> lock(mutex);
     std::uintmax_t bytes = 0;
     for (const auto& [extension, content] : files) {
         bytes += content.size();
     }
     MakeRoom(bytes);
-    for (auto extension = std::rbegin(extensions); extension != std::rend(extensions);
-         ++extension) {
-        Write(name + '.' + *extension, files.at(*extension));
+    for (const char* extension : extensions) {
+        Write(name + '.' + extension, files.at(extension));
     }
     const int directory = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     fsync(directory);  // the new names
@@ -111,6 +103,7 @@ void Folder::Save(const std::string& name, const std::map<std::string, std::stri
 void Folder::Remove(const std::string& name)
 {
     std::error_code ignored;
+    fs::remove(Path(name + ".mp4"), ignored);
     for (const char* extension : extensions) {
         fs::remove(Path(name + '.' + extension), ignored);
     }
@@ -138,45 +131,60 @@ std::string Folder::Read(const std::string& fileName) const
     return content.str();
 }
 
-std::vector<std::string> Folder::Events() const
+std::set<std::tuple<std::time_t, std::uint32_t, std::string>> Folder::Events() const
 {
-    std::vector<std::tuple<std::time_t, std::uint32_t, std::string>> found;
+    std::set<std::tuple<std::time_t, std::uint32_t, std::string>> events;
     for (const fs::path& file : FilesIn(path)) {
         EventFileName parts;
-        if (Tolvex::Util::ReadEventFileName(file.filename(), parts) && parts.prefix == prefix &&
-            parts.extension == "mp4") {
-            found.emplace_back(parts.time, parts.number, file.stem().string());
+        if (IsOfEvent(file, parts) && parts.extension == "mp4") {
+            events.emplace(parts.time, parts.number, file.stem().string());
         }
     }
-    std::sort(found.rbegin(), found.rend());
-    std::vector<std::string> names;
-    names.reserve(found.size());
-    for (const auto& event : found) {
-        names.push_back(std::get<std::string>(event));
+    return events;
+}
+
+/// @return whether folder or disk would pass their limits with so many more bytes.
+bool Folder::IsTight(std::uintmax_t bytes) const
+{
+    constexpr std::uintmax_t megabyte = 1000000;
+    const std::uintmax_t limit = static_cast<unsigned>(settings.folderMegabytes) * megabyte;
+    const std::uintmax_t floor = static_cast<unsigned>(settings.diskFloorMegabytes) * megabyte;
+    std::error_code problem;
+    std::uintmax_t sum = bytes;
+    for (const fs::path& file : FilesIn(path)) {
+        const std::uintmax_t size = fs::file_size(file, problem);
+        sum += problem ? 0 : size;
     }
-    return names;
+    const fs::space_info disk = fs::space(path, problem);
+    return sum > limit || (!problem && disk.available < floor + bytes);
 }
 
 void Folder::MakeRoom(std::uintmax_t bytes)
 {
-    const std::uintmax_t limit = static_cast<unsigned>(settings.folderMegabytes) * megabyte;
-    const std::uintmax_t floor = static_cast<unsigned>(settings.diskFloorMegabytes) * megabyte;
-    const auto isTight = [&] {
-        std::error_code problem;
-        std::uintmax_t sum = bytes;
-        for (const fs::path& file : FilesIn(path)) {
-            const std::uintmax_t size = fs::file_size(file, problem);
-            sum += problem ? 0 : size;
+    for (const auto& [time, number, name] : Events()) {
+        if (!IsTight(bytes)) {
+            return;
         }
-        const fs::space_info disk = fs::space(path, problem);
-        return sum > limit || (!problem && disk.available < floor + bytes);
-    };
-    std::vector<std::string> events = Events();
-    for (; !events.empty() && isTight(); events.pop_back()) {
-        LogLine(LogType::Notice, LogModule::Event)
-            << "removed " << events.back() << " to make room";
-        Remove(events.back());
+        LogLine(LogType::Notice, LogModule::Event) << "removed " << name << " to make room";
+        Remove(name);
     }
+}
+
+void Watch::Run()
+{
+    std::string names;
+    for (const auto& worker : Tolvex::Interfaces::ListWorkers()) {
+        if (worker.worker != this && worker.runningPass > 3s) {
+            names += ' ' + worker.name;
+        }
+    }
+    if (names != hanging) {
+        LogLine(LogType::Warning, LogModule::Event)
+            << (names.empty() ? "no worker hangs any more" : "these workers hang:" + names);
+        hanging = names;
+    }
+    folder.MakeRoom(0);
+    ThreadSleep(1000ms, 50ms);
 }
 
 }  // namespace Dashcam

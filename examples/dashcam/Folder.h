@@ -1,13 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <ctime>
 #include <map>
-#include <mutex>
-#include <string>
-#include <vector>
+#include <set>
+#include <tuple>
 
-#include "examples/dashcam/Settings.h"
+#include "examples/dashcam/Types.h"
 
 namespace Dashcam {
 
@@ -19,13 +17,14 @@ namespace Dashcam {
 /// @par Errors
 /// Reserve(), Save() and Write() throw Tolvex::IException with the reason.
 /// @par Thread safety
-/// Thread-safe. Each operation blocks as long as the disk does.
+/// Thread-safe, except that the caller saves one event at a time. Each operation blocks as long as
+/// the disk does.
 class Folder
 {
 public:
     /// @param where   Its path. While it does not exist, nothing can be written.
     /// @param wishes  Must outlive the object.
-    Folder(std::string where, const Settings& wishes);
+    Folder(const std::string& where, const Settings& wishes);
 
     /// Removes what an earlier drive has left unfinished.
     void ClearLeftovers();
@@ -45,8 +44,9 @@ public:
     /// @return the content of a file; empty when it cannot be read.
     std::string Read(const std::string& fileName) const;
 
-    /// @return the names of all events without extension, the newest first.
-    std::vector<std::string> Events() const;
+    /// @return time, number in its second, and name without extension of all events, the oldest
+    /// first.
+    std::set<std::tuple<std::time_t, std::uint32_t, std::string>> Events() const;
     /// Removes the oldest events until folder and disk are within their limits.
     /// @param bytes  That are to be written.
     void MakeRoom(std::uintmax_t bytes);
@@ -55,11 +55,31 @@ public:
 
 private:
     void RequireDisk() const;
+    bool IsTight(std::uintmax_t bytes) const;
 
     const std::string path;
     const Settings& settings;
     const bool isMountPoint;  ///< it was one at the start
-    std::mutex mutex;         ///< one event is written at a time
+};
+
+/// The worker that looks after the folder and after all other workers, once a second.
+/// @par Thread safety
+/// Controlling thread.
+class Watch : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
+{
+public:
+    /// @param clips  Must outlive the worker.
+    explicit Watch(Folder& clips) : folder(clips) { SetThreadName("Watch"); }
+
+    /// Looks no more.
+    void RunIgnitionOff() override { Stop(); }
+
+protected:
+    void Run() override;
+
+private:
+    Folder& folder;
+    std::string hanging;  ///< the workers that the log has named already
 };
 
 }  // namespace Dashcam

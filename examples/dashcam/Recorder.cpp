@@ -1,7 +1,6 @@
 #include "examples/dashcam/Recorder.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace Dashcam {
 namespace {
@@ -78,10 +77,9 @@ std::shared_ptr<Clip> Recorder::Begin(const Event& event)
 void Recorder::AwaitEnd(Clip& clip)
 {
     std::unique_lock<std::mutex> lock(mutex);
-    while (!clip.complete) {
-        completed.wait_until(lock, clip.until + lateFrames);
-        if (!clip.complete && Clock::now() >= clip.until + lateFrames) {
-            Complete();  // the open clip is this one
+    while (!completed.wait_until(lock, clip.until + lateFrames, [&] { return clip.complete; })) {
+        if (Clock::now() >= clip.until + lateFrames) {  // not prolonged in the meantime
+            Complete();                                 // the open clip is this one
         }
     }
 }

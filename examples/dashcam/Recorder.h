@@ -1,37 +1,11 @@
 #pragma once
 
 #include <condition_variable>
-#include <ctime>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <vector>
 
-#include "Tolvex/Pipeline/IPipelineElement.h"
-
-#include "examples/dashcam/Frame.h"
-#include "examples/dashcam/Settings.h"
+#include "examples/dashcam/Types.h"
 
 namespace Dashcam {
-
-/// Something that is worth a clip.
-struct Event
-{
-    std::string cause;     ///< "acceleration" or "button"
-    Moment time;           ///< by the clock that is never set
-    std::time_t wallTime;  ///< by the clock that people read; may be wrong
-    double bootSeconds;    ///< since the system was started, sleep included
-    double force = 0.0;    ///< g beside gravity; 0: not known
-};
-
-/// The frames around one event, or around several that follow each other closely.
-struct Clip
-{
-    std::vector<Event> events;                   ///< the first one has begun the clip
-    std::vector<std::shared_ptr<Frame>> frames;  ///< the first one is a key frame
-    Moment until;                                ///< the first frame at or after it ends the clip
-    bool complete = false;                       ///< no frame follows
-};
 
 /// Keeps the last seconds in its ring, and collects the frames of the clip that is open.
 /// @par Thread safety

@@ -10,7 +10,7 @@ import unittest
 from dashcam import (Drive, TooSlow, check_whole, clips, eventually, main, repeated_when_too_slow,
                      scratch)
 
-budgets = 14.0  # seconds; the sum of those in Drive.cpp
+budgets = 14.0  # seconds; the sum of those in main.cpp
 capture_budget = 2.0
 summary_budget = 2.0
 

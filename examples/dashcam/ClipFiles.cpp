@@ -1,0 +1,229 @@
+#include "examples/dashcam/ClipFiles.h"
+
+#include <algorithm>
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace Dashcam {
+namespace {
+
+namespace Json = Tolvex::Json;
+
+struct FreeMuxer
+{
+    void operator()(AVFormatContext* muxer) const
+    {
+        std::uint8_t* bytes = nullptr;
+        avio_close_dyn_buf(muxer->pb, &bytes);
+        av_free(bytes);
+        avformat_free_context(muxer);
+    }
+};
+
+AvPicture Decode(const Frame& key)
+{
+    const AVCodec* const codec = avcodec_find_decoder(key.Parameters().codec_id);
+    const AvCodecOwner decoder(avcodec_alloc_context3(codec));
+    decoder->thread_count = 1;
+    Check(avcodec_parameters_to_context(decoder.get(), &key.Parameters()), "still");
+    Check(avcodec_open2(decoder.get(), codec, nullptr), "still");
+    Check(avcodec_send_packet(decoder.get(), &key.Packet()), "still");
+    Check(avcodec_send_packet(decoder.get(), nullptr), "still");  // no more: the picture comes now
+    AvPicture picture(av_frame_alloc());
+    Check(avcodec_receive_frame(decoder.get(), picture.get()), "still");
+    return picture;
+}
+
+/// @return seconds from one moment to another.
+double SecondsBetween(Moment from, Moment to)
+{
+    return std::chrono::duration<double>(to - from).count();
+}
+
+/// To the thousandth, which is what the sensors give.
+double Rounded(double value)
+{
+    return std::round(value * 1000.0) / 1000.0;
+}
+
+/// A shock has only begun at its event: its force is the largest one of the second that follows.
+Json::Array DescribeEvents(const Clip& clip, const std::vector<Sample>& samples)
+{
+    Json::Array events;
+    for (const Event& event : clip.events) {
+        double force = event.force;
+        for (const Sample& sample : samples) {
+            const double second = SecondsBetween(event.time, sample.time);
+            if (event.force > 0.0 && second >= 0.0 && second <= 1.0) {
+                force = std::max(force, sample.Force());
+            }
+        }
+        Json::Object entry;
+        entry["cause"] = event.cause;
+        entry["second"] = Rounded(SecondsBetween(clip.frames.front()->Time(), event.time));
+        entry["force"] = Rounded(force);
+        events.push_back(std::move(entry));
+    }
+    return events;
+}
+
+Json::Object DescribeFrames(const Clip& clip)
+{
+    Json::Array gaps;
+    auto last = static_cast<int>(clip.frames.front()->GetFrameId()) - 1;
+    for (const std::shared_ptr<Frame>& frame : clip.frames) {
+        const auto id = static_cast<int>(frame->GetFrameId());
+        if (id != last + 1) {
+            Json::Object gap;
+            gap["after"] = last;
+            gap["missing"] = id - last - 1;
+            gaps.push_back(std::move(gap));
+        }
+        last = id;
+    }
+    Json::Object frames;
+    frames["first"] = static_cast<int>(clip.frames.front()->GetFrameId());
+    frames["last"] = last;
+    frames["count"] = static_cast<int>(clip.frames.size());
+    frames["gaps"] = std::move(gaps);
+    return frames;
+}
+
+/// The largest acceleration of each axis in either direction; null without samples.
+Json::Object DescribePeaks(const std::vector<Sample>& samples)
+{
+    Json::Object peaks;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        double peak = 0.0;
+        for (const Sample& sample : samples) {
+            peak = std::abs(sample.axes[axis]) > std::abs(peak) ? sample.axes[axis] : peak;
+        }
+        peaks[std::string(1, "xyz"[axis])] =
+            samples.empty() ? Json::Value() : Json::Value(Rounded(peak));
+    }
+    return peaks;
+}
+
+/// Rows of the seconds since the event, and the three axes in g.
+Json::Array DescribeSamples(const Event& event, const std::vector<Sample>& samples)
+{
+    Json::Array rows;
+    for (const Sample& sample : samples) {
+        Json::Array row;
+        row.push_back(Rounded(SecondsBetween(event.time, sample.time)));
+        for (const double axis : sample.axes) {
+            row.push_back(Rounded(axis));
+        }
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+/// @return "day" or "night" at the place of the settings.
+const char* LightAt(std::time_t time, const Settings& settings)
+{
+    const Tolvex::Util::SunCalculator sun;
+    const auto [rise, set] = sun.GetTimes(time, settings.latitude, settings.longitude);
+    bool day = time >= rise && time < set;
+    if (rise == 0 && set == 0) {
+        // The sun neither rises nor sets: it is up where the pole leans towards it.
+        const double anomaly = sun.SolarMeanAnomaly(sun.ToDays(time));
+        day = sun.Declination(sun.EclipticLongitude(anomaly), 0.0) * settings.latitude > 0.0;
+    }
+    return day ? "day" : "night";
+}
+
+}  // namespace
+
+std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames)
+{
+    AVFormatContext* made = nullptr;
+    Check(avformat_alloc_output_context2(&made, nullptr, "mp4", nullptr), "mp4");
+    const std::unique_ptr<AVFormatContext, FreeMuxer> muxer(made);
+    Check(avio_open_dyn_buf(&made->pb), "mp4");
+
+    AVStream* const stream = avformat_new_stream(made, nullptr);
+    Check(stream != nullptr ? 0 : AVERROR(ENOMEM), "mp4");
+    Check(avcodec_parameters_copy(stream->codecpar, &frames.front()->Parameters()), "mp4");
+    stream->time_base = {1, 1000000};
+    Check(avformat_write_header(made, nullptr), "mp4");
+    std::int64_t microseconds = -1;
+    for (const std::shared_ptr<Frame>& frame : frames) {
+        const AvPacketOwner packet(av_packet_clone(&frame->Packet()));
+        Check(packet != nullptr ? 0 : AVERROR(ENOMEM), "mp4");
+        const auto time = frame->Time() - frames.front()->Time();
+        microseconds =
+            std::max<std::int64_t>(microseconds + 1, time / std::chrono::microseconds(1));
+        packet->pts = packet->dts = microseconds;
+        // The next frame says how long this one is shown. The last one ends the clip.
+        packet->duration = 1;
+        Check(av_write_frame(made, packet.get()), "mp4");
+    }
+    Check(av_write_trailer(made), "mp4");
+
+    std::uint8_t* bytes = nullptr;
+    const int count = avio_get_dyn_buf(made->pb, &bytes);
+    return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count)};
+}
+
+std::string MakeJpeg(const Frame& key)
+{
+    const AvPicture picture = Decode(key);
+    const AVCodec* const codec = avcodec_find_encoder(AV_CODEC_ID_MJPEG);
+    const AvCodecOwner encoder(avcodec_alloc_context3(codec));
+    encoder->width = picture->width;
+    encoder->height = picture->height;
+    encoder->pix_fmt = AV_PIX_FMT_YUV420P;
+    encoder->color_range = AVCOL_RANGE_MPEG;
+    encoder->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;  // for the range of the video
+    encoder->time_base = {1, 1};
+    encoder->thread_count = 1;
+    encoder->qmax = 4;  // good quality
+    Check(avcodec_open2(encoder.get(), codec, nullptr), "still");
+
+    picture->pict_type = AV_PICTURE_TYPE_I;
+    const AvPacketOwner packet(av_packet_alloc());
+    Check(avcodec_send_frame(encoder.get(), picture.get()), "still");
+    Check(avcodec_receive_packet(encoder.get(), packet.get()), "still");
+    return {reinterpret_cast<const char*>(packet->data), static_cast<std::size_t>(packet->size)};
+}
+
+bool IsPlausible(std::time_t time)
+{
+    constexpr std::time_t startOf2025 = 1735689600;
+    return time >= startOf2025;
+}
+
+std::string MakeSideFile(const std::string& name, const Clip& clip,
+                         const std::vector<Sample>& samples, const Settings& settings)
+{
+    const Event& event = clip.events.front();
+    const double seconds = SecondsBetween(clip.frames.front()->Time(), clip.frames.back()->Time());
+    auto* const monitor = Tolvex::Util::TemperatureMonitor::GetInstance();
+    std::string lines;
+    for (const std::string& line : Tolvex::Ilog::Logger::GetInstance()->GetLastLines()) {
+        lines += line + '\n';
+    }
+
+    Json::Object side;
+    side["identifier"] = Tolvex::Util::NewUid();
+    side["clip"] = name + ".mp4";
+    side["events"] = DescribeEvents(clip, samples);
+    side["localTime"] = Tolvex::Util::DateISO(event.wallTime);
+    side["unixTime"] = static_cast<double>(event.wallTime);
+    side["bootSeconds"] = Rounded(event.bootSeconds);
+    side["clockPlausible"] = IsPlausible(event.wallTime);
+    side["light"] = LightAt(event.wallTime, settings);
+    side["temperature"] =
+        monitor->GetTemperatureAvailable() ? Json::Value(monitor->GetTemperature()) : Json::Value();
+    side["seconds"] = Rounded(seconds);
+    side["frames"] = DescribeFrames(clip);
+    side["peak"] = DescribePeaks(samples);
+    side["acceleration"] = DescribeSamples(event, samples);
+    side["log"] = lines;
+    return Json::SerializeStandard(side) + '\n';
+}
+
+}  // namespace Dashcam
