@@ -1,10 +1,12 @@
 #pragma once
 
 #include <chrono>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Tolvex/Interfaces/IgnitionOffMode.h"
@@ -143,20 +145,34 @@ public:
     /// @param type  Severity of the line.
     void WriteHeader(LogType type)
     {
-        if (LoggerCore::AnyEnabled()) {
+        if (AnyEnabled()) {
             BeginLines(type);
         }
     }
 
-    /// Appends a value as a stream does, without a copy of a text; for a module "[#", its text, and
-    /// "]".
-    /// @tparam T     See LogValue.
+    /// Appends "[#", the text of the module, and "]".
+    /// @param module  Where the line comes from.
+    /// @return this logger.
+    Logger& operator<<(LogModule module) { return AnyEnabled() ? Append(module) : *this; }
+
+    /// Appends a value as a stream does.
+    /// @tparam T     One of the types of LogValue.
     /// @param value  After a null pointer, the values that follow are missing in the line.
     /// @return this logger.
     template <LogValue T>
+    Logger& operator<<(T value)
+    {
+        return AnyEnabled() ? Append(value) : *this;
+    }
+
+    /// Appends a text, without a copy of it.
+    /// @tparam T     std::string.
+    /// @param value  Any bytes.
+    /// @return this logger.
+    template <std::same_as<std::string> T>
     Logger& operator<<(const T& value)
     {
-        return LoggerCore::AnyEnabled() ? Append(value) : *this;
+        return AnyEnabled() ? Append(std::string_view(value)) : *this;
     }
 
     /// Applies a manipulator to each enabled logger; std::endl ends the line. Does not wait for the
@@ -165,7 +181,7 @@ public:
     /// @return this logger.
     Logger& operator<<(LogManipulator manipulator)
     {
-        return LoggerCore::AnyEnabled() ? Append(manipulator) : *this;
+        return AnyEnabled() ? Append(manipulator) : *this;
     }
 
     /// Drops the lines that the calling thread has left open, if there are any.
@@ -210,11 +226,18 @@ private:
         }
     }
 
+    /// @return whether an output may be enabled: true while one is. While none is, a line costs
+    /// this call only.
+    static bool AnyEnabled() { return Base::LoadShared(anyEnabled); }
+
+    bool Enable(LoggerCore& core, const std::string* output);
+    void UpdateAnyEnabled(int change = 0);
     void BeginLines(LogType type);
     Logger& Append(const LogArgument& argument);
 
     static Logger* instance;      ///< shared: set once
     static LoggerCore* blackBox;  ///< shared: set by the first EnableBlackBox(), never deleted
+    static bool anyEnabled;       ///< shared: see AnyEnabled()
 
     LoggerBase<FileLogPolicy>* fileLogger;        ///< owned
     LoggerBase<ConsoleLogPolicy>* consoleLogger;  ///< owned

@@ -3,7 +3,6 @@
 #include <concepts>
 #include <string>
 #include <string_view>
-#include <type_traits>
 
 #include "Tolvex/Log/LogPolicy.h"
 #include "Tolvex/Log/LogType.h"
@@ -13,12 +12,10 @@
 
 namespace Tolvex::Ilog {
 
-/// What can be streamed into a logger: one of these types, or an array of characters. LogLine takes
-/// everything else.
-template <typename T, typename Decayed = std::decay_t<T>>
-concept LogValue = std::same_as<Decayed, LogModule> || std::same_as<Decayed, const char*> ||
-    std::same_as<Decayed, char*> || std::same_as<Decayed, int> || std::same_as<Decayed, double> ||
-    std::same_as<Decayed, std::string> || std::same_as<Decayed, std::string_view>;
+/// The types of values that can be streamed into a logger. LogLine takes everything else.
+template <typename T>
+concept LogValue = std::same_as<T, const char*> || std::same_as<T, char*> || std::same_as<T, int> ||
+    std::same_as<T, double> || std::same_as<T, std::string_view>;
 
 /// Composes log lines and has a thread of its own write them through a policy.
 ///
@@ -107,18 +104,36 @@ public:
         }
     }
 
-    /// Inserts a value as a stream does, without a copy of a text; for a module "[#", its text, and
-    /// "]".
-    /// @tparam T     See LogValue.
+    /// Inserts "[#", the text of the module, and "]".
+    /// @param module  Where the line comes from.
+    /// @return this logger.
+    LoggerBase& operator<<(LogModule module)
+    {
+        core.Append(module);
+        return *this;
+    }
+
+    /// Inserts a value as a stream does.
+    /// @tparam T     One of the types of LogValue.
     /// @param value  After a null pointer, the values that follow are missing in the line.
     /// @return this logger.
     template <LogValue T>
-    LoggerBase& operator<<(const T& value)
+    LoggerBase& operator<<(T value)
     {
         if (IsEnabled()) {
             core.Append(value);
         }
         return *this;
+    }
+
+    /// Inserts a text.
+    /// @tparam T     std::string.
+    /// @param value  Any bytes.
+    /// @return this logger.
+    template <std::same_as<std::string> T>
+    LoggerBase& operator<<(const T& value)
+    {
+        return *this << std::string_view(value);
     }
 
     /// Applies the manipulator. std::endl, or another one that leaves a newline at the end of the

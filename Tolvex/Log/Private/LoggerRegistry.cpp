@@ -8,6 +8,7 @@
 
 #include "Tolvex/Base/Private/ForkMutex.h"
 #include "Tolvex/Base/Private/Sleep.h"
+#include "Tolvex/Base/Private/TimeZone.h"
 #include "Tolvex/Log/Private/BlackBox.h"
 #include "Tolvex/Log/Private/LoggerState.h"
 #include "Tolvex/Log/Private/Writer.h"
@@ -113,9 +114,11 @@ void DrainAtExit()
 void PrepareProcess()
 {
     keyCreated = pthread_key_create(&threadEndKey, DropLinesOfThread) == 0;
-    // Its fork handlers have to be registered before these: handlers run in reverse order, and the
-    // lock of the texts is taken while a line is composed.
+    // These two register fork handlers for locks that are taken while a line is composed. Before
+    // the first line: a fork that had begun before the registration would not wait for the lock.
+    // Before the handlers below: handlers run in reverse order.
     Util::EnumString<LogModule>::GetMap();
+    static_cast<void>(Base::LockAgainstForks());
     pthread_atfork(
         LockBeforeFork, [] { UnlockAfterFork(false); }, [] { UnlockAfterFork(true); });
     std::atexit(DrainAtExit);
