@@ -34,9 +34,9 @@ struct WorkerRefusals;
 /// the parent; the destructor does not wait there. It may start a worker whose thread had been
 /// stopped, cancelled or aborted.
 /// @par Errors
-/// No error is reported. If the thread cannot be created, only IsRunning() shows it. The start, the
-/// end and the abort of the thread are logged (module Ithread); a line that cannot be written is
-/// lost.
+/// No other error than a lack of memory is reported. If the thread cannot be created, only
+/// IsRunning() shows it. The start, the end and the abort of the thread are logged (module
+/// Ithread); a line that cannot be written is lost.
 /// @par Thread safety
 /// Controlling thread. IsRunning(), WaitUntilFinished(), AddCallback() and RemoveCallback() may be
 /// called from any thread. Several threads may start, stop, cancel and abort one object at the same
@@ -89,6 +89,7 @@ public:
     /// The old thread ends its pass and does not call Run() again.
     /// @note A failure to create the thread is not reported, and the start is logged all the same.
     /// IsRunning() is then false, WaitUntilFinished() true, and Start() may be called again.
+    /// @throws std::bad_alloc without memory; no thread was started then.
     void Start();
 
     /// Stops the thread, waits for its end, and calls DoCallbackStop().

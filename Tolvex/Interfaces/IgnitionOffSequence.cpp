@@ -26,7 +26,7 @@ constexpr milliseconds recordAllowance(40);  // beyond the budgets, for log and 
 constexpr milliseconds stopLimit(2000);      // for the record that the destructor writes
 
 /// @param failed  Begins the line of the log that tells what the work has thrown. Nothing else
-/// would catch an exception on the thread of the call.
+/// would report an exception on the thread of the call.
 BoundedThread::Call MakeCall(const std::function<void()>& work, const std::string& failed = "")
 {
     return std::make_shared<const std::function<void()>>([work, failed] {

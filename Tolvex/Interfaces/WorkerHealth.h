@@ -26,7 +26,7 @@ enum class WorkerState : std::int32_t
 /// How one worker is doing at one moment. The numbers are those of its last Start().
 ///
 /// Lengths of passes are measured with a clock that moves in ticks, mostly of 4 ms (clock_getres()
-/// of CLOCK_MONOTONIC_COARSE). A pass that is shorter than a tick shows as 0. The length of a
+/// of CLOCK_MONOTONIC_COARSE). A pass that is shorter than a tick can show as 0. The length of a
 /// longer pass is up to one tick too short. It is exact if the pass before it also took longer than
 /// a tick.
 /// @note A worker that makes more than 1000 passes in a tick reads the clock only after every

@@ -36,6 +36,8 @@ def brightest_corner(clip):
     run = subprocess.run(["ffmpeg", "-v", "error", "-i", clip, "-frames:v", "1", "-vf", "scale=2:2",
                           "-f", "rawvideo", "-pix_fmt", "gray", "-"],
                          capture_output=True, check=True)
+    if len(run.stdout) != 4:
+        raise AssertionError(f"{clip} has no picture")
     return run.stdout.index(max(run.stdout))
 
 

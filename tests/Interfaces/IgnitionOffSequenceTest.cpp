@@ -101,7 +101,8 @@ public:
 
 // ------------------------------------------------------------------------------------- no memory
 
-// The first test of the program: no other has made the log yet, which needs memory.
+// The first test of the program: no other has made the log yet. A line that goes nowhere must not
+// make it, which needs memory.
 TEST(IgnitionOffSequenceTest, ParticipantsAreCalledWithoutMemory)
 {
     const ScratchDirectory directory;

@@ -1,7 +1,6 @@
 #include "Tolvex/Base/Private/BoundedThread.h"
 
 #include <condition_variable>
-#include <exception>
 #include <mutex>
 #include <unistd.h>
 #include <utility>
@@ -62,11 +61,7 @@ void* BoundedThread::Serve(void* argument)
         }
         own.running = std::exchange(own.asked, nullptr);
         lock.unlock();
-        try {
-            (*own.running)();
-        } catch (const std::exception&) {
-            // Dropped: a call that has something to report does so itself.
-        }
+        (*own.running)();
         lock.lock();
         own.running = nullptr;
         own.changed.notify_all();

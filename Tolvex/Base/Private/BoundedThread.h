@@ -11,7 +11,7 @@ namespace Tolvex::Base {
 
 /// A thread that makes one call at a time, for a caller who waits for a limited time only.
 ///
-/// The constructor creates the thread, so that a later call cannot fail for lack of one. The object
+/// Create() starts the thread, so that a later call cannot fail for lack of one. The object
 /// may be destroyed while a call hangs: the call continues on the detached thread.
 /// @par Thread safety
 /// Caller serialises. In a forked child the thread does not exist: Run() makes no call there.
@@ -20,7 +20,7 @@ class BoundedThread
 public:
     using Deadline = std::chrono::steady_clock::time_point;
 
-    /// Shared, because it may outlive its caller. What it throws as std::exception is dropped.
+    /// Shared, because it may outlive its caller. Must not throw.
     using Call = std::shared_ptr<const std::function<void()>>;
 
     enum class Late

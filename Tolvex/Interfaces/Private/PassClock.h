@@ -63,7 +63,8 @@ private:
     // Written by the thread of the run, read by any.
     std::atomic<std::uint64_t> passes{0};
     std::atomic<std::chrono::nanoseconds> stamp{never};  ///< when a pass began, by the exact clock
-    /// If 0, passes may have ended since the stamp: in less than a tick altogether.
+    /// If 0, passes may have ended since the stamp: in less than a tick altogether. If not 0, only
+    /// passes that the mask has skipped may have.
     std::atomic<std::chrono::nanoseconds> lastPass{std::chrono::nanoseconds(0)};
     std::atomic<std::chrono::nanoseconds> longestPass{std::chrono::nanoseconds(0)};
 };

@@ -18,7 +18,7 @@ void ListWorker(const IThread& worker);
 void UnlistWorker(const IThread& worker);
 
 /// Calls visit for all workers, in the order in which they were listed. Meanwhile none of them is
-/// destroyed. A forked child begins with an empty list.
+/// destroyed. visit must not start or destroy a worker. A forked child begins with an empty list.
 void VisitWorkers(const std::function<void(const IThread&)>& visit);
 
 }  // namespace Tolvex::Interfaces
