@@ -439,11 +439,11 @@ def log_hand_over(goals):
         if kind in limits:
             goals.at_most(f"Log: processor time of a line, {what}, by the condition variable's",
                           limits[kind], cost["Tolvex"] / cost["condition variable"],
-                          because=f"the condition variable hands over a ready-made line. With a line "
-                                  f"that it composes first, it takes "
-                                  f"{cost['condition variable, composing'] / cost['Tolvex']:.2f} "
-                                  f"times as long as Tolvex; so does a hand-over through ISemaphore, "
-                                  f"{cost['ISemaphore'] / cost['Tolvex']:.2f} times")
+                          because=f"the condition variable hands over a ready-made line. If it composes "
+                                  f"the line first, it takes "
+                                  f"{cost['condition variable, composing'] / cost['Tolvex']:.2f} × "
+                                  f"the time of Tolvex. A hand-over through ISemaphore alone takes "
+                                  f"{cost['ISemaphore'] / cost['Tolvex']:.2f} ×")
     return ("### Handing a line over\n\nProcessor time of a line, of all threads together, and in "
             "parentheses wall time. Tolvex composes the line too; the others pass a ready-made line "
             "to a second thread, which opens, appends and closes. The last one composes it before, by "

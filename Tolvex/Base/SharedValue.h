@@ -46,6 +46,19 @@ void StoreShared(T& member, std::type_identity_t<T> value)
     std::atomic_ref<T>(member).store(value, std::memory_order_release);
 }
 
+/// Adds to a plain number that other threads read with LoadShared() or change with this function.
+/// @tparam T      An integer, as for LoadShared().
+/// @param member  Is not written in another way.
+/// @param change  Added; may be negative.
+/// @par Thread safety
+/// Thread-safe.
+template <typename T>
+void AddShared(T& member, std::type_identity_t<T> change)
+{
+    static_assert(std::atomic_ref<T>::is_always_lock_free);
+    std::atomic_ref<T>(member).fetch_add(change);
+}
+
 /// Sets a plain pointer that other threads read with LoadShared(), unless it is already set.
 /// @tparam T      The type that it points to.
 /// @param member  Null until it is set.

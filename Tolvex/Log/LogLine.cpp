@@ -27,7 +27,7 @@ LogLine::LogLine(LogType type, std::optional<LogModule> module)
     : lineType(type), lineModule(module), stream(&text)
 {
     std::optional<std::locale> locale;
-    if (LoggerCore::AnyEnabled()) {
+    if (Logger::AnyEnabled()) {
         Logger::GetInstance()->ForEachEnabled(
             [&locale](const LoggerCore& core) { locale = core.Locale(); });
     }

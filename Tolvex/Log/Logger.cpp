@@ -18,8 +18,8 @@ namespace {
 /// The black box, and its logger, which closes it at its end.
 struct BlackBoxLogger : BlackBox, LoggerCore
 {
-    explicit BlackBoxLogger(const LoggerCore& file)
-        : LoggerCore(BlackBox::calls, static_cast<BlackBox*>(this), &file)
+    BlackBoxLogger(int* enabledLoggers, const LoggerCore& file)
+        : LoggerCore(BlackBox::calls, static_cast<BlackBox*>(this), enabledLoggers, &file)
     {
     }
 };
@@ -28,6 +28,7 @@ struct BlackBoxLogger : BlackBox, LoggerCore
 
 Logger* Logger::instance = nullptr;
 LoggerCore* Logger::blackBox = nullptr;
+int Logger::enabledOutputs = 0;
 
 Logger* Logger::Create()
 {
@@ -40,9 +41,10 @@ Logger* Logger::Create()
 
 Logger::Logger()
 {
-    auto file = std::make_unique<LoggerBase<FileLogPolicy>>();
+    std::unique_ptr<LoggerBase<FileLogPolicy>> file(new LoggerBase<FileLogPolicy>(&enabledOutputs));
     file->SetTheadName("LOG_FILE");
-    auto console = std::make_unique<LoggerBase<ConsoleLogPolicy>>();
+    std::unique_ptr<LoggerBase<ConsoleLogPolicy>> console(
+        new LoggerBase<ConsoleLogPolicy>(&enabledOutputs));
     console->SetTheadName("LOG_CONSOLE");
 
     fileLogger = file.release();
@@ -77,7 +79,7 @@ bool Logger::EnableBlackBox(std::size_t lines)
     }
     try {
         if (Base::LoadShared(blackBox) == nullptr) {
-            auto made = std::make_unique<BlackBoxLogger>(fileLogger->core);
+            auto made = std::make_unique<BlackBoxLogger>(&enabledOutputs, fileLogger->core);
             if (Base::SetSharedOnce(blackBox, made.get())) {
                 static_cast<void>(made.release());
             }

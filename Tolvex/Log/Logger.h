@@ -228,16 +228,14 @@ private:
 
     /// @return whether an output may be enabled: true while one is. While none is, a line costs
     /// this call only.
-    static bool AnyEnabled() { return Base::LoadShared(anyEnabled); }
+    static bool AnyEnabled() { return Base::LoadShared(enabledOutputs) != 0; }
 
-    bool Enable(LoggerCore& core, const std::string* output);
-    void UpdateAnyEnabled(int change = 0);
     void BeginLines(LogType type);
     Logger& Append(const LogArgument& argument);
 
     static Logger* instance;      ///< shared: set once
     static LoggerCore* blackBox;  ///< shared: set by the first EnableBlackBox(), never deleted
-    static bool anyEnabled;       ///< shared: see AnyEnabled()
+    static int enabledOutputs;    ///< shared: see AnyEnabled()
 
     LoggerBase<FileLogPolicy>* fileLogger;        ///< owned
     LoggerBase<ConsoleLogPolicy>* consoleLogger;  ///< owned

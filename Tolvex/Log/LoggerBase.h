@@ -169,6 +169,11 @@ public:
 private:
     friend class Logger;  // composes for several loggers at once
 
+    /// @param enabledLoggers  See LoggerCore.
+    explicit LoggerBase(int* enabledLoggers) : core(policyCallsOf<Policy>, &policy, enabledLoggers)
+    {
+    }
+
     Policy policy;
     LoggerCore core;
 };

@@ -214,11 +214,10 @@ void RenewStaleBuffer(LoggerState& state)
 
 }  // namespace
 
-constinit std::atomic<std::uint32_t> LoggerCore::enabledLoggers = 0;
-
-LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy, const LoggerCore* model)
-    : state(std::make_shared<LoggerState>(
-          calls, policy, model == nullptr ? nullptr : model->state.get(), enabledLoggers)),
+LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy, int* enabledLoggers,
+                       const LoggerCore* model)
+    : state(std::make_shared<LoggerState>(calls, policy, enabledLoggers,
+                                          model == nullptr ? nullptr : model->state.get())),
       enabled(state->enabled)
 {
     RegisterLogger(*state);

@@ -3,9 +3,7 @@
 /// examples/LogLines.cpp.
 #pragma once
 
-#include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <locale>
 #include <memory>
 #include <ostream>
@@ -26,7 +24,7 @@ struct LoggerState;
 /// A manipulator such as std::endl.
 using LogManipulator = std::ostream& (*)(std::ostream&);
 
-/// What can be appended to a line: a value of LogValue, or a manipulator.
+/// What can be appended to a line: one of the types of LogValue, a module or a manipulator.
 using LogArgument =
     std::variant<LogModule, const char*, int, double, std::string_view, LogManipulator>;
 
@@ -41,9 +39,12 @@ public:
     /// Makes a disabled logger. Starts no thread.
     /// @param calls   How to call the policy; must outlive this object.
     /// @param policy  Not owned; must outlive this object.
+    /// @param enabledLoggers  Shared: counts this logger from before it accepts lines until it does
+    /// not any more. Must outlive this object and its writers. May be null.
     /// @param model   A logger in which each line is begun first. This one copies the header of the
     /// line from there, and the locale. Not owned; must outlive this object. May be null.
-    LoggerCore(const PolicyCalls& calls, void* policy, const LoggerCore* model = nullptr);
+    LoggerCore(const PolicyCalls& calls, void* policy, int* enabledLoggers = nullptr,
+               const LoggerCore* model = nullptr);
 
     /// Closes the logger; see ~LoggerBase().
     ~LoggerCore();
@@ -55,9 +56,6 @@ public:
     void SetThreadName(const std::string& name);
     /// @return whether lines are accepted.
     bool IsEnabled() const { return Base::LoadShared(enabled); }
-    /// @return whether any logger of the process accepts lines. While none does, a line costs this
-    /// call only.
-    static bool AnyEnabled() { return enabledLoggers.load(std::memory_order_acquire) != 0; }
 
     /// @return the locale that lines are formatted in: the global one when the logger was made.
     std::locale Locale() const;
@@ -94,8 +92,6 @@ public:
                    std::chrono::steady_clock::time_point::max());
 
 private:
-    static std::atomic<std::uint32_t> enabledLoggers;  ///< counted before lines are admitted
-
     std::shared_ptr<LoggerState> state;  ///< shared with the writers
     const bool& enabled;                 ///< shared: lines are accepted; in the state
 };

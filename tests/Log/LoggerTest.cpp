@@ -15,6 +15,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Tolvex/Log/LogLine.h"
+
+#include "tests/Support/CapturingPolicy.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/Pace.h"
@@ -30,8 +33,10 @@ namespace {
 using ::testing::ElementsAre;
 using Tolvex::LogModule;
 using Tolvex::Ilog::Logger;
+using Tolvex::Ilog::LogLine;
 using Tolvex::Ilog::LogType;
 using Tolvex::Interfaces::IgnitionOffMode;
+using Tolvex::Support::CapturingLogger;
 using Tolvex::Support::ChildResult;
 using Tolvex::Support::Eventually;
 using Tolvex::Support::HasThread;
@@ -410,13 +415,50 @@ TEST(LoggerTest, DestroyedLoggerIsClosedAndStaysTheInstance)
         Logger* const logger = Logger::GetInstance();
         EXPECT_TRUE(logger->EnableFile(path));
         WriteLine("last");
+        CapturingLogger other;
+        EXPECT_TRUE(other.Enable());
         logger->~Logger();  // its memory stays, so no new logger gets the same address
         EXPECT_EQ(Logger::GetInstance(), logger);
+        // The library's own lines do not touch it any more, whatever other loggers there are.
+        LogLine(LogType::Info) << "nowhere";
         return 0;
     });
 
     EXPECT_TRUE(child.Succeeded()) << child.output;
     EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("last"));
+}
+
+TEST(LoggerTest, OutputThatWasClosedOftenTakesLinesWhenItIsEnabledAgain)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        for (const char* const line : {"first", "second"}) {
+            EXPECT_TRUE(Log().EnableFile(path));
+            EXPECT_TRUE(Log().EnableFile(path));
+            EXPECT_TRUE(Log().EnableBlackBox(10));
+            Log().CloseBlackBox();
+            Log().CloseBlackBox();
+            WriteLine(line);
+            Log().CloseFile();
+            Log().CloseFile();
+            Log().CloseConsole();
+            EXPECT_FALSE(Log().EnableFile(""));
+            EXPECT_FALSE(Log().EnableBlackBox(0));
+            WriteLine("nowhere");
+        }
+        const ChildResult forked = RunInChild([&path] {
+            EXPECT_TRUE(Log().EnableFile(path));
+            WriteLine("child");
+            Log().CloseFile();
+            return 0;
+        });
+        EXPECT_TRUE(forked.Succeeded()) << forked.output;
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("first", "second", "child"));
 }
 
 TEST(LoggerTest, DestroyedLoggerClosesTheFileBeforeTheConsole)

@@ -35,21 +35,21 @@ struct CurrentWriter
 /// belongs to the logger and does not exist any more then.
 struct LoggerState : std::enable_shared_from_this<LoggerState>
 {
-    LoggerState(const PolicyCalls& policyCalls, void* loggerPolicy, LoggerState* loggerModel,
-                std::atomic<std::uint32_t>& loggersEnabled)
+    LoggerState(const PolicyCalls& policyCalls, void* loggerPolicy, int* loggersEnabled,
+                LoggerState* loggerModel)
         : calls(policyCalls),
           policy(loggerPolicy),
-          model(loggerModel),
           enabledLoggers(loggersEnabled),
+          model(loggerModel),
           locale(loggerModel == nullptr ? std::locale() : loggerModel->locale)
     {
     }
 
     const PolicyCalls& calls;
     void* const policy;
-    LoggerState* const model;                    ///< see LoggerCore; may be null
-    std::atomic<std::uint32_t>& enabledLoggers;  ///< of the process
-    std::stringstream buffer;                    ///< the line; used by the thread that has the line
+    int* const enabledLoggers;               ///< see LoggerCore; may be null
+    LoggerState* const model;                ///< see LoggerCore; may be null
+    std::stringstream buffer;                ///< the line; used by the thread that has the line
     bool formatChanged = true;               ///< the format of buffer may not be that of a new line
     LineLock lock;                           ///< who may use buffer, header and policy
     Interfaces::ISemaphore lineReady{0};     ///< one token per complete line, and one per Close()

@@ -115,8 +115,10 @@ bool Writer::Admit()
     if (logger.calls.keep == nullptr && Base::LoadShared(logger.stopped)) {
         return false;
     }
-    // First: the calls for a line do nothing while no logger is counted.
-    ++logger.enabledLoggers;
+    if (logger.enabledLoggers != nullptr) {
+        // First: the calls for a line do nothing while no logger is counted.
+        Base::AddShared(*logger.enabledLoggers, 1);
+    }
     logger.lock.Admit();
     Base::StoreShared(logger.enabled, true);
     return true;
@@ -159,9 +161,10 @@ void Writer::End(std::uint32_t number)
 
 void Writer::Disable()
 {
-    if (Base::LoadShared(logger.enabled)) {
-        Base::StoreShared(logger.enabled, false);
-        --logger.enabledLoggers;
+    const bool wasEnabled = Base::LoadShared(logger.enabled);
+    Base::StoreShared(logger.enabled, false);
+    if (wasEnabled && logger.enabledLoggers != nullptr) {
+        Base::AddShared(*logger.enabledLoggers, -1);
     }
 }
 
