@@ -1,6 +1,8 @@
-// Shows a watchdog that names the worker that hangs.
+// Shows a watchdog that names the worker that hangs, and workers with a priority and processors of
+// their own.
 #include <chrono>
 #include <iostream>
+#include <sched.h>
 #include <string>
 #include <thread>
 
@@ -29,6 +31,13 @@ int main()
 {
     Tolvex::Interfaces::Stopped<Worker> camera("Camera", 10ms);
     Tolvex::Interfaces::Stopped<Worker> encoder("Encoder", 1h);
+    // The camera may not wait for others. Without the right to this the system refuses it, a
+    // warning is logged, and the worker runs as others do.
+    camera.SetPriority(SCHED_FIFO, 1);
+    cpu_set_t processors;
+    CPU_ZERO(&processors);
+    CPU_SET(0, &processors);
+    encoder.SetCpuAffinity(processors);
     camera.Start();
     encoder.Start();
 
