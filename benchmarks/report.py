@@ -445,9 +445,9 @@ def log_hand_over(goals):
                                   f"the time of Tolvex. A hand-over through ISemaphore alone takes "
                                   f"{cost['ISemaphore'] / cost['Tolvex']:.2f} ×")
     return ("### Handing a line over\n\nProcessor time of a line, of all threads together, and in "
-            "parentheses wall time. Tolvex composes the line too; the others pass a ready-made line "
-            "to a second thread, which opens, appends and closes. The last one composes it before, by "
-            "strftime() and snprintf(). A line waits until the line before has been written. One core: "
+            "parentheses wall time. Tolvex and the last column compose the line, the latter by "
+            "strftime() and snprintf(); the others take a ready-made one. All pass it to a second "
+            "thread, which opens, appends and closes. A line waits until the line before has been written. One core: "
             "the process may use no other.\n\n"
             + table(["", *names], rows))
 

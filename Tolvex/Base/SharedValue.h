@@ -48,7 +48,8 @@ void StoreShared(T& member, std::type_identity_t<T> value)
 
 /// Adds to a plain number that other threads read with LoadShared() or change with this function.
 /// @tparam T      An integer, as for LoadShared().
-/// @param member  Is not written in another way.
+/// @param member  Other threads read it only with LoadShared(), and change it only with this
+/// function.
 /// @param change  Added; may be negative.
 /// @par Thread safety
 /// Thread-safe.

@@ -34,7 +34,7 @@ struct WorkerRefusals;
 /// the parent; the destructor does not wait there. It may start a worker whose thread had been
 /// stopped, cancelled or aborted.
 /// @par Errors
-/// No other error than a lack of memory is reported. If the thread cannot be created, only
+/// Only a lack of memory is reported, by Start(). If the thread cannot be created, only
 /// IsRunning() shows it. The start, the end and the abort of the thread are logged (module
 /// Ithread); a line that cannot be written is lost.
 /// @par Thread safety

@@ -25,8 +25,8 @@ constexpr milliseconds logAllowance(15);     // beyond the budgets, for all log 
 constexpr milliseconds recordAllowance(40);  // beyond the budgets, for log and record together
 constexpr milliseconds stopLimit(2000);      // for the record that the destructor writes
 
-/// @param failed  Begins the line of the log that tells what the work has thrown. Nothing else
-/// would report an exception on the thread of the call.
+/// @return a call that logs what the work throws: nothing else catches it on that thread.
+/// @param failed  Begins that line of the log.
 BoundedThread::Call MakeCall(const std::function<void()>& work, const std::string& failed = "")
 {
     return std::make_shared<const std::function<void()>>([work, failed] {

@@ -21,9 +21,8 @@ namespace Tolvex::Interfaces {
 /// A participant that takes longer than its budget is left behind: its call continues on its own
 /// thread, the sequence calls the next participant, and the log names the late one. A call that has
 /// not even begun within the budget is not made. While the line about one late participant hangs in
-/// the log, the next ones are not logged.
-/// RunIgnitionOff() takes at most the sum of the budgets plus 50 ms, also when every participant,
-/// the log and the disk hang.
+/// the log, the next late ones are not logged. RunIgnitionOff() takes at most the sum of the
+/// budgets plus 50 ms, also when every participant, the log and the disk hang.
 ///
 /// With a record file the next start learns how this drive ended. The constructor reads the record
 /// of the last drive and writes "died". The destructor replaces that by "stopped", RunIgnitionOff()
@@ -35,8 +34,8 @@ namespace Tolvex::Interfaces {
 /// Add() returns false and leaves the reason in the error text (IError). After the constructor
 /// GetErrorText() names the part of its work that failed. "No thread for the log": late
 /// participants are not logged. "No thread for the record": the record keeps saying "died". The
-/// record also keeps saying "died" without memory, and when the disk is too slow or refuses the
-/// write; a refusal is logged.
+/// record also keeps saying "died" when memory is exhausted, and when the disk is too slow or
+/// refuses the write; a refusal is logged.
 /// @par Thread safety
 /// Caller serialises. Participants are called on threads of their own, one after the other; a late
 /// one still runs beside the next. A forked child must not use the object, but may destroy it.

@@ -18,8 +18,8 @@ namespace {
 /// The black box, and its logger, which closes it at its end.
 struct BlackBoxLogger : BlackBox, LoggerCore
 {
-    BlackBoxLogger(int* enabledLoggers, const LoggerCore& file)
-        : LoggerCore(BlackBox::calls, static_cast<BlackBox*>(this), enabledLoggers, &file)
+    BlackBoxLogger(int* enabledCount, const LoggerCore& file)
+        : LoggerCore(BlackBox::calls, static_cast<BlackBox*>(this), enabledCount, &file)
     {
     }
 };

@@ -4,7 +4,6 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -191,8 +190,8 @@ public:
     ///
     /// The notice is the last line of the file. The console and the black box stay enabled. Waits
     /// up to 2.1 s in all: for the lines before, and for the writer. When that is not enough for
-    /// the lines before, the notice is missing. Also waits for another thread's EnableFile() or
-    /// CloseFile().
+    /// the lines before or for the notice itself, the notice is missing. Also waits for another
+    /// thread's EnableFile() or CloseFile().
     ///
     /// Unless the durability is LogDurability::None, the writer syncs the file before it ends: when
     /// the call returns before the 2.1 s are over, all lines in this file are on the medium. A file
@@ -226,8 +225,8 @@ private:
         }
     }
 
-    /// @return whether an output may be enabled: true while one is. While none is, a line costs
-    /// this call only.
+    /// @return true while an output accepts lines, and while one is being enabled or closed.
+    /// Otherwise a line costs this call only.
     static bool AnyEnabled() { return Base::LoadShared(enabledOutputs) != 0; }
 
     void BeginLines(LogType type);
@@ -235,7 +234,7 @@ private:
 
     static Logger* instance;      ///< shared: set once
     static LoggerCore* blackBox;  ///< shared: set by the first EnableBlackBox(), never deleted
-    static int enabledOutputs;    ///< shared: see AnyEnabled()
+    static int enabledOutputs;    ///< shared: how many accept lines
 
     LoggerBase<FileLogPolicy>* fileLogger;        ///< owned
     LoggerBase<ConsoleLogPolicy>* consoleLogger;  ///< owned

@@ -169,10 +169,8 @@ public:
 private:
     friend class Logger;  // composes for several loggers at once
 
-    /// @param enabledLoggers  See LoggerCore.
-    explicit LoggerBase(int* enabledLoggers) : core(policyCallsOf<Policy>, &policy, enabledLoggers)
-    {
-    }
+    /// @param enabledCount  See LoggerCore.
+    explicit LoggerBase(int* enabledCount) : core(policyCallsOf<Policy>, &policy, enabledCount) {}
 
     Policy policy;
     LoggerCore core;

@@ -214,9 +214,9 @@ void RenewStaleBuffer(LoggerState& state)
 
 }  // namespace
 
-LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy, int* enabledLoggers,
+LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy, int* enabledCount,
                        const LoggerCore* model)
-    : state(std::make_shared<LoggerState>(calls, policy, enabledLoggers,
+    : state(std::make_shared<LoggerState>(calls, policy, enabledCount,
                                           model == nullptr ? nullptr : model->state.get())),
       enabled(state->enabled)
 {

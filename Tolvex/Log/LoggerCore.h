@@ -39,11 +39,12 @@ public:
     /// Makes a disabled logger. Starts no thread.
     /// @param calls   How to call the policy; must outlive this object.
     /// @param policy  Not owned; must outlive this object.
-    /// @param enabledLoggers  Shared: counts this logger from before it accepts lines until it does
-    /// not any more. Must outlive this object and its writers. May be null.
+    /// @param enabledCount  Counts enabled loggers, shared. This logger adds 1 before it accepts
+    /// lines, and subtracts 1 when it does not any more. Must outlive this object and its writers.
+    /// May be null.
     /// @param model   A logger in which each line is begun first. This one copies the header of the
     /// line from there, and the locale. Not owned; must outlive this object. May be null.
-    LoggerCore(const PolicyCalls& calls, void* policy, int* enabledLoggers = nullptr,
+    LoggerCore(const PolicyCalls& calls, void* policy, int* enabledCount = nullptr,
                const LoggerCore* model = nullptr);
 
     /// Closes the logger; see ~LoggerBase().

@@ -22,9 +22,9 @@ namespace {
 // participant. The file holds them twice, so that damage shows as a difference.
 constexpr std::string_view firstLine = "drive record 1\n";
 constexpr std::string_view namePrefix = "overran ";
-// By DriveEnd. The first two are never written.
+// Indexed by DriveEnd. None and Unreadable are never written.
 constexpr std::array<std::string_view, 5> ends = {"", "", "died", "stopped", "ignition off"};
-constexpr std::size_t mostBytes = 131072;
+constexpr std::size_t mostBytes = 131072;  // of the file
 
 [[noreturn]] void Fail(const std::string& reason)
 {

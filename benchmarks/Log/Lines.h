@@ -103,7 +103,7 @@ public:
 
     void Write(int) { Pass(composedLine); }
 
-    /// Hands a line over that is not empty.
+    /// Hands over a line. An empty one ends the thread that writes.
     void Pass(std::string_view text)
     {
         idle.acquire();

@@ -34,8 +34,8 @@ std::string Escaped(const std::string& text)
     return escaped;
 }
 
-/// The filters that show the pictures of a file as the camera means them: with the shape of their
-/// pixels, and turned as the camera was held. The filter that reads files drops both.
+/// The filters that show a file upright and with square pixels. The filter that reads files drops
+/// rotation and pixel shape.
 std::string Upright(const std::string& file)
 {
     std::error_code unknown;
@@ -118,8 +118,8 @@ std::string Capture::DescribeSource() const
                  Escaped("%{localtime:%T}") +
                  ":fontsize=h/14:x=h/20:y=h*0.87:fontcolor=white:box=1:boxcolor=black:boxborderw=8";
     }
-    // The width of the first picture stays, whatever comes later or after a new start. It is even
-    // and makes the pixels square. The scaler's own "-2" would change with the pictures.
+    // The width is chosen once, from the first picture. It is even and makes the pixels square. The
+    // scaler's own "-2" would choose again when the pictures change.
     const std::string even = "2*round(" + height + "*dar/2)";
     return source + ",scale=" + (width == 0 ? even : std::to_string(width)) + ':' + height +
            ",format=yuv420p,buffersink@out";

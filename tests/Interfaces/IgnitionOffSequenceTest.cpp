@@ -101,8 +101,8 @@ public:
 
 // ------------------------------------------------------------------------------------- no memory
 
-// The first test of the program: no other has made the log yet. A line that goes nowhere must not
-// make it, which needs memory.
+// The first test, so the log does not exist yet. A line without an enabled output must not create
+// it: that needs memory.
 TEST(IgnitionOffSequenceTest, ParticipantsAreCalledWithoutMemory)
 {
     const ScratchDirectory directory;

@@ -79,7 +79,7 @@ WorkerHealth HealthOf(const IThread& worker)
 
 // -------------------------------------------------------------------------------------- the list
 
-// The first test: the list has allocated nothing yet.
+// The first test, so the list has not allocated anything yet.
 TEST(WorkerHealthTest, WorkerThatLacksMemoryToStartIsNotListed)
 {
     std::size_t failures = 0;

@@ -78,8 +78,7 @@ TEST(BlackBoxThreadsTest, ThreadsThatEnableItForTheFirstTimeAtOnceMakeOne)
     }
 }
 
-// Without its lock, Logger loses the lines of a few rounds only. It calls nothing between its look
-// at the outputs and the change of its flag, so no test can stop a thread there.
+// Closing an output that is closed already must not take another one out of the count.
 TEST(BlackBoxThreadsTest, OutputThatIsEnabledWhileAnotherOneIsClosedGetsItsLines)
 {
     std::atomic<bool> running = true;

@@ -79,14 +79,14 @@ TEST_P(FirstLogForkTest, ChildrenLogWhateverTheFirstLogWasHaltedIn)
     EXPECT_TRUE(result.Succeeded()) << result.output;
 }
 
-// The tables are prepared for first, then the time zone and the loggers.
+// The fork handlers are registered in this order: tables, time zone, loggers.
 INSTANTIATE_TEST_SUITE_P(Halted, FirstLogForkTest,
-                         ::testing::Values(HaltRow{"BeforeTheTablesArePreparedFor", {1, false}},
-                                           HaltRow{"AfterTheTablesArePreparedFor", {1, true}},
-                                           HaltRow{"BeforeTheTimeZoneIsPreparedFor", {2, false}},
-                                           HaltRow{"AfterTheTimeZoneIsPreparedFor", {2, true}},
-                                           HaltRow{"BeforeTheLoggersArePreparedFor", {3, false}},
-                                           HaltRow{"AfterTheLoggersArePreparedFor", {3, true}}),
+                         ::testing::Values(HaltRow{"BeforeTheHandlersOfTheTables", {1, false}},
+                                           HaltRow{"AfterTheHandlersOfTheTables", {1, true}},
+                                           HaltRow{"BeforeTheHandlersOfTheTimeZone", {2, false}},
+                                           HaltRow{"AfterTheHandlersOfTheTimeZone", {2, true}},
+                                           HaltRow{"BeforeTheHandlersOfTheLoggers", {3, false}},
+                                           HaltRow{"AfterTheHandlersOfTheLoggers", {3, true}}),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
 TEST(FirstTimeZoneForkTest, ChildrenLogWhateverTheFirstReadingOfTheTimeZoneWasHaltedIn)
@@ -100,7 +100,7 @@ TEST(FirstTimeZoneForkTest, ChildrenLogWhateverTheFirstReadingOfTheTimeZoneWasHa
     }
 }
 
-TEST(FirstLineForkTest, ForkThatBeginsBeforeTheFirstLineLeavesTheChildNoLockTaken)
+TEST(FirstLineForkTest, ForkThatBeginsBeforeTheFirstLineLeavesNoLockTakenInTheChild)
 {
     const ChildResult result = RunInChild([] {
         const auto callInFork = [] {
@@ -122,7 +122,7 @@ TEST(FirstLineForkTest, ForkThatBeginsBeforeTheFirstLineLeavesTheChildNoLockTake
         });
         inFork = [&] {
             forking.Open();
-            // It has the time zone and waits for the gate, or waits for the end of the fork.
+            // It holds the time zone and waits for the gate, or it waits for the end of the fork.
             EXPECT_TRUE(Eventually([&thread] { return thread != 0 && Sleeps(thread); }));
         };
         const ChildResult child = RunInChild([] {

@@ -1018,7 +1018,7 @@ TEST(LoggerBaseTest, LoggersComeAndGoUnderTheirWriters)
 }
 
 // The thread sanitizer and the address sanitizer notice a list of loggers without a lock.
-TEST(LoggerBaseTest, LoggersComeAndGoWhileThreadsThatHaveLoggedEnd)
+TEST(LoggerBaseTest, LoggersThatComeAndGoWhileThreadsEndLoseNoLineOfAnother)
 {
     CapturingLogger logger;
     ASSERT_TRUE(logger.Enable());

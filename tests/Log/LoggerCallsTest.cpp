@@ -285,7 +285,7 @@ TEST(LoggerCallsTest, ThreadThatMakesTheLoggerTooLateStopsNoOutput)
 }
 
 // First, while there is no monitor in this process.
-TEST(LoggerCallsTest, LineThatBeginsInAnotherOutputThanWasEnabledGetsItsText)
+TEST(LoggerCallsTest, LineThatBeginsWhileOneOutputReplacesAnotherGetsItsText)
 {
     const auto child = RunInChild([] {
         const ScratchDirectory directory;
@@ -552,7 +552,9 @@ TEST(LoggerCallsTest, LineThatHasWaitedShowsTheTimeAtWhichItBegan)
     EXPECT_GE(lines[1].substr(0, earliest.size()), earliest);
 }
 
-// A spin reads the clock where it begins, and then from time to time.
+// A spin reads the clock when it begins, and from time to time while the line stays taken. Here the
+// line becomes free during the first reading. Two waits: a spin that leaves its flag set is the
+// last.
 TEST(LoggerCallsTest, ThreadThatWaitsForALineSpinsUntilTheLineIsFree)
 {
     if (Tolvex::Base::HasOneProcessor()) {
@@ -648,7 +650,8 @@ TEST(LoggerCallsTest, LineThatTheWriterCannotBeToldOfIsLostWithAnErrorUnlessItHa
         try {
             logger << std::endl;
             expected.push_back(text + "\n");
-        } catch (const std::system_error&) {
+        } catch (const std::system_error& error) {
+            EXPECT_EQ(error.code().value(), EAGAIN);
             EXPECT_EQ(locksBeforeFailure, -1);
         }
         locksBeforeFailure = -1;

@@ -41,17 +41,17 @@ using Tolvex::Support::ThreadsBusyAtFork;
 using Tolvex::Support::WithoutDate;
 using Tolvex::Support::WriteLine;
 
-// How often a stream has given back what the manipulators have attached to it.
-int givenBack = 0;
+// A stream raises one when it is destroyed, or when its format is reset.
+int eraseEvents = 0;
 
-void CountGivenBack(std::ios_base::event event, std::ios_base&, int)
+void CountEraseEvents(std::ios_base::event event, std::ios_base&, int)
 {
-    givenBack += event == std::ios_base::erase_event ? 1 : 0;
+    eraseEvents += event == std::ios_base::erase_event ? 1 : 0;
 }
 
-std::ostream& Attaching(std::ostream& stream)
+std::ostream& CountingEraseEvents(std::ostream& stream)
 {
-    stream.register_callback(CountGivenBack, 0);
+    stream.register_callback(CountEraseEvents, 0);
     return stream;
 }
 
@@ -177,14 +177,14 @@ TEST(LoggerForkTest, ForkInTheMiddleOfALineDropsItInTheChildOnly)
 void ForkWithUnusableStream()
 {
     const ChildResult child = RunInChild([] {
-        givenBack = 0;
+        eraseEvents = 0;
         CapturingLogger& logger = *loggerOfManipulator;
         EXPECT_TRUE(logger.Enable());
         WriteLine(logger, "whole");
         const auto lines = AwaitLines(logger, 1);
         EXPECT_THAT(lines, SizeIs(1));
         EXPECT_EQ(lines.empty() ? "" : WithoutDate(lines[0]), "whole\n");
-        EXPECT_EQ(givenBack, 0);
+        EXPECT_EQ(eraseEvents, 0);
         return 0;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output;
@@ -192,7 +192,7 @@ void ForkWithUnusableStream()
 
 std::ostream& ForkingInTheInsertion(std::ostream& stream)
 {
-    TakingTheBuffer(Attaching(stream));
+    TakingTheBuffer(CountingEraseEvents(stream));
     ForkWithUnusableStream();
     return GivingItBack(stream);
 }
@@ -223,20 +223,20 @@ TEST(LoggerForkTest, ForkInTheMiddleOfAnInsertionIntoADroppedLineGivesTheChildAN
     EXPECT_THAT(logger.GetPolicy().Lines(), IsEmpty());
 }
 
-TEST(LoggerForkTest, ForkBetweenTwoLinesLeavesTheChildTheStreamSoThatNothingIsLost)
+TEST(LoggerForkTest, ForkBetweenTwoLinesLetsTheChildKeepTheStream)
 {
     CapturingLogger logger;
     ASSERT_TRUE(logger.Enable());
     logger.WriteHeader(LogType::Info);
-    logger << "parent" << Attaching << std::endl;
+    logger << "parent" << CountingEraseEvents << std::endl;
     logger.Close();
-    givenBack = 0;
+    eraseEvents = 0;
 
     const ChildResult child = RunInChild([&logger] {
         EXPECT_TRUE(logger.Enable());
         WriteLine(logger, "child");
         EXPECT_THAT(AwaitLines(logger, 2), SizeIs(2));
-        EXPECT_EQ(givenBack, 1);
+        EXPECT_EQ(eraseEvents, 1);
         return 0;
     });
 

@@ -428,7 +428,7 @@ TEST(LoggerTest, DestroyedLoggerIsClosedAndStaysTheInstance)
     EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("last"));
 }
 
-TEST(LoggerTest, OutputThatWasClosedOftenTakesLinesWhenItIsEnabledAgain)
+TEST(LoggerTest, OutputThatWasEnabledAndClosedTwiceTakesLinesWhenEnabledAgain)
 {
     const ScratchDirectory directory;
     const std::string path = directory.Path("log");

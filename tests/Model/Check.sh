@@ -100,6 +100,8 @@ finds fault-6 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DCANCEL -DFAULT_6
 finds fault-7 -DCOMPOSERS=0 -DCLOSE -DREOPEN -DFORK -DFAULT_7
 # A waiting thread reads refusing after its try to take the line.
 finds fault-8 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_8
+# An output is counted after it has admitted lines.
+finds fault-9 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_9
 
 if [ $checked -eq 0 ]; then
     echo "no variant is named $only" >&2

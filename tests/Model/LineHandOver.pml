@@ -52,6 +52,7 @@ byte semaphore[threads];                  /* LineQueue::Place::semaphore */
 
 bool enabledFlag = false;
 bool stoppedFlag = true;
+byte counted = 0; /* Logger::enabledOutputs; while it is 0, the calls for the text do nothing */
 byte current = 0;
 byte toldToEnd = 0;
 byte writerMutex = 0; /* the thread that holds CurrentWriter::mutex */
@@ -312,11 +313,29 @@ inline Admit()
 #else
     :: !stoppedFlag ->
 #endif
+#ifndef FAULT_9
+       counted++;
+#endif
        atomic { refusing = false; noticeTaken = false }
        enabledFlag = true
+#ifdef FAULT_9
+       ; counted++
+#endif
     :: else
     fi;
     Unlock(writerMutex)
+}
+
+inline Disable()
+{
+    atomic { moved = enabledFlag; enabledFlag = false }
+    atomic {
+        if
+        :: moved -> counted--
+        :: else
+        fi;
+        moved = false
+    }
 }
 
 inline TellToEnd()
@@ -325,10 +344,10 @@ inline TellToEnd()
 #ifdef FAULT_2
     toldToEnd = current;
     Drop();
-    enabledFlag = false
+    Disable()
 #else
     Drop();
-    enabledFlag = false;
+    Disable();
     toldToEnd = current
 #endif
 }
@@ -597,6 +616,7 @@ proctype Composer(byte me) EXISTS
              :: moved ->
                 /* Append(std::endl). */
                 atomic {
+                    assert(counted > 0 || phase != Open || owner != me);
                     Advance(Open, Inserting);
                     if
                     :: moved -> UseBuffer()
@@ -707,6 +727,7 @@ proctype Forker(byte me) EXISTS
         current++;
         toldToEnd = current;
         enabledFlag = false;
+        counted = 0;
         stoppedFlag = true;
         control = 0;
         lineReady = 0;
@@ -765,6 +786,7 @@ active proctype Judge()
         assert(bufferUser == 0);
         assert(mutex == 0 && writerMutex == 0 && control == 0);
         assert(len(queue) == 0 && !waiting && !reserved);
-        assert(enabledFlag == !refusing && !(enabledFlag && stoppedFlag))
+        assert(enabledFlag == !refusing && !(enabledFlag && stoppedFlag));
+        assert(counted == enabledFlag)
     }
 }

@@ -42,8 +42,8 @@ public:
     /// Makes the call on the thread and waits until it ends or the deadline passes.
     /// Allocates nothing.
     /// @param late  What happens to a call that has not begun at the deadline.
-    /// @return false if the call had not ended at the deadline; at once, without a call, while an
-    /// earlier call runs and in a forked child.
+    /// @return false if the call had not ended at the deadline. Also false, at once and without a
+    /// call, while an earlier call is pending or runs, and in a forked child.
     bool Run(Call call, Deadline deadline, Late late);
 
 private:

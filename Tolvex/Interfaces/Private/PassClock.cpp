@@ -12,6 +12,7 @@ using std::chrono::nanoseconds;
 
 constexpr std::uint64_t manyPassesInATick = 1000;
 constexpr std::uint64_t passesPerReading = 8;  // after many passes in a tick; a power of two
+constexpr milliseconds shortPass(1);           // after a longer one each pass reads the clock
 
 /// @param ask  clock_gettime() or clock_getres().
 /// @return its answer.
@@ -27,7 +28,7 @@ nanoseconds Ask(int (*ask)(clockid_t, timespec*), clockid_t clock)
 void PassClock::BeginPass()
 {
     tick = Ask(clock_gettime, CLOCK_MONOTONIC_COARSE);
-    passesAtTick = Passes();
+    passesAtStamp = Passes();
     stamp.store(Ask(clock_gettime, CLOCK_MONOTONIC), memory_order_relaxed);
 }
 
@@ -41,7 +42,7 @@ void PassClock::ReadClock()
     const nanoseconds length = RunningPass();
     lastPass.store(length, memory_order_relaxed);
     longestPass.store(std::max(length, LongestPass()), memory_order_relaxed);
-    const bool spinning = Passes() - passesAtTick > manyPassesInATick && length < milliseconds(1);
+    const bool spinning = Passes() - passesAtStamp > manyPassesInATick && length < shortPass;
     skipMask = spinning ? passesPerReading - 1 : 0;
     BeginPass();
 }
@@ -51,8 +52,9 @@ nanoseconds PassClock::RunningPass() const
     // The clock is read first: if this thread is held up here, the pass does not seem longer.
     const nanoseconds now = Ask(clock_gettime, CLOCK_MONOTONIC);
     const nanoseconds sinceStamp = now - stamp.load(memory_order_relaxed);
-    // If passes have ended since the stamp, they took less than a tick altogether: the tick is left
-    // out, so that they do not count as part of this one.
+    // While no pass runs, the stamp is never: the difference is negative, and the result 0.
+    // Passes may have ended since the stamp, in less than a tick altogether. The tick is left out,
+    // so that they do not count as part of this one.
     const bool inexact = LastPass() == nanoseconds(0);
     const nanoseconds leftOut =
         inexact ? Ask(clock_getres, CLOCK_MONOTONIC_COARSE) : nanoseconds(0);

@@ -57,8 +57,9 @@ private:
     void ReadClock();
 
     std::chrono::nanoseconds tick{0};  ///< time of the coarse clock at the stamp
-    std::uint64_t passesAtTick = 0;    ///< that had ended at the stamp
-    std::uint64_t skipMask = 0;  ///< passes from one reading of that clock to the next, less 1
+    std::uint64_t passesAtStamp = 0;   ///< that had ended at the stamp
+    std::uint64_t skipMask =
+        0;  ///< EndPass() reads the coarse clock if the count has none of these bits
 
     // Written by the thread of the run, read by any.
     std::atomic<std::uint64_t> passes{0};

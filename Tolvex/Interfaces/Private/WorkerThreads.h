@@ -42,8 +42,9 @@ public:
 
     WorkerThreads();
 
-    /// Guards the list and every hand-over from one thread of the object to the next. Held for a
-    /// few statements, or while a thread is created; nothing that is called under it blocks.
+    /// Guards the list, the settings, the last run, and every hand-over from one thread of the
+    /// object to the next. Held for a few statements, or while a thread is created; nothing that is
+    /// called under it blocks.
     std::mutex mutex;
 
     // Use the following with the mutex held.
@@ -58,7 +59,7 @@ public:
     WorkerRefusals ApplySettings(pthread_t thread) const;
     /// Makes all threads in the list old ones. @return the number of the run to be started.
     RunNumber NextRun();
-    /// Adds a thread, which counts its passes in the newest clock.
+    /// Adds a thread, which counts its passes in `clock`.
     void Add(pthread_t handle, RunNumber run);
     void Remove(RunNumber run);
     void MarkAborted(pthread_t handle);

@@ -20,6 +20,7 @@ namespace Tolvex::Ilog {
 ///
 ///     Free -> Inserting <-> Open          a thread composes
 ///             Inserting  -> Complete      the line is handed over; no thread owns it
+///             Complete   -> Inserting     the writer could not be woken: the thread has it again
 ///             Complete   -> Taken         the writer copies the text
 ///             Taken      -> Writing       the writer is in the policy
 ///     any phase with an owner -> Free     Release()

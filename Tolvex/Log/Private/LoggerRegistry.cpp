@@ -114,9 +114,10 @@ void DrainAtExit()
 void PrepareProcess()
 {
     keyCreated = pthread_key_create(&threadEndKey, DropLinesOfThread) == 0;
-    // These two register fork handlers for locks that are taken while a line is composed. Before
-    // the first line: a fork that had begun before the registration would not wait for the lock.
-    // Before the handlers below: handlers run in reverse order.
+    // These two calls register fork handlers for locks that are taken while a line is composed.
+    // They come before the first line, because a fork that has begun before the registration does
+    // not wait for the lock. They come before the registration below, because prepare handlers run
+    // in reverse order.
     Util::EnumString<LogModule>::GetMap();
     static_cast<void>(Base::LockAgainstForks());
     pthread_atfork(

@@ -35,11 +35,11 @@ struct CurrentWriter
 /// belongs to the logger and does not exist any more then.
 struct LoggerState : std::enable_shared_from_this<LoggerState>
 {
-    LoggerState(const PolicyCalls& policyCalls, void* loggerPolicy, int* loggersEnabled,
+    LoggerState(const PolicyCalls& policyCalls, void* loggerPolicy, int* count,
                 LoggerState* loggerModel)
         : calls(policyCalls),
           policy(loggerPolicy),
-          enabledLoggers(loggersEnabled),
+          enabledCount(count),
           model(loggerModel),
           locale(loggerModel == nullptr ? std::locale() : loggerModel->locale)
     {
@@ -47,7 +47,7 @@ struct LoggerState : std::enable_shared_from_this<LoggerState>
 
     const PolicyCalls& calls;
     void* const policy;
-    int* const enabledLoggers;               ///< see LoggerCore; may be null
+    int* const enabledCount;                 ///< see LoggerCore; may be null
     LoggerState* const model;                ///< see LoggerCore; may be null
     std::stringstream buffer;                ///< the line; used by the thread that has the line
     bool formatChanged = true;               ///< the format of buffer may not be that of a new line

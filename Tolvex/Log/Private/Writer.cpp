@@ -115,9 +115,9 @@ bool Writer::Admit()
     if (logger.calls.keep == nullptr && Base::LoadShared(logger.stopped)) {
         return false;
     }
-    if (logger.enabledLoggers != nullptr) {
+    if (logger.enabledCount != nullptr) {
         // First: the calls for a line do nothing while no logger is counted.
-        Base::AddShared(*logger.enabledLoggers, 1);
+        Base::AddShared(*logger.enabledCount, 1);
     }
     logger.lock.Admit();
     Base::StoreShared(logger.enabled, true);
@@ -133,7 +133,7 @@ void Writer::Stop()
     logger.lineReady.Notify();
 }
 
-/// Call with the mutex of the writers.
+/// Call with writers.mutex held.
 void Writer::TellToEnd()
 {
     // In this order: once enabled is cleared, values are missing in an open line, so the line is
@@ -159,12 +159,13 @@ void Writer::End(std::uint32_t number)
     Base::StoreShared(logger.stopped, true);
 }
 
+/// Clears enabled, and takes the logger out of the count. Call with writers.mutex held.
 void Writer::Disable()
 {
     const bool wasEnabled = Base::LoadShared(logger.enabled);
     Base::StoreShared(logger.enabled, false);
-    if (wasEnabled && logger.enabledLoggers != nullptr) {
-        Base::AddShared(*logger.enabledLoggers, -1);
+    if (wasEnabled && logger.enabledCount != nullptr) {
+        Base::AddShared(*logger.enabledCount, -1);
     }
 }
 
@@ -173,7 +174,7 @@ bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
     const Base::NoCancellation scope;
     for (auto waited = stopPollInterval; waited <= longestWait && !Base::LoadShared(logger.stopped);
          waited += stopPollInterval) {
-        // After the deadline nothing sleeps: what is left is not positive.
+        // After the deadline `left` is not positive, and SleepFor() returns at once.
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         Base::SleepFor(std::min(left, stopPollInterval));
