@@ -101,6 +101,7 @@ void Accelerometer::ReadBytes()
         std::error_code ignored;  // open() says why
         isFile = std::filesystem::is_regular_file(path, ignored);
         descriptor = open(path.c_str(), (isFile ? O_RDONLY : O_RDWR) | O_NONBLOCK | O_CLOEXEC);
+        newest = Clock::now();
     }
     pollfd input = {descriptor, POLLIN, 0};
     ssize_t count = -1;

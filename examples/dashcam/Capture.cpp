@@ -170,6 +170,9 @@ void Capture::OpenEncoder()
 /// Waits for the next picture.
 AvPicture Capture::ReadPicture()
 {
+    if (fresh && id >= 0) {
+        CountOutage();
+    }
     if (camera.empty()) {
         AwaitTurn();
     }
@@ -186,6 +189,14 @@ AvPicture Capture::ReadPicture()
     }
     fresh = false;
     return picture;
+}
+
+/// Counts the pictures that the source should have given since it failed.
+void Capture::CountOutage()
+{
+    const Clock::duration interval = Clock::duration(1s) / settings.framesPerSecond;
+    id += std::max<std::int64_t>(0, (Clock::now() - time) / interval - 1);
+    time = Clock::now();
 }
 
 /// Sleeps until the next picture is due. Leaves out those for which it is too late.

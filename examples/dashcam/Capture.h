@@ -47,6 +47,7 @@ private:
     void OpenSource();
     void OpenEncoder();
     AvPicture ReadPicture();
+    void CountOutage();
     void AwaitTurn();
     void CountFromCamera(const AVFrame& picture);
     std::shared_ptr<Frame> Encode(AVFrame& picture);

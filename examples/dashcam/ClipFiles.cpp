@@ -162,6 +162,7 @@ std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames)
         Check(av_write_frame(made, packet.get()), "mp4");
     }
     Check(av_write_trailer(made), "mp4");
+    Check(made->pb->error, "mp4");  // without memory for all of it
 
     std::uint8_t* bytes = nullptr;
     const int count = avio_get_dyn_buf(made->pb, &bytes);

@@ -113,13 +113,14 @@ void Clips::Write(const Clip& clip)
 /// The page is a script, which shows the side files of all events. They are in the page itself.
 void Clips::WritePage()
 {
-    std::string sides;
-    for (const auto& [time, number, name] : folder.Events()) {
-        // No text in a side file can end the element.
-        sides += "<script type=\"application/json\" data-name=\"" + name + "\">" +
-                 Tolvex::Util::Replace(folder.Read(name + ".json"), "<", "\\u003c") + "</script>\n";
-    }
     try {
+        std::string sides;
+        for (const auto& [time, number, name] : folder.Events()) {
+            // No text in a side file can end the element.
+            sides += "<script type=\"application/json\" data-name=\"" + name + "\">" +
+                     Tolvex::Util::Replace(folder.Read(name + ".json"), "<", "\\u003c") +
+                     "</script>\n";
+        }
         folder.Write("index.html", Tolvex::Util::Replace(pageTemplate, "<!-- events -->", sides));
     } catch (const std::exception& problem) {
         LogLine(LogType::Error, LogModule::Event) << "the page is old: " << problem.what();

@@ -82,6 +82,10 @@ void Folder::ClearLeftovers()
 std::string Folder::Reserve(std::time_t time)
 {
     RequireDisk();
+    // An event name has two digits of the year, from 2000 on. A clock that is not set tells 1970,
+    // which would be read as 2070: such an event is to count as an old one.
+    constexpr std::time_t startOf2000 = 946684800;
+    time += time < startOf2000 ? startOf2000 : 0;
     return fs::path(Tolvex::Util::CreateEventFile(path, prefix, time, "json")).stem();
 }
 

@@ -9,7 +9,8 @@
 
 namespace Dashcam {
 
-/// The folder with the clips. A file under its final name is complete. The oldest events make room
+/// The folder with the clips. A clip under its final name is complete, and so
+/// are the files that belong to it. The oldest events make room
 /// for new ones.
 ///
 /// A file is written under a name that ends in ".part", flushed to the medium, and renamed. The

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Video files of several kinds as the source."""
+import json
 import os
 import pathlib
 import shutil
@@ -103,6 +104,25 @@ class FileTest(unittest.TestCase):
             drive.await_log("no picture")
             drive.process.terminate()
             self.assertEqual(drive.process.wait(60), 1)
+
+    def test_pictures_that_a_file_has_not_given_for_a_while_are_lost_and_named(self):
+        folder = scratch(self)
+        path = folder / "drive.mp4"
+        make(path, "-c:v", "mpeg4")
+        good = path.read_bytes()
+        with Drive(folder, "--file", str(path)) as drive:
+            drive.await_pictures()
+            path.write_bytes(b"no video")
+            drive.await_log("no picture")
+            time.sleep(2)
+            path.write_bytes(good)
+            drive.await_log("160x120", times=2)
+            time.sleep(1)
+            drive.press_button()
+            eventually(lambda: clips(folder), f"a clip:\n{drive.log()}")
+            drive.ignition_off()
+        lost = json.loads((folder / "drive.json").read_text())["framesLost"]
+        self.assertGreaterEqual(lost, 2 * small["framesPerSecond"])
 
     def test_file_that_is_cut_off_plays_as_far_as_it_goes(self):
         path = scratch(self) / "drive.ts"
