@@ -13,7 +13,7 @@ int main()
     // Central European time with daylight saving time, spelled out so that no time zone files are
     // needed.
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);  // NOLINT(concurrency-mt-unsafe): one thread
-    tzset();
+    Tolvex::Util::RefreshTimeZone();
 
     const Tolvex::Util::SunCalculator calculator;
     constexpr std::time_t firstNoon = 1711537200;  // Wednesday before the clocks change in 2024
