@@ -56,6 +56,15 @@ inline void Check(int code, const std::string& what)
     }
 }
 
+/// As above, for a function of libav that returns an object.
+/// @return the object, which is not null.
+template <typename T>
+T* Check(T* object, const std::string& what)
+{
+    Check(object == nullptr ? AVERROR(ENOMEM) : 0, what);
+    return object;
+}
+
 /// One picture of the camera, encoded. Its number counts pictures; a number that is missing is a
 /// picture that was lost.
 /// @par Thread safety
