@@ -70,9 +70,7 @@ Capture::Capture(const Settings& wishes, Recorder& sink, const std::string& devi
       recorder(sink),
       camera(device),
       file(path),
-      name(!device.empty() ? device
-           : !path.empty() ? path
-                           : "test picture"),
+      name((device + path).empty() ? "test picture" : device + path),
       interval(Clock::duration(1s) / wishes.framesPerSecond)
 {
     SetThreadName("Capture");
@@ -159,7 +157,6 @@ void Capture::OpenEncoder()
     encoder->framerate = {settings.framesPerSecond, 1};
     encoder->bit_rate = settings.kilobitsPerSecond * 1000LL;
     encoder->gop_size = settings.keyInterval;
-    encoder->keyint_min = settings.keyInterval;
     encoder->max_b_frames = 0;
     encoder->thread_count = 1;
     encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
@@ -175,11 +172,14 @@ void Capture::OpenEncoder()
     Check(avcodec_parameters_from_context(parameters.get(), encoder.get()), "H.264 encoder");
 }
 
-/// Waits for the next picture.
+/// Waits until the next picture is due, and reads it. Leaves out those for which it is too late.
 AvPicture Capture::ReadPicture()
 {
     if (camera.empty()) {
-        AwaitTurn();
+        LeaveOut(tolerableDelay);
+        ++id;
+        time += interval;
+        std::this_thread::sleep_until(time);
     }
     AvPicture picture(Check(av_frame_alloc(), name));
     int code = av_buffersink_get_frame(output, picture.get());
@@ -195,8 +195,7 @@ AvPicture Capture::ReadPicture()
     return picture;
 }
 
-/// Counts the pictures that were due before now. Those that are due since less than the tolerance
-/// can still come.
+/// Counts the pictures that are late by more than the tolerance: they are lost.
 void Capture::LeaveOut(Clock::duration tolerance)
 {
     if (frames == 0) {
@@ -208,29 +207,18 @@ void Capture::LeaveOut(Clock::duration tolerance)
     time += pictures * interval;
 }
 
-/// Sleeps until the next picture is due. Leaves out those for which it is too late.
-void Capture::AwaitTurn()
-{
-    LeaveOut(tolerableDelay);
-    ++id;
-    time += interval;
-    std::this_thread::sleep_until(time);
-}
-
 /// The camera's time stamps tell how many pictures were lost. Our clock tells it when the source
 /// has just been opened, and when the two differ by more than a second.
 void Capture::CountFromCamera(const AVFrame& picture)
 {
-    const Moment now = Clock::now();
-    if (frames == 0) {
-        time = now;
-    }
     const AVRational base = av_buffersink_get_time_base(output);
     const microseconds newStamp(av_rescale_q(picture.pts, base, {1, 1000000}));
     Clock::duration step = newStamp - stamp;
-    if (fresh || std::chrono::abs(time + step - now) > tolerableDelay) {
-        step = now - time;
+    if (fresh || std::chrono::abs(time + step - Clock::now()) > tolerableDelay) {
+        LeaveOut(interval);
+        step = Clock::now() - time;
     }
+    // Rounded; a rate that is not known gives a negative number.
     const AVRational length = av_inv_q(av_buffersink_get_frame_rate(output));
     id += std::max<std::int64_t>(1, av_rescale_q(step / 1us, {1, 1000000}, length));
     time += step;

@@ -49,7 +49,6 @@ private:
     void OpenEncoder();
     AvPicture ReadPicture();
     void LeaveOut(Clock::duration tolerance);
-    void AwaitTurn();
     void CountFromCamera(const AVFrame& picture);
     std::shared_ptr<Frame> Encode(AVFrame& picture);
 

@@ -3,19 +3,14 @@
 #include <algorithm>
 
 namespace Dashcam {
-namespace {
 
-constexpr std::chrono::seconds lateFrames(2);  ///< after which a clip ends without its last ones
-
-/// The seconds before an event, as far back as to a key frame, and a second for late events.
-int RingSize(const Settings& settings)
+/// The ring holds the seconds before an event, as far back as to a key frame, and one more second
+/// for late events.
+Recorder::Recorder(const Settings& wishes)
+    : IPipelineElement((wishes.secondsBefore + 1) * wishes.framesPerSecond + wishes.keyInterval),
+      settings(wishes)
 {
-    return (settings.secondsBefore + 1) * settings.framesPerSecond + settings.keyInterval;
 }
-
-}  // namespace
-
-Recorder::Recorder(const Settings& wishes) : IPipelineElement(RingSize(wishes)), settings(wishes) {}
 
 bool Recorder::Process(const std::shared_ptr<Tolvex::Pipeline::IPipelineCbElement>& element)
 {
@@ -70,6 +65,7 @@ std::shared_ptr<Clip> Recorder::Begin(const Event& event)
 
 void Recorder::AwaitEnd(Clip& clip)
 {
+    constexpr std::chrono::seconds lateFrames(2);  // after which the clip ends without them
     std::unique_lock<std::mutex> lock(mutex);
     while (!completed.wait_until(lock, clip.until + lateFrames, [&] { return clip.complete; })) {
         if (Clock::now() >= clip.until + lateFrames) {  // not prolonged in the meantime
