@@ -232,7 +232,7 @@ bool DriveWith(const Options& options)
     StartLog(options.folder);
     // Never destroyed, see Drive. Static, so that leak checkers find it.
     static Drive& drive = *new Drive(options);
-    const auto switchOff = [main = pthread_self()](Timer*) { pthread_kill(main, SIGTERM); };
+    const auto switchOff = [main = pthread_self()](Timer*) { pthread_kill(main, SIGINT); };
     const Timer ignition(options.seconds * 1000, switchOff, nullptr, timerStackBytes);  // 0: never
     for (int number = 0; number != SIGTERM && number != SIGINT;) {
         number = sigtimedwait(&signals, nullptr, &betweenUpdates);
