@@ -201,10 +201,9 @@ void Capture::LeaveOut(Clock::duration tolerance)
     if (frames == 0) {
         time = Clock::now();  // nothing is due before the first picture
     }
-    const Clock::duration late = Clock::now() - tolerance - time;
-    const std::int64_t pictures = std::max<std::int64_t>(0, late / interval);
-    id += pictures;
-    time += pictures * interval;
+    const auto missed = std::max(Clock::duration(0), Clock::now() - tolerance - time) / interval;
+    id += missed;
+    time += missed * interval;
 }
 
 /// The camera's time stamps tell how many pictures were lost. Our clock tells it when the source
