@@ -173,7 +173,7 @@ void Capture::OpenEncoder()
 }
 
 /// Waits until the next picture is due, and reads it. Leaves out those for which it is too late.
-AvPicture Capture::ReadPicture()
+AvPictureOwner Capture::ReadPicture()
 {
     if (camera.empty()) {
         LeaveOut(tolerableDelay);
@@ -181,7 +181,7 @@ AvPicture Capture::ReadPicture()
         time += interval;
         std::this_thread::sleep_until(time);
     }
-    AvPicture picture(Check(av_frame_alloc(), name));
+    AvPictureOwner picture(Check(av_frame_alloc(), name));
     int code = av_buffersink_get_frame(output, picture.get());
     if (code == AVERROR_EOF && camera.empty() && !fresh) {
         // The file begins again. One without any picture is an error: libav would loop for ever.

@@ -47,7 +47,7 @@ private:
     std::string DescribeSource() const;
     void OpenSource();
     void OpenEncoder();
-    AvPicture ReadPicture();
+    AvPictureOwner ReadPicture();
     void LeaveOut(Clock::duration tolerance);
     void CountFromCamera(const AVFrame& picture);
     std::shared_ptr<Frame> Encode(AVFrame& picture);

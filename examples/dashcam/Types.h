@@ -41,7 +41,7 @@ struct AvRelease
 
 using AvCodecOwner = std::unique_ptr<AVCodecContext, AvRelease<avcodec_free_context>>;
 using AvPacketOwner = std::unique_ptr<AVPacket, AvRelease<av_packet_free>>;
-using AvPicture = std::unique_ptr<AVFrame, AvRelease<av_frame_free>>;
+using AvPictureOwner = std::unique_ptr<AVFrame, AvRelease<av_frame_free>>;
 
 /// Looks at the result of a call of libav.
 /// @param code  The result; negative for an error.
