@@ -70,9 +70,8 @@ Capture::Capture(const Settings& wishes, Recorder& sink, const std::string& devi
       recorder(sink),
       camera(device),
       file(path),
-      name(!device.empty() ? device
-           : !path.empty() ? path
-                           : "test picture")
+      name((device + path).empty() ? "test picture" : device + path),
+      interval(Clock::duration(1s) / wishes.framesPerSecond)
 {
     SetThreadName("Capture");
     av_log_set_level(AV_LOG_QUIET);  // libav would write to the terminal; we log its reasons
@@ -82,21 +81,28 @@ Capture::Capture(const Settings& wishes, Recorder& sink, const std::string& devi
 void Capture::Run()
 {
     try {
-        if (encoder == nullptr) {
+        if (fresh) {
             OpenSource();
             OpenEncoder();
         }
         recorder.Process(Encode(*ReadPicture()));
         ++frames;
-        lost = static_cast<std::uint64_t>(id) + 1 - frames;
+        if (fresh) {
+            LogLine(LogType::Info, LogModule::Event)
+                << name << ": " << width << 'x' << settings.height;
+            complaint.clear();
+            fresh = false;
+        }
     } catch (const std::exception& problem) {
         if (complaint != problem.what()) {
             complaint = problem.what();
             LogLine(LogType::Error, LogModule::Event) << "no picture: " << complaint;
         }
-        encoder.reset();
+        fresh = true;
         ThreadSleep(1s, 50ms);
+        LeaveOut(0s);
     }
+    lost = static_cast<std::uint64_t>(id + 1) - frames;
 }
 
 /// The graph of filters that makes the pictures.
@@ -131,52 +137,51 @@ void Capture::OpenSource()
         upright = Upright(file);
     }
     const std::string source = DescribeSource();
-    graph.reset(avfilter_graph_alloc());
+    graph.reset(Check(avfilter_graph_alloc(), name));
     graph->nb_threads = 1;
     Check(avfilter_graph_parse_ptr(graph.get(), source.c_str(), nullptr, nullptr, nullptr), name);
     Check(avfilter_graph_config(graph.get(), nullptr), name);
     output = avfilter_graph_get_filter(graph.get(), "buffersink@out");
     width = av_buffersink_get_w(output);
-    fresh = true;
 }
 
 void Capture::OpenEncoder()
 {
-    const AVCodec* const codec = avcodec_find_encoder_by_name("libx264");
-    AvCodecOwner opened(avcodec_alloc_context3(codec));
-    opened->width = width;
-    opened->height = settings.height;
-    opened->pix_fmt = AV_PIX_FMT_YUV420P;
-    opened->time_base = {1, 1000000};  // the pictures have their times, in microseconds
-    opened->framerate = {settings.framesPerSecond, 1};
-    opened->bit_rate = settings.kilobitsPerSecond * 1000LL;
-    opened->gop_size = settings.keyInterval;
-    opened->keyint_min = settings.keyInterval;
-    opened->max_b_frames = 0;
-    opened->thread_count = 1;
-    opened->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    // Decoding can start at every key frame; the encoder adds none where a scene changes.
-    const char* const options = "preset=ultrafast:tune=zerolatency:sc_threshold=0";
-    Check(av_set_options_string(opened->priv_data, options, "=", ":"), "H.264 encoder");
-    Check(avcodec_open2(opened.get(), codec, nullptr), "H.264 encoder");
+    const AVCodec* const codec = avcodec_find_encoder(AV_CODEC_ID_H264);  // libx264, if it is there
+    Check(codec == nullptr ? AVERROR_ENCODER_NOT_FOUND : 0, "H.264 encoder");
+    encoder.reset(Check(avcodec_alloc_context3(codec), "H.264 encoder"));
+    encoder->width = width;
+    encoder->height = settings.height;
+    encoder->pix_fmt = AV_PIX_FMT_YUV420P;
+    encoder->time_base = {1, 1000000};  // the pictures have their times, in microseconds
+    encoder->framerate = {settings.framesPerSecond, 1};
+    encoder->bit_rate = settings.kilobitsPerSecond * 1000LL;
+    encoder->gop_size = settings.keyInterval;
+    encoder->max_b_frames = 0;
+    encoder->thread_count = 1;
+    encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    // Best effort: other encoders do not have these options of x264. Decoding can start at every
+    // key frame; x264 would add some where a scene changes.
+    av_opt_set(encoder.get(), "preset", "ultrafast", AV_OPT_SEARCH_CHILDREN);
+    av_opt_set(encoder.get(), "tune", "zerolatency", AV_OPT_SEARCH_CHILDREN);
+    av_opt_set(encoder.get(), "sc_threshold", "0", AV_OPT_SEARCH_CHILDREN);
+    Check(avcodec_open2(encoder.get(), codec, nullptr), "H.264 encoder");
 
-    parameters.reset(avcodec_parameters_alloc(), AvRelease<avcodec_parameters_free>());
-    Check(avcodec_parameters_from_context(parameters.get(), opened.get()), "H.264 encoder");
-    LogLine(LogType::Info, LogModule::Event) << name << ": " << width << 'x' << settings.height;
-    encoder = std::move(opened);
-    complaint.clear();
+    parameters.reset(Check(avcodec_parameters_alloc(), "H.264 encoder"),
+                     AvRelease<avcodec_parameters_free>());
+    Check(avcodec_parameters_from_context(parameters.get(), encoder.get()), "H.264 encoder");
 }
 
-/// Waits for the next picture.
-AvPicture Capture::ReadPicture()
+/// Waits until the next picture is due, and reads it. Leaves out those for which it is too late.
+AvPictureOwner Capture::ReadPicture()
 {
-    if (fresh && id >= 0) {
-        CountOutage();
-    }
     if (camera.empty()) {
-        AwaitTurn();
+        LeaveOut(tolerableDelay);
+        ++id;
+        time += interval;
+        std::this_thread::sleep_until(time);
     }
-    AvPicture picture(av_frame_alloc());
+    AvPictureOwner picture(Check(av_frame_alloc(), name));
     int code = av_buffersink_get_frame(output, picture.get());
     if (code == AVERROR_EOF && camera.empty() && !fresh) {
         // The file begins again. One without any picture is an error: libav would loop for ever.
@@ -187,54 +192,43 @@ AvPicture Capture::ReadPicture()
     if (!camera.empty()) {
         CountFromCamera(*picture);
     }
-    fresh = false;
     return picture;
 }
 
-/// Counts the pictures that the source should have given since it failed.
-void Capture::CountOutage()
+/// Counts the pictures that are late by more than the tolerance: they are lost.
+void Capture::LeaveOut(Clock::duration tolerance)
 {
-    const Clock::duration interval = Clock::duration(1s) / settings.framesPerSecond;
-    id += std::max<std::int64_t>(0, (Clock::now() - time) / interval - 1);
-    time = Clock::now();
-}
-
-/// Sleeps until the next picture is due. Leaves out those for which it is too late.
-void Capture::AwaitTurn()
-{
-    if (fresh) {
-        time = Clock::now();
+    if (frames == 0) {
+        time = Clock::now();  // nothing is due before the first picture
     }
-    const Clock::duration interval = Clock::duration(1s) / settings.framesPerSecond;
-    const Clock::duration late = Clock::now() - tolerableDelay - time;
-    const std::int64_t pictures = std::max<std::int64_t>(1, late / interval);
-    id += pictures;
-    time += pictures * interval;
-    std::this_thread::sleep_until(time);
+    const auto missed = std::max(Clock::duration(0), Clock::now() - tolerance - time) / interval;
+    id += missed;
+    time += missed * interval;
 }
 
-/// A step of more than 1.5 pictures in the camera's time stamps is a loss. If its clock and ours
-/// differ by more than a second, ours counts.
+/// The camera's time stamps tell how many pictures were lost. Our clock tells it when the source
+/// has just been opened, and when the two differ by more than a second.
 void Capture::CountFromCamera(const AVFrame& picture)
 {
     const AVRational base = av_buffersink_get_time_base(output);
-    const microseconds now(av_rescale_q(picture.pts, base, {1, 1000000}));
-    const auto step = fresh ? 0us : now - stamp;
-    const double pictures =
-        std::chrono::duration<double>(step).count() * av_q2d(av_buffersink_get_frame_rate(output));
-    id += pictures > 1.5 && pictures < 1000.0 ? std::lround(pictures) : 1;
-    time += step;
-    if (fresh || std::chrono::abs(time - Clock::now()) > tolerableDelay) {
-        time = Clock::now();
+    const microseconds newStamp(av_rescale_q(picture.pts, base, {1, 1000000}));
+    Clock::duration step = newStamp - stamp;
+    if (fresh || std::chrono::abs(time + step - Clock::now()) > tolerableDelay) {
+        LeaveOut(interval);
+        step = Clock::now() - time;
     }
-    stamp = now;
+    // Rounded; a rate that is not known gives a negative number.
+    const AVRational length = av_inv_q(av_buffersink_get_frame_rate(output));
+    id += std::max<std::int64_t>(1, av_rescale_q(step / 1us, {1, 1000000}, length));
+    time += step;
+    stamp = newStamp;
 }
 
 std::shared_ptr<Frame> Capture::Encode(AVFrame& picture)
 {
     picture.pts = std::chrono::duration_cast<microseconds>(time.time_since_epoch()).count();
     picture.pict_type = AV_PICTURE_TYPE_NONE;  // the encoder decides, not the file
-    AvPacketOwner packet(av_packet_alloc());
+    AvPacketOwner packet(Check(av_packet_alloc(), "H.264 encoder"));
     Check(avcodec_send_frame(encoder.get(), &picture), "H.264 encoder");
     Check(avcodec_receive_packet(encoder.get(), packet.get()), "H.264 encoder");
     return std::make_shared<Frame>(id, std::move(packet), time, parameters);

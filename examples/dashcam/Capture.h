@@ -18,7 +18,8 @@ namespace Dashcam {
 /// picture have the frame rate of the settings; when a pass is more than a second late, pictures
 /// are left out, and counted as lost.
 /// @par Errors
-/// A source that fails is opened again every second. The log has libav's reason, once.
+/// A source that fails is opened again every second. The log has libav's reason; if it stays the
+/// same, only once until pictures come again.
 /// @par Thread safety
 /// Controlling thread. The counters may be read on any thread.
 class Capture : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
@@ -46,9 +47,8 @@ private:
     std::string DescribeSource() const;
     void OpenSource();
     void OpenEncoder();
-    AvPicture ReadPicture();
-    void CountOutage();
-    void AwaitTurn();
+    AvPictureOwner ReadPicture();
+    void LeaveOut(Clock::duration tolerance);
     void CountFromCamera(const AVFrame& picture);
     std::shared_ptr<Frame> Encode(AVFrame& picture);
 
@@ -56,19 +56,20 @@ private:
     Recorder& recorder;
     const std::string camera;
     const std::string file;
-    const std::string name;  ///< of the source, for people
+    const std::string name;          ///< of the source, for people
+    const Clock::duration interval;  ///< between two pictures
     std::unique_ptr<AVFilterGraph, AvRelease<avfilter_graph_free>> graph;
     AVFilterContext* output = nullptr;  ///< where pictures leave the graph, which owns it
-    AvCodecOwner encoder;               ///< null: not open, and neither is the source
+    AvCodecOwner encoder;
     std::shared_ptr<AVCodecParameters> parameters;  ///< of what the encoder makes
 
-    std::string upright;                 ///< filters of the file, made when it is first opened
-    int width = 0;                       ///< of every picture; 0 until the source is first open
-    bool fresh = true;                   ///< no picture has come since the source was opened
-    std::int64_t id = -1;                ///< of the last picture; counts lost ones too
-    Moment time;                         ///< of the last picture
+    std::string upright;   ///< filters of the file, made when it is first opened
+    int width = 0;         ///< of every picture; 0 until the source is first open
+    bool fresh = true;     ///< no picture has come since the source was opened, or it is not open
+    std::int64_t id = -1;  ///< of the last picture; counts lost ones too
+    Moment time;           ///< of the last picture
     std::chrono::microseconds stamp{0};  ///< of the last picture, by the camera's clock
-    std::string complaint;               ///< the last one; it is not logged twice in a row
+    std::string complaint;               ///< the last one since a picture came; empty: none
     std::atomic<std::uint64_t> frames = 0;
     std::atomic<std::uint64_t> lost = 0;
 };

@@ -22,7 +22,7 @@ struct FreeMuxer
     }
 };
 
-AvPicture Decode(const Frame& key)
+AvPictureOwner Decode(const Frame& key)
 {
     const AVCodec* const codec = avcodec_find_decoder(key.Parameters().codec_id);
     const AvCodecOwner decoder(avcodec_alloc_context3(codec));
@@ -31,7 +31,7 @@ AvPicture Decode(const Frame& key)
     Check(avcodec_open2(decoder.get(), codec, nullptr), "still");
     Check(avcodec_send_packet(decoder.get(), &key.Packet()), "still");
     Check(avcodec_send_packet(decoder.get(), nullptr), "still");  // no more: the picture comes now
-    AvPicture picture(av_frame_alloc());
+    AvPictureOwner picture(av_frame_alloc());
     Check(avcodec_receive_frame(decoder.get(), picture.get()), "still");
     return picture;
 }
@@ -171,7 +171,7 @@ std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames)
 
 std::string MakeJpeg(const Frame& key)
 {
-    const AvPicture picture = Decode(key);
+    const AvPictureOwner picture = Decode(key);
     const AVCodec* const codec = avcodec_find_encoder(AV_CODEC_ID_MJPEG);
     const AvCodecOwner encoder(avcodec_alloc_context3(codec));
     encoder->width = picture->width;

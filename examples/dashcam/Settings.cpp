@@ -1,8 +1,10 @@
 #include "examples/dashcam/Settings.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 #include <sstream>
+#include <system_error>
 #include <type_traits>
 
 #include "examples/dashcam/Types.h"
@@ -15,25 +17,26 @@ namespace Json = Tolvex::Json;
 /// Reads a file. @return the document; no object if there is none, and the log says why.
 Json::Value ReadFile(const std::string& path)
 {
-    if (path.empty()) {
-        LogLine(LogType::Info, LogModule::CONFIG) << "no settings file: all defaults are used";
-        return {};
-    }
     std::ostringstream text;
+    errno = 0;
     text << std::ifstream(path).rdbuf();
-    Json::ParseError error;
-    Json::Value document;
-    try {
-        document = Json::Deserialize(text.str(), error);
-    } catch (const std::exception&) {
-        // The error says why.
+    std::string problem = ": " + std::generic_category().message(errno);
+    if (text || errno == 0) {  // an empty file fails too, but not by the system
+        Json::ParseError error;
+        Json::Value document;
+        try {
+            document = Json::Deserialize(text.str(), error);
+        } catch (const std::exception&) {
+            // The error says why.
+        }
+        if (error.reason.empty() && document.GetType() == Json::ObjectVal) {
+            return document;
+        }
+        problem = error.reason.empty() ? ": no object"
+                                       : ':' + std::to_string(error.line) + ':' +
+                                             std::to_string(error.column) + ": " + error.reason;
     }
-    if (error.reason.empty() && document.GetType() == Json::ObjectVal) {
-        return document;
-    }
-    LogLine(LogType::Error, LogModule::CONFIG)
-        << path << ':' << error.line << ':' << error.column << ": "
-        << (error.reason.empty() ? "no settings" : error.reason) << ": all defaults are used";
+    LogLine(LogType::Error, LogModule::CONFIG) << path << problem << ": all defaults are used";
     return {};
 }
 
@@ -60,7 +63,7 @@ const char* Take(const Json::Value& value, T& setting, double least, double most
 Settings ReadSettings(const std::string& path)
 {
     Settings settings;
-    const Json::Value document = ReadFile(path);
+    const Json::Value document = path.empty() ? Json::Value() : ReadFile(path);
     if (document.GetType() != Json::ObjectVal) {
         return settings;
     }

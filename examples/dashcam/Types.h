@@ -41,7 +41,7 @@ struct AvRelease
 
 using AvCodecOwner = std::unique_ptr<AVCodecContext, AvRelease<avcodec_free_context>>;
 using AvPacketOwner = std::unique_ptr<AVPacket, AvRelease<av_packet_free>>;
-using AvPicture = std::unique_ptr<AVFrame, AvRelease<av_frame_free>>;
+using AvPictureOwner = std::unique_ptr<AVFrame, AvRelease<av_frame_free>>;
 
 /// Looks at the result of a call of libav.
 /// @param code  The result; negative for an error.
@@ -54,6 +54,15 @@ inline void Check(int code, const std::string& what)
         av_strerror(code, reason, sizeof reason);
         throw Tolvex::IException((what + ": " + reason).c_str());
     }
+}
+
+/// As above, for a function of libav that returns an object.
+/// @return the object, which is not null.
+template <typename T>
+T* Check(T* object, const std::string& what)
+{
+    Check(object == nullptr ? AVERROR(ENOMEM) : 0, what);
+    return object;
 }
 
 /// One picture of the camera, encoded. Its number counts pictures; a number that is missing is a

@@ -5,6 +5,7 @@
 #include <iostream>
 #include <poll.h>
 #include <sstream>
+#include <tuple>
 #include <unistd.h>
 
 #include "examples/dashcam/Capture.h"
@@ -82,13 +83,19 @@ Drive::Drive(const Options& options)
       watch(folder)
 {
     accelerometer.AddCallback(&clips);
+    if (!sequence.GetErrorText().empty()) {
+        LogLine(LogType::Error, LogModule::Event) << "ignition off: " << sequence.GetErrorText();
+    }
     // The log is the last: it takes the lines of the others.
-    sequence.Add("Capture", &capture, 2s);
-    sequence.Add("Clips", &clips, 5s);
-    sequence.Add("Accelerometer", &accelerometer, 1s);
-    sequence.Add("Watch", &watch, 1s);
-    sequence.Add("Summary", this, 2s);
-    sequence.Add("Log", Logger::GetInstance(), 3s);
+    const std::tuple<const char*, IgnitionOffMode*, std::chrono::seconds> participants[] = {
+        {"Capture", &capture, 2s}, {"Clips", &clips, 5s}, {"Accelerometer", &accelerometer, 1s},
+        {"Watch", &watch, 1s},     {"Summary", this, 2s}, {"Log", Logger::GetInstance(), 3s}};
+    for (const auto& [name, participant, budget] : participants) {
+        if (!sequence.Add(name, participant, budget)) {
+            LogLine(LogType::Error, LogModule::Event)
+                << "ignition off without " << name << ": " << sequence.GetErrorText();
+        }
+    }
     if (settings.key == Settings().key) {
         LogLine(LogType::Warning, LogModule::CONFIG) << "clips are signed with the example's key";
     }
@@ -101,7 +108,10 @@ Drive::Drive(const Options& options)
     if (!options.acceleration.empty()) {
         accelerometer.Start();
     }
-    watch.Start();
+    watch.Start();  // names the workers that have no thread
+    if (!watch.IsRunning()) {
+        LogLine(LogType::Error, LogModule::Event) << "no thread for the watch";
+    }
 }
 
 void Drive::TellLastDrive()
@@ -110,9 +120,8 @@ void Drive::TellLastDrive()
     if (last.end == DriveEnd::Died || last.end == DriveEnd::Unreadable) {
         std::cout << "The last drive died: it crashed, was killed, or lost its power." << std::endl;
         LogLine(LogType::Error, LogModule::Event) << "the last drive died";
-    } else {
-        LogLine(LogType::Info, LogModule::Event)
-            << (last.end == DriveEnd::None ? "the first drive" : "the last drive ended properly");
+    } else if (last.end != DriveEnd::None) {
+        LogLine(LogType::Info, LogModule::Event) << "the last drive ended properly";
     }
     for (const std::string& name : last.overran) {
         LogLine(LogType::Warning, LogModule::Event) << name << " took too long at its end";
@@ -223,7 +232,7 @@ bool DriveWith(const Options& options)
     StartLog(options.folder);
     // Never destroyed, see Drive. Static, so that leak checkers find it.
     static Drive& drive = *new Drive(options);
-    const auto switchOff = [](Timer*) { kill(getpid(), SIGTERM); };
+    const auto switchOff = [main = pthread_self()](Timer*) { pthread_kill(main, SIGINT); };
     const Timer ignition(options.seconds * 1000, switchOff, nullptr, timerStackBytes);  // 0: never
     for (int number = 0; number != SIGTERM && number != SIGINT;) {
         number = sigtimedwait(&signals, nullptr, &betweenUpdates);

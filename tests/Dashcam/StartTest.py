@@ -1,0 +1,59 @@
+#!/usr/bin/env python3
+"""What the log says at the start when something is missing."""
+import os
+import pathlib
+import shutil
+import subprocess
+import unittest
+
+from dashcam import Drive, eventually, main, program, scratch
+
+nobody = 64321  # a user who has no other process
+
+
+class StartTest(unittest.TestCase):
+    def test_settings_that_cannot_be_read_are_reported_with_the_reason_of_the_system(self):
+        folder = scratch(self)
+        for path, reason in ((folder / "missing.json", "No such file or directory"),
+                             (folder, "Is a directory")):
+            with self.subTest(reason), Drive(folder / "clips", "--settings", str(path)) as drive:
+                drive.await_log(f"{path}: {reason}: all defaults are used")
+
+    def test_settings_without_an_object_are_reported(self):
+        folder = scratch(self)
+        for text, reason in (("", ":1:1: expected an object or an array"), ("[1]", ": no object")):
+            path = folder / "settings.json"
+            path.write_text(text)
+            with self.subTest(text), Drive(folder / "clips", "--settings", str(path)) as drive:
+                drive.await_log(f"{path}{reason}: all defaults are used")
+
+    def test_record_of_the_drive_that_cannot_be_written_is_told(self):
+        folder = scratch(self)
+        (folder / "drive").mkdir()
+        with Drive(folder) as drive:
+            drive.await_log("Failed to write the drive record")
+            drive.await_log("160x120")
+            drive.ignition_off()
+
+    @unittest.skipUnless(os.geteuid() == 0 and shutil.which("prlimit"),
+                         "needs the right to be another user")
+    def test_participants_and_watch_without_a_thread_are_told(self):
+        folder = scratch(self)
+        folder.chmod(0o777)
+        clips = folder / "clips"
+        process = subprocess.Popen(
+            ["prlimit", "--nproc=7", program, "--folder", clips, "--seconds", "0"],
+            user=nobody, group=nobody, extra_groups=[], stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        log = pathlib.Path(clips) / "dashcam.log"
+        for text in ("ignition off without Log: ", "no thread for the watch"):
+            eventually(lambda: process.poll() is not None or log.exists() and text in log.read_text(),
+                       text)
+            if process.poll() is not None:
+                self.skipTest("another user cannot run the program here")
+
+
+if __name__ == "__main__":
+    main()
