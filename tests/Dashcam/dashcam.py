@@ -102,6 +102,13 @@ display_line = re.compile(r"(?P<time>\d\d:\d\d:\d\d)  (?P<frames>\d+) frames( \(
                           r"  ring (?P<fill>\d+) %  ((?P<temperature>-?\d+) C  )?(?P<last>\S.*)")
 
 
+def place_where_it_is(hour):
+    """Settings of a place on the equator, where the sun's time is now this hour."""
+    now = time.gmtime()
+    east = (hour - now.tm_hour - now.tm_min / 60) * 15
+    return {"latitude": 0.0, "longitude": (east + 180) % 360 - 180}
+
+
 def clips(folder):
     """The finished clips, the oldest first."""
     return sorted(pathlib.Path(folder).glob("*.mp4"), key=lambda path: path.stat().st_mtime_ns)
