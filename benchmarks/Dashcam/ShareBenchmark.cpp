@@ -184,7 +184,8 @@ int main(int argc, char** argv)
     const bool isTrial = argc > 2;
     const int seconds = isTrial ? std::atoi(argv[2]) : 20;
     std::filesystem::create_directories(path);
-    static Settings settings;  // the cameras use it until the process ends
+    av_log_set_level(AV_LOG_QUIET);  // of the clips that are refused
+    static Settings settings;        // the cameras use it until the process ends
     if (isTrial) {
         settings.width = 320;
         settings.height = 180;
