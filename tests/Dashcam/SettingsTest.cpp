@@ -75,7 +75,7 @@ protected:
     Settings Read(const std::string& document)
     {
         std::ofstream(path) << document;
-        const Settings settings = ReadSettings(path);
+        Settings settings = ReadSettings(path);
         lines = log.TakeLines();
         return settings;
     }
@@ -84,7 +84,10 @@ protected:
     {
         std::string document;
         for (const auto& [name, value] : members) {
-            document += (document.empty() ? "{\"" : ",\n\"") + name + "\": " + value;
+            document += document.empty() ? "{\"" : ",\n\"";
+            document += name;
+            document += "\": ";
+            document += value;
         }
         return Read(document + "}");
     }

@@ -21,10 +21,12 @@ using namespace std::chrono_literals;
 namespace Json = Tolvex::Json;
 using Tolvex::Support::ThermalZone;
 
-constexpr std::time_t juneNoon = 1782043200;       // 2026-06-21 12:00:00 UTC
-constexpr std::time_t decemberNoon = 1797854400;   // 2026-12-21 12:00:00 UTC
-constexpr std::time_t marchMidnight = 1773964800;  // 2026-03-20 00:00:00 UTC
+constexpr std::time_t juneNoon = 1782043200;      // 2026-06-21 12:00:00 UTC
+constexpr std::time_t decemberNoon = 1797854400;  // 2026-12-21 12:00:00 UTC
+constexpr std::time_t sunrise = 1773984540;       // 2026-03-20 05:29 UTC, in Bern
+constexpr std::time_t sunset = 1774028280;        // 2026-03-20 17:38 UTC, in Bern
 constexpr std::time_t halfDay = 43200;
+constexpr std::time_t halfHour = 1800;
 
 /// Frames of 10 a second, whose second frame is the moment of the event.
 Clip MakeClip(const std::vector<std::int64_t>& ids, std::time_t wallTime = juneNoon)
@@ -160,10 +162,10 @@ TEST(SideFileTest, LightIsThatOfTheSunAtTheTimeAndThePlace)
         {"noon on the other side", juneNoon + halfDay, 0.0, 179.9, "day"},
         {"the same beyond the date line", juneNoon + halfDay, 0.0, -179.9, "day"},
         {"midnight on the other side", juneNoon, 0.0, 179.9, "night"},
-        {"half an hour before sunrise", marchMidnight + 4 * 3600 + 3540, 46.9, 7.4, "night"},
-        {"half an hour after sunrise", marchMidnight + 5 * 3600 + 3540, 46.9, 7.4, "day"},
-        {"half an hour before sunset", marchMidnight + 17 * 3600 + 480, 46.9, 7.4, "day"},
-        {"half an hour after sunset", marchMidnight + 18 * 3600 + 480, 46.9, 7.4, "night"},
+        {"half an hour before sunrise", sunrise - halfHour, 46.9, 7.4, "night"},
+        {"half an hour after sunrise", sunrise + halfHour, 46.9, 7.4, "day"},
+        {"half an hour before sunset", sunset - halfHour, 46.9, 7.4, "day"},
+        {"half an hour after sunset", sunset + halfHour, 46.9, 7.4, "night"},
         {"polar day of the north", juneNoon + halfDay, 75.0, 20.0, "day"},
         {"polar night of the north", decemberNoon, 75.0, 20.0, "night"},
         {"polar day of the south", decemberNoon + halfDay, -75.0, 20.0, "day"},
