@@ -117,7 +117,7 @@ void UpdateDisplay(std::ostream& terminal, std::int64_t frames, const Camera& ca
     if (TemperatureMonitor::GetInstance()->GetTemperatureAvailable()) {
         line << TemperatureMonitor::GetInstance()->GetTemperature() << " C  ";
     }
-    line << (count.last.empty() ? "no event yet" : count.last);
+    line << count.last;
     terminal << "\r\033[?7l" << line.str() << "\033[K\033[?7h" << std::flush;
 }
 
