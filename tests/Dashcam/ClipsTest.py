@@ -6,9 +6,13 @@ import signal
 import time
 import unittest
 
-from dashcam import (Drive, TooSlow, check_no_gap, check_whole, clips, decode, eventually, main,
-                     packets, repeated_when_too_slow, scratch, seconds_after, side, signature,
-                     small)
+from dashcam import (Drive, TooSlow, check_no_gap, check_whole, clips, eventually, main, packets,
+                     patience, place_where_it_is, repeated_when_too_slow, scratch, seconds_after,
+                     side, signature, small)
+
+
+def clocks():
+    return time.time(), time.clock_gettime(time.CLOCK_BOOTTIME)
 
 
 class ClipsTest(unittest.TestCase):
@@ -27,20 +31,46 @@ class ClipsTest(unittest.TestCase):
         self.assertTrue(all(a < b for a, b in zip(times, times[1:])), "times grow")
         return data
 
+    def check_moment(self, data, before, log):
+        """The side file tells when its event was, and what the log said until then.
+
+        @param before  The clocks before the event: the one that people read, and that of the boot.
+        """
+        wall, boot = before
+        self.assertGreaterEqual(data["unixTime"], int(wall))
+        self.assertGreaterEqual(data["bootSeconds"], boot - 0.011)  # the clock may count in 0.01 s
+        self.assertLess(data["bootSeconds"], boot + patience)
+        second = data["bootSeconds"] - boot + wall - data["unixTime"]  # a part of one was cut off
+        self.assertGreater(second, -0.1)
+        self.assertLess(second, 1.1)
+        self.assertEqual(data["localTime"],
+                         time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(data["unixTime"])))
+        self.assertIs(data["clockPlausible"], True)
+        self.assertIn(data["log"], log)
+        self.assertIn("event: " + data["events"][-1]["cause"], data["log"])
+
     @repeated_when_too_slow
     def test_shock_and_button_each_make_a_whole_clip_with_the_seconds_before_and_after(self):
         folder = scratch(self)
-        with Drive(folder) as drive:
+        with Drive(folder, settings=place_where_it_is(12)) as drive:
             drive.await_pictures()
+            shocked = clocks()
             drive.shock()
+            for sample in ((63, -47, 95), (30, 48, -96)):
+                drive.sample(*sample)
             eventually(lambda: len(clips(folder)) == 1, "a clip of the shock")
+            pressed = clocks()
             drive.press_button()
             eventually(lambda: len(clips(folder)) == 2, "a clip of the button")
             drive.ignition_off()
-        shock, button = clips(folder)
-        self.assertEqual(self.check_reach(shock)["events"][0]["cause"], "acceleration")
-        self.assertEqual(self.check_reach(button)["events"][0]["cause"], "button")
-        self.assertEqual(side(shock)["peak"]["x"], -2.0)
+        shock, button = [self.check_reach(clip) for clip in clips(folder)]
+        self.assertEqual(shock["events"][0]["cause"], "acceleration")
+        self.assertEqual(button["events"][0]["cause"], "button")
+        self.assertEqual(shock["peak"], {"x": -2.0, "y": 1.5, "z": -3.0})
+        self.assertEqual([shock["light"], button["light"]], ["day", "day"])
+        self.assertNotEqual(shock["identifier"], button["identifier"])
+        self.check_moment(shock, shocked, drive.log())
+        self.check_moment(button, pressed, drive.log())
         self.assertIn("All triggers have been stopped", drive.log().splitlines()[-1])
 
     def test_signature_fails_after_one_changed_byte(self):
@@ -67,7 +97,7 @@ class ClipsTest(unittest.TestCase):
     def test_second_event_prolongs_the_open_clip(self):
         folder = scratch(self)
         after = 3
-        with Drive(folder, settings={"secondsAfter": after}) as drive:
+        with Drive(folder, settings=place_where_it_is(0) | {"secondsAfter": after}) as drive:
             drive.await_pictures()
             drive.press_button()
             drive.await_log("event: button")
@@ -83,6 +113,7 @@ class ClipsTest(unittest.TestCase):
                 raise TooSlow(f"the second event came {apart} s after the first one")
         self.assertEqual(len(clips(folder)), 1)
         self.assertEqual(len(data["events"]), 2)
+        self.assertEqual(data["light"], "night")
         self.assertGreaterEqual(seconds_after(data, 1), after)
 
     def test_ignition_off_finishes_the_open_clip(self):

@@ -9,8 +9,8 @@ import subprocess
 import time
 import unittest
 
-from dashcam import (Drive, check_no_gap, check_whole, clips, eventually, main, packets,
-                     repeated_when_too_slow, scratch, small)
+from dashcam import (Drive, check_no_gap, check_whole, clips, decode, eventually, main, packets,
+                     repeated_when_too_slow, scratch, side, small)
 
 phone_film = pathlib.Path(__file__).with_name("phone.mov")  # phone.txt tells where it is from
 package_folder = pathlib.Path("/usr/share/gem/examples/data")
@@ -107,7 +107,7 @@ class FileTest(unittest.TestCase):
 
     def test_pictures_that_a_file_has_not_given_for_a_while_are_lost_and_named(self):
         folder = scratch(self)
-        path = folder / "drive.mp4"
+        path = scratch(self) / "drive.mp4"
         make(path, "-c:v", "mpeg4")
         good = path.read_bytes()
         with Drive(folder, "--file", str(path)) as drive:
@@ -117,12 +117,25 @@ class FileTest(unittest.TestCase):
             time.sleep(2)
             path.write_bytes(good)
             drive.await_log("160x120", times=2)
-            time.sleep(1)
-            drive.press_button()
+            drive.press_button()  # at once: the seconds before reach back beyond the outage
             eventually(lambda: clips(folder), f"a clip:\n{drive.log()}")
             drive.ignition_off()
         lost = json.loads((folder / "drive.json").read_text())["framesLost"]
         self.assertGreaterEqual(lost, 2 * small["framesPerSecond"])
+        clip = clips(folder)[0]
+        self.assertEqual(decode(clip), "")
+        frames = side(clip)["frames"]
+        outage = max(frames["gaps"], key=lambda gap: gap["missing"])
+        self.assertGreaterEqual(outage["missing"], 2 * small["framesPerSecond"])
+        missing = sum(gap["missing"] for gap in frames["gaps"])
+        self.assertLessEqual(missing, lost)
+        self.assertEqual(frames["last"] - frames["first"] + 1, frames["count"] + missing)
+        # The first frame after the outage is that of a new encoder. Its time tells of the outage.
+        number = outage["after"] - frames["first"] + 1 - sum(
+            gap["missing"] for gap in frames["gaps"] if gap["after"] < outage["after"])
+        film = packets(clip)
+        self.assertTrue(film[number][1], "a key frame")
+        self.assertGreaterEqual(film[number][0] - film[number - 1][0], 2)
 
     def test_file_that_is_cut_off_plays_as_far_as_it_goes(self):
         path = scratch(self) / "drive.ts"
@@ -179,6 +192,11 @@ class FileTest(unittest.TestCase):
         make(folder / "rest.ts", "-c:v", "mpeg2video", "-output_ts_offset", "2")
         path.write_bytes(path.read_bytes() + (folder / "rest.ts").read_bytes())
         self.check(path, width=240)
+
+    def test_scene_that_changes_adds_no_key_frame(self):
+        path = scratch(self) / "scenes.mp4"
+        make(path, "-c:v", "mpeg4", "-vf", "negate=enable='lt(mod(t,0.62),0.31)'")
+        self.check(path)
 
     def test_film_of_a_phone_plays(self):
         self.check(phone_film, width=214)

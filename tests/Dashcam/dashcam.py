@@ -6,6 +6,7 @@ import functools
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
@@ -35,7 +36,7 @@ def eventually(condition, what):
 class Drive:
     """The program, running. The folder may be that of an earlier drive."""
 
-    def __init__(self, folder, *options, settings=None, output=None):
+    def __init__(self, folder, *options, settings=None, output=None, launcher=()):
         self.folder = pathlib.Path(folder)
         self.final = ""
         self.work = pathlib.Path(tempfile.mkdtemp(prefix="dashcam."))
@@ -48,7 +49,7 @@ class Drive:
         arguments |= dict(zip(options[::2], options[1::2]))
         self.output = open(self.work / "output", "w+")
         self.process = subprocess.Popen(
-            [program] + [word for pair in arguments.items() for word in pair],
+            [*launcher, program] + [word for pair in arguments.items() for word in pair],
             stdin=subprocess.DEVNULL, stdout=output or self.output, stderr=subprocess.STDOUT)
 
     def __enter__(self):
@@ -97,6 +98,17 @@ class Drive:
             raise AssertionError(f"ended with {code}:\n{self.said()}{self.log()}")
 
 
+display_line = re.compile(r"(?P<time>\d\d:\d\d:\d\d)  (?P<frames>\d+) frames( \(\d+ lost\))?"
+                          r"  ring (?P<fill>\d+) %  ((?P<temperature>-?\d+) C  )?(?P<last>\S.*)")
+
+
+def place_where_it_is(hour):
+    """Settings of a place on the equator, where the sun's time is now this hour."""
+    now = time.gmtime()
+    east = (hour - now.tm_hour - now.tm_min / 60) * 15
+    return {"latitude": 0.0, "longitude": (east + 180) % 360 - 180}
+
+
 def clips(folder):
     """The finished clips, the oldest first."""
     return sorted(pathlib.Path(folder).glob("*.mp4"), key=lambda path: path.stat().st_mtime_ns)
@@ -134,11 +146,15 @@ def packets(clip):
             for packet in json.loads(run.stdout)["packets"]]
 
 
-def check_whole(test, clip, key=small["key"]):
-    """A clip as it has to be: decodes, begins with a key frame, belongs to its other files."""
+def check_whole(test, clip, key=small["key"], key_interval=small["keyInterval"]):
+    """A clip as it has to be: decodes, begins with a key frame, belongs to its other files.
+
+    Key frames come at their fixed interval, and nowhere else.
+    """
     test.assertEqual(decode(clip), "", clip)
     frames = packets(clip)
-    test.assertTrue(frames[0][1], "begins with a key frame")
+    test.assertEqual([number for number, (_, is_key) in enumerate(frames) if is_key],
+                     list(range(0, len(frames), key_interval)), "numbers of the key frames")
     data = side(clip)
     test.assertEqual(data["clip"], clip.name)
     test.assertEqual(len(frames), data["frames"]["count"])
