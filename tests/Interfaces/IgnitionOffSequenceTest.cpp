@@ -386,7 +386,7 @@ TEST(IgnitionOffSequenceTest, CallThatHasNotBegunWithinItsBudgetIsNotMade)
     {
         const HeldThread held(thread);
         if (!held.Holds()) {
-            GTEST_SKIP() << "no right to hold a thread";
+            GTEST_SKIP() << "needs the right to trace, and a system without emulation";
         }
 
         sequence->RunIgnitionOff();
