@@ -7,6 +7,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "Tolvex/Base/Private/ForkMutex.h"
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/IThread.h"
 #include "Tolvex/Interfaces/Private/WorkerList.h"
@@ -18,6 +19,27 @@ namespace {
 using Base::LoadShared;
 using std::chrono::duration_cast;
 using std::chrono::milliseconds;
+
+// Guards the list; taken before the mutex of a worker's threads.
+constinit Base::ForkMutex listMutex;
+
+// Made for the first worker, so that loading the library costs nothing. Never destroyed: workers
+// may still start and end while the process exits.
+std::vector<const IThread*>* list = nullptr;
+
+/// The threads of the workers on the list do not exist in the child.
+void EmptyInChild()
+{
+    if (list != nullptr) {
+        list->clear();
+    }
+    listMutex.UnlockAfterFork();
+}
+
+std::unique_lock<std::mutex> LockList()
+{
+    return Base::LockForkMutex<listMutex, EmptyInChild>();
+}
 
 /// @return bytes from the top of a living thread's stack to its lowest page that is in memory.
 std::size_t StackUsed(pthread_t thread)
@@ -85,10 +107,34 @@ public:
     }
 };
 
+void ListWorker(const IThread& worker)
+{
+    const std::unique_lock<std::mutex> lock = LockList();
+    if (list == nullptr) {
+        list = new std::vector<const IThread*>;
+    }
+    if (std::find(list->begin(), list->end(), &worker) == list->end()) {
+        list->push_back(&worker);
+    }
+}
+
+void UnlistWorker(const IThread& worker)
+{
+    const std::unique_lock<std::mutex> lock = LockList();
+    if (list != nullptr) {
+        std::erase(*list, &worker);
+    }
+}
+
 std::vector<WorkerHealth> ListWorkers()
 {
     std::vector<WorkerHealth> workers;
-    VisitWorkers([&workers](const IThread& worker) { WorkerObserver::Append(worker, workers); });
+    const std::unique_lock<std::mutex> lock = LockList();
+    if (list != nullptr) {
+        for (const IThread* worker : *list) {
+            WorkerObserver::Append(*worker, workers);
+        }
+    }
     return workers;
 }
 

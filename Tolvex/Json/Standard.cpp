@@ -28,32 +28,31 @@ constexpr ByteSet specialBytes = [] {
     return set;
 }();
 
+int ByteAt(const char* at)
+{
+    return static_cast<unsigned char>(*at);
+}
+
 /// Appends the character at a position, which is not ASCII. Bytes that form only a part of a
 /// character in UTF-8, or none, are replaced.
 /// @return the position after the character or the part.
 const char* AppendCharacter(const char* at, const char* end, std::string& text)
 {
     const char* const begin = at++;
-    const unsigned int lead = static_cast<unsigned char>(*begin);
+    const int lead = ByteAt(begin);
     const bool isLead = lead >= 0xC2 && lead <= 0xF4;
-    int missing = lead < 0xE0 ? 1 : (lead < 0xF0 ? 2 : 3);
+    const int length = lead < 0xE0 ? 2 : (lead < 0xF0 ? 3 : 4);
     // After some leads the second byte has a smaller range: no character has two encodings, none is
     // a surrogate, and none is above U+10FFFF.
     int lowest = lead == 0xE0 ? 0xA0 : (lead == 0xF0 ? 0x90 : 0x80);
     int highest = lead == 0xED ? 0x9F : (lead == 0xF4 ? 0x8F : 0xBF);
-    for (; isLead && missing != 0 && at != end; ++at, --missing) {
-        const int byte = static_cast<unsigned char>(*at);
-        if (byte < lowest || byte > highest) {
-            break;
-        }
+    while (isLead && at != end && at - begin < length && ByteAt(at) >= lowest &&
+           ByteAt(at) <= highest) {
+        ++at;
         lowest = 0x80;
         highest = 0xBF;
     }
-    if (missing == 0) {
-        text.append(begin, at);
-    } else {
-        text += "\xEF\xBF\xBD";  // U+FFFD
-    }
+    text += at - begin == length ? std::string_view(begin, at) : "\xEF\xBF\xBD";  // U+FFFD
     return at;
 }
 
@@ -65,9 +64,8 @@ const char* AppendEscaped(const char* at, std::string& text)
         text += '\\';
         text += escapeLetters[index];
     } else {
-        const auto byte = static_cast<unsigned char>(*at);
-        text += byte < 0x10 ? "\\u000" : "\\u001";
-        text += "0123456789abcdef"[byte % 16];
+        text += ByteAt(at) < 0x10 ? "\\u000" : "\\u001";
+        text += "0123456789abcdef"[ByteAt(at) % 16];
     }
     return at + 1;
 }
@@ -83,8 +81,8 @@ void AppendString(std::string_view bytes, std::string& text)
         if (special == end) {
             break;
         }
-        const bool ascii = static_cast<unsigned char>(*special) < 0x80;
-        at = ascii ? AppendEscaped(special, text) : AppendCharacter(special, end, text);
+        at = ByteAt(special) < 0x80 ? AppendEscaped(special, text)
+                                    : AppendCharacter(special, end, text);
     }
     text += '"';
 }

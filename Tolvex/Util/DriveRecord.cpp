@@ -52,21 +52,18 @@ std::string Compose(const DriveRecord& record)
     return text;
 }
 
-/// Reads the lines that it knows. The text is a record only if the result composes to exactly this
-/// text.
+/// Takes the text for a record. It is one only if the result composes to exactly this text.
 DriveRecord Parse(const std::string& text)
 {
-    DriveRecord record;
     std::istringstream lines(text.substr(0, text.size() / 2));
     lines.exceptions(std::ios_base::badbit);  // Without memory the record is not unreadable.
-    for (std::string line; std::getline(lines, line);) {
-        const auto* const end = std::find(ends.begin(), ends.end(), line);
-        if (end != ends.end()) {
-            record.end = static_cast<DriveEnd>(end - ends.begin());
-        }
-        if (line.starts_with(namePrefix)) {
-            record.overran.push_back(line.substr(namePrefix.size()));
-        }
+    DriveRecord record;
+    std::string line;
+    std::getline(lines, line);
+    std::getline(lines, line);  // the second line: the end
+    record.end = static_cast<DriveEnd>(std::find(ends.begin(), ends.end(), line) - ends.begin());
+    while (std::getline(lines, line)) {
+        record.overran.push_back(line.substr(std::min(line.size(), namePrefix.size())));
     }
     try {
         if (Compose(record) == text) {

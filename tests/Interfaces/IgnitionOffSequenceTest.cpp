@@ -13,6 +13,10 @@
 #include <pthread.h>
 #include <stdexcept>
 #include <string>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/types.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -27,6 +31,7 @@
 #include "tests/Support/CountingNew.h"
 #include "tests/Support/Gate.h"
 #include "tests/Support/LogFile.h"
+#include "tests/Support/OwnProcess.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/RealFunction.h"
 #include "tests/Support/ScratchDirectory.h"
@@ -97,6 +102,55 @@ public:
         leave.Pass();
         ++ends;
     });
+};
+
+/// Keeps a sleeping thread of this process from running, however often it is woken, as an
+/// overloaded machine does. A child process holds the thread with ptrace(); when the child is
+/// killed, the kernel lets the thread go.
+class HeldThread
+{
+public:
+    explicit HeldThread(pid_t thread)
+    {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        child = Support::StartChild([thread, &ends] {
+            char allowed = 0;
+            if (read(ends[0], &allowed, 1) != 1 ||
+                ptrace(PTRACE_SEIZE, thread, nullptr, nullptr) != 0 ||
+                ptrace(PTRACE_INTERRUPT, thread, nullptr, nullptr) != 0 ||
+                waitpid(thread, nullptr, __WALL) != thread) {
+                return 1;
+            }
+            for (;;) {
+                raise(SIGSTOP);  // tells the parent that the thread is held
+            }
+        });
+        // Fails where the kernel lets every process trace: there nobody has to allow it.
+        prctl(PR_SET_PTRACER, child, 0, 0, 0);
+        EXPECT_EQ(write(ends[1], "", 1), 1);
+        close(ends[0]);
+        close(ends[1]);
+        int status = 0;
+        holds = waitpid(child, &status, WUNTRACED) == child && WIFSTOPPED(status);
+    }
+
+    ~HeldThread()
+    {
+        if (holds) {
+            kill(child, SIGKILL);
+            waitpid(child, nullptr, 0);
+        }
+    }
+
+    HeldThread(const HeldThread&) = delete;
+    HeldThread& operator=(const HeldThread&) = delete;
+
+    bool Holds() const { return holds; }
+
+private:
+    pid_t child = -1;
+    bool holds = false;
 };
 
 // ------------------------------------------------------------------------------------- no memory
@@ -280,6 +334,68 @@ TEST(IgnitionOffSequenceTest, LogThatHangsDoesNotKeepTheSequence)
     EXPECT_EQ(calls, 1);
     logger.DropLine();
     EXPECT_TRUE(Eventually([&log] { return !log.TakeLines().empty(); }));
+}
+
+TEST(IgnitionOffSequenceTest, WhileTheLineAboutOneLateParticipantHangsTheNextOnesAreNotLogged)
+{
+    LogFile log;
+    std::vector<std::unique_ptr<Hanging>> all;
+    const std::vector<pid_t> before = Support::Threads();
+    auto sequence = std::make_unique<IgnitionOffSequence>();
+    const std::vector<pid_t> after = Support::Threads();
+    const auto logThread = std::find_if(after.begin(), after.end(), [&before](pid_t thread) {
+        return std::find(before.begin(), before.end(), thread) == before.end();
+    });
+    ASSERT_NE(logThread, after.end());
+    for (const char* name : {"Upload", "Encoder", "Modem"}) {
+        all.push_back(std::make_unique<Hanging>());
+        ASSERT_TRUE(sequence->Add(name, &all.back()->part, 20ms));
+    }
+    Ilog::Logger& logger = *Ilog::Logger::GetInstance();
+    logger.WriteHeader(Ilog::LogType::Info);  // keeps every other thread from logging
+
+    sequence->RunIgnitionOff();
+
+    EXPECT_EQ(sequence->GetOverrun().size(), all.size());
+    logger.DropLine();
+    sequence.reset();
+    // The name does not tell: a thread that the C library has started for this one inherits it.
+    ASSERT_TRUE(
+        Eventually([logThread] { return Support::AboutThread(*logThread, "comm").empty(); }));
+    EXPECT_THAT(log.TakeLines(),
+                testing::ElementsAre(testing::HasSubstr("Ignition off: Upload has not ended")));
+}
+
+TEST(IgnitionOffSequenceTest, CallThatHasNotBegunWithinItsBudgetIsNotMade)
+{
+    std::atomic<int> calls = 0;
+    std::atomic<pid_t> thread = 0;
+    Part part([&calls, &thread] {
+        ++calls;
+        thread = gettid();
+    });
+    auto sequence = std::make_unique<IgnitionOffSequence>();
+    ASSERT_TRUE(sequence->Add("Upload", &part, 50ms));
+    ASSERT_TRUE(Eventually([&sequence] {
+        sequence->RunIgnitionOff();
+        return sequence->GetOverrun().empty();
+    }));
+    const int callsBefore = calls;
+    // Asleep it waits for the next call, and holds no lock.
+    ASSERT_TRUE(Eventually([&thread] { return Support::Sleeps(thread); }));
+    {
+        const HeldThread held(thread);
+        if (!held.Holds()) {
+            GTEST_SKIP() << "needs the right to trace, and a system without emulation";
+        }
+
+        sequence->RunIgnitionOff();
+
+        EXPECT_EQ(sequence->GetOverrun(), std::vector<std::string>{"Upload"});
+        sequence.reset();
+    }
+    ASSERT_TRUE(Eventually([] { return !Support::HasThread("Upload"); }));
+    EXPECT_EQ(calls, callsBefore);
 }
 
 TEST(IgnitionOffSequenceTest, LoggerCanBeTheLastParticipant)

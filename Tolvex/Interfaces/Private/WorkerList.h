@@ -1,8 +1,7 @@
 /// @file
-/// The list of all workers that were started and are not destroyed yet.
+/// The list of all workers that were started and are not destroyed yet, which ListWorkers() reads.
+/// Defined in WorkerHealth.cpp. A forked child begins with an empty list.
 #pragma once
-
-#include <functional>
 
 namespace Tolvex::Interfaces {
 
@@ -16,9 +15,5 @@ void ListWorker(const IThread& worker);
 
 /// Takes a worker off the list. From then on no other thread reads it through the list.
 void UnlistWorker(const IThread& worker);
-
-/// Calls visit for all workers, in the order in which they were listed. Meanwhile none of them is
-/// destroyed. visit must not start or destroy a worker. A forked child begins with an empty list.
-void VisitWorkers(const std::function<void(const IThread&)>& visit);
 
 }  // namespace Tolvex::Interfaces
