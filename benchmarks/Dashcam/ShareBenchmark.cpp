@@ -21,6 +21,7 @@
 #include "examples/dashcam/Capture.h"
 #include "examples/dashcam/Clips.h"
 #include "examples/dashcam/Recorder.h"
+#include "examples/dashcam/Watch.h"
 
 namespace {
 
