@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <new>
 
 #include "Tolvex/Base/Private/PosixThread.h"
 #include "Tolvex/Base/SharedValue.h"
@@ -104,11 +105,11 @@ void ISignal::RunThread()
 void ISignal::StartHandler(void* data)
 {
     const std::lock_guard<std::mutex> lock(fireMutex);
-    std::unique_ptr<HandlerRecord> record(new HandlerRecord{this, data});
+    std::unique_ptr<HandlerRecord> record(new (std::nothrow) HandlerRecord{this, data});
 
     pthread_t handler = 0;
-    const int error = Base::StartDetachedThread(handler, nullptr, SignalFirePosix, record.get());
-    if (error == 0) {
+    if (record != nullptr &&
+        Base::StartDetachedThread(handler, nullptr, SignalFirePosix, record.get()) == 0) {
         static_cast<void>(record.release());  // The handler thread owns it, or has deleted it.
     }
     // Otherwise the event is dropped. This is not reported.

@@ -20,8 +20,7 @@ namespace Tolvex::Interfaces {
 /// examples/EventDispatcher.cpp.
 /// @par Errors
 /// A thread that cannot be created is not reported: see Start() and RunThread(). An exception that
-/// leaves WaitSignal() or FireSignal() ends the process, and so does std::bad_alloc if there is no
-/// memory for the record of an event.
+/// leaves WaitSignal() or FireSignal() ends the process.
 /// @par Thread safety
 /// Controlling thread: Start(). Thread-safe: Stop(), AddCallback(), RemoveCallback(). DoCallback()
 /// states its own restriction.
@@ -75,7 +74,7 @@ public:
     void Stop();
 
     /// The listener's loop; returns after Stop(). If the thread for a handler cannot be created,
-    /// the event is dropped, which is not reported.
+    /// or without memory for it, the event is dropped, which is not reported.
     void RunThread();
 
     /// Entry of the listener thread.

@@ -25,6 +25,7 @@
 #include "examples/dashcam/Capture.h"
 #include "examples/dashcam/Clips.h"
 #include "examples/dashcam/Recorder.h"
+#include "examples/dashcam/Watch.h"
 
 namespace {
 

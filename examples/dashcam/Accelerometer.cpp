@@ -29,8 +29,7 @@ bool ReadSample(const std::string& line, int range, Sample& sample)
         axis = static_cast<double>(Tolvex::UtilAcc::AccNativeToFloat(
             static_cast<unsigned char>(raw), static_cast<unsigned char>(range)));
     }
-    std::string rest;
-    return !(text >> rest);
+    return (text >> std::ws).eof();
 }
 
 }  // namespace
@@ -58,13 +57,19 @@ std::vector<Sample> Accelerometer::Between(Moment from, Moment to) const
 }
 
 void Accelerometer::Run()
-{
+try {
     const std::size_t end = buffer.find('\n');
     if (end == std::string::npos) {
         ReadBytes();
         return;
     }
-    Sample sample;
+    Sample sample{Clock::now()};
+    if (isFile) {
+        const auto interval = std::chrono::microseconds(1000000 / settings.samplesPerSecond);
+        sample.time = std::max(newest + interval, sample.time - quietTime);
+        ThreadSleep(std::chrono::ceil<std::chrono::milliseconds>(sample.time - Clock::now()), 50ms);
+        newest = sample.time;
+    }
     const bool good = ReadSample(buffer.substr(0, end), settings.sensorRange, sample);
     buffer.erase(0, end + 1);
     if (!good) {
@@ -72,12 +77,6 @@ void Accelerometer::Run()
         Complain("has lines that are no samples");
         return;
     }
-    const auto interval = std::chrono::microseconds(1000000 / settings.samplesPerSecond);
-    newest = isFile ? std::max(newest + interval, Clock::now() - quietTime) : Clock::now();
-    while (IsRunning() && Clock::now() < newest) {
-        ThreadSleep(std::chrono::ceil<std::chrono::milliseconds>(newest - Clock::now()), 50ms);
-    }
-    sample.time = newest;
     {
         const std::lock_guard<std::mutex> lock(mutex);
         samples.AddNext(sample);
@@ -88,6 +87,8 @@ void Accelerometer::Run()
         }
         lastShock = sample.time;
     }
+} catch (const std::exception&) {
+    ThreadSleep(50ms, 50ms);  // there is no memory; the next pass tries again
 }
 
 /// Appends to the buffer. Waits for 100 ms at most, and a second after an error.
@@ -123,9 +124,8 @@ void Accelerometer::ReadBytes()
 
 void Accelerometer::Complain(const std::string& problem)
 {
-    if (!complained) {
+    if (!std::exchange(complained, true)) {
         LogLine(LogType::Warning, LogModule::Accelerometer) << path << ' ' << problem;
-        complained = true;
     }
 }
 

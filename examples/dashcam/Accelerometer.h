@@ -43,10 +43,10 @@ private:
     int descriptor = -1;  ///< -1: not open
     bool isFile = false;  ///< not a FIFO
     bool complained = false;
-    std::string buffer;            ///< read, and not taken apart yet
-    Moment newest = Clock::now();  ///< time of the last sample
-    Moment lastShock;              ///< when the force was last above the threshold
-    mutable std::mutex mutex;      ///< guards samples
+    std::string buffer;        ///< read, and not taken apart yet
+    Moment newest;             ///< when the last line of a file was due
+    Moment lastShock;          ///< when the force was last above the threshold
+    mutable std::mutex mutex;  ///< guards samples
     Tolvex::Util::CircularBuffer<Sample> samples;
     std::atomic<std::uint64_t> skipped = 0;
 };

@@ -11,35 +11,12 @@ namespace {
 
 namespace Json = Tolvex::Json;
 
-struct FreeMuxer
+void FreeMuxer(AVFormatContext** muxer)
 {
-    void operator()(AVFormatContext* muxer) const
-    {
-        std::uint8_t* bytes = nullptr;
-        avio_close_dyn_buf(muxer->pb, &bytes);
-        av_free(bytes);
-        avformat_free_context(muxer);
-    }
-};
-
-AvPictureOwner Decode(const Frame& key)
-{
-    const AVCodec* const codec = avcodec_find_decoder(key.Parameters().codec_id);
-    const AvCodecOwner decoder(avcodec_alloc_context3(codec));
-    decoder->thread_count = 1;
-    Check(avcodec_parameters_to_context(decoder.get(), &key.Parameters()), "still");
-    Check(avcodec_open2(decoder.get(), codec, nullptr), "still");
-    Check(avcodec_send_packet(decoder.get(), &key.Packet()), "still");
-    Check(avcodec_send_packet(decoder.get(), nullptr), "still");  // no more: the picture comes now
-    AvPictureOwner picture(av_frame_alloc());
-    Check(avcodec_receive_frame(decoder.get(), picture.get()), "still");
-    return picture;
-}
-
-/// @return seconds from one moment to another.
-double SecondsBetween(Moment from, Moment to)
-{
-    return std::chrono::duration<double>(to - from).count();
+    std::uint8_t* bytes = nullptr;
+    avio_close_dyn_buf((*muxer)->pb, &bytes);
+    av_free(bytes);
+    avformat_free_context(*muxer);
 }
 
 /// To the thousandth, which is what the sensors give.
@@ -48,22 +25,20 @@ double Rounded(double value)
     return std::round(value * 1000.0) / 1000.0;
 }
 
-/// A shock has only begun at its event: its force is the largest one of the second that follows.
-Json::Array DescribeEvents(const Clip& clip, const std::vector<Sample>& samples)
+/// @return seconds from one moment to another.
+double SecondsBetween(Moment from, Moment to)
+{
+    return Rounded(std::chrono::duration<double>(to - from).count());
+}
+
+Json::Array DescribeEvents(const Clip& clip)
 {
     Json::Array events;
     for (const Event& event : clip.events) {
-        double force = event.force;
-        for (const Sample& sample : samples) {
-            const double second = SecondsBetween(event.time, sample.time);
-            if (event.force > 0.0 && second >= 0.0 && second <= 1.0) {
-                force = std::max(force, sample.Force());
-            }
-        }
         Json::Object entry;
         entry["cause"] = event.cause;
-        entry["second"] = Rounded(SecondsBetween(clip.frames.front()->Time(), event.time));
-        entry["force"] = Rounded(force);
+        entry["second"] = SecondsBetween(clip.frames.front()->Time(), event.time);
+        entry["force"] = Rounded(event.force);
         events.push_back(std::move(entry));
     }
     return events;
@@ -112,7 +87,7 @@ Json::Array DescribeSamples(const Event& event, const std::vector<Sample>& sampl
     Json::Array rows;
     for (const Sample& sample : samples) {
         Json::Array row;
-        row.push_back(Rounded(SecondsBetween(event.time, sample.time)));
+        row.push_back(SecondsBetween(event.time, sample.time));
         for (const double axis : sample.axes) {
             row.push_back(Rounded(axis));
         }
@@ -141,18 +116,16 @@ std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames)
 {
     AVFormatContext* made = nullptr;
     Check(avformat_alloc_output_context2(&made, nullptr, "mp4", nullptr), "mp4");
-    const std::unique_ptr<AVFormatContext, FreeMuxer> muxer(made);
+    const std::unique_ptr<AVFormatContext, AvRelease<FreeMuxer>> muxer(made);
     Check(avio_open_dyn_buf(&made->pb), "mp4");
 
-    AVStream* const stream = avformat_new_stream(made, nullptr);
-    Check(stream != nullptr ? 0 : AVERROR(ENOMEM), "mp4");
+    AVStream* const stream = Check(avformat_new_stream(made, nullptr), "mp4");
     Check(avcodec_parameters_copy(stream->codecpar, &frames.front()->Parameters()), "mp4");
     stream->time_base = {1, 1000000};
     Check(avformat_write_header(made, nullptr), "mp4");
     std::int64_t microseconds = -1;
     for (const std::shared_ptr<Frame>& frame : frames) {
-        const AvPacketOwner packet(av_packet_clone(&frame->Packet()));
-        Check(packet != nullptr ? 0 : AVERROR(ENOMEM), "mp4");
+        const AvPacketOwner packet(Check(av_packet_clone(&frame->Packet()), "mp4"));
         const auto time = frame->Time() - frames.front()->Time();
         microseconds =
             std::max<std::int64_t>(microseconds + 1, time / std::chrono::microseconds(1));
@@ -171,9 +144,18 @@ std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames)
 
 std::string MakeJpeg(const Frame& key)
 {
-    const AvPictureOwner picture = Decode(key);
-    const AVCodec* const codec = avcodec_find_encoder(AV_CODEC_ID_MJPEG);
-    const AvCodecOwner encoder(avcodec_alloc_context3(codec));
+    const AVCodec* const format = avcodec_find_decoder(key.Parameters().codec_id);
+    const AvCodecOwner decoder(Check(avcodec_alloc_context3(format), "still"));
+    decoder->thread_count = 1;
+    Check(avcodec_parameters_to_context(decoder.get(), &key.Parameters()), "still");
+    Check(avcodec_open2(decoder.get(), format, nullptr), "still");
+    Check(avcodec_send_packet(decoder.get(), &key.Packet()), "still");
+    Check(avcodec_send_packet(decoder.get(), nullptr), "still");  // no more: the picture comes now
+    const AvPictureOwner picture(Check(av_frame_alloc(), "still"));
+    Check(avcodec_receive_frame(decoder.get(), picture.get()), "still");
+
+    const AVCodec* const jpeg = avcodec_find_encoder(AV_CODEC_ID_MJPEG);
+    const AvCodecOwner encoder(Check(avcodec_alloc_context3(jpeg), "still"));
     encoder->width = picture->width;
     encoder->height = picture->height;
     encoder->pix_fmt = AV_PIX_FMT_YUV420P;
@@ -182,26 +164,18 @@ std::string MakeJpeg(const Frame& key)
     encoder->time_base = {1, 1};
     encoder->thread_count = 1;
     encoder->qmax = 4;  // good quality
-    Check(avcodec_open2(encoder.get(), codec, nullptr), "still");
-
+    Check(avcodec_open2(encoder.get(), jpeg, nullptr), "still");
     picture->pict_type = AV_PICTURE_TYPE_I;
-    const AvPacketOwner packet(av_packet_alloc());
     Check(avcodec_send_frame(encoder.get(), picture.get()), "still");
+    const AvPacketOwner packet(Check(av_packet_alloc(), "still"));
     Check(avcodec_receive_packet(encoder.get(), packet.get()), "still");
     return {reinterpret_cast<const char*>(packet->data), static_cast<std::size_t>(packet->size)};
-}
-
-bool IsPlausible(std::time_t time)
-{
-    constexpr std::time_t startOf2025 = 1735689600;
-    return time >= startOf2025;
 }
 
 std::string MakeSideFile(const std::string& name, const Clip& clip,
                          const std::vector<Sample>& samples, const Settings& settings)
 {
     const Event& event = clip.events.front();
-    const double seconds = SecondsBetween(clip.frames.front()->Time(), clip.frames.back()->Time());
     auto* const monitor = Tolvex::Util::TemperatureMonitor::GetInstance();
     std::string lines;
     for (const std::string& line : Tolvex::Ilog::Logger::GetInstance()->GetLastLines()) {
@@ -211,7 +185,7 @@ std::string MakeSideFile(const std::string& name, const Clip& clip,
     Json::Object side;
     side["identifier"] = Tolvex::Util::NewUid();
     side["clip"] = name + ".mp4";
-    side["events"] = DescribeEvents(clip, samples);
+    side["events"] = DescribeEvents(clip);
     side["localTime"] = Tolvex::Util::DateISO(event.wallTime);
     side["unixTime"] = static_cast<double>(event.wallTime);
     side["bootSeconds"] = Rounded(event.bootSeconds);
@@ -219,7 +193,7 @@ std::string MakeSideFile(const std::string& name, const Clip& clip,
     side["light"] = LightAt(event.wallTime, settings);
     side["temperature"] =
         monitor->GetTemperatureAvailable() ? Json::Value(monitor->GetTemperature()) : Json::Value();
-    side["seconds"] = Rounded(seconds);
+    side["seconds"] = SecondsBetween(clip.frames.front()->Time(), clip.frames.back()->Time());
     side["frames"] = DescribeFrames(clip);
     side["peak"] = DescribePeaks(samples);
     side["acceleration"] = DescribeSamples(event, samples);

@@ -24,6 +24,9 @@ std::string MakeSideFile(const std::string& name, const Clip& clip,
                          const std::vector<Sample>& samples, const Settings& settings);
 
 /// @return whether a clock may be right: a device without battery starts in 1970.
-bool IsPlausible(std::time_t time);
+constexpr bool IsPlausible(std::time_t time)
+{
+    return time >= 1735689600;  // the start of 2025
+}
 
 }  // namespace Dashcam

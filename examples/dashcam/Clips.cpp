@@ -1,24 +1,14 @@
 #include "examples/dashcam/Clips.h"
 
+#include <cstdio>
+#include <fstream>
+
 #include "PageTemplate.h"  // made of page.html by CMake
 #include "examples/dashcam/ClipFiles.h"
 
 namespace Dashcam {
-namespace {
 
-constexpr int mostInWork = 8;  ///< events; a disk that hangs must not fill the memory with clips
-
-/// @return an event of this moment.
-Event MakeEvent(const std::string& cause, double force)
-{
-    timespec sinceBoot = {};
-    clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
-    const double bootSeconds =
-        static_cast<double>(sinceBoot.tv_sec) + static_cast<double>(sinceBoot.tv_nsec) * 1e-9;
-    return {cause, Clock::now(), std::time(nullptr), bootSeconds, force};
-}
-
-}  // namespace
+constexpr int mostUnfinished = 8;  ///< events; a disk that hangs must not fill the memory
 
 Clips::Clips(const Settings& wishes, Recorder& source, const Accelerometer& sensor, Folder& target)
     : settings(wishes), recorder(source), accelerometer(sensor), folder(target)
@@ -31,17 +21,25 @@ void Clips::Raise(const std::string& cause, double force)
     // Logs nothing: the caller would wait for the log if the disk hangs.
     const std::lock_guard<std::mutex> lock(mutex);
     ++count.events;
-    if (inWork == mostInWork) {
+    try {
+        if (count.Unfinished() > mostUnfinished) {
+            throw Tolvex::IException("the disk does not keep up");
+        }
+        double bootSeconds = 0.0;
+        std::ifstream("/proc/uptime") >> bootSeconds;
+        const Event event = {cause, Clock::now(), std::time(nullptr), bootSeconds, force};
+        std::list<Work> work(1, {event, nullptr});  // first, so that no clip begins without memory
+        work.back().second = recorder.Begin(event);
+        queue.splice(queue.end(), work);
+        std::snprintf(count.last, sizeof count.last, "%s, clip is being taken", cause.c_str());
+    } catch (const std::exception& problem) {
         ++count.lost;
         ++refused;
-        count.last = "event lost: the disk does not keep up";
-        return;
+        std::snprintf(count.last, sizeof count.last, "event lost: %s", problem.what());
     }
-    count.last = cause + ", clip is being taken";
-    const Event event = MakeEvent(cause, force);
-    queue.emplace_back(event, recorder.Begin(event));
-    ++inWork;
-    pending.Notify();
+    if (!queue.empty()) {
+        pending.Notify();
+    }
 }
 
 void Clips::Invoke(Tolvex::Interfaces::IThread* /*worker*/, void* force)
@@ -49,44 +47,37 @@ void Clips::Invoke(Tolvex::Interfaces::IThread* /*worker*/, void* force)
     Raise("acceleration", *static_cast<const double*>(force));
 }
 
-bool Clips::WaitSignal(void** data)
+bool Clips::WaitSignal(void** /*data*/)
 {
     pending.Wait();
-    const std::lock_guard<std::mutex> lock(mutex);
-    *data = new Work(std::move(queue.front()));
-    queue.pop_front();
     return true;
 }
 
-void Clips::FireSignal(void* data)
+void Clips::FireSignal(void* /*data*/)
 {
-    const std::unique_ptr<const Work> work(static_cast<Work*>(data));
-    const auto& [event, clip] = *work;
-    LogLine(LogType::Notice, LogModule::Event)
-        << "event: " << event.cause << ", " << event.force << " g"
-        << (clip == nullptr ? ", prolongs the open clip" : "");
-    try {
-        if (clip != nullptr) {
-            recorder.AwaitEnd(*clip);
-            Write(*clip);
-        }
-    } catch (const std::exception& problem) {
-        Report(&Count::lost, std::string("clip lost: ") + problem.what());
-    }
     std::unique_lock<std::mutex> lock(mutex);
-    if (const int lost = std::exchange(refused, 0); lost != 0) {
+    while (!queue.empty()) {
+        const auto [event, clip] = std::move(queue.front());
+        queue.pop_front();
         lock.unlock();
-        LogLine(LogType::Error, LogModule::Event)
-            << lost << " events lost: the disk does not keep up";
+        LogLine(LogType::Notice, LogModule::Event)
+            << "event: " << event.cause << ", " << event.force << " g"
+            << (clip == nullptr ? ", prolongs the open clip" : "");
+        int Count::*const outcome = clip == nullptr ? &Count::prolonged : Write(*clip);
+        if (const int lost = refused.exchange(0); lost != 0) {
+            LogLine(LogType::Error, LogModule::Event)
+                << lost << " events lost: the disk or the memory does not keep up";
+        }
         lock.lock();
-    }
-    if (--inWork == 0) {
+        ++(count.*outcome);
         settled.notify_all();
     }
 }
 
-void Clips::Write(const Clip& clip)
-{
+/// @return where the clip counts.
+int Clips::Count::*Clips::Write(Clip& clip)
+try {
+    recorder.AwaitEnd(clip);
     if (clip.frames.empty()) {
         throw Tolvex::IException("there was no picture");
     }
@@ -98,43 +89,39 @@ void Clips::Write(const Clip& clip)
 
     const std::lock_guard<std::mutex> lock(diskMutex);
     const std::string name = folder.Reserve(clip.events.front().wallTime);
-    try {
-        files["json"] = MakeSideFile(name, clip, samples, settings);
-        files["sig"] = Tolvex::Crypto::HMAC_SHA1(files["mp4"] + files["json"], settings.key) + '\n';
-        folder.Save(name, files);
-    } catch (const std::exception&) {
-        folder.Remove(name);
-        throw;
-    }
-    Report(&Count::written, name + ".mp4");
+    files["json"] = MakeSideFile(name, clip, samples, settings);
+    files["sig"] = Tolvex::Crypto::HMAC_SHA1(files["mp4"] + files["json"], settings.key) + '\n';
+    folder.Save(name, files);
+    Report(LogType::Notice, name.c_str(), ".mp4");
     WritePage();
+    return &Count::written;
+} catch (const std::exception& problem) {
+    Report(LogType::Error, "clip lost: ", problem.what());
+    return &Count::lost;
 }
 
 /// The page is a script, which shows the side files of all events. They are in the page itself.
 void Clips::WritePage()
-{
-    try {
-        std::string sides;
-        for (const auto& [time, number, name] : folder.Events()) {
-            // No text in a side file can end the element.
-            sides += "<script type=\"application/json\" data-name=\"" + name + "\">" +
-                     Tolvex::Util::Replace(folder.Read(name + ".json"), "<", "\\u003c") +
-                     "</script>\n";
-        }
-        folder.Write("index.html", Tolvex::Util::Replace(pageTemplate, "<!-- events -->", sides));
-    } catch (const std::exception& problem) {
-        LogLine(LogType::Error, LogModule::Event) << "the page is old: " << problem.what();
+try {
+    std::string sides;
+    for (const auto& [time, number, name] : folder.Events()) {
+        // No text in a side file can end the element.
+        sides += "<script type=\"application/json\" data-name=\"" + name + "\">" +
+                 Tolvex::Util::Replace(folder.Read(name + ".json"), "<", "\\u003c") + "</script>\n";
     }
+    folder.Write("index.html", Tolvex::Util::Replace(pageTemplate, "<!-- events -->", sides));
+} catch (const std::exception& problem) {
+    LogLine(LogType::Error, LogModule::Event) << "the page is old: " << problem.what();
 }
 
 void Clips::RunIgnitionOff()
 {
     recorder.Close();
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        settled.wait(lock, [this] { return inWork == 0; });
-    }
-    const std::lock_guard<std::mutex> lock(diskMutex);
+    FireSignal(nullptr);  // events that no thread has taken
+    std::unique_lock<std::mutex> lock(mutex);
+    settled.wait(lock, [this] { return count.Unfinished() == 0; });
+    lock.unlock();
+    const std::lock_guard<std::mutex> diskLock(diskMutex);
     WritePage();  // also without an event; the watch may have removed some
 }
 
@@ -144,13 +131,11 @@ Clips::Count Clips::Counted() const
     return count;
 }
 
-void Clips::Report(int Count::*counter, const std::string& text)
+void Clips::Report(LogType type, const char* text, const char* rest)
 {
-    const bool good = counter == &Count::written;
-    LogLine(good ? LogType::Notice : LogType::Error, LogModule::Event) << text;
+    LogLine(type, LogModule::Event) << text << rest;
     const std::lock_guard<std::mutex> lock(mutex);
-    ++(count.*counter);
-    count.last = text;
+    std::snprintf(count.last, sizeof count.last, "%s%s", text, rest);
 }
 
 }  // namespace Dashcam

@@ -1,7 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
-#include <deque>
+#include <list>
 #include <mutex>
 
 #include "examples/dashcam/Accelerometer.h"
@@ -13,6 +14,8 @@ namespace Dashcam {
 /// Turns events into clips, each on a thread of its own: a slow disk delays no event.
 ///
 /// Never destroyed: its threads may use it until the process ends.
+/// @par Errors
+/// None: an event or a clip that is lost is counted and logged, also without memory.
 /// @par Thread safety
 /// Thread-safe.
 class Clips : public Tolvex::Interfaces::ISignal,
@@ -24,9 +27,13 @@ public:
     struct Count
     {
         int events = 0;
-        int written = 0;
-        int lost = 0;      ///< clips that could not be written, and events without a picture
-        std::string last;  ///< what happened last, for people
+        int written = 0;    ///< clips
+        int prolonged = 0;  ///< events that have prolonged the clip of another
+        int lost = 0;       ///< clips that could not be written, and events without a clip
+        char last[200] = "no event yet";  ///< what happened last, for people
+
+        /// @return events that are none of these yet: their clips are being taken or written.
+        int Unfinished() const { return events - written - prolonged - lost; }
     };
 
     /// @param wishes, source, sensor, target  Not owned; must exist as long as the process.
@@ -49,15 +56,17 @@ public:
     Count Counted() const;
 
     bool WaitSignal(void** data) override;
+    /// Finishes all events in the queue. An event whose thread could not be created stays there
+    /// until the next event or the ignition-off.
     void FireSignal(void* data) override;
 
 private:
     /// An event, and the clip that it has begun; null when it has prolonged the open one.
     using Work = std::pair<Event, std::shared_ptr<Clip>>;
 
-    void Write(const Clip& clip);
+    int Count::*Write(Clip& clip);
     void WritePage();
-    void Report(int Count::*counter, const std::string& text);
+    void Report(LogType type, const char* text, const char* rest);
 
     const Settings& settings;
     Recorder& recorder;
@@ -65,12 +74,11 @@ private:
     Folder& folder;
     std::mutex diskMutex;  ///< one clip, with its page, is written at a time
 
-    Tolvex::Interfaces::ISemaphore pending{0};  ///< events in the queue
+    Tolvex::Interfaces::ISemaphore pending{0};  ///< one token for each event
+    std::atomic<int> refused = 0;               ///< events that were lost and are not logged yet
     mutable std::mutex mutex;         ///< guards all below; may be taken while diskMutex is held
-    std::condition_variable settled;  ///< inWork has become 0
-    std::deque<Work> queue;
-    int inWork = 0;   ///< events that are neither a clip nor lost yet
-    int refused = 0;  ///< events that were lost and are not in the log yet
+    std::condition_variable settled;  ///< an event is finished
+    std::list<Work> queue;            ///< events that no thread has taken yet
     Count count;
 };
 

@@ -3,20 +3,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace Dashcam {
-
-namespace fs = std::filesystem;
-using namespace std::chrono_literals;
-using Tolvex::Util::EventFileName;
 
 namespace {
 
@@ -24,57 +20,67 @@ constexpr const char* prefix = "EVENT_FRONT_";
 // The clip is written last and removed first: without it the others are leftovers.
 constexpr const char* extensions[] = {"jpg", "json", "sig", "mp4"};
 
-/// @return the files of a directory; none when it is away.
-std::vector<fs::path> FilesIn(const std::string& path)
+/// @return the names in a directory; none when it is away. The iterator of std::filesystem would
+/// end the process when there is no memory.
+std::vector<std::string> NamesIn(const std::string& path)
 {
-    std::vector<fs::path> files;
-    std::error_code problem;
-    for (fs::directory_iterator at(path, problem), end; at != end; at.increment(problem)) {
-        files.push_back(at->path());
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads from this directory stream.
+    while (const dirent* const entry = directory ? readdir(directory.get()) : nullptr) {
+        names.emplace_back(entry->d_name);
     }
-    return files;
+    return names;
 }
 
-/// @return whether it is a file of an event; then its name has these parts.
-bool IsOfEvent(const fs::path& file, EventFileName& parts)
+bool IsOfEvent(const std::string& name)
 {
-    return Tolvex::Util::ReadEventFileName(file.filename(), parts) && parts.prefix == prefix &&
+    Tolvex::Util::EventFileName parts;
+    return Tolvex::Util::ReadEventFileName(name, parts) && parts.prefix == prefix &&
            std::count(std::begin(extensions), std::end(extensions), parts.extension) != 0;
 }
 
-bool IsMountPoint(const std::string& path)
+/// @return the bytes of a file; 0 when it is none.
+std::uintmax_t SizeOf(const std::string& file)
 {
-    struct stat inside = {};
-    struct stat outside = {};
-    return stat(path.c_str(), &inside) == 0 && stat((path + "/..").c_str(), &outside) == 0 &&
-           inside.st_dev != outside.st_dev;
+    std::error_code problem;
+    const std::uintmax_t size = std::filesystem::file_size(file, problem);
+    return problem ? 0 : size;
+}
+
+/// @return 0 when there is no such path.
+dev_t DeviceOf(const std::string& path)
+{
+    struct stat status = {};
+    stat(path.c_str(), &status);
+    return status.st_dev;
 }
 
 }  // namespace
 
 Folder::Folder(const std::string& where, const Settings& wishes)
-    : path(where), settings(wishes), isMountPoint(IsMountPoint(path))
+    : path(where), settings(wishes), isMountPoint(DeviceOf(path) != DeviceOf(path + "/.."))
 {
 }
 
 /// Throws when the disk is away. What is under a mount point is not the disk.
 void Folder::RequireDisk() const
 {
-    if (isMountPoint && !IsMountPoint(path)) {
+    if (isMountPoint && DeviceOf(path) == DeviceOf(path + "/..")) {
         throw Tolvex::IException((path + ": the disk is away").c_str());
     }
 }
 
 void Folder::ClearLeftovers()
 {
-    std::error_code ignored;
-    for (const fs::path& file : FilesIn(path)) {
-        EventFileName parts;
-        const fs::path clip = fs::path(file).replace_extension("mp4");
-        if (file.extension() == ".part" || (IsOfEvent(file, parts) && !fs::exists(clip, ignored))) {
-            LogLine(LogType::Notice, LogModule::Event) << "removed " << file.filename().string()
-                                                       << ", which the last drive left unfinished";
-            fs::remove(file, ignored);
+    for (const std::string& name : NamesIn(path)) {
+        const std::string stem = name.substr(0, name.rfind('.'));
+        const bool isPart = name.ends_with(".part") &&
+                            (IsOfEvent(stem) || stem == "index.html" || stem == "drive.json");
+        const bool isAlone = IsOfEvent(name) && access(Path(stem + ".mp4").c_str(), F_OK) != 0;
+        if ((isPart || isAlone) && std::remove(Path(name).c_str()) == 0) {
+            LogLine(LogType::Notice, LogModule::Event)
+                << "removed " << name << ", which the last drive left unfinished";
         }
     }
 }
@@ -86,11 +92,13 @@ std::string Folder::Reserve(std::time_t time)
     // which would be read as 2070: such an event is to count as an old one.
     constexpr std::time_t startOf2000 = 946684800;
     time += time < startOf2000 ? startOf2000 : 0;
-    return fs::path(Tolvex::Util::CreateEventFile(path, prefix, time, "json")).stem();
+    const std::string file = Tolvex::Util::CreateEventFile(path, prefix, time, "json");
+    const std::size_t begin = file.rfind('/') + 1;
+    return file.substr(begin, file.rfind('.') - begin);
 }
 
 void Folder::Save(const std::string& name, const std::map<std::string, std::string>& files)
-{
+try {
     std::uintmax_t bytes = 0;
     for (const auto& [extension, content] : files) {
         bytes += content.size();
@@ -102,15 +110,21 @@ void Folder::Save(const std::string& name, const std::map<std::string, std::stri
     const int directory = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     fsync(directory);  // the new names
     close(directory);
+} catch (const std::exception&) {
+    Remove(name);
+    throw;
 }
 
-void Folder::Remove(const std::string& name)
+/// Removes the files of an event. @return how many bytes they had.
+std::uintmax_t Folder::Remove(const std::string& name)
 {
-    std::error_code ignored;
-    fs::remove(Path(name + ".mp4"), ignored);
-    for (const char* extension : extensions) {
-        fs::remove(Path(name + '.' + extension), ignored);
+    std::uintmax_t bytes = 0;
+    for (auto at = std::rbegin(extensions); at != std::rend(extensions); ++at) {
+        const std::string file = Path(name + '.' + *at);
+        const std::uintmax_t size = SizeOf(file);
+        bytes += std::remove(file.c_str()) == 0 ? size : 0;
     }
+    return bytes;
 }
 
 void Folder::Write(const std::string& fileName, const std::string& bytes)
@@ -130,65 +144,48 @@ void Folder::Write(const std::string& fileName, const std::string& bytes)
 
 std::string Folder::Read(const std::string& fileName) const
 {
-    std::ostringstream content;
-    content << std::ifstream(Path(fileName)).rdbuf();
-    return content.str();
+    constexpr std::uintmax_t mostBytes = 16000000;  // those of the longest clip and fastest sensor
+    const std::uintmax_t bytes = SizeOf(Path(fileName));
+    std::string content(bytes <= mostBytes ? bytes : 0, '\0');
+    if (!content.empty()) {  // it is no FIFO, where reading would wait for a writer
+        std::ifstream(Path(fileName)).read(content.data(), static_cast<std::streamsize>(bytes));
+    }
+    return content;
 }
 
-std::set<std::tuple<std::time_t, std::uint32_t, std::string>> Folder::Events() const
+std::set<Folder::StoredEvent> Folder::Events() const
 {
-    std::set<std::tuple<std::time_t, std::uint32_t, std::string>> events;
-    for (const fs::path& file : FilesIn(path)) {
-        EventFileName parts;
-        if (IsOfEvent(file, parts) && parts.extension == "mp4") {
-            events.emplace(parts.time, parts.number, file.stem().string());
+    std::set<StoredEvent> events;
+    for (const std::string& name : NamesIn(path)) {
+        Tolvex::Util::EventFileName parts;
+        if (name.ends_with(".mp4") && Tolvex::Util::ReadEventFileName(name, parts) &&
+            parts.prefix == prefix) {
+            events.emplace(parts.time, parts.number, name.substr(0, name.rfind('.')));
         }
     }
     return events;
 }
 
-/// @return whether folder or disk would pass their limits with so many more bytes.
-bool Folder::IsTight(std::uintmax_t bytes) const
+void Folder::MakeRoom(std::uintmax_t bytes)
 {
     constexpr std::uintmax_t megabyte = 1000000;
     const std::uintmax_t limit = static_cast<unsigned>(settings.folderMegabytes) * megabyte;
     const std::uintmax_t floor = static_cast<unsigned>(settings.diskFloorMegabytes) * megabyte;
-    std::error_code problem;
     std::uintmax_t sum = bytes;
-    for (const fs::path& file : FilesIn(path)) {
-        const std::uintmax_t size = fs::file_size(file, problem);
-        sum += problem ? 0 : size;
+    for (const std::string& name : NamesIn(path)) {
+        sum += SizeOf(Path(name));
     }
-    const fs::space_info disk = fs::space(path, problem);
-    return sum > limit || (!problem && disk.available < floor + bytes);
-}
-
-void Folder::MakeRoom(std::uintmax_t bytes)
-{
     for (const auto& [time, number, name] : Events()) {
-        if (!IsTight(bytes)) {
+        std::error_code unknown;
+        const auto disk = std::filesystem::space(path, unknown);
+        if (sum <= limit && (unknown || disk.available >= floor + bytes)) {
             return;
         }
-        LogLine(LogType::Notice, LogModule::Event) << "removed " << name << " to make room";
-        Remove(name);
-    }
-}
-
-void Watch::Run()
-{
-    std::string names;
-    for (const auto& worker : Tolvex::Interfaces::ListWorkers()) {
-        if (worker.worker != this && worker.runningPass > 3s) {
-            names += ' ' + worker.name;
+        if (const std::uintmax_t freed = Remove(name); freed != 0) {
+            LogLine(LogType::Notice, LogModule::Event) << "removed " << name << " to make room";
+            sum -= freed;
         }
     }
-    if (names != hanging) {
-        LogLine(LogType::Warning, LogModule::Event)
-            << (names.empty() ? "no worker hangs any more" : "these workers hang:" + names);
-        hanging = names;
-    }
-    folder.MakeRoom(0);
-    ThreadSleep(1000ms, 50ms);
 }
 
 }  // namespace Dashcam

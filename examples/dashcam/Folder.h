@@ -9,20 +9,23 @@
 
 namespace Dashcam {
 
-/// The folder with the clips. A clip under its final name is complete, and so
-/// are the files that belong to it. The oldest events make room
-/// for new ones.
+/// The folder with the clips. A clip under its final name is complete, and so are the files that
+/// belong to it. The oldest events make room for new ones.
 ///
 /// A file is written under a name that ends in ".part", flushed to the medium, and renamed. The
-/// clip is the last of an event's files, so all belongs together whenever the power fails.
+/// clip is the last of an event's files, so an event has all its files whenever the power fails.
 /// @par Errors
-/// Reserve(), Save() and Write() throw Tolvex::IException with the reason.
+/// Reserve(), Save() and Write() throw Tolvex::IException with the reason. All throw std::bad_alloc
+/// without memory.
 /// @par Thread safety
 /// Thread-safe, except that the caller saves one event at a time. Each operation blocks as long as
 /// the disk does.
 class Folder
 {
 public:
+    /// Time, number in its second, and name without extension of an event. Older ones are less.
+    using StoredEvent = std::tuple<std::time_t, std::uint32_t, std::string>;
+
     /// @param where   Its path. While it does not exist, nothing can be written.
     /// @param wishes  Must outlive the object.
     Folder(const std::string& where, const Settings& wishes);
@@ -30,24 +33,21 @@ public:
     /// Removes what an earlier drive has left unfinished.
     void ClearLeftovers();
 
-    /// @return a name for the files of an event, without extension. No other event gets it before
-    /// Remove().
+    /// @return a name for the files of an event, without extension. No other event gets it while
+    /// the files exist.
     std::string Reserve(std::time_t time);
-    /// Writes the files of an event, after the oldest events have made room for them.
+    /// Writes the files of an event, after the oldest events have made room for them. Leaves none
+    /// when it throws.
     /// @param name   From Reserve().
     /// @param files  The bytes of the file for each extension.
     void Save(const std::string& name, const std::map<std::string, std::string>& files);
-    /// Removes the files of an event.
-    void Remove(const std::string& name);
-
     /// Writes or replaces one file.
     void Write(const std::string& fileName, const std::string& bytes);
-    /// @return the content of a file; empty when it cannot be read.
+    /// @return the content of a file; empty when it cannot be read or is larger than any side file.
     std::string Read(const std::string& fileName) const;
 
-    /// @return time, number in its second, and name without extension of all events, the oldest
-    /// first.
-    std::set<std::tuple<std::time_t, std::uint32_t, std::string>> Events() const;
+    /// @return all events.
+    std::set<StoredEvent> Events() const;
     /// Removes the oldest events until folder and disk are within their limits.
     /// @param bytes  That are to be written.
     void MakeRoom(std::uintmax_t bytes);
@@ -56,31 +56,11 @@ public:
 
 private:
     void RequireDisk() const;
-    bool IsTight(std::uintmax_t bytes) const;
+    std::uintmax_t Remove(const std::string& name);
 
     const std::string path;
     const Settings& settings;
     const bool isMountPoint;  ///< it was one at the start
-};
-
-/// The worker that looks after the folder and after all other workers, once a second.
-/// @par Thread safety
-/// Controlling thread.
-class Watch : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
-{
-public:
-    /// @param clips  Must outlive the worker.
-    explicit Watch(Folder& clips) : folder(clips) { SetThreadName("Watch"); }
-
-    /// Looks no more.
-    void RunIgnitionOff() override { Stop(); }
-
-protected:
-    void Run() override;
-
-private:
-    Folder& folder;
-    std::string hanging;  ///< the workers that the log has named already
 };
 
 }  // namespace Dashcam

@@ -11,6 +11,7 @@
 #include "examples/dashcam/Capture.h"
 #include "examples/dashcam/ClipFiles.h"
 #include "examples/dashcam/Clips.h"
+#include "examples/dashcam/Watch.h"
 
 namespace Dashcam {
 namespace {
@@ -140,7 +141,7 @@ std::string Drive::DisplayLine() const
     if (TemperatureMonitor::GetInstance()->GetTemperatureAvailable()) {
         line << TemperatureMonitor::GetInstance()->GetTemperature() << " C  ";
     }
-    line << (count.last.empty() ? "no event yet" : count.last);
+    line << count.last;
     return line.str();
 }
 
@@ -174,6 +175,9 @@ bool Drive::SwitchIgnitionOff()
     }
     std::cout << count.written << (count.written == 1 ? " clip" : " clips") << " in "
               << folder.Path("") << "\n";
+    if (count.Unfinished() != 0) {
+        std::cout << count.Unfinished() << " not written yet\n";
+    }
     if (count.lost != 0) {
         std::cout << count.lost << " lost: see " << folder.Path("dashcam.log") << '\n';
     }
@@ -192,8 +196,10 @@ void Drive::RunIgnitionOff()
     drive["frames"] = static_cast<int>(capture.Frames());
     drive["framesLost"] = static_cast<int>(capture.Lost());
     drive["events"] = count.events;
+    drive["eventsThatProlonged"] = count.prolonged;
     drive["clipsWritten"] = count.written;
     drive["clipsLost"] = count.lost;
+    drive["clipsUnfinished"] = count.Unfinished();
     drive["samplesSkipped"] = static_cast<int>(accelerometer.Skipped());
     const std::string text = Tolvex::Json::SerializeStandard(drive);
     LogLine(LogType::Notice, LogModule::Event) << "drive: " << text;

@@ -114,20 +114,6 @@ TEST(SideFileTest, EventsHaveTheirCauseAndTheirSecondInTheClip)
     EXPECT_DOUBLE_EQ(side["events"][1]["second"].ToDouble(), 0.6);
 }
 
-TEST(SideFileTest, ForceOfAShockIsTheLargestOfTheSecondThatFollowsIt)
-{
-    Clip clip = MakeClip({0, 1, 2});
-    clip.events.front().force = 0.75;
-    const auto forward = [&](Clock::duration later, double force) {
-        return Sample{clip.events.front().time + later, {force, 0.0, 1.0}};
-    };
-
-    const Json::Value side = Describe(clip, {forward(-1ms, 3.0), forward(0ms, 0.75),
-                                             forward(1000ms, 1.25), forward(1001ms, 4.0)});
-
-    EXPECT_DOUBLE_EQ(side["events"][0]["force"].ToDouble(), 1.25);
-}
-
 TEST(SideFileTest, TimesAreThoseOfTheFirstEvent)
 {
     Clip clip = MakeClip({0, 1, 6});

@@ -36,6 +36,7 @@ using namespace std::chrono_literals;
 namespace {
 
 std::atomic<bool> refuseThreads = false;  ///< no thread can be created while it is true
+thread_local bool refuseMemory = false;   ///< operator new fails on this thread
 std::atomic<int> liveObjects = 0;         ///< made with operator new and not yet deleted
 std::atomic<bool> slowCreation = false;   ///< creating a thread is slow while it is true
 std::atomic<int> creations = 0;           ///< threads that are being created now
@@ -60,12 +61,21 @@ extern "C" int pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t
 
 void* operator new(std::size_t size)
 {
-    void* const memory = std::malloc(size != 0 ? size : 1);
+    void* const memory = refuseMemory ? nullptr : std::malloc(size != 0 ? size : 1);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
     ++liveObjects;
     return memory;
+}
+
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept
+{
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 void operator delete(void* memory) noexcept
@@ -567,6 +577,27 @@ TEST(ISignalTest, EventWithoutAThreadIsDroppedAndTheListenerContinues)
     EXPECT_TRUE(Eventually([&events] { return events.ended == 1; }));
     const std::lock_guard lock(mutex);
     EXPECT_EQ(handled, std::vector<void*>{ToData(2)});
+}
+
+TEST(ISignalTest, EventWithoutMemoryForItsHandlerIsDroppedAndTheListenerContinues)
+{
+    Scripted signal;
+    std::atomic<int> waits = 0;
+    std::atomic<int> handled = 0;
+    signal.wait = [&](void**) {
+        refuseMemory = ++waits == 1;
+        if (waits == 2) {
+            signal.Stop();
+        }
+        return true;
+    };
+    signal.fire = [&](void*) { ++handled; };
+    Base::StoreShared(signal.running, true);
+
+    signal.RunThread();
+
+    EXPECT_TRUE(Eventually([&] { return handled == 1; }));
+    EXPECT_EQ(waits, 2);
 }
 
 TEST(ISignalTest, HandlerThreadsAreCreatedOneAtATime)

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "examples/dashcam/Folder.h"
+
+namespace Dashcam {
+
+/// The worker that looks after the folder and after all other workers, once a second.
+/// @par Thread safety
+/// Controlling thread.
+class Watch : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
+{
+public:
+    /// @param clips  Must outlive the worker.
+    explicit Watch(Folder& clips) : folder(clips) { SetThreadName("Watch"); }
+
+    /// Looks no more.
+    void RunIgnitionOff() override { Stop(); }
+
+protected:
+    void Run() override;
+
+private:
+    Folder& folder;
+    std::string hanging;  ///< the workers that the log has named already
+};
+
+}  // namespace Dashcam
