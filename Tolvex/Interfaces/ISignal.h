@@ -19,8 +19,8 @@ namespace Tolvex::Interfaces {
 /// has to call Stop(), make WaitSignal() return and let its handlers end. See
 /// examples/EventDispatcher.cpp.
 /// @par Errors
-/// A thread that cannot be created is not reported: see Start() and RunThread(). An exception that
-/// leaves WaitSignal() or FireSignal() ends the process.
+/// Start() and RunThread() do not report a thread that cannot be created, or an event that is
+/// dropped. An exception that leaves WaitSignal() or FireSignal() ends the process.
 /// @par Thread safety
 /// Controlling thread: Start(). Thread-safe: Stop(), AddCallback(), RemoveCallback(). DoCallback()
 /// states its own restriction.
@@ -73,8 +73,8 @@ public:
     /// Makes the listener end after its current WaitSignal(). Wakes no thread and waits for none.
     void Stop();
 
-    /// The listener's loop; returns after Stop(). If the thread for a handler cannot be created,
-    /// or without memory for it, the event is dropped, which is not reported.
+    /// The listener's loop; returns after Stop(). If there is no thread or no memory for a handler,
+    /// the listener drops the event and reports nothing.
     void RunThread();
 
     /// Entry of the listener thread.

@@ -240,7 +240,7 @@ protected:
 
 private:
     class RunScope;
-    friend class WorkerObserver;
+    friend class WorkerInspector;
 
     bool CreateThread(const std::string& name, WorkerThreads& workers, WorkerRefusals& refusals);
     void RunPasses(const RunScope& scope);

@@ -66,8 +66,8 @@ std::size_t StackUsed(pthread_t thread)
 
 }  // namespace
 
-/// Sees the flags of a worker.
-class WorkerObserver
+/// Reads the private state of workers.
+class WorkerInspector
 {
 public:
     static WorkerState StateOf(const IThread& worker)
@@ -132,7 +132,7 @@ std::vector<WorkerHealth> ListWorkers()
     const std::unique_lock<std::mutex> lock = LockList();
     if (list != nullptr) {
         for (const IThread* worker : *list) {
-            WorkerObserver::Append(*worker, workers);
+            WorkerInspector::Append(*worker, workers);
         }
     }
     return workers;

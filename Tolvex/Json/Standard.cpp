@@ -33,8 +33,7 @@ int ByteAt(const char* at)
     return static_cast<unsigned char>(*at);
 }
 
-/// Appends the character at a position, which is not ASCII. Bytes that form only a part of a
-/// character in UTF-8, or none, are replaced.
+/// Appends the character at a position; its first byte is not ASCII. Replaces ill-formed UTF-8.
 /// @return the position after the character or the part.
 const char* AppendCharacter(const char* at, const char* end, std::string& text)
 {
@@ -87,7 +86,7 @@ void AppendString(std::string_view bytes, std::string& text)
     text += '"';
 }
 
-/// Appends the shortest text that tells a number from all others of its type.
+/// Appends the shortest text that reads back as the same number.
 template <typename Number>
 void AppendNumber(Number number, std::string& text)
 {
@@ -104,8 +103,7 @@ void AppendNumber(Number number, std::string& text)
     }
 }
 
-/// Appends a scalar, or the opening bracket of a container, whose values are added to the open
-/// ones.
+/// Appends a scalar, or opens a container: appends its bracket, and a cursor to `open`.
 void Begin(const Value& value, std::string& text, std::vector<Cursor>& open)
 {
     switch (value.GetType()) {

@@ -21,8 +21,8 @@ namespace Tolvex::Json {
 ///
 /// - Quotes, backslashes and control characters in strings and keys are escaped, NUL included. All
 ///   other characters are written as UTF-8.
-/// - Bytes that are no UTF-8 are replaced by U+FFFD, one for each maximal part of a character.
-/// - Floats and doubles are written with as few digits as tell them from all others of their type.
+/// - Ill-formed UTF-8 is replaced by U+FFFD, one for each maximal part of a character.
+/// - Floats and doubles are written as the shortest text that reads back as the same value.
 ///   They have a point or an exponent, so that they are read as floating-point numbers.
 /// - NaN and infinities are written as null.
 ///

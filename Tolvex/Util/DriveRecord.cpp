@@ -35,7 +35,7 @@ std::string Compose(const DriveRecord& record)
 {
     const auto end = static_cast<std::size_t>(record.end);
     if (end >= ends.size() || ends[end].empty()) {
-        Fail("it tells no end of a drive");
+        Fail("the end is not Died, Stopped or IgnitionOff");
     }
     std::string text(firstLine);
     text.append(ends[end]).append("\n");
@@ -52,7 +52,7 @@ std::string Compose(const DriveRecord& record)
     return text;
 }
 
-/// Takes the text for a record. It is one only if the result composes to exactly this text.
+/// Parses a record. The text is valid only if the result composes to exactly the same text.
 DriveRecord Parse(const std::string& text)
 {
     std::istringstream lines(text.substr(0, text.size() / 2));

@@ -13,7 +13,7 @@
 #include <future>
 #include <memory>
 #include <mutex>
-#include <new>
+#include <optional>
 #include <pthread.h>
 #include <string>
 #include <thread>
@@ -27,6 +27,7 @@
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/ISemaphore.h"
 
+#include "tests/Support/CountingNew.h"
 #include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/RealFunction.h"
@@ -36,8 +37,6 @@ using namespace std::chrono_literals;
 namespace {
 
 std::atomic<bool> refuseThreads = false;  ///< no thread can be created while it is true
-thread_local bool refuseMemory = false;   ///< operator new fails on this thread
-std::atomic<int> liveObjects = 0;         ///< made with operator new and not yet deleted
 std::atomic<bool> slowCreation = false;   ///< creating a thread is slow while it is true
 std::atomic<int> creations = 0;           ///< threads that are being created now
 std::atomic<int> mostCreations = 0;       ///< the most at the same time
@@ -59,43 +58,17 @@ extern "C" int pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t
     return original(attributes, refuseThreads ? impossible : bytes);
 }
 
-void* operator new(std::size_t size)
-{
-    void* const memory = refuseMemory ? nullptr : std::malloc(size != 0 ? size : 1);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    ++liveObjects;
-    return memory;
-}
-
-void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept
-{
-    try {
-        return operator new(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-
-void operator delete(void* memory) noexcept
-{
-    if (memory != nullptr) {
-        --liveObjects;
-        std::free(memory);
-    }
-}
-
-void operator delete(void* memory, std::size_t /*size*/) noexcept
-{
-    operator delete(memory);
-}
-
 namespace Tolvex::Interfaces {
 namespace {
 
 using Support::Eventually;
 using Support::patience;
+
+/// @return how many objects were made with operator new and are not deleted yet.
+std::size_t LiveObjects()
+{
+    return Support::allocationCount - Support::releaseCount;
+}
 
 /// Counts the threads that have called Enter() and have not ended yet.
 class LiveThreads
@@ -582,11 +555,14 @@ TEST(ISignalTest, EventWithoutAThreadIsDroppedAndTheListenerContinues)
 TEST(ISignalTest, EventWithoutMemoryForItsHandlerIsDroppedAndTheListenerContinues)
 {
     Scripted signal;
-    std::atomic<int> waits = 0;
+    std::optional<Support::AllocationBudget> noMemory;
+    int waits = 0;
     std::atomic<int> handled = 0;
     signal.wait = [&](void**) {
-        refuseMemory = ++waits == 1;
-        if (waits == 2) {
+        if (++waits == 1) {
+            noMemory.emplace(0);
+        } else {
+            noMemory.reset();
             signal.Stop();
         }
         return true;
@@ -637,14 +613,14 @@ TEST(ISignalTest, SignalFirePosixHandlesTheEventDeletesTheRecordAndReturnsNull)
     Scripted signal;
     void* handled = nullptr;
     signal.fire = [&handled](void* data) { handled = data; };
-    const int before = liveObjects;
+    const std::size_t before = LiveObjects();
     auto* const record = new Record{&signal, ToData(9)};
 
     void* const result = ISignal::SignalFirePosix(record);
 
     EXPECT_EQ(result, nullptr);
     EXPECT_EQ(handled, ToData(9));
-    EXPECT_EQ(liveObjects, before);
+    EXPECT_EQ(LiveObjects(), before);
 }
 
 /// Gets one event, whose handler ends its thread as the test wants. No local objects:
@@ -693,12 +669,12 @@ void EndOwnThread()
 void ExpectRecordFreed(void (*ending)(), int expectedHandlers)
 {
     OneEvent signal(ending);
-    const int before = liveObjects;
+    const std::size_t before = LiveObjects();
 
     signal.RunListener();
 
     EXPECT_TRUE(
-        Eventually([&] { return signal.fired == expectedHandlers && liveObjects == before; }));
+        Eventually([&] { return signal.fired == expectedHandlers && LiveObjects() == before; }));
 }
 
 TEST(ISignalTest, RecordIsFreedWhenTheHandlerReturns)

@@ -126,7 +126,7 @@ public:
                 raise(SIGSTOP);  // tells the parent that the thread is held
             }
         });
-        // Fails where the kernel lets every process trace: there nobody has to allow it.
+        // Fails where the kernel lets every process trace: no permission is needed there.
         prctl(PR_SET_PTRACER, child, 0, 0, 0);
         EXPECT_EQ(write(ends[1], "", 1), 1);
         close(ends[0]);
@@ -279,7 +279,7 @@ TEST(IgnitionOffSequenceTest, ParticipantThatHangsIsLeftBehindAndNamed)
     EXPECT_EQ(hanging.ends, 0);
 }
 
-TEST(IgnitionOffSequenceTest, WholeEndsThoughEveryParticipantHangs)
+TEST(IgnitionOffSequenceTest, SequenceEndsThoughEveryParticipantHangs)
 {
     std::vector<std::unique_ptr<Hanging>> all;
     IgnitionOffSequence sequence;
@@ -509,7 +509,7 @@ TEST(IgnitionOffSequenceTest, NextStartLearnsHowTheDriveEnded)
     EXPECT_EQ(fourth.GetErrorText(), "");
 }
 
-TEST(IgnitionOffSequenceTest, DamagedRecordIsAnAnswerAndIsReplaced)
+TEST(IgnitionOffSequenceTest, DamagedRecordIsReportedAsUnreadableAndReplaced)
 {
     const ScratchDirectory directory;
     const std::string record = directory.Path("drive");
@@ -559,7 +559,7 @@ TEST(IgnitionOffSequenceTest, DiskThatHangsDoesNotKeepTheSequence)
     }));
 }
 
-TEST(IgnitionOffSequenceTest, ForkedChildDestroysItWithoutATrace)
+TEST(IgnitionOffSequenceTest, ForkedChildThatDestroysItLeavesTheRecordAlone)
 {
     const ScratchDirectory directory;
     Hanging hanging;

@@ -132,13 +132,14 @@ TEST(DriveRecordTest, RecordIsNotUnreadableForLackOfMemory)
     }
 }
 
-TEST(DriveRecordTest, RecordThatTellsNothingIsRefused)
+TEST(DriveRecordTest, RecordWithAnInvalidEndIsRefused)
 {
     const ScratchDirectory directory;
     const std::string path = directory.Path("drive");
     for (const DriveEnd end :
          {DriveEnd::None, DriveEnd::Unreadable, DriveEnd{5}, DriveEnd{-1}, DriveEnd{INT32_MIN}}) {
-        EXPECT_THAT(Write(path, {end, {}}), testing::HasSubstr("it tells no end"));
+        EXPECT_THAT(Write(path, {end, {}}),
+                    testing::HasSubstr("the end is not Died, Stopped or IgnitionOff"));
     }
     EXPECT_THAT(Write(path, {DriveEnd::Died, {"a\nb"}}), testing::HasSubstr("line break"));
     EXPECT_THAT(Write(path, {DriveEnd::Died, {std::string(70000, 'x')}}),
