@@ -32,10 +32,10 @@ namespace Tolvex::Interfaces {
 /// examples/IgnitionOff.cpp.
 /// @par Errors
 /// Add() returns false and leaves the reason in the error text (IError). After the constructor
-/// GetErrorText() names the part of its work that failed. "No thread for the log": late
-/// participants are not logged. "No thread for the record": the record keeps saying "died". The
-/// record also keeps saying "died" when memory is exhausted, and when the disk is too slow or
-/// refuses the write; a refusal is logged.
+/// GetErrorText() names the part of its work that failed, the last one if several did. "No thread
+/// for the log": late participants are not logged. "No thread for the record": the record keeps
+/// saying "died". The record also keeps saying "died" when memory is exhausted, and when the disk
+/// is too slow or refuses the write; a refusal is logged.
 /// @par Thread safety
 /// Caller serialises. Participants are called on threads of their own, one after the other; a late
 /// one still runs beside the next. A forked child must not use the object, but may destroy it.

@@ -42,9 +42,10 @@ struct WorkerHealth
     std::chrono::milliseconds longestPass{0};   ///< length of the longest that has ended
     std::chrono::milliseconds runningPass{0};  ///< since the running pass began; 0 outside of Run()
 
-    /// High-water mark of the stack: bytes from its top to the lowest page that was ever written. 0
-    /// without a thread. Includes what the C library keeps there; it may count up to 16 KiB more
-    /// that an earlier thread on the same stack has used.
+    /// High-water mark of the stack: bytes from its top to the lowest page in memory. A page stays
+    /// in memory once it was written, unless the system swaps it out. 0 without a thread. Includes
+    /// what the C library keeps there; it may count up to 16 KiB more that an earlier thread on the
+    /// same stack has used.
     std::size_t stackUsed = 0;
 };
 

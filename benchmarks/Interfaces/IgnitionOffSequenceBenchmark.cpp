@@ -1,12 +1,15 @@
 #include "Tolvex/Interfaces/IgnitionOffSequence.h"
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <semaphore>
 #include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
+
+#include "Tolvex/Log/Logger.h"
 
 namespace {
 
@@ -39,11 +42,17 @@ private:
 };
 
 // How much longer than the sum of the budgets does ignition-off take if every participant hangs?
+// The file log is enabled, and there is a record.
 void EveryParticipantHangs(benchmark::State& state)
 {
+    const std::string path = std::filesystem::temp_directory_path() / "tolvex-ignition-off";
+    auto* const logger = Tolvex::Ilog::Logger::GetInstance();
+    if (!logger->EnableFile(path + ".log")) {
+        state.SkipWithError("no log");
+    }
     for (auto _ : state) {
         std::vector<std::unique_ptr<Hanging>> all;
-        IgnitionOffSequence sequence;
+        IgnitionOffSequence sequence(path + ".record");
         for (int number = 0; number < count; ++number) {
             all.push_back(std::make_unique<Hanging>());
             sequence.Add(std::to_string(number), all.back().get(), budget);
@@ -56,6 +65,7 @@ void EveryParticipantHangs(benchmark::State& state)
             hanging->Leave();
         }
     }
+    logger->CloseFile();
 }
 BENCHMARK(EveryParticipantHangs)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
 
