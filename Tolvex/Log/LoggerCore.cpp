@@ -188,7 +188,7 @@ bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
 {
     // In a step, so that no other thread takes the line. The calling thread may have a line open.
     const bool open = state.lock.Advance(LineLock::Open, LineLock::Inserting);
-    if (!open && state.lock.Look().owner == CallingThread()) {
+    if (!open && state.lock.IsMine()) {
         call();  // Called by the policy or by a manipulator: this thread is in a step already.
         return true;
     }

@@ -17,8 +17,6 @@
 
 namespace Tolvex::Ilog {
 
-using Base::CallingThread;
-
 namespace {
 
 constexpr std::chrono::milliseconds pollInterval(1);
@@ -59,7 +57,7 @@ void LockBeforeFork()
 void RenewInChild(LoggerState& state)
 {
     // In these phases a thread changes the buffer, perhaps one that does not exist here.
-    const LineLock::Phase phase = state.lock.Look().phase;
+    const LineLock::Phase phase = state.lock.CurrentPhase();
     state.bufferStale =
         state.bufferStale || phase == LineLock::Inserting || phase == LineLock::Dropped;
     // Not destroyed first: a thread of the parent may have held the mutex, or waited for the
@@ -88,10 +86,10 @@ void UnlockAfterFork(bool inChild)
 /// @return whether an ended line of the logger is with its writer, which is another thread.
 bool IsBusy(const LoggerState& state)
 {
-    const auto [phase, owner] = state.lock.Look();
+    const LineLock::Phase phase = state.lock.CurrentPhase();
     const bool withWriter =
         phase == LineLock::Complete || phase == LineLock::Taken || phase == LineLock::Writing;
-    return withWriter && owner != CallingThread();
+    return withWriter && !state.lock.IsMine();
 }
 
 /// Waits until a line that was ended before exit() is written. A writer that hangs costs 2.1 s.

@@ -187,7 +187,7 @@ void Writer::AwaitEndOrHang() const
     const Base::NoCancellation scope;
     for (;;) {
         const bool stopped = Base::LoadShared(logger.stopped);
-        const LineLock::Phase phase = logger.lock.Look().phase;
+        const LineLock::Phase phase = logger.lock.CurrentPhase();
         if (phase == LineLock::Writing || (stopped && phase != LineLock::Taken)) {
             return;
         }
