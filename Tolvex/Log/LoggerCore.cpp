@@ -13,7 +13,6 @@
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Log/Private/LoggerRegistry.h"
 #include "Tolvex/Log/Private/LoggerState.h"
-#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Util/EnumString.h"
 
 namespace Tolvex::Ilog {
@@ -225,16 +224,17 @@ LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy, int* enabledCount
 
 LoggerCore::~LoggerCore()
 {
+    const Base::NoCancellation scope;  // A cancellation that leaves a destructor ends the process.
     try {
         Close();
     } catch (const std::exception&) {
         // A lock could not be taken. The writer has to end all the same, because it uses the
         // policy.
-        Writer(*state).Stop();
-        Writer(*state).AwaitStopped();
+        state->writer.Stop();
+        state->writer.AwaitStopped();
     }
     UnregisterLogger(*state);
-    Writer(*state).AwaitEndOrHang();
+    state->writer.AwaitEndOrHang();
     RenewStaleBuffer(*state);
 }
 
@@ -264,19 +264,16 @@ bool LoggerCore::Enable(const std::string* output)
     }
 
     RenewStaleBuffer(*state);
-    Writer(*state).Stop();  // Again: a Close() before may have failed to wake the writer.
-    if (!Writer(*state).Start()) {
-        return false;
-    }
+    state->writer.Stop();  // Again: a Close() before may have failed to wake the writer.
     try {
-        if (openOutput()) {
-            return Writer(*state).Admit();
+        if (state->writer.Start() && openOutput() && state->writer.Admit()) {
+            return true;
         }
     } catch (...) {
-        Writer(*state).Stop();
+        state->writer.Stop();
         throw;
     }
-    Writer(*state).Stop();
+    state->writer.Stop();
     return false;
 }
 
@@ -366,11 +363,11 @@ void LoggerCore::Close(Clock::time_point deadline)
     if (!control) {
         return;  // The policy calls this from its own Close() or SetOutput().
     }
-    Writer(*state).Stop();
+    state->writer.Stop();
     // Required: if the policy hangs in Write() for longer than the wait, it is closed while that
     // call still runs.
     const Clock::duration longest =
-        Writer(*state).AwaitStopped(deadline)
+        state->writer.AwaitStopped(deadline)
             ? std::min<Clock::duration>(longestWait, deadline - Clock::now())
             : Clock::duration::zero();
     const auto close = [this] { state->calls.close(state->policy); };

@@ -11,7 +11,6 @@
 #include "Tolvex/Base/Private/TimeZone.h"
 #include "Tolvex/Log/Private/BlackBox.h"
 #include "Tolvex/Log/Private/LoggerState.h"
-#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Types/LogModule.h"
 #include "Tolvex/Util/EnumString.h"
 
@@ -48,7 +47,7 @@ void LockBeforeFork()
         return;
     }
     ForEachLogger([](LoggerState& state) {
-        Writer(state).LockForFork();
+        state.writer.LockForFork();
         state.lock.LockForFork();
     });
     BlackBox::ringMutex.lock();
@@ -78,7 +77,7 @@ void UnlockAfterFork(bool inChild)
             RenewInChild(state);
         }
         state.lock.UnlockAfterFork(inChild);
-        Writer(state).UnlockAfterFork(inChild);
+        state.writer.UnlockAfterFork(inChild);
     });
     registryMutex.UnlockAfterFork();
 }

@@ -7,7 +7,6 @@
 #include <new>
 #include <string>
 
-#include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/Private/PosixThread.h"
 #include "Tolvex/Base/Private/Sleep.h"
 #include "Tolvex/Base/SharedValue.h"
@@ -26,11 +25,11 @@ constexpr std::chrono::milliseconds pollInterval(1);
 struct Writer::Thread
 {
     explicit Thread(LoggerState& loggerState)
-        : state(loggerState.shared_from_this()), number(Writer(loggerState).Announce())
+        : state(loggerState.shared_from_this()), number(loggerState.writer.Announce())
     {
     }
     /// Also when the thread could not be created or was cancelled.
-    ~Thread() { Writer(*state).End(number); }
+    ~Thread() { state->writer.End(number); }
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
@@ -45,20 +44,20 @@ struct Writer::Thread
 void* Writer::Thread::Run(void* thread)
 {
     const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
-    const CurrentWriter& writers = self->state->writers;
+    const Writer& writer = self->state->writer;
     bool ending = false;
     while (!ending) {
         self->state->lineReady.Wait();
         do {
-            if (self->number != writers.current) {
+            if (self->number != writer.current) {
                 return nullptr;
             }
             // Read before looking for a line: no line becomes complete after the writer is told to
             // end.
-            ending = writers.toldToEnd >= self->number;
+            ending = writer.toldToEnd >= self->number;
             // A writer that is told to end takes no further token: it could be one of the next
             // writer. It looks for lines without tokens until none is complete.
-        } while (self->WriteLine() && writers.toldToEnd >= self->number);
+        } while (self->WriteLine() && writer.toldToEnd >= self->number);
     }
     return nullptr;
 }
@@ -104,14 +103,14 @@ bool Writer::Start()
 /// @return the number of the writer to be created, which is the current one now.
 std::uint32_t Writer::Announce()
 {
-    const std::lock_guard guard(logger.writers.mutex);
+    const std::lock_guard guard(mutex);
     Base::StoreShared(logger.stopped, false);
-    return ++logger.writers.current;
+    return ++current;
 }
 
 bool Writer::Admit()
 {
-    const std::lock_guard guard(logger.writers.mutex);
+    const std::lock_guard guard(mutex);
     if (logger.calls.keep == nullptr && Base::LoadShared(logger.stopped)) {
         return false;
     }
@@ -127,13 +126,13 @@ bool Writer::Admit()
 void Writer::Stop()
 {
     {
-        const std::lock_guard guard(logger.writers.mutex);
+        const std::lock_guard guard(mutex);
         TellToEnd();
     }
     logger.lineReady.Notify();
 }
 
-/// Call with writers.mutex held.
+/// Call with the mutex held.
 void Writer::TellToEnd()
 {
     // In this order: once enabled is cleared, values are missing in an open line, so the line is
@@ -141,14 +140,24 @@ void Writer::TellToEnd()
     logger.lock.Refuse();
     logger.lock.Drop();
     Disable();
-    logger.writers.toldToEnd = logger.writers.current.load();
+    toldToEnd = current.load();
+}
+
+/// Clears enabled, and takes the logger out of the count. Call with the mutex held.
+void Writer::Disable()
+{
+    const bool wasEnabled = Base::LoadShared(logger.enabled);
+    Base::StoreShared(logger.enabled, false);
+    if (wasEnabled && logger.enabledCount != nullptr) {
+        Base::AddShared(*logger.enabledCount, -1);
+    }
 }
 
 /// A writer has ended: it was told to, it was cancelled, or its thread could not be created.
 void Writer::End(std::uint32_t number)
 {
-    const std::lock_guard guard(logger.writers.mutex);
-    if (number != logger.writers.current) {
+    const std::lock_guard guard(mutex);
+    if (number != current) {
         return;
     }
     TellToEnd();
@@ -159,19 +168,8 @@ void Writer::End(std::uint32_t number)
     Base::StoreShared(logger.stopped, true);
 }
 
-/// Clears enabled, and takes the logger out of the count. Call with writers.mutex held.
-void Writer::Disable()
-{
-    const bool wasEnabled = Base::LoadShared(logger.enabled);
-    Base::StoreShared(logger.enabled, false);
-    if (wasEnabled && logger.enabledCount != nullptr) {
-        Base::AddShared(*logger.enabledCount, -1);
-    }
-}
-
 bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
 {
-    const Base::NoCancellation scope;
     for (auto waited = stopPollInterval; waited <= longestWait && !Base::LoadShared(logger.stopped);
          waited += stopPollInterval) {
         // After the deadline `left` is not positive, and SleepFor() returns at once.
@@ -184,7 +182,6 @@ bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
 
 void Writer::AwaitEndOrHang() const
 {
-    const Base::NoCancellation scope;
     for (;;) {
         const bool stopped = Base::LoadShared(logger.stopped);
         const LineLock::Phase phase = logger.lock.CurrentPhase();
@@ -197,17 +194,17 @@ void Writer::AwaitEndOrHang() const
 
 void Writer::LockForFork()
 {
-    logger.writers.mutex.lock();
+    mutex.lock();
 }
 
 void Writer::UnlockAfterFork(bool inChild)
 {
     if (inChild) {
-        logger.writers.toldToEnd = ++logger.writers.current;
+        toldToEnd = ++current;
         Disable();
         Base::StoreShared(logger.stopped, true);
     }
-    logger.writers.mutex.unlock();
+    mutex.unlock();
 }
 
 }  // namespace Tolvex::Ilog
