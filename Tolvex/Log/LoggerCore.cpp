@@ -287,10 +287,7 @@ void LoggerCore::WriteHeader(LogType type)
     const int errorOfCaller = errno;
     WatchCallingThread();
     LineStep step(*state, state->lock.Take(LineLock::Entry::Line));
-    // Lines are admitted a moment before enabled is set. A thread that tested enabled before the
-    // last Close() may get here in that moment. It begins no line: the values and the std::endl
-    // that follow could find enabled cleared, and the line would stay open.
-    if (step && IsEnabled()) {
+    if (step) {
         Begin(*state, type);
         // The lock is held on return. The writer releases it after it has written the line.
         step.LeaveOpen();

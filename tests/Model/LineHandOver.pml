@@ -52,10 +52,10 @@ byte semaphore[threads];                  /* LineQueue::Place::semaphore */
 
 bool enabledFlag = false;
 bool stoppedFlag = true;
-byte counted = 0; /* Logger::enabledOutputs; while it is 0, the calls for the text do nothing */
+byte counted = 0; /* Logger::enabledOutputs; the calls for the text do nothing while it is 0 */
 byte current = 0;
 byte toldToEnd = 0;
-byte writerMutex = 0; /* the thread that holds CurrentWriter::mutex */
+byte writerMutex = 0; /* the thread that holds Writer::mutex */
 
 /* ---- LoggerCore ---- */
 
@@ -299,10 +299,15 @@ inline Admit()
 #ifndef FAULT_9
        counted++;
 #endif
+#ifndef FAULT_10
+       enabledFlag = true;
+#endif
        atomic { refusing = false; noticeTaken = false }
-       enabledFlag = true
 #ifdef FAULT_9
        ; counted++
+#endif
+#ifdef FAULT_10
+       ; enabledFlag = true
 #endif
     :: else
     fi;
@@ -326,11 +331,10 @@ inline TellToEnd()
     Refuse();
 #ifdef FAULT_2
     toldToEnd = current;
-    Drop();
-    Disable()
-#else
+#endif
     Drop();
     Disable();
+#ifndef FAULT_2
     toldToEnd = current
 #endif
 }
@@ -597,7 +601,7 @@ proctype Composer(byte me) EXISTS
              :: moved ->
                 /* Append(std::endl). */
                 atomic {
-                    assert(counted > 0 || phase != Open || owner != me);
+                    assert((counted > 0 && enabledFlag) || phase != Open || owner != me);
                     Advance(Open, Inserting, true);
                     if
                     :: moved -> UseBuffer()

@@ -115,11 +115,11 @@ bool Writer::Admit()
         return false;
     }
     if (logger.enabledCount != nullptr) {
-        // First: the calls for a line do nothing while no logger is counted.
         Base::AddShared(*logger.enabledCount, 1);
     }
-    logger.lock.Admit();
     Base::StoreShared(logger.enabled, true);
+    // Last: the calls for an open line do nothing while its logger is not enabled and counted.
+    logger.lock.Admit();
     return true;
 }
 
