@@ -9,22 +9,13 @@ namespace Tolvex::Ilog {
 
 using Base::CallingThread;
 
-namespace {
-
-/// @return what the word holds in this phase of the calling thread's line, without the flags.
-std::uintptr_t WordIn(LineLock::Phase phase)
-{
-    const bool owned = phase != LineLock::Free && phase != LineLock::Complete;
-    return phase | (owned ? CallingThread() : 0);
-}
-
-}  // namespace
-
 bool LineLock::Advance(Phase from, Phase to, std::uintptr_t allowedFlags)
 {
+    const std::uintptr_t before = from > Complete ? from | CallingThread() : from;
+    const std::uintptr_t after = to > Complete ? to | CallingThread() : to;
     std::uintptr_t seen = word.load(std::memory_order_relaxed);
-    while ((seen & ~allowedFlags) == WordIn(from)) {
-        if (word.compare_exchange_weak(seen, WordIn(to) | (seen & flags))) {
+    while ((seen & ~allowedFlags) == before) {
+        if (word.compare_exchange_weak(seen, after | (seen & flags))) {
             return true;
         }
     }

@@ -34,11 +34,11 @@ class LineLock
 public:
     enum Phase : std::uintptr_t
     {
-        Free,
+        Free,       ///< owned by no thread
+        Complete,   ///< handed over; owned by no thread
         Open,       ///< a thread has the line, between two insertions
         Inserting,  ///< a thread has the line and changes the text
         Dropped,    ///< as Inserting, but the logger was closed: the line is to be given up
-        Complete,   ///< handed over; owned by no thread
         Taken,      ///< the writer has the line and copies the text
         Writing,    ///< the writer has the line and is in the policy
     };
