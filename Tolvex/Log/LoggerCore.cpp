@@ -7,7 +7,6 @@
 #include <new>
 #include <optional>
 #include <system_error>
-#include <type_traits>
 #include <utility>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
@@ -153,37 +152,22 @@ void Begin(LoggerState& state, LogType type)
 }
 
 /// Inserts "[#", the text of the module, and "]".
-void Insert(std::stringstream& buffer, LogModule module)
+std::ostream& operator<<(std::stringstream& buffer, LogModule module)
 {
     const std::string& text = Util::EnumString<LogModule>::From(module);
     // In one piece: each insertion into a stream takes some hundred instructions.
     std::array<char, 64> tag{'[', '#'};
     if (text.size() > tag.size() - 3) {
-        buffer << "[#" << text << ']';
-        return;
+        return buffer << "[#" << text << ']';
     }
     char* const end = std::copy(text.begin(), text.end(), tag.data() + 2);
     *end = ']';
-    buffer.write(tag.data(), end + 1 - tag.data());
-}
-
-/// Inserts a module or a value.
-void Insert(std::stringstream& buffer, const LogArgument& argument)
-{
-    std::visit(
-        [&buffer](auto value) {
-            if constexpr (std::is_same_v<decltype(value), LogModule>) {
-                Insert(buffer, value);
-            } else {
-                buffer << value;
-            }
-        },
-        argument);
+    return buffer.write(tag.data(), end + 1 - tag.data());
 }
 
 /// Uses the policy outside of a line. @return false when the line was not free in time.
 template <typename Call>
-bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
+bool CallPolicy(LoggerState& state, Clock::time_point deadline, const Call& call)
 {
     // In a step, so that no other thread takes the line. The calling thread may have a line open.
     const bool open = state.lock.Advance(LineLock::Open, LineLock::Inserting);
@@ -191,7 +175,7 @@ bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
         call();  // Called by the policy or by a manipulator: this thread is in a step already.
         return true;
     }
-    LineStep step(state, open || state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
+    LineStep step(state, open || state.lock.Take(LineLock::Entry::Policy, deadline));
     if (!step) {
         return false;
     }
@@ -255,7 +239,7 @@ bool LoggerCore::Enable(const std::string* output)
         return false;
     }
     const auto openOutput = [&] {
-        return output == nullptr || CallPolicy(*state, longestWait, [&] {
+        return output == nullptr || CallPolicy(*state, Clock::now() + longestWait, [&] {
                    state->calls.openOutput(state->policy, *output);
                });
     };
@@ -279,7 +263,8 @@ bool LoggerCore::Enable(const std::string* output)
 
 bool LoggerCore::ChangeOutput(const std::string& name)
 {
-    return CallPolicy(*state, longestWait, [&] { state->calls.setOutput(state->policy, name); });
+    return CallPolicy(*state, Clock::now() + longestWait,
+                      [&] { state->calls.setOutput(state->policy, name); });
 }
 
 void LoggerCore::WriteHeader(LogType type)
@@ -303,7 +288,7 @@ void LoggerCore::Append(const LogArgument& argument)
     }
     const LogManipulator* const manipulator = std::get_if<LogManipulator>(&argument);
     if (manipulator == nullptr) {
-        Insert(state->buffer, argument);
+        std::visit([this](auto value) { state->buffer << value; }, argument);
         step.LeaveOpen();
         return;
     }
@@ -361,14 +346,11 @@ void LoggerCore::Close(Clock::time_point deadline)
         return;  // The policy calls this from its own Close() or SetOutput().
     }
     state->writer.Stop();
-    // Required: if the policy hangs in Write() for longer than the wait, it is closed while that
-    // call still runs.
-    const Clock::duration longest =
-        state->writer.AwaitStopped(deadline)
-            ? std::min<Clock::duration>(longestWait, deadline - Clock::now())
-            : Clock::duration::zero();
+    const bool stopped = state->writer.AwaitStopped(deadline);
     const auto close = [this] { state->calls.close(state->policy); };
-    if (!CallPolicy(*state, longest, close)) {
+    const auto end = stopped ? std::min(deadline, Clock::now() + longestWait) : Clock::now();
+    if (!CallPolicy(*state, end, close)) {
+        // Required: a policy that hangs in Write() for that long is closed while the call runs.
         close();
     }
 }
