@@ -279,7 +279,8 @@ inline AwaitEndOrHang()
     atomic { moved = false; seen = Free }
 }
 
-inline Announce()
+/* Thread::Thread() */
+inline MakeThread()
 {
     Lock(writerMutex);
     stoppedFlag = false;
@@ -339,8 +340,8 @@ inline TellToEnd()
 #endif
 }
 
-/* The end of a writer, or of one whose thread could not be created. */
-inline End(mine)
+/* Thread::~Thread(): the end of a writer, or of one whose thread could not be created. */
+inline EndThread(mine)
 {
     Lock(writerMutex);
     if
@@ -451,7 +452,7 @@ inline Enable()
     :: else ->
        Stop();
        AwaitEndOrHang();
-       Announce();
+       MakeThread();
        if
        :: atomic { true -> running = number; run Writer(firstWriter + number, number); number = 0 }
           if
@@ -464,7 +465,7 @@ inline Enable()
           fi
 #ifdef NO_THREAD
        :: number = 0;
-          End(current)
+          EndThread(current)
 #endif
        fi
     fi;
@@ -566,7 +567,7 @@ nextLine:
 
 gone:
     Release();
-    End(mine);
+    EndThread(mine);
     atomic { running = (running == mine -> 0 : running) }
 }
 

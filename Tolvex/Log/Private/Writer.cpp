@@ -24,12 +24,14 @@ constexpr std::chrono::milliseconds pollInterval(1);
 /// One writer. Made by Start(), then owned by its own thread.
 struct Writer::Thread
 {
-    explicit Thread(LoggerState& loggerState)
-        : state(loggerState.shared_from_this()), number(loggerState.writer.Announce())
+    /// Makes the writer the current one.
+    explicit Thread(Writer& writer) : state(writer.logger.shared_from_this())
     {
+        const std::lock_guard guard(writer.mutex);
+        Base::StoreShared(state->stopped, false);
+        number = ++writer.current;
     }
-    /// Also when the thread could not be created or was cancelled.
-    ~Thread() { state->writer.End(number); }
+    ~Thread();
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
@@ -37,9 +39,25 @@ struct Writer::Thread
     bool WriteLine();
 
     const std::shared_ptr<LoggerState> state;
-    const std::uint32_t number;
+    std::uint32_t number = 0;
     std::string text;  ///< the line in hand; keeps its memory
 };
+
+/// The writer has ended: it was told to, it was cancelled, or its thread could not be created.
+Writer::Thread::~Thread()
+{
+    Writer& writer = state->writer;
+    const std::lock_guard guard(writer.mutex);
+    if (number != writer.current) {
+        return;
+    }
+    writer.TellToEnd();
+    // No thread is left that could write a complete line.
+    if (state->lock.Advance(LineLock::Complete, LineLock::Taken)) {
+        state->lock.Release();
+    }
+    Base::StoreShared(state->stopped, true);
+}
 
 void* Writer::Thread::Run(void* thread)
 {
@@ -90,7 +108,7 @@ bool Writer::Start()
         return true;
     }
     AwaitEndOrHang();
-    std::unique_ptr<Thread> thread(new (std::nothrow) Thread(logger));
+    std::unique_ptr<Thread> thread(new (std::nothrow) Thread(*this));
     if (thread == nullptr ||
         Base::StartDetachedThread(logger.writerHandle, logger.threadName.c_str(), Thread::Run,
                                   thread.get(), Base::SignalHandlers::Blocked) != 0) {
@@ -98,14 +116,6 @@ bool Writer::Start()
     }
     static_cast<void>(thread.release());  // owned by its thread
     return true;
-}
-
-/// @return the number of the writer to be created, which is the current one now.
-std::uint32_t Writer::Announce()
-{
-    const std::lock_guard guard(mutex);
-    Base::StoreShared(logger.stopped, false);
-    return ++current;
 }
 
 bool Writer::Admit()
@@ -151,21 +161,6 @@ void Writer::Disable()
     if (wasEnabled && logger.enabledCount != nullptr) {
         Base::AddShared(*logger.enabledCount, -1);
     }
-}
-
-/// A writer has ended: it was told to, it was cancelled, or its thread could not be created.
-void Writer::End(std::uint32_t number)
-{
-    const std::lock_guard guard(mutex);
-    if (number != current) {
-        return;
-    }
-    TellToEnd();
-    // No thread is left that could write a complete line.
-    if (logger.lock.Advance(LineLock::Complete, LineLock::Taken)) {
-        logger.lock.Release();
-    }
-    Base::StoreShared(logger.stopped, true);
 }
 
 bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const

@@ -53,10 +53,8 @@ public:
 private:
     struct Thread;
 
-    std::uint32_t Announce();
     void TellToEnd();
     void Disable();
-    void End(std::uint32_t number);
 
     LoggerState& logger;
     std::atomic<std::uint32_t> current = 0;    ///< number of the writer started last
