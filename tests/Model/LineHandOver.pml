@@ -515,21 +515,24 @@ proctype Writer(byte me; byte mine) EXISTS
     bool ending = false;
     byte next = 0;
 
-waitForToken:
-    if
-    :: atomic { lineReady > 0 -> lineReady-- }
-#ifdef CANCEL
-    :: goto gone
-#endif
-    fi;
 nextLine:
     if
-    :: mine != current -> goto gone
-    :: else
+    :: TOLD_TO_END
+    :: else ->
+       if
+       :: atomic { lineReady > 0 -> lineReady-- }
+#ifdef CANCEL
+       :: goto gone
+#endif
+       fi
     fi;
 #ifndef FAULT_3
     ending = TOLD_TO_END;
 #endif
+    if
+    :: mine != current -> goto gone
+    :: else
+    fi;
     atomic {
         Advance(Complete, Taken, true);
         if
@@ -551,17 +554,14 @@ nextLine:
 #endif
        fi;
        Release();
-       if
-       :: TOLD_TO_END -> goto nextLine
-       :: else -> goto waitForToken
-       fi
+       goto nextLine
     :: else
     fi;
 #ifdef FAULT_3
     ending = TOLD_TO_END;
 #endif
     if
-    :: !ending -> goto waitForToken
+    :: !ending -> goto nextLine
     :: else
     fi;
 

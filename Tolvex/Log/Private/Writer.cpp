@@ -63,20 +63,16 @@ void* Writer::Thread::Run(void* thread)
 {
     const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
     const Writer& writer = self->state->writer;
+    const auto toldToEnd = [&] { return writer.toldToEnd >= self->number; };
     bool ending = false;
-    while (!ending) {
-        self->state->lineReady.Wait();
-        do {
-            if (self->number != writer.current) {
-                return nullptr;
-            }
-            // Read before looking for a line: no line becomes complete after the writer is told to
-            // end.
-            ending = writer.toldToEnd >= self->number;
-            // A writer that is told to end takes no further token: it could be one of the next
-            // writer. It looks for lines without tokens until none is complete.
-        } while (self->WriteLine() && writer.toldToEnd >= self->number);
-    }
+    do {
+        // A writer that is told to end takes no further token: it could be one of the next writer.
+        if (!toldToEnd()) {
+            self->state->lineReady.Wait();
+        }
+        // Read before looking for a line: no line becomes complete after the writer is told to end.
+        ending = toldToEnd();
+    } while (self->number == writer.current && (self->WriteLine() || !ending));
     return nullptr;
 }
 
