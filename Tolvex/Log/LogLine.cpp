@@ -23,19 +23,19 @@ LogLine::Text::int_type LogLine::Text::overflow(int_type character)
     return character;
 }
 
+// The stream is bad until a buffer is set, so that nothing is formatted for disabled outputs.
 LogLine::LogLine(LogType type, std::optional<LogModule> module)
-    : lineType(type), lineModule(module), stream(&text)
+    : lineType(type), lineModule(module), stream(nullptr)
 {
-    std::optional<std::locale> locale;
-    if (Logger::AnyEnabled()) {
-        Logger::GetInstance()->ForEachEnabled(
-            [&locale](const LoggerCore& core) { locale = core.Locale(); });
+    if (!Logger::AnyEnabled()) {
+        return;
     }
-    if (!locale) {
-        stream.rdbuf(nullptr);  // The stream is bad now, so nothing is formatted.
-    } else if (stream.getloc() != *locale) {
-        stream.imbue(*locale);  // as for a line that is written in four steps
-    }
+    Logger::GetInstance()->ForEachEnabled([this](const LoggerCore& core) {
+        stream.rdbuf(&text);
+        if (const std::locale locale = core.Locale(); stream.getloc() != locale) {
+            stream.imbue(locale);  // as for a line that is written in four steps
+        }
+    });
 }
 
 LogLine::LogLine(LogType type) : LogLine(type, std::nullopt) {}

@@ -120,16 +120,13 @@ void ConsoleLogPolicy::Write(const std::string& line)
     }
 
     const std::optional<ColorCode> color = ColorOf(lineType);
-    if (!color) {
-        std::cout.write(line.data(), static_cast<std::streamsize>(line.size()));
-        return;
-    }
     // Written in one piece, so that the output of other threads does not get the colour. A local
     // string, because a write that hangs may outlast the members of the policy.
-    std::string colored = Escape(*color);
     // Required: the colour is reset after the newline that ends the line, not before it.
-    colored.append(line).append(Escape(ColorCode::Default));
-    std::cout.write(colored.data(), static_cast<std::streamsize>(colored.size()));
+    const std::string colored =
+        color ? Escape(*color) + line + Escape(ColorCode::Default) : std::string();
+    const std::string& text = color ? colored : line;
+    std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
 std::ostream& operator<<(std::ostream& stream, const ColoredLog& color)

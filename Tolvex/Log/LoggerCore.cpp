@@ -7,13 +7,11 @@
 #include <new>
 #include <optional>
 #include <system_error>
-#include <type_traits>
 #include <utility>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Log/Private/LoggerRegistry.h"
 #include "Tolvex/Log/Private/LoggerState.h"
-#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Util/EnumString.h"
 
 namespace Tolvex::Ilog {
@@ -154,45 +152,30 @@ void Begin(LoggerState& state, LogType type)
 }
 
 /// Inserts "[#", the text of the module, and "]".
-void Insert(std::stringstream& buffer, LogModule module)
+std::ostream& operator<<(std::stringstream& buffer, LogModule module)
 {
     const std::string& text = Util::EnumString<LogModule>::From(module);
     // In one piece: each insertion into a stream takes some hundred instructions.
     std::array<char, 64> tag{'[', '#'};
     if (text.size() > tag.size() - 3) {
-        buffer << "[#" << text << ']';
-        return;
+        return buffer << "[#" << text << ']';
     }
     char* const end = std::copy(text.begin(), text.end(), tag.data() + 2);
     *end = ']';
-    buffer.write(tag.data(), end + 1 - tag.data());
-}
-
-/// Inserts a module or a value.
-void Insert(std::stringstream& buffer, const LogArgument& argument)
-{
-    std::visit(
-        [&buffer](auto value) {
-            if constexpr (std::is_same_v<decltype(value), LogModule>) {
-                Insert(buffer, value);
-            } else {
-                buffer << value;
-            }
-        },
-        argument);
+    return buffer.write(tag.data(), end + 1 - tag.data());
 }
 
 /// Uses the policy outside of a line. @return false when the line was not free in time.
 template <typename Call>
-bool CallPolicy(LoggerState& state, Clock::duration longest, const Call& call)
+bool CallPolicy(LoggerState& state, Clock::time_point deadline, const Call& call)
 {
     // In a step, so that no other thread takes the line. The calling thread may have a line open.
     const bool open = state.lock.Advance(LineLock::Open, LineLock::Inserting);
-    if (!open && state.lock.Look().owner == CallingThread()) {
+    if (!open && state.lock.IsMine()) {
         call();  // Called by the policy or by a manipulator: this thread is in a step already.
         return true;
     }
-    LineStep step(state, open || state.lock.Take(LineLock::Entry::Policy, Clock::now() + longest));
+    LineStep step(state, open || state.lock.Take(LineLock::Entry::Policy, deadline));
     if (!step) {
         return false;
     }
@@ -225,16 +208,17 @@ LoggerCore::LoggerCore(const PolicyCalls& calls, void* policy, int* enabledCount
 
 LoggerCore::~LoggerCore()
 {
+    const Base::NoCancellation scope;  // A cancellation that leaves a destructor ends the process.
     try {
         Close();
     } catch (const std::exception&) {
         // A lock could not be taken. The writer has to end all the same, because it uses the
         // policy.
-        Writer(*state).Stop();
-        Writer(*state).AwaitStopped();
+        state->writer.Stop();
+        state->writer.AwaitStopped();
     }
     UnregisterLogger(*state);
-    Writer(*state).AwaitEndOrHang();
+    state->writer.AwaitEndOrHang();
     RenewStaleBuffer(*state);
 }
 
@@ -255,7 +239,7 @@ bool LoggerCore::Enable(const std::string* output)
         return false;
     }
     const auto openOutput = [&] {
-        return output == nullptr || CallPolicy(*state, longestWait, [&] {
+        return output == nullptr || CallPolicy(*state, Clock::now() + longestWait, [&] {
                    state->calls.openOutput(state->policy, *output);
                });
     };
@@ -264,25 +248,23 @@ bool LoggerCore::Enable(const std::string* output)
     }
 
     RenewStaleBuffer(*state);
-    Writer(*state).Stop();  // Again: a Close() before may have failed to wake the writer.
-    if (!Writer(*state).Start()) {
-        return false;
-    }
+    state->writer.Stop();  // Again: a Close() before may have failed to wake the writer.
     try {
-        if (openOutput()) {
-            return Writer(*state).Admit();
+        if (state->writer.Start() && openOutput() && state->writer.Admit()) {
+            return true;
         }
     } catch (...) {
-        Writer(*state).Stop();
+        state->writer.Stop();
         throw;
     }
-    Writer(*state).Stop();
+    state->writer.Stop();
     return false;
 }
 
 bool LoggerCore::ChangeOutput(const std::string& name)
 {
-    return CallPolicy(*state, longestWait, [&] { state->calls.setOutput(state->policy, name); });
+    return CallPolicy(*state, Clock::now() + longestWait,
+                      [&] { state->calls.setOutput(state->policy, name); });
 }
 
 void LoggerCore::WriteHeader(LogType type)
@@ -290,10 +272,7 @@ void LoggerCore::WriteHeader(LogType type)
     const int errorOfCaller = errno;
     WatchCallingThread();
     LineStep step(*state, state->lock.Take(LineLock::Entry::Line));
-    // Lines are admitted a moment before enabled is set. A thread that tested enabled before the
-    // last Close() may get here in that moment. It begins no line: the values and the std::endl
-    // that follow could find enabled cleared, and the line would stay open.
-    if (step && IsEnabled()) {
+    if (step) {
         Begin(*state, type);
         // The lock is held on return. The writer releases it after it has written the line.
         step.LeaveOpen();
@@ -309,7 +288,7 @@ void LoggerCore::Append(const LogArgument& argument)
     }
     const LogManipulator* const manipulator = std::get_if<LogManipulator>(&argument);
     if (manipulator == nullptr) {
-        Insert(state->buffer, argument);
+        std::visit([this](auto value) { state->buffer << value; }, argument);
         step.LeaveOpen();
         return;
     }
@@ -366,15 +345,12 @@ void LoggerCore::Close(Clock::time_point deadline)
     if (!control) {
         return;  // The policy calls this from its own Close() or SetOutput().
     }
-    Writer(*state).Stop();
-    // Required: if the policy hangs in Write() for longer than the wait, it is closed while that
-    // call still runs.
-    const Clock::duration longest =
-        Writer(*state).AwaitStopped(deadline)
-            ? std::min<Clock::duration>(longestWait, deadline - Clock::now())
-            : Clock::duration::zero();
+    state->writer.Stop();
+    const bool stopped = state->writer.AwaitStopped(deadline);
     const auto close = [this] { state->calls.close(state->policy); };
-    if (!CallPolicy(*state, longest, close)) {
+    const auto end = stopped ? std::min(deadline, Clock::now() + longestWait) : Clock::now();
+    if (!CallPolicy(*state, end, close)) {
+        // Required: a policy that hangs in Write() for that long is closed while the call runs.
         close();
     }
 }

@@ -102,6 +102,8 @@ finds fault-7 -DCOMPOSERS=0 -DCLOSE -DREOPEN -DFORK -DFAULT_7
 finds fault-8 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_8
 # An output is counted after it has admitted lines.
 finds fault-9 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_9
+# The flag enabled is set after lines have been admitted.
+finds fault-10 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_10
 
 if [ $checked -eq 0 ]; then
     echo "no variant is named $only" >&2

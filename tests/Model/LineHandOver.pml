@@ -52,10 +52,10 @@ byte semaphore[threads];                  /* LineQueue::Place::semaphore */
 
 bool enabledFlag = false;
 bool stoppedFlag = true;
-byte counted = 0; /* Logger::enabledOutputs; while it is 0, the calls for the text do nothing */
+byte counted = 0; /* Logger::enabledOutputs; the calls for the text do nothing while it is 0 */
 byte current = 0;
 byte toldToEnd = 0;
-byte writerMutex = 0; /* the thread that holds CurrentWriter::mutex */
+byte writerMutex = 0; /* the thread that holds Writer::mutex */
 
 /* ---- LoggerCore ---- */
 
@@ -95,13 +95,16 @@ inline Unlock(aMutex)
 
 /* ---- LineLock: taking the line ---- */
 
-/* Leaves `other` at 0. */
-inline UpdateWaiting()
+/* allowed: whether the flags that are set are among the allowed ones. */
+inline Advance(from, to, allowed)
 {
     d_step {
+        moved = (phase == from && owner == (from == Free || from == Complete -> 0 : me) && (allowed));
         if
-        :: len(queue) > 0 -> queue?<other>; waiting = !woken[other]; other = 0
-        :: else -> waiting = false
+        :: moved ->
+           phase = to;
+           owner = (to == Complete -> 0 : me)
+        :: else
         fi
     }
 }
@@ -115,7 +118,7 @@ inline WakeFirst()
            queue?<next>;
            if
            :: woken[next] -> next = 0
-           :: else -> woken[next] = true; UpdateWaiting()
+           :: else -> woken[next] = true
            fi
         :: else
         fi;
@@ -127,22 +130,21 @@ inline WakeFirst()
     fi
 }
 
-inline TryTake(isPolicy, isFirst)
+/* The first or second try of Take(). */
+inline Try(isPolicy, mayUseReserved)
 {
-    d_step {
-        taken = (phase == Free && (isPolicy || !refusing) && (isFirst || !reserved));
-        if
-        :: taken -> owner = me; phase = Inserting; reserved = false
-        :: else
-        fi
+    atomic {
+        Advance(Free, Inserting, (isPolicy || !refusing) && (mayUseReserved || !reserved));
+        taken = moved;
+        moved = false
     }
 }
 
-/* The second try of a thread that is first in the queue; a thread that is not first does not try. */
-inline TryTakeAsFirst(isPolicy)
+/* A thread that is not first in the queue does not try. */
+inline TryAsFirst(isPolicy)
 {
     if
-    :: queue?[eval(me)] -> TryTake(isPolicy, true)
+    :: queue?[eval(me)] -> Try(isPolicy, claimed)
     :: else -> taken = false
     fi
 }
@@ -150,15 +152,15 @@ inline TryTakeAsFirst(isPolicy)
 /* mayGiveUp: the deadline may pass at any moment. The spin before the sleep is left out. */
 inline Take(isPolicy, mayGiveUp)
 {
-    TryTake(isPolicy, false);
+    Try(isPolicy, false);
     if
     :: taken
-    :: else ->
+    :: else -> /* Await() */
        atomic {
            Lock(mutex);
            queue!me; /* Append() */
 #ifndef FAULT_1
-           UpdateWaiting()
+           waiting = true
 #endif
        }
        do
@@ -166,9 +168,9 @@ inline Take(isPolicy, mayGiveUp)
 #ifndef FAULT_8
           refused = (refusing && !isPolicy); /* refused */
 #endif
-          TryTakeAsFirst(isPolicy);
+          TryAsFirst(isPolicy);
 #ifdef FAULT_1
-          UpdateWaiting();
+          waiting = true;
 #endif
 #ifdef FAULT_8
           refused = (refusing && !isPolicy);
@@ -191,19 +193,14 @@ inline Take(isPolicy, mayGiveUp)
           if
           :: queue?[eval(me)] -> atomic { claimed = true; reserved = true }
           :: else
-          fi;
-#ifndef FAULT_1
-          UpdateWaiting()
-#endif
+          fi
        od;
        atomic {
-           if
-           :: claimed -> reserved = false; claimed = false
-           :: else
-           fi;
            queue??eval(me); /* Remove() */
            assert(!woken[me] && semaphore[me] == 0); /* no thread signals a place that is gone */
-           UpdateWaiting();
+           reserved = (reserved && !claimed);
+           waiting = (waiting && len(queue) > 0);
+           claimed = false;
            Unlock(mutex)
        }
 #ifndef FAULT_4
@@ -216,19 +213,6 @@ inline Take(isPolicy, mayGiveUp)
 }
 
 /* ---- LineLock: the other changes ---- */
-
-inline Advance(from, to)
-{
-    d_step {
-        moved = (phase == from && owner == (from == Complete -> 0 : me));
-        if
-        :: moved ->
-           phase = to;
-           owner = (to == Complete -> 0 : me)
-        :: else
-        fi
-    }
-}
 
 inline Release()
 {
@@ -257,7 +241,6 @@ inline Refuse()
             fi
         }
         next = 0;
-        UpdateWaiting();
         Unlock(mutex)
     }
 }
@@ -296,7 +279,8 @@ inline AwaitEndOrHang()
     atomic { moved = false; seen = Free }
 }
 
-inline Announce()
+/* Thread::Thread() */
+inline MakeThread()
 {
     Lock(writerMutex);
     stoppedFlag = false;
@@ -316,10 +300,15 @@ inline Admit()
 #ifndef FAULT_9
        counted++;
 #endif
+#ifndef FAULT_10
+       enabledFlag = true;
+#endif
        atomic { refusing = false; noticeTaken = false }
-       enabledFlag = true
 #ifdef FAULT_9
        ; counted++
+#endif
+#ifdef FAULT_10
+       ; enabledFlag = true
 #endif
     :: else
     fi;
@@ -343,17 +332,16 @@ inline TellToEnd()
     Refuse();
 #ifdef FAULT_2
     toldToEnd = current;
-    Drop();
-    Disable()
-#else
+#endif
     Drop();
     Disable();
+#ifndef FAULT_2
     toldToEnd = current
 #endif
 }
 
-/* The end of a writer, or of one whose thread could not be created. */
-inline End(mine)
+/* Thread::~Thread(): the end of a writer, or of one whose thread could not be created. */
+inline EndThread(mine)
 {
     Lock(writerMutex);
     if
@@ -364,7 +352,7 @@ inline End(mine)
 #endif
        TellToEnd();
        atomic {
-           Advance(Complete, Taken); /* lost: no thread is left that could write it */
+           Advance(Complete, Taken, true); /* lost: no thread is left that could write it */
 #if defined(CANCEL) || defined(NO_THREAD)
            endedLine = (endedLine && !moved)
 #else
@@ -409,7 +397,7 @@ inline LeaveStep()
 inline HandOver()
 {
     atomic {
-        Advance(Inserting, Complete);
+        Advance(Inserting, Complete, true);
         if
         :: moved ->
            assert(!endedLine);
@@ -464,7 +452,7 @@ inline Enable()
     :: else ->
        Stop();
        AwaitEndOrHang();
-       Announce();
+       MakeThread();
        if
        :: atomic { true -> running = number; run Writer(firstWriter + number, number); number = 0 }
           if
@@ -477,7 +465,7 @@ inline Enable()
           fi
 #ifdef NO_THREAD
        :: number = 0;
-          End(current)
+          EndThread(current)
 #endif
        fi
     fi;
@@ -511,7 +499,6 @@ inline EndOfThread()
     bool wake = false;                                                                             \
     mtype seen = Free;                                                                             \
     byte next = 0;                                                                                 \
-    byte other = 0;                                                                                \
     bool refused = false;                                                                          \
     bool claimed = false;                                                                          \
     byte number = 0
@@ -527,25 +514,27 @@ proctype Writer(byte me; byte mine) EXISTS
     bool wake = false;
     bool ending = false;
     byte next = 0;
-    byte other = 0;
 
-waitForToken:
-    if
-    :: atomic { lineReady > 0 -> lineReady-- }
-#ifdef CANCEL
-    :: goto gone
-#endif
-    fi;
 nextLine:
     if
-    :: mine != current -> goto gone
-    :: else
+    :: TOLD_TO_END
+    :: else ->
+       if
+       :: atomic { lineReady > 0 -> lineReady-- }
+#ifdef CANCEL
+       :: goto gone
+#endif
+       fi
     fi;
 #ifndef FAULT_3
     ending = TOLD_TO_END;
 #endif
+    if
+    :: mine != current -> goto gone
+    :: else
+    fi;
     atomic {
-        Advance(Complete, Taken);
+        Advance(Complete, Taken, true);
         if
         :: moved -> assert(endedLine); endedLine = false; UseBuffer()
         :: else
@@ -553,7 +542,7 @@ nextLine:
     }
     if
     :: moved ->
-       atomic { LeaveBuffer(); Advance(Taken, Writing); assert(!loggerGone) }
+       atomic { LeaveBuffer(); Advance(Taken, Writing, true); assert(!loggerGone) }
        assert(notice || !noticeTaken); /* no line follows the last notice */
        if
        :: true
@@ -565,23 +554,20 @@ nextLine:
 #endif
        fi;
        Release();
-       if
-       :: TOLD_TO_END -> goto nextLine
-       :: else -> goto waitForToken
-       fi
+       goto nextLine
     :: else
     fi;
 #ifdef FAULT_3
     ending = TOLD_TO_END;
 #endif
     if
-    :: !ending -> goto waitForToken
+    :: !ending -> goto nextLine
     :: else
     fi;
 
 gone:
     Release();
-    End(mine);
+    EndThread(mine);
     atomic { running = (running == mine -> 0 : running) }
 }
 
@@ -605,7 +591,7 @@ proctype Composer(byte me) EXISTS
              assert(!noticeTaken);
              UseBuffer();
              atomic {
-                 Advance(Inserting, Open);
+                 Advance(Inserting, Open, true);
                  if
                  :: moved -> LeaveBuffer()
                  :: else
@@ -616,8 +602,8 @@ proctype Composer(byte me) EXISTS
              :: moved ->
                 /* Append(std::endl). */
                 atomic {
-                    assert(counted > 0 || phase != Open || owner != me);
-                    Advance(Open, Inserting);
+                    assert((counted > 0 && enabledFlag) || phase != Open || owner != me);
+                    Advance(Open, Inserting, true);
                     if
                     :: moved -> UseBuffer()
                     :: else

@@ -1,6 +1,7 @@
 #include "Tolvex/Log/Private/LineLock.h"
 
 #include <system_error>
+#include <utility>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
 
@@ -8,51 +9,52 @@ namespace Tolvex::Ilog {
 
 using Base::CallingThread;
 
-bool LineLock::Take(Entry entry, Deadline deadline)
+bool LineLock::Advance(Phase from, Phase to, std::uintptr_t allowedFlags)
 {
-    const std::uintptr_t ignoredFlags = entry == Entry::Policy ? refusing : 0;
-    if (TryTake(waiting | ignoredFlags)) {
-        return true;
-    }
-    if (Look().owner == CallingThread()) {
-        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
-    }
-    return Await(ignoredFlags, deadline);
-}
-
-/// Takes the line if it is free and no flag is set except those allowed.
-bool LineLock::TryTake(std::uintptr_t allowedFlags)
-{
+    const std::uintptr_t before = from > Complete ? from | CallingThread() : from;
+    const std::uintptr_t after = to > Complete ? to | CallingThread() : to;
     std::uintptr_t seen = word.load(std::memory_order_relaxed);
-    while ((seen & ~allowedFlags) == Free) {
-        if (word.compare_exchange_weak(seen, CallingThread() | Inserting | (seen & ~reserved))) {
+    while ((seen & ~allowedFlags) == before) {
+        if (word.compare_exchange_weak(seen, after | (seen & flags))) {
             return true;
         }
     }
     return false;
 }
 
+bool LineLock::Take(Entry entry, LineQueue::Deadline deadline)
+{
+    const std::uintptr_t allowedFlags = entry == Entry::Policy ? waiting | refusing : waiting;
+    if (Advance(Free, Inserting, allowedFlags)) {
+        return true;
+    }
+    if (IsMine()) {
+        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+    }
+    return Await(allowedFlags, deadline);
+}
+
 /// The slow part of Take(): spins, then sleeps in the queue.
-bool LineLock::Await(std::uintptr_t ignoredFlags, Deadline deadline)
+bool LineLock::Await(std::uintptr_t allowedFlags, LineQueue::Deadline deadline)
 {
     // As with a std::mutex, waiting for the lock is no cancellation point.
     const Base::NoCancellation scope;
-    SpinUntilFree(waiting | ignoredFlags);
-    if (TryTake(waiting | ignoredFlags)) {
+    SpinUntilFree(allowedFlags);
+    if (Advance(Free, Inserting, allowedFlags)) {
         return true;
     }
 
     LineQueue::Place place;
     std::unique_lock lock(mutex);
     queue.Append(place);
+    // Set before this thread tries: a thread that frees the line after that sees the flag.
+    word |= waiting;
     bool taken = false;
     std::uintptr_t claimed = 0;  // reserved, once this thread has reserved the line
     for (;;) {
-        // The flag first: a thread that frees the line after this thread has tried sees the flag.
-        UpdateWaiting();
         // Read first: lines that are refused now may be admitted before this thread tries.
-        const bool refused = (word & refusing & ~ignoredFlags) != 0;
-        taken = queue.First() == &place && TryTake(waiting | claimed | ignoredFlags);
+        const bool refused = (word & refusing & ~allowedFlags) != 0;
+        taken = queue.First() == &place && Advance(Free, Inserting, allowedFlags | claimed);
         if (taken || refused) {
             break;
         }
@@ -64,7 +66,8 @@ bool LineLock::Await(std::uintptr_t ignoredFlags, Deadline deadline)
             if (!place.woken) {
                 break;
             }
-            place.Sleep(noDeadline);  // Another thread has marked the place and signals it now.
+            // Another thread has marked the place and signals it now.
+            place.Sleep(LineQueue::noDeadline);
         }
         place.woken = false;
 
@@ -75,13 +78,10 @@ bool LineLock::Await(std::uintptr_t ignoredFlags, Deadline deadline)
         }
     }
 
-    if (!taken) {
-        word &= ~claimed;
-    }
     queue.Remove(place);
-    UpdateWaiting();
+    word &= ~(claimed | (queue.First() == nullptr ? waiting : 0));
     lock.unlock();
-    if (!taken && Look().phase == Free) {
+    if (!taken && CurrentPhase() == Free) {
         WakeFirst();  // This thread may have been woken for a line that it does not take.
     }
     return taken;
@@ -101,48 +101,23 @@ void LineLock::SpinUntilFree(std::uintptr_t allowedFlags)
     spinning.store(false, std::memory_order_release);
 }
 
-/// Sets the flag when the next thread that frees the line has to wake a thread. Under the mutex.
-void LineLock::UpdateWaiting()
-{
-    // One at a time: a second thread that is woken could overtake the first.
-    if (queue.First() == nullptr || queue.First()->woken) {
-        word &= ~waiting;
-    } else {
-        word |= waiting;
-    }
-}
-
+/// One at a time: a second thread that is woken could overtake the first.
 void LineLock::WakeFirst()
 {
     std::unique_lock lock(mutex);
     LineQueue::Place* const place = queue.First();
-    if (place == nullptr || place->woken) {
+    if (place == nullptr || std::exchange(place->woken, true)) {
         return;
     }
-    place->woken = true;
-    UpdateWaiting();
     lock.unlock();
     place->Signal();
-}
-
-bool LineLock::Advance(Phase from, Phase to)
-{
-    const std::uintptr_t before = from | (from == Complete ? 0 : CallingThread());
-    const std::uintptr_t after = to | (to == Complete ? 0 : CallingThread());
-    std::uintptr_t seen = word.load(std::memory_order_relaxed);
-    while ((seen & ~flags) == before) {
-        if (word.compare_exchange_weak(seen, after | (seen & flags))) {
-            return true;
-        }
-    }
-    return false;
 }
 
 void LineLock::Release()
 {
     std::uintptr_t seen = word.load(std::memory_order_relaxed);
     do {
-        if ((seen & ~Base::threadIdSpareBits) != CallingThread()) {
+        if (OwnerOf(seen) != CallingThread()) {
             return;
         }
     } while (!word.compare_exchange_weak(seen, seen & flags));
@@ -156,7 +131,6 @@ void LineLock::Refuse()
     word |= refusing;
     const std::lock_guard lock(mutex);
     queue.WakeAll();
-    UpdateWaiting();
 }
 
 void LineLock::Drop()

@@ -32,25 +32,15 @@ namespace Tolvex::Ilog {
 class LineLock
 {
 public:
-    using Deadline = LineQueue::Deadline;
-    static constexpr Deadline noDeadline = LineQueue::noDeadline;
-
     enum Phase : std::uintptr_t
     {
-        Free,
+        Free,       ///< owned by no thread
+        Complete,   ///< handed over; owned by no thread
         Open,       ///< a thread has the line, between two insertions
         Inserting,  ///< a thread has the line and changes the text
         Dropped,    ///< as Inserting, but the logger was closed: the line is to be given up
-        Complete,   ///< handed over; owned by no thread
         Taken,      ///< the writer has the line and copies the text
         Writing,    ///< the writer has the line and is in the policy
-    };
-
-    /// What the word says of the line at one moment.
-    struct Holding
-    {
-        Phase phase;
-        Base::ThreadId owner;  ///< 0 when the line is free or complete
     };
 
     /// Who is let in by Take().
@@ -73,12 +63,14 @@ public:
     /// @return false when lines are refused or the deadline has passed.
     /// @throws std::system_error resource_deadlock_would_occur when the calling thread has the
     /// line.
-    bool Take(Entry entry, Deadline deadline = noDeadline);
+    bool Take(Entry entry, LineQueue::Deadline deadline = LineQueue::noDeadline);
 
     /// Changes the phase of the calling thread's line. A change to Complete gives up the line, a
-    /// change from Complete takes it.
-    /// @return false when the line is not in the phase `from`, or is another thread's.
-    bool Advance(Phase from, Phase to);
+    /// change from Free or Complete takes it.
+    /// @param allowedFlags  Only Take() allows less than all of them.
+    /// @return false when the line is not in the phase `from`, is another thread's, or has a flag
+    /// that is not allowed.
+    bool Advance(Phase from, Phase to, std::uintptr_t allowedFlags = flags);
 
     /// Frees the line that the calling thread has, if it has one, and wakes the first waiting
     /// thread.
@@ -94,8 +86,11 @@ public:
     /// Drops the line that is being composed, if there is one.
     void Drop();
 
-    /// @return who has the line at this moment.
-    Holding Look() const { return {PhaseOf(word), word & ~Base::threadIdSpareBits}; }
+    /// @return the phase at this moment.
+    Phase CurrentPhase() const { return PhaseOf(word); }
+
+    /// @return whether the calling thread has the line.
+    bool IsMine() const { return OwnerOf(word) == Base::CallingThread(); }
 
     /// Keep all other threads out of the queue while the process forks. In the child the lock is
     /// then free, refuses lines, and has no waiting threads.
@@ -105,16 +100,15 @@ public:
 private:
     static constexpr std::uintptr_t phaseMask = 7;
     static constexpr std::uintptr_t refusing = 8;   ///< lines do not begin
-    static constexpr std::uintptr_t waiting = 16;   ///< who frees the line wakes the first waiter
+    static constexpr std::uintptr_t waiting = 16;   ///< the queue is not empty
     static constexpr std::uintptr_t reserved = 32;  ///< the line is the first waiter's
     static constexpr std::uintptr_t flags = refusing | waiting | reserved;
     static_assert((phaseMask | flags) == Base::threadIdSpareBits);
 
     static Phase PhaseOf(std::uintptr_t value) { return static_cast<Phase>(value & phaseMask); }
-    bool TryTake(std::uintptr_t allowedFlags);
-    bool Await(std::uintptr_t ignoredFlags, Deadline deadline);
+    static Base::ThreadId OwnerOf(std::uintptr_t value) { return value & ~Base::threadIdSpareBits; }
+    bool Await(std::uintptr_t allowedFlags, LineQueue::Deadline deadline);
     void SpinUntilFree(std::uintptr_t allowedFlags);
-    void UpdateWaiting();
     void WakeFirst();
 
     std::atomic<std::uintptr_t> word = refusing;  ///< owner, Phase and flags

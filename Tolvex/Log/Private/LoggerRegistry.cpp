@@ -11,13 +11,10 @@
 #include "Tolvex/Base/Private/TimeZone.h"
 #include "Tolvex/Log/Private/BlackBox.h"
 #include "Tolvex/Log/Private/LoggerState.h"
-#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Types/LogModule.h"
 #include "Tolvex/Util/EnumString.h"
 
 namespace Tolvex::Ilog {
-
-using Base::CallingThread;
 
 namespace {
 
@@ -50,7 +47,7 @@ void LockBeforeFork()
         return;
     }
     ForEachLogger([](LoggerState& state) {
-        Writer(state).LockForFork();
+        state.writer.LockForFork();
         state.lock.LockForFork();
     });
     BlackBox::ringMutex.lock();
@@ -59,7 +56,7 @@ void LockBeforeFork()
 void RenewInChild(LoggerState& state)
 {
     // In these phases a thread changes the buffer, perhaps one that does not exist here.
-    const LineLock::Phase phase = state.lock.Look().phase;
+    const LineLock::Phase phase = state.lock.CurrentPhase();
     state.bufferStale =
         state.bufferStale || phase == LineLock::Inserting || phase == LineLock::Dropped;
     // Not destroyed first: a thread of the parent may have held the mutex, or waited for the
@@ -80,7 +77,7 @@ void UnlockAfterFork(bool inChild)
             RenewInChild(state);
         }
         state.lock.UnlockAfterFork(inChild);
-        Writer(state).UnlockAfterFork(inChild);
+        state.writer.UnlockAfterFork(inChild);
     });
     registryMutex.UnlockAfterFork();
 }
@@ -88,10 +85,10 @@ void UnlockAfterFork(bool inChild)
 /// @return whether an ended line of the logger is with its writer, which is another thread.
 bool IsBusy(const LoggerState& state)
 {
-    const auto [phase, owner] = state.lock.Look();
+    const LineLock::Phase phase = state.lock.CurrentPhase();
     const bool withWriter =
         phase == LineLock::Complete || phase == LineLock::Taken || phase == LineLock::Writing;
-    return withWriter && owner != CallingThread();
+    return withWriter && !state.lock.IsMine();
 }
 
 /// Waits until a line that was ended before exit() is written. A writer that hangs costs 2.1 s.

@@ -17,19 +17,12 @@
 #include "Tolvex/Log/PolicyCalls.h"
 #include "Tolvex/Log/Private/LineHeader.h"
 #include "Tolvex/Log/Private/LineLock.h"
+#include "Tolvex/Log/Private/Writer.h"
 
 namespace Tolvex::Ilog {
 
 /// How long the log waits for a policy that may hang.
 constexpr std::chrono::milliseconds longestWait(2100);
-
-/// Which writer of a logger is current, and which ones have to end. Writers are numbered.
-struct CurrentWriter
-{
-    std::atomic<std::uint32_t> current = 0;    ///< number of the writer started last
-    std::atomic<std::uint32_t> toldToEnd = 0;  ///< writers up to this number are to end
-    std::mutex mutex;  ///< guards changes of current and of the flags of the logger
-};
 
 /// The state of one logger. Outlives the logger when a writer hangs in its policy. The policy
 /// belongs to the logger and does not exist any more then.
@@ -58,7 +51,7 @@ struct LoggerState : std::enable_shared_from_this<LoggerState>
     bool enabled = false;                    ///< shared: lines are accepted
     bool stopped = true;                     ///< shared: there is no current writer
     bool bufferStale = false;                ///< a fork left the buffer in an unknown state
-    CurrentWriter writers;                   ///< which writer is current; used by Writer
+    Writer writer{*this};                    ///< starts and ends the thread that writes
     LineHeader header;                       ///< used by the thread that has the line
     const std::locale locale;                ///< the model's, or the global one at that time
     std::atomic<std::uint32_t> written = 0;  ///< lines that the writers have finished

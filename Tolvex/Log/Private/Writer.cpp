@@ -7,7 +7,6 @@
 #include <new>
 #include <string>
 
-#include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/Private/PosixThread.h"
 #include "Tolvex/Base/Private/Sleep.h"
 #include "Tolvex/Base/SharedValue.h"
@@ -25,12 +24,14 @@ constexpr std::chrono::milliseconds pollInterval(1);
 /// One writer. Made by Start(), then owned by its own thread.
 struct Writer::Thread
 {
-    explicit Thread(LoggerState& loggerState)
-        : state(loggerState.shared_from_this()), number(Writer(loggerState).Announce())
+    /// Makes the writer the current one.
+    explicit Thread(Writer& writer) : state(writer.logger.shared_from_this())
     {
+        const std::lock_guard guard(writer.mutex);
+        Base::StoreShared(state->stopped, false);
+        number = ++writer.current;
     }
-    /// Also when the thread could not be created or was cancelled.
-    ~Thread() { Writer(*state).End(number); }
+    ~Thread();
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
@@ -38,28 +39,40 @@ struct Writer::Thread
     bool WriteLine();
 
     const std::shared_ptr<LoggerState> state;
-    const std::uint32_t number;
+    std::uint32_t number = 0;
     std::string text;  ///< the line in hand; keeps its memory
 };
+
+/// The writer has ended: it was told to, it was cancelled, or its thread could not be created.
+Writer::Thread::~Thread()
+{
+    Writer& writer = state->writer;
+    const std::lock_guard guard(writer.mutex);
+    if (number != writer.current) {
+        return;
+    }
+    writer.TellToEnd();
+    // No thread is left that could write a complete line.
+    if (state->lock.Advance(LineLock::Complete, LineLock::Taken)) {
+        state->lock.Release();
+    }
+    Base::StoreShared(state->stopped, true);
+}
 
 void* Writer::Thread::Run(void* thread)
 {
     const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
-    const CurrentWriter& writers = self->state->writers;
+    const Writer& writer = self->state->writer;
+    const auto toldToEnd = [&] { return writer.toldToEnd >= self->number; };
     bool ending = false;
-    while (!ending) {
-        self->state->lineReady.Wait();
-        do {
-            if (self->number != writers.current) {
-                return nullptr;
-            }
-            // Read before looking for a line: no line becomes complete after the writer is told to
-            // end.
-            ending = writers.toldToEnd >= self->number;
-            // A writer that is told to end takes no further token: it could be one of the next
-            // writer. It looks for lines without tokens until none is complete.
-        } while (self->WriteLine() && writers.toldToEnd >= self->number);
-    }
+    do {
+        // A writer that is told to end takes no further token: it could be one of the next writer.
+        if (!toldToEnd()) {
+            self->state->lineReady.Wait();
+        }
+        // Read before looking for a line: no line becomes complete after the writer is told to end.
+        ending = toldToEnd();
+    } while (self->number == writer.current && (self->WriteLine() || !ending));
     return nullptr;
 }
 
@@ -91,7 +104,7 @@ bool Writer::Start()
         return true;
     }
     AwaitEndOrHang();
-    std::unique_ptr<Thread> thread(new (std::nothrow) Thread(logger));
+    std::unique_ptr<Thread> thread(new (std::nothrow) Thread(*this));
     if (thread == nullptr ||
         Base::StartDetachedThread(logger.writerHandle, logger.threadName.c_str(), Thread::Run,
                                   thread.get(), Base::SignalHandlers::Blocked) != 0) {
@@ -101,39 +114,31 @@ bool Writer::Start()
     return true;
 }
 
-/// @return the number of the writer to be created, which is the current one now.
-std::uint32_t Writer::Announce()
-{
-    const std::lock_guard guard(logger.writers.mutex);
-    Base::StoreShared(logger.stopped, false);
-    return ++logger.writers.current;
-}
-
 bool Writer::Admit()
 {
-    const std::lock_guard guard(logger.writers.mutex);
+    const std::lock_guard guard(mutex);
     if (logger.calls.keep == nullptr && Base::LoadShared(logger.stopped)) {
         return false;
     }
     if (logger.enabledCount != nullptr) {
-        // First: the calls for a line do nothing while no logger is counted.
         Base::AddShared(*logger.enabledCount, 1);
     }
-    logger.lock.Admit();
     Base::StoreShared(logger.enabled, true);
+    // Last: the calls for an open line do nothing while its logger is not enabled and counted.
+    logger.lock.Admit();
     return true;
 }
 
 void Writer::Stop()
 {
     {
-        const std::lock_guard guard(logger.writers.mutex);
+        const std::lock_guard guard(mutex);
         TellToEnd();
     }
     logger.lineReady.Notify();
 }
 
-/// Call with writers.mutex held.
+/// Call with the mutex held.
 void Writer::TellToEnd()
 {
     // In this order: once enabled is cleared, values are missing in an open line, so the line is
@@ -141,25 +146,10 @@ void Writer::TellToEnd()
     logger.lock.Refuse();
     logger.lock.Drop();
     Disable();
-    logger.writers.toldToEnd = logger.writers.current.load();
+    toldToEnd = current.load();
 }
 
-/// A writer has ended: it was told to, it was cancelled, or its thread could not be created.
-void Writer::End(std::uint32_t number)
-{
-    const std::lock_guard guard(logger.writers.mutex);
-    if (number != logger.writers.current) {
-        return;
-    }
-    TellToEnd();
-    // No thread is left that could write a complete line.
-    if (logger.lock.Advance(LineLock::Complete, LineLock::Taken)) {
-        logger.lock.Release();
-    }
-    Base::StoreShared(logger.stopped, true);
-}
-
-/// Clears enabled, and takes the logger out of the count. Call with writers.mutex held.
+/// Clears enabled, and takes the logger out of the count. Call with the mutex held.
 void Writer::Disable()
 {
     const bool wasEnabled = Base::LoadShared(logger.enabled);
@@ -171,7 +161,6 @@ void Writer::Disable()
 
 bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
 {
-    const Base::NoCancellation scope;
     for (auto waited = stopPollInterval; waited <= longestWait && !Base::LoadShared(logger.stopped);
          waited += stopPollInterval) {
         // After the deadline `left` is not positive, and SleepFor() returns at once.
@@ -184,10 +173,9 @@ bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
 
 void Writer::AwaitEndOrHang() const
 {
-    const Base::NoCancellation scope;
     for (;;) {
         const bool stopped = Base::LoadShared(logger.stopped);
-        const LineLock::Phase phase = logger.lock.Look().phase;
+        const LineLock::Phase phase = logger.lock.CurrentPhase();
         if (phase == LineLock::Writing || (stopped && phase != LineLock::Taken)) {
             return;
         }
@@ -197,17 +185,17 @@ void Writer::AwaitEndOrHang() const
 
 void Writer::LockForFork()
 {
-    logger.writers.mutex.lock();
+    mutex.lock();
 }
 
 void Writer::UnlockAfterFork(bool inChild)
 {
     if (inChild) {
-        logger.writers.toldToEnd = ++logger.writers.current;
+        toldToEnd = ++current;
         Disable();
         Base::StoreShared(logger.stopped, true);
     }
-    logger.writers.mutex.unlock();
+    mutex.unlock();
 }
 
 }  // namespace Tolvex::Ilog

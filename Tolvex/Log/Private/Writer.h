@@ -2,14 +2,16 @@
 /// The thread that writes the lines of a logger.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <mutex>
 
 namespace Tolvex::Ilog {
 
 struct LoggerState;
 
-/// The writers of one logger. At most one of them is current.
+/// The writers of one logger, which are numbered. At most one of them is current.
 ///
 /// A writer that hangs in its policy is left behind: the logger may start another one, or be
 /// destroyed, and the old writer ends when its policy returns.
@@ -18,7 +20,7 @@ struct LoggerState;
 class Writer
 {
 public:
-    /// @param loggerState  Not owned; must outlive this object, which holds nothing else.
+    /// @param loggerState  Holds this object.
     explicit Writer(LoggerState& loggerState) : logger(loggerState) {}
 
     /// Starts a writer and clears stopped. Waits until the one before has ended or hangs. Does
@@ -51,12 +53,13 @@ public:
 private:
     struct Thread;
 
-    std::uint32_t Announce();
     void TellToEnd();
     void Disable();
-    void End(std::uint32_t number);
 
     LoggerState& logger;
+    std::atomic<std::uint32_t> current = 0;    ///< number of the writer started last
+    std::atomic<std::uint32_t> toldToEnd = 0;  ///< writers up to this number are to end
+    std::mutex mutex;  ///< guards changes of current and of the flags of the logger
 };
 
 }  // namespace Tolvex::Ilog
