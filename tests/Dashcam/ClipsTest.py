@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Clips, side files and signatures of whole drives."""
+import json
 import os
 import pathlib
 import signal
@@ -138,7 +139,8 @@ class ClipsTest(unittest.TestCase):
             eventually(lambda: clips(folder), "a clip in spite of them")
             drive.ignition_off()
         self.assertEqual(check_whole(self, clips(folder)[0])["events"][0]["cause"], "acceleration")
-        self.assertIn('"samplesSkipped":1', (folder / "drive.json").read_text())
+        summary = json.loads((folder / "drive.json").read_text())
+        self.assertGreaterEqual(summary["samplesSkipped"], 12)
 
     def test_shock_right_behind_a_line_that_is_too_long_counts(self):
         folder = scratch(self)
