@@ -107,7 +107,7 @@ class IgnitionOffTest(unittest.TestCase):
         pipe = folder / "pipe.mp4"
         os.mkfifo(pipe)
         with Drive(folder, "--file", str(pipe)) as drive:
-            drive.await_log("these workers hang: Capture")
+            drive.await_log("these workers do not work: Capture")
             drive.process.terminate()
             self.assertEqual(drive.process.wait(60), 1)
         self.assertIn("Capture hangs and was left behind", drive.said())
