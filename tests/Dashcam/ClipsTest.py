@@ -166,27 +166,6 @@ class ClipsTest(unittest.TestCase):
             check_whole(self, clip)
             self.assertLess(side(clip)["seconds"], 5)
 
-    def test_broken_settings_are_reported_with_line_and_column(self):
-        folder = scratch(self)
-        broken = folder / "broken.json"
-        broken.write_text('{"threshold": 1.0,\n  "height": }x')
-        with Drive(folder / "clips", "--settings", str(broken)) as drive:
-            drive.await_log("1280x720")
-            drive.ignition_off()
-        self.assertRegex(drive.log(), r"broken\.json:2:\d+: .*all defaults are used")
-
-    def test_settings_that_are_missing_or_wrong_are_named_and_have_their_defaults(self):
-        folder = scratch(self)
-        wrong = {"threshold": "high", "framesPerSecond": 15.5, "sensorRange": 0, "key": "",
-                 "surprise": 1, "latitude": 91}
-        with Drive(folder, settings=wrong) as drive:
-            drive.await_log("160x120")
-            drive.ignition_off()
-        for text in ("setting threshold is no number", "setting framesPerSecond is no whole number",
-                     "setting sensorRange is out of its range", "setting key needs 1 to 128 bytes",
-                     "unknown setting: surprise", "setting latitude is out of its range"):
-            self.assertIn(text, drive.log())
-
     def test_settings_of_the_example_are_complete_and_are_the_defaults(self):
         folder = scratch(self)
         example = pathlib.Path(__file__).resolve().parents[2] / "examples/dashcam/settings.json"
