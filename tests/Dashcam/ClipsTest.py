@@ -191,8 +191,7 @@ class ClipsTest(unittest.TestCase):
             drive.await_log("no picture")
             drive.press_button()
             drive.await_log("clip lost")
-            drive.process.terminate()
-            self.assertEqual(drive.process.wait(60), 1)
+            drive.ignition_off_without_picture()
         self.assertEqual(clips(folder), [])
 
 
