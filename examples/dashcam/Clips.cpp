@@ -63,19 +63,19 @@ void Clips::FireSignal(void* /*data*/)
         LogLine(LogType::Notice, LogModule::Event)
             << "event: " << event.cause << ", " << event.force << " g"
             << (clip == nullptr ? ", prolongs the open clip" : "");
-        int Count::*const outcome = clip == nullptr ? &Count::prolonged : Write(*clip);
+        const bool written = clip != nullptr && Write(*clip);
         if (const int lost = refused.exchange(0); lost != 0) {
             LogLine(LogType::Error, LogModule::Event)
                 << lost << " events lost: the disk or the memory does not keep up";
         }
         lock.lock();
-        ++(count.*outcome);
+        ++(clip == nullptr ? count.prolonged : written ? count.written : count.lost);
         settled.notify_all();
     }
 }
 
-/// @return where the clip counts.
-int Clips::Count::*Clips::Write(Clip& clip)
+/// @return false when the clip is lost.
+bool Clips::Write(Clip& clip)
 try {
     recorder.AwaitEnd(clip);
     if (clip.frames.empty()) {
@@ -94,10 +94,10 @@ try {
     folder.Save(name, files);
     Report(LogType::Notice, name.c_str(), ".mp4");
     WritePage();
-    return &Count::written;
+    return true;
 } catch (const std::exception& problem) {
     Report(LogType::Error, "clip lost: ", problem.what());
-    return &Count::lost;
+    return false;
 }
 
 /// The page is a script, which shows the side files of all events. They are in the page itself.

@@ -4,20 +4,23 @@ namespace Dashcam {
 
 using namespace std::chrono_literals;
 
+constexpr auto longestPass = 3s;  ///< of a worker that does not hang
+
 void Watch::Run()
 try {
     ThreadSleep(1000ms, 50ms);
     std::string names;
     for (const auto& worker : Tolvex::Interfaces::ListWorkers()) {
         const bool failed = worker.state == Tolvex::Interfaces::WorkerState::Failed;
-        if (failed || (worker.worker != this && worker.runningPass > 3s)) {
+        // This pass is the watch's own: it has waited, and it looks now.
+        if (failed || (worker.worker != this && worker.runningPass > longestPass)) {
             names += ' ' + worker.name + (failed ? " (has no thread)" : "");
         }
     }
-    if (names != hanging) {
+    if (names != named) {
         LogLine(LogType::Warning, LogModule::Event)
-            << (names.empty() ? "no worker hangs any more" : "these workers hang:" + names);
-        hanging = names;
+            << (names.empty() ? "all workers work again" : "these workers do not work:" + names);
+        named = names;
     }
     folder.MakeRoom(0);
 } catch (const std::exception&) {

@@ -21,7 +21,7 @@ protected:
 
 private:
     Folder& folder;
-    std::string hanging;  ///< the workers that the log has named already
+    std::string named;  ///< the workers that the log has named already
 };
 
 }  // namespace Dashcam

@@ -15,6 +15,7 @@
 #include "Tolvex/Interfaces/Stopped.h"
 
 #include "tests/Support/LogFile.h"
+#include "tests/Support/Patience.h"
 #include "tests/Support/RealFunction.h"
 
 namespace {
@@ -35,6 +36,7 @@ std::vector<Step> script;
 std::size_t position = 0;
 int cameraRate = 0;
 const char* encoderName = "";  ///< "": none
+std::atomic<int> encoderSearches = 0;
 std::atomic<bool> failAllocation = false;
 std::promise<void> scriptEnded;
 
@@ -75,6 +77,7 @@ int av_buffersink_get_frame(AVFilterContext* sink, AVFrame* picture)
 
 const AVCodec* avcodec_find_encoder(AVCodecID /*id*/)
 {
+    ++encoderSearches;
     return avcodec_find_encoder_by_name(encoderName);
 }
 
@@ -88,6 +91,8 @@ AVFrame* av_frame_alloc()
 
 namespace Dashcam {
 namespace {
+
+using Tolvex::Support::Eventually;
 
 /// Keeps the ids of its frames.
 class Ids : public Recorder
@@ -132,13 +137,12 @@ protected:
         scriptEnded = std::promise<void>();
     }
 
-    /// Plays a script to its end, and so long after it.
-    void Play(const std::vector<Step>& steps, std::chrono::milliseconds after = 0ms)
+    /// Plays a script to its end.
+    void Play(const std::vector<Step>& steps)
     {
         script = steps;
         capture.Start();
         ASSERT_EQ(scriptEnded.get_future().wait_for(60s), std::future_status::ready);
-        std::this_thread::sleep_for(after);
         capture.Stop();
     }
 
@@ -205,10 +209,14 @@ TEST_F(CaptureTest, PicturesOfAnOutageAreLost)
 
 TEST_F(CaptureTest, PicturesOfAnOutageThatDoesNotEndAreLost)
 {
-    Play({{0ms, 0}}, 2500ms);
+    script = {{0ms, 0}};
+    const Moment start = Clock::now();
 
+    capture.Start();
+
+    EXPECT_TRUE(Eventually([this] { return capture.Lost() >= 20; }));
+    EXPECT_GE(Clock::now() - start, 2s);
     EXPECT_EQ(recorder.Get(), Numbers{0});
-    EXPECT_GE(capture.Lost(), 20U);
 }
 
 TEST_F(CaptureTest, SourceThatOpensAndFailsIsToldOnce)
@@ -230,8 +238,11 @@ TEST_F(CaptureTest, SourceThatFailsAgainAfterAPictureIsToldAgain)
 TEST_F(CaptureTest, MissingEncoderIsTold)
 {
     encoderName = "";
+    const int before = encoderSearches;
+
     capture.Start();
-    std::this_thread::sleep_for(1500ms);
+
+    EXPECT_TRUE(Eventually([&] { return encoderSearches >= before + 2; }));
     capture.Stop();
 
     EXPECT_EQ(CountInLog("no picture: H.264 encoder: Encoder not found"), 1);

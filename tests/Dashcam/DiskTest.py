@@ -12,7 +12,8 @@ if not here and subprocess.run(["unshare", "-m", "true"], capture_output=True).r
     os.environ["DASHCAM_OWN_MOUNTS"] = "yes"
     os.execvp("unshare", ["unshare", "-m", "--propagation", "private", sys.executable] + sys.argv)
 
-from dashcam import Drive, check_whole, clips, eventually, main, scratch, side  # noqa: E402
+from dashcam import (Drive, check_whole, clips, display_line, eventually,  # noqa: E402
+                     main, scratch, side)
 
 
 def mount(folder, megabytes):
@@ -25,8 +26,8 @@ def unmount(folder):
 
 def frames(drive):
     """How many frames there are, by the last line that the program has printed."""
-    lines = [line for line in drive.said().splitlines() if " frames" in line]
-    return int(lines[-1].split(" frames")[0].split()[-1]) if lines else 0
+    lines = [*display_line.finditer(drive.said())]
+    return int(lines[-1]["frames"]) if lines else 0
 
 
 class DiskTest(unittest.TestCase):
@@ -38,7 +39,7 @@ class DiskTest(unittest.TestCase):
         drive.press_button()
         return eventually(lambda: set(clips(self.folder)) - known, f"a new clip:\n{drive.log()}")
 
-    def await_pictures(self, drive):
+    def await_next_frame(self, drive):
         before = frames(drive)
         eventually(lambda: frames(drive) > before, "the capture continues")
 
@@ -59,7 +60,7 @@ class DiskTest(unittest.TestCase):
                     file.write(bytes(65536))
             drive.press_button()
             eventually(lambda: "clip lost" in drive.said() + drive.log(), "the loss is told")
-            self.await_pictures(drive)
+            self.await_next_frame(drive)
             self.assertEqual(list(self.folder.glob("EVENT_*")), [])
             filler.unlink()
             known = self.await_clip(drive, set())
@@ -67,7 +68,7 @@ class DiskTest(unittest.TestCase):
             unmount(self.folder)
             drive.press_button()
             eventually(lambda: "the disk is away" in drive.said() + drive.log(), "that is told")
-            self.await_pictures(drive)
+            self.await_next_frame(drive)
             self.assertEqual(list(self.folder.glob("EVENT_*")), [], "nothing under the mount point")
             mount(self.folder, 20)
             self.await_clip(drive, known)
@@ -86,7 +87,7 @@ class DiskTest(unittest.TestCase):
             folder.rename(away)
             drive.press_button()
             eventually(lambda: "clip lost" in drive.said(), "the loss is told")
-            self.await_pictures(drive)
+            self.await_next_frame(drive)
             away.rename(folder)
             self.await_clip(drive, set())
             drive.ignition_off()

@@ -91,8 +91,7 @@ class FileTest(unittest.TestCase):
         path.write_text("no video\n" * 1000)
         with Drive(folder, "--file", str(path)) as drive:
             drive.await_log("no picture")
-            drive.process.terminate()
-            self.assertEqual(drive.process.wait(60), 1)
+            drive.ignition_off_without_picture()
 
     def test_file_without_a_picture_is_told_and_ends_with_an_error(self):
         folder = scratch(self)
@@ -102,8 +101,7 @@ class FileTest(unittest.TestCase):
         path.write_bytes(whole[:whole.index(b"mdat") + 4])
         with Drive(folder, "--file", str(path)) as drive:
             drive.await_log("no picture")
-            drive.process.terminate()
-            self.assertEqual(drive.process.wait(60), 1)
+            drive.ignition_off_without_picture()
 
     def test_pictures_that_a_file_has_not_given_for_a_while_are_lost_and_named(self):
         folder = scratch(self)

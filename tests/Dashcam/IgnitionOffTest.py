@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Ignition off beside participants that hang."""
+import json
 import os
 import re
 import tempfile
@@ -102,14 +103,39 @@ class IgnitionOffTest(unittest.TestCase):
         self.check_left_behind(drive, machine)
         self.assertNotIn("hangs", drive.said())
 
+    def test_clip_that_hangs_is_told_at_the_end_and_in_the_summary(self):
+        folder = scratch(self)
+        with Drive(folder) as drive:
+            drive.await_pictures()
+            now = time.time()
+            for second in range(-1, 60):
+                name = time.strftime("EVENT_FRONT_%d%m%y%H%M%S", time.localtime(now + second))
+                os.mkfifo(folder / f"{name}.jpg.part")  # opening it waits for a reader
+            drive.press_button()
+            drive.await_log("event: button")
+            drive.press_button()
+            drive.await_log("event: button", 2)
+            drive.ignition_off()
+        self.assertIn("Clips hangs and was left behind", drive.said())
+        self.assertIn("\n1 not written yet\n", drive.said())
+        summary = json.loads((folder / "drive.json").read_text())
+        self.assertEqual(summary["clipsUnfinished"], 1)
+        self.assertEqual(summary["events"],
+                         sum(summary[what] for what in ("eventsThatProlonged", "clipsWritten",
+                                                        "clipsLost", "clipsUnfinished")))
+        self.assertEqual(clips(folder), [])
+        with Drive(folder) as drive:
+            drive.await_log("160x120", 2)
+            drive.ignition_off()
+        self.assertEqual(list(folder.glob("EVENT_*")), [], "the next start removes what is left")
+
     def test_source_that_hangs_is_left_behind(self):
         folder = scratch(self)
         pipe = folder / "pipe.mp4"
         os.mkfifo(pipe)
         with Drive(folder, "--file", str(pipe)) as drive:
-            drive.await_log("these workers hang: Capture")
-            drive.process.terminate()
-            self.assertEqual(drive.process.wait(60), 1)
+            drive.await_log("these workers do not work: Capture")
+            drive.ignition_off_without_picture()
         self.assertIn("Capture hangs and was left behind", drive.said())
         self.assertGreaterEqual(self.length(drive), capture_budget)
         self.assertLess(self.length(drive), budgets)

@@ -14,6 +14,7 @@ class PageTest(unittest.TestCase):
         with Drive(self.folder) as drive:
             drive.await_pictures()
             drive.shock()
+            drive.sample(-127, 0, 32)  # the shock grows after its event
             eventually(lambda: len(clips(self.folder)) == 1, "a clip of the shock")
             drive.press_button()
             drive.sample(0, 0, 32)  # at rest: so that this clip has a chart too
@@ -41,6 +42,9 @@ class PageTest(unittest.TestCase):
                                  "i => i.complete && i.naturalWidth)")
             self.assertEqual(stills, [160, 160])
             self.assertEqual(browser.run("return document.querySelectorAll('article svg').length"), 2)
+            causes = browser.run("return [...document.querySelectorAll('.cause')].map("
+                                 "c => c.textContent)")
+            self.assertEqual(causes, ["Driver's button", "Shock of 4.0 g"])
             self.assertIn(side(newest_first[0])["identifier"],
                           browser.run("return document.querySelector('article table').innerText"))
             plays = browser.run("const v = document.querySelector('video'); v.muted = true;"

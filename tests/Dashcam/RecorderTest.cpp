@@ -1,19 +1,10 @@
 // The ring of the dashcam, with frames whose times the test chooses.
 #include "examples/dashcam/Recorder.h"
 
-#include <ctime>
 #include <future>
-#include <map>
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include "tests/Support/ScratchDirectory.h"
-
-#include "examples/dashcam/Accelerometer.h"
-#include "examples/dashcam/Clips.h"
-#include "examples/dashcam/Folder.h"
 
 namespace Dashcam {
 namespace {
@@ -145,37 +136,6 @@ TEST_F(RecorderTest, EventBeforeTheFirstFrameGetsTheFramesThatFollow)
     EXPECT_TRUE(clip->complete);
     EXPECT_EQ(clip->frames.size(), 11U);
     EXPECT_TRUE(clip->frames.front()->IsKey());
-}
-
-TEST_F(RecorderTest, EventBeginsItsClipBeforeAnyThreadOfTheDispatcherRuns)
-{
-    const Accelerometer accelerometer(settings, "");
-    Folder folder("", settings);
-    Clips clips(settings, recorder, accelerometer,
-                folder);  // not started: no thread handles events
-    Record(30);
-
-    clips.Raise("button", 0.0);
-
-    EXPECT_EQ(recorder.Begin({"button", Clock::now(), 0, 0, 0}), nullptr);
-}
-
-TEST_F(RecorderTest, EventOfAClockThatIsNotSetIsTheOldest)
-{
-    const Tolvex::Support::ScratchDirectory directory;
-    Folder folder(directory.Path(""), settings);
-    const std::map<std::string, std::string> files = {
-        {"mp4", "m"}, {"jpg", "j"}, {"json", "{}"}, {"sig", "s"}};
-    const std::string today = folder.Reserve(std::time(nullptr));
-    folder.Save(today, files);
-    const std::string unset = folder.Reserve(300);
-    folder.Save(unset, files);
-
-    std::vector<std::string> names;
-    for (const auto& [time, number, name] : folder.Events()) {
-        names.push_back(name);
-    }
-    EXPECT_EQ(names, (std::vector<std::string>{unset, today}));
 }
 
 TEST_F(RecorderTest, ClipWithoutFurtherFramesIsCompleteAfterAWhile)

@@ -224,7 +224,8 @@ TEST_F(SettingsTest, BrokenFileIsReportedWithLineAndColumnAndAllSettingsHaveThei
         {"{\n\"threshold\": 1e999}", "2:14: "},
         {"{\"width\": 640", "1:14: "},
         {"{\"width\": 640} x", "1:16: "},
-        {"", "1:1: "},
+        {"{\"threshold\": 1.0,\n  \"height\": }x", "2:14: "},
+        {"", "1:1: expected an object or an array"},
     };
     for (const auto& [document, place] : broken) {
         SCOPED_TRACE(document);
@@ -238,7 +239,21 @@ TEST_F(SettingsTest, DocumentThatIsNoObjectLeavesAllDefaults)
 {
     ExpectAllDefaults(Read("[640, 480]"));
 
-    EXPECT_THAT(lines, ElementsAre(EndsWith(": all defaults are used")));
+    EXPECT_THAT(lines, ElementsAre(EndsWith(path + ": no object: all defaults are used")));
+}
+
+TEST_F(SettingsTest, FileThatCannotBeReadIsReportedWithTheReasonOfTheSystem)
+{
+    const std::map<std::string, std::string> unreadable = {
+        {directory.Path("missing.json"), "No such file or directory"},
+        {directory.Path(""), "Is a directory"},
+    };
+    for (const auto& [file, reason] : unreadable) {
+        SCOPED_TRACE(file);
+        ExpectAllDefaults(ReadSettings(file));
+        EXPECT_THAT(log.TakeLines(),
+                    ElementsAre(EndsWith(file + ": " + reason + ": all defaults are used")));
+    }
 }
 
 TEST_F(SettingsTest, SizeBecomesEven)

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the log says at the start when something is missing."""
+"""Options and the log at the start."""
 import os
 import pathlib
 import shutil
@@ -12,20 +12,17 @@ nobody = 64321  # a user who has no other process
 
 
 class StartTest(unittest.TestCase):
-    def test_settings_that_cannot_be_read_are_reported_with_the_reason_of_the_system(self):
-        folder = scratch(self)
-        for path, reason in ((folder / "missing.json", "No such file or directory"),
-                             (folder, "Is a directory")):
-            with self.subTest(reason), Drive(folder / "clips", "--settings", str(path)) as drive:
-                drive.await_log(f"{path}: {reason}: all defaults are used")
+    def test_help_names_every_option(self):
+        run = subprocess.run([program, "--help"], capture_output=True, text=True, check=True)
+        for option in ("--camera", "--file", "--acceleration", "--settings", "--folder",
+                       "--seconds", "SIGUSR1"):
+            self.assertIn(option, run.stdout)
 
-    def test_settings_without_an_object_are_reported(self):
-        folder = scratch(self)
-        for text, reason in (("", ":1:1: expected an object or an array"), ("[1]", ": no object")):
-            path = folder / "settings.json"
-            path.write_text(text)
-            with self.subTest(text), Drive(folder / "clips", "--settings", str(path)) as drive:
-                drive.await_log(f"{path}{reason}: all defaults are used")
+    def test_wrong_options_are_refused(self):
+        for options in (["--file", "/nowhere"], ["--seconds", "-1"], ["--camera"], ["--surprise"],
+                        ["--camera", "/dev/video0", "--file", __file__]):
+            run = subprocess.run([program] + options, capture_output=True, text=True, timeout=60)
+            self.assertNotEqual(run.returncode, 0, options)
 
     def test_record_of_the_drive_that_cannot_be_written_is_told(self):
         folder = scratch(self)

@@ -97,6 +97,13 @@ class Drive:
         if code != 0 and not before_any_picture:
             raise AssertionError(f"ended with {code}:\n{self.said()}{self.log()}")
 
+    def ignition_off_without_picture(self):
+        """Ends a drive that took no picture and says so by its exit code."""
+        self.process.terminate()
+        code = self.process.wait(patience)
+        if code != 1:
+            raise AssertionError(f"ended with {code}:\n{self.said()}{self.log()}")
+
 
 display_line = re.compile(r"(?P<time>\d\d:\d\d:\d\d)  (?P<frames>\d+) frames( \(\d+ lost\))?"
                           r"  ring (?P<fill>\d+) %  ((?P<temperature>-?\d+) C  )?(?P<last>\S.*)")

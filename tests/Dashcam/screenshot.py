@@ -11,16 +11,13 @@ import tempfile
 import time
 
 from browser import Browser
+from dashcam import place_where_it_is, program
 
 root = pathlib.Path(__file__).resolve().parents[2]
-program = sys.argv[1]
-picture = pathlib.Path(sys.argv[2]) if len(sys.argv) > 2 else root / "docs/dashcam.png"
+picture = pathlib.Path(sys.argv[1]) if len(sys.argv) > 1 else root / "docs/dashcam.png"
 
-# The test picture shows daylight: drive where it is noon now, at the equator.
-now = time.gmtime()
-longitude = (12 - now.tm_hour - now.tm_min / 60) * 15
 settings = json.loads((root / "examples/dashcam/settings.json").read_text())
-settings |= {"latitude": 0.0, "longitude": longitude}
+settings |= place_where_it_is(12)  # the test picture shows daylight
 
 with tempfile.TemporaryDirectory() as work:
     (pathlib.Path(work) / "settings.json").write_text(json.dumps(settings))
