@@ -67,7 +67,10 @@ try {
     if (isFile) {
         const auto interval = std::chrono::microseconds(1000000 / settings.samplesPerSecond);
         sample.time = std::max(newest + interval, sample.time - quietTime);
-        ThreadSleep(std::chrono::ceil<std::chrono::milliseconds>(sample.time - Clock::now()), 50ms);
+        while (IsRunning() && Clock::now() < sample.time) {  // a sleep is a number of whole steps
+            ThreadSleep(std::chrono::ceil<std::chrono::milliseconds>(sample.time - Clock::now()),
+                        50ms);
+        }
         newest = sample.time;
     }
     const bool good = ReadSample(buffer.substr(0, end), settings.sensorRange, sample);

@@ -198,8 +198,9 @@ AvPictureOwner Capture::ReadPicture()
 /// Counts the pictures that are late by more than the tolerance: they are lost.
 void Capture::LeaveOut(Clock::duration tolerance)
 {
-    if (frames == 0) {
-        time = Clock::now();  // nothing is due before the first picture
+    if (frames == 0) {  // nothing is due before the first picture
+        time = Clock::now();
+        id = -1;
     }
     const auto missed = std::max(Clock::duration(0), Clock::now() - tolerance - time) / interval;
     id += missed;

@@ -1,7 +1,6 @@
 #include "examples/dashcam/Clips.h"
 
 #include <cstdio>
-#include <fstream>
 
 #include "PageTemplate.h"  // made of page.html by CMake
 #include "examples/dashcam/ClipFiles.h"
@@ -25,8 +24,10 @@ void Clips::Raise(const std::string& cause, double force)
         if (count.Unfinished() > mostUnfinished) {
             throw Tolvex::IException("the disk does not keep up");
         }
-        double bootSeconds = 0.0;
-        std::ifstream("/proc/uptime") >> bootSeconds;
+        timespec sinceBoot = {};
+        clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
+        const double bootSeconds =
+            static_cast<double>(sinceBoot.tv_sec) + static_cast<double>(sinceBoot.tv_nsec) * 1e-9;
         const Event event = {cause, Clock::now(), std::time(nullptr), bootSeconds, force};
         std::list<Work> work(1, {event, nullptr});  // first, so that no clip begins without memory
         work.back().second = recorder.Begin(event);
@@ -37,7 +38,8 @@ void Clips::Raise(const std::string& cause, double force)
         ++refused;
         std::snprintf(count.last, sizeof count.last, "event lost: %s", problem.what());
     }
-    if (!queue.empty()) {
+    // With nothing in the queue, a thread that finishes another event logs the refusal.
+    if (!queue.empty() || count.Unfinished() == 0) {
         pending.Notify();
     }
 }
@@ -64,40 +66,45 @@ void Clips::FireSignal(void* /*data*/)
             << "event: " << event.cause << ", " << event.force << " g"
             << (clip == nullptr ? ", prolongs the open clip" : "");
         const bool written = clip != nullptr && Write(*clip);
-        if (const int lost = refused.exchange(0); lost != 0) {
-            LogLine(LogType::Error, LogModule::Event)
-                << lost << " events lost: the disk or the memory does not keep up";
-        }
         lock.lock();
         ++(clip == nullptr ? count.prolonged : written ? count.written : count.lost);
         settled.notify_all();
+    }
+    lock.unlock();
+    if (const int lost = refused.exchange(0); lost != 0) {
+        LogLine(LogType::Error, LogModule::Event)
+            << lost << " events lost: the disk or the memory does not keep up";
     }
 }
 
 /// @return false when the clip is lost.
 bool Clips::Write(Clip& clip)
-try {
-    recorder.AwaitEnd(clip);
-    if (clip.frames.empty()) {
-        throw Tolvex::IException("there was no picture");
-    }
-    std::map<std::string, std::string> files;
-    files["mp4"] = MakeMp4(clip.frames);
-    files["jpg"] = MakeJpeg(*clip.frames.front());
-    const auto samples =
-        accelerometer.Between(clip.frames.front()->Time(), clip.frames.back()->Time());
+{
+    std::string name;  // empty: nothing is on the disk
+    try {
+        recorder.AwaitEnd(clip);
+        if (clip.frames.empty()) {
+            throw Tolvex::IException("there was no picture");
+        }
+        std::map<std::string, std::string> files;
+        files["mp4"] = MakeMp4(clip.frames);
+        files["jpg"] = MakeJpeg(*clip.frames.front());
+        const auto samples =
+            accelerometer.Between(clip.frames.front()->Time(), clip.frames.back()->Time());
 
-    const std::lock_guard<std::mutex> lock(diskMutex);
-    const std::string name = folder.Reserve(clip.events.front().wallTime);
-    files["json"] = MakeSideFile(name, clip, samples, settings);
-    files["sig"] = Tolvex::Crypto::HMAC_SHA1(files["mp4"] + files["json"], settings.key) + '\n';
-    folder.Save(name, files);
-    Report(LogType::Notice, name.c_str(), ".mp4");
-    WritePage();
-    return true;
-} catch (const std::exception& problem) {
-    Report(LogType::Error, "clip lost: ", problem.what());
-    return false;
+        const std::lock_guard<std::mutex> lock(diskMutex);
+        name = folder.Reserve(clip.events.front().wallTime);
+        files["json"] = MakeSideFile(name, clip, samples, settings);
+        files["sig"] = Tolvex::Crypto::HMAC_SHA1(files["mp4"] + files["json"], settings.key) + '\n';
+        folder.Save(name, files);
+        Report(LogType::Notice, name.c_str(), ".mp4");
+        WritePage();
+        return true;
+    } catch (const std::exception& problem) {
+        folder.Remove(name);
+        Report(LogType::Error, "clip lost: ", problem.what());
+        return false;
+    }
 }
 
 /// The page is a script, which shows the side files of all events. They are in the page itself.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <dirent.h>
 #include <fcntl.h>
@@ -41,11 +42,12 @@ bool IsOfEvent(const std::string& name)
 }
 
 /// @return the bytes of a file; 0 when it is none.
-std::uintmax_t SizeOf(const std::string& file)
+std::uintmax_t SizeOf(const char* file)
 {
-    std::error_code problem;
-    const std::uintmax_t size = std::filesystem::file_size(file, problem);
-    return problem ? 0 : size;
+    struct stat status = {};
+    return stat(file, &status) == 0 && S_ISREG(status.st_mode)
+               ? static_cast<std::uintmax_t>(status.st_size)
+               : 0;
 }
 
 /// @return 0 when there is no such path.
@@ -98,7 +100,7 @@ std::string Folder::Reserve(std::time_t time)
 }
 
 void Folder::Save(const std::string& name, const std::map<std::string, std::string>& files)
-try {
+{
     std::uintmax_t bytes = 0;
     for (const auto& [extension, content] : files) {
         bytes += content.size();
@@ -110,19 +112,16 @@ try {
     const int directory = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     fsync(directory);  // the new names
     close(directory);
-} catch (const std::exception&) {
-    Remove(name);
-    throw;
 }
 
-/// Removes the files of an event. @return how many bytes they had.
-std::uintmax_t Folder::Remove(const std::string& name)
+std::uintmax_t Folder::Remove(const std::string& name) noexcept
 {
     std::uintmax_t bytes = 0;
     for (auto at = std::rbegin(extensions); at != std::rend(extensions); ++at) {
-        const std::string file = Path(name + '.' + *at);
+        char file[PATH_MAX];
+        std::snprintf(file, sizeof file, "%s/%s.%s", path.c_str(), name.c_str(), *at);
         const std::uintmax_t size = SizeOf(file);
-        bytes += std::remove(file.c_str()) == 0 ? size : 0;
+        bytes += std::remove(file) == 0 ? size : 0;
     }
     return bytes;
 }
@@ -145,7 +144,7 @@ void Folder::Write(const std::string& fileName, const std::string& bytes)
 std::string Folder::Read(const std::string& fileName) const
 {
     constexpr std::uintmax_t mostBytes = 16000000;  // those of the longest clip and fastest sensor
-    const std::uintmax_t bytes = SizeOf(Path(fileName));
+    const std::uintmax_t bytes = SizeOf(Path(fileName).c_str());
     std::string content(bytes <= mostBytes ? bytes : 0, '\0');
     if (!content.empty()) {  // it is no FIFO, where reading would wait for a writer
         std::ifstream(Path(fileName)).read(content.data(), static_cast<std::streamsize>(bytes));
@@ -171,9 +170,10 @@ void Folder::MakeRoom(std::uintmax_t bytes)
     constexpr std::uintmax_t megabyte = 1000000;
     const std::uintmax_t limit = static_cast<unsigned>(settings.folderMegabytes) * megabyte;
     const std::uintmax_t floor = static_cast<unsigned>(settings.diskFloorMegabytes) * megabyte;
+    const std::lock_guard<std::mutex> lock(roomMutex);
     std::uintmax_t sum = bytes;
     for (const std::string& name : NamesIn(path)) {
-        sum += SizeOf(Path(name));
+        sum += SizeOf(Path(name).c_str());
     }
     for (const auto& [time, number, name] : Events()) {
         std::error_code unknown;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <mutex>
 #include <set>
 #include <tuple>
 
@@ -36,11 +37,14 @@ public:
     /// @return a name for the files of an event, without extension. No other event gets it while
     /// the files exist.
     std::string Reserve(std::time_t time);
-    /// Writes the files of an event, after the oldest events have made room for them. Leaves none
-    /// when it throws.
+    /// Writes the files of an event, after the oldest events have made room for them. May leave
+    /// some when it throws.
     /// @param name   From Reserve().
     /// @param files  The bytes of the file for each extension.
     void Save(const std::string& name, const std::map<std::string, std::string>& files);
+    /// Removes the files of an event. Needs no memory.
+    /// @return how many bytes they had.
+    std::uintmax_t Remove(const std::string& name) noexcept;
     /// Writes or replaces one file.
     void Write(const std::string& fileName, const std::string& bytes);
     /// @return the content of a file; empty when it cannot be read or is larger than any side file.
@@ -56,11 +60,11 @@ public:
 
 private:
     void RequireDisk() const;
-    std::uintmax_t Remove(const std::string& name);
 
     const std::string path;
     const Settings& settings;
     const bool isMountPoint;  ///< it was one at the start
+    std::mutex roomMutex;     ///< held in MakeRoom(): two callers would both remove an event
 };
 
 }  // namespace Dashcam

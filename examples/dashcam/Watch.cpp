@@ -9,6 +9,9 @@ constexpr auto longestPass = 3s;  ///< of a worker that does not hang
 void Watch::Run()
 try {
     ThreadSleep(1000ms, 50ms);
+    if (!IsRunning()) {
+        return;  // what it removed now would still be on the page
+    }
     std::string names;
     for (const auto& worker : Tolvex::Interfaces::ListWorkers()) {
         const bool failed = worker.state == Tolvex::Interfaces::WorkerState::Failed;
