@@ -12,6 +12,7 @@
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Log/Private/LoggerRegistry.h"
 #include "Tolvex/Log/Private/LoggerState.h"
+#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Util/EnumString.h"
 
 namespace Tolvex::Ilog {
@@ -214,11 +215,11 @@ LoggerCore::~LoggerCore()
     } catch (const std::exception&) {
         // A lock could not be taken. The writer has to end all the same, because it uses the
         // policy.
-        state->writer.Stop();
-        state->writer.AwaitStopped();
+        Writer(*state).Stop();
+        Writer(*state).AwaitStopped();
     }
     UnregisterLogger(*state);
-    state->writer.AwaitEndOrHang();
+    Writer(*state).AwaitEndOrHang();
     RenewStaleBuffer(*state);
 }
 
@@ -248,16 +249,16 @@ bool LoggerCore::Enable(const std::string* output)
     }
 
     RenewStaleBuffer(*state);
-    state->writer.Stop();  // Again: a Close() before may have failed to wake the writer.
+    Writer(*state).Stop();  // Again: a Close() before may have failed to wake the writer.
     try {
-        if (state->writer.Start() && openOutput() && state->writer.Admit()) {
+        if (Writer(*state).Start() && openOutput() && Writer(*state).Admit()) {
             return true;
         }
     } catch (...) {
-        state->writer.Stop();
+        Writer(*state).Stop();
         throw;
     }
-    state->writer.Stop();
+    Writer(*state).Stop();
     return false;
 }
 
@@ -345,8 +346,8 @@ void LoggerCore::Close(Clock::time_point deadline)
     if (!control) {
         return;  // The policy calls this from its own Close() or SetOutput().
     }
-    state->writer.Stop();
-    const bool stopped = state->writer.AwaitStopped(deadline);
+    Writer(*state).Stop();
+    const bool stopped = Writer(*state).AwaitStopped(deadline);
     const auto close = [this] { state->calls.close(state->policy); };
     const auto end = stopped ? std::min(deadline, Clock::now() + longestWait) : Clock::now();
     if (!CallPolicy(*state, end, close)) {

@@ -55,7 +55,7 @@ bool stoppedFlag = true;
 byte counted = 0; /* Logger::enabledOutputs; the calls for the text do nothing while it is 0 */
 byte current = 0;
 byte toldToEnd = 0;
-byte writerMutex = 0; /* the thread that holds Writer::mutex */
+byte writerMutex = 0; /* the thread that holds LoggerState::writerMutex */
 
 /* ---- LoggerCore ---- */
 

@@ -11,6 +11,7 @@
 #include "Tolvex/Base/Private/TimeZone.h"
 #include "Tolvex/Log/Private/BlackBox.h"
 #include "Tolvex/Log/Private/LoggerState.h"
+#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Types/LogModule.h"
 #include "Tolvex/Util/EnumString.h"
 
@@ -47,7 +48,7 @@ void LockBeforeFork()
         return;
     }
     ForEachLogger([](LoggerState& state) {
-        state.writer.LockForFork();
+        Writer(state).LockForFork();
         state.lock.LockForFork();
     });
     BlackBox::ringMutex.lock();
@@ -77,7 +78,7 @@ void UnlockAfterFork(bool inChild)
             RenewInChild(state);
         }
         state.lock.UnlockAfterFork(inChild);
-        state.writer.UnlockAfterFork(inChild);
+        Writer(state).UnlockAfterFork(inChild);
     });
     registryMutex.UnlockAfterFork();
 }

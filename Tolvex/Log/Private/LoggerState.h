@@ -17,7 +17,6 @@
 #include "Tolvex/Log/PolicyCalls.h"
 #include "Tolvex/Log/Private/LineHeader.h"
 #include "Tolvex/Log/Private/LineLock.h"
-#include "Tolvex/Log/Private/Writer.h"
 
 namespace Tolvex::Ilog {
 
@@ -40,20 +39,22 @@ struct LoggerState : std::enable_shared_from_this<LoggerState>
 
     const PolicyCalls& calls;
     void* const policy;
-    int* const enabledCount;                 ///< see LoggerCore; may be null
-    LoggerState* const model;                ///< see LoggerCore; may be null
-    std::stringstream buffer;                ///< the line; used by the thread that has the line
-    bool formatChanged = true;               ///< the format of buffer may not be that of a new line
-    LineLock lock;                           ///< who may use buffer, header and policy
-    Interfaces::ISemaphore lineReady{0};     ///< one token per complete line, and one per Close()
-    std::string threadName;                  ///< of the next writer
-    pthread_t writerHandle = 0;              ///< of the writer that was started last
-    bool enabled = false;                    ///< shared: lines are accepted
-    bool stopped = true;                     ///< shared: there is no current writer
-    bool bufferStale = false;                ///< a fork left the buffer in an unknown state
-    Writer writer{*this};                    ///< starts and ends the thread that writes
-    LineHeader header;                       ///< used by the thread that has the line
-    const std::locale locale;                ///< the model's, or the global one at that time
+    int* const enabledCount;              ///< see LoggerCore; may be null
+    LoggerState* const model;             ///< see LoggerCore; may be null
+    std::stringstream buffer;             ///< the line; used by the thread that has the line
+    bool formatChanged = true;            ///< the format of buffer may not be that of a new line
+    LineLock lock;                        ///< who may use buffer, header and policy
+    Interfaces::ISemaphore lineReady{0};  ///< one token per complete line, and one per Close()
+    std::string threadName;               ///< of the next writer
+    pthread_t writerHandle = 0;           ///< of the writer that was started last
+    bool enabled = false;                 ///< shared: lines are accepted
+    bool stopped = true;                  ///< shared: there is no current writer
+    bool bufferStale = false;             ///< a fork left the buffer in an unknown state
+    std::atomic<std::uint32_t> currentWriter = 0;  ///< number of the writer that was started last
+    std::atomic<std::uint32_t> toldToEnd = 0;      ///< writers up to this number are to end
+    std::mutex writerMutex;    ///< guards changes of currentWriter, enabled and stopped
+    LineHeader header;         ///< used by the thread that has the line
+    const std::locale locale;  ///< the model's, or the global one at that time
     std::atomic<std::uint32_t> written = 0;  ///< lines that the writers have finished
 
     std::mutex control;                           ///< held during one Enable() or Close()

@@ -25,11 +25,11 @@ constexpr std::chrono::milliseconds pollInterval(1);
 struct Writer::Thread
 {
     /// Makes the writer the current one.
-    explicit Thread(Writer& writer) : state(writer.logger.shared_from_this())
+    explicit Thread(LoggerState& logger) : state(logger.shared_from_this())
     {
-        const std::lock_guard guard(writer.mutex);
+        const std::lock_guard guard(state->writerMutex);
         Base::StoreShared(state->stopped, false);
-        number = ++writer.current;
+        number = ++state->currentWriter;
     }
     ~Thread();
     Thread(const Thread&) = delete;
@@ -46,12 +46,11 @@ struct Writer::Thread
 /// The writer has ended: it was told to, it was cancelled, or its thread could not be created.
 Writer::Thread::~Thread()
 {
-    Writer& writer = state->writer;
-    const std::lock_guard guard(writer.mutex);
-    if (number != writer.current) {
+    const std::lock_guard guard(state->writerMutex);
+    if (number != state->currentWriter) {
         return;
     }
-    writer.TellToEnd();
+    Writer(*state).TellToEnd();
     // No thread is left that could write a complete line.
     if (state->lock.Advance(LineLock::Complete, LineLock::Taken)) {
         state->lock.Release();
@@ -62,17 +61,17 @@ Writer::Thread::~Thread()
 void* Writer::Thread::Run(void* thread)
 {
     const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
-    const Writer& writer = self->state->writer;
-    const auto toldToEnd = [&] { return writer.toldToEnd >= self->number; };
+    LoggerState& state = *self->state;
+    const auto toldToEnd = [&] { return state.toldToEnd >= self->number; };
     bool ending = false;
     do {
         // A writer that is told to end takes no further token: it could be one of the next writer.
         if (!toldToEnd()) {
-            self->state->lineReady.Wait();
+            state.lineReady.Wait();
         }
         // Read before looking for a line: no line becomes complete after the writer is told to end.
         ending = toldToEnd();
-    } while (self->number == writer.current && (self->WriteLine() || !ending));
+    } while (self->number == state.currentWriter && (self->WriteLine() || !ending));
     return nullptr;
 }
 
@@ -104,7 +103,7 @@ bool Writer::Start()
         return true;
     }
     AwaitEndOrHang();
-    std::unique_ptr<Thread> thread(new (std::nothrow) Thread(*this));
+    std::unique_ptr<Thread> thread(new (std::nothrow) Thread(logger));
     if (thread == nullptr ||
         Base::StartDetachedThread(logger.writerHandle, logger.threadName.c_str(), Thread::Run,
                                   thread.get(), Base::SignalHandlers::Blocked) != 0) {
@@ -116,7 +115,7 @@ bool Writer::Start()
 
 bool Writer::Admit()
 {
-    const std::lock_guard guard(mutex);
+    const std::lock_guard guard(logger.writerMutex);
     if (logger.calls.keep == nullptr && Base::LoadShared(logger.stopped)) {
         return false;
     }
@@ -132,13 +131,13 @@ bool Writer::Admit()
 void Writer::Stop()
 {
     {
-        const std::lock_guard guard(mutex);
+        const std::lock_guard guard(logger.writerMutex);
         TellToEnd();
     }
     logger.lineReady.Notify();
 }
 
-/// Call with the mutex held.
+/// Call with writerMutex held.
 void Writer::TellToEnd()
 {
     // In this order: once enabled is cleared, values are missing in an open line, so the line is
@@ -146,10 +145,10 @@ void Writer::TellToEnd()
     logger.lock.Refuse();
     logger.lock.Drop();
     Disable();
-    toldToEnd = current.load();
+    logger.toldToEnd = logger.currentWriter.load();
 }
 
-/// Clears enabled, and takes the logger out of the count. Call with the mutex held.
+/// Clears enabled, and takes the logger out of the count. Call with writerMutex held.
 void Writer::Disable()
 {
     const bool wasEnabled = Base::LoadShared(logger.enabled);
@@ -185,17 +184,17 @@ void Writer::AwaitEndOrHang() const
 
 void Writer::LockForFork()
 {
-    mutex.lock();
+    logger.writerMutex.lock();
 }
 
 void Writer::UnlockAfterFork(bool inChild)
 {
     if (inChild) {
-        toldToEnd = ++current;
+        logger.toldToEnd = ++logger.currentWriter;
         Disable();
         Base::StoreShared(logger.stopped, true);
     }
-    mutex.unlock();
+    logger.writerMutex.unlock();
 }
 
 }  // namespace Tolvex::Ilog

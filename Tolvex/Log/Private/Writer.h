@@ -2,10 +2,8 @@
 /// The thread that writes the lines of a logger.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 
 namespace Tolvex::Ilog {
 
@@ -20,7 +18,7 @@ struct LoggerState;
 class Writer
 {
 public:
-    /// @param loggerState  Holds this object.
+    /// @param loggerState  Not owned; must outlive this object, which holds nothing else.
     explicit Writer(LoggerState& loggerState) : logger(loggerState) {}
 
     /// Starts a writer and clears stopped. Waits until the one before has ended or hangs. Does
@@ -57,9 +55,6 @@ private:
     void Disable();
 
     LoggerState& logger;
-    std::atomic<std::uint32_t> current = 0;    ///< number of the writer started last
-    std::atomic<std::uint32_t> toldToEnd = 0;  ///< writers up to this number are to end
-    std::mutex mutex;  ///< guards changes of current and of the flags of the logger
 };
 
 }  // namespace Tolvex::Ilog
