@@ -16,11 +16,11 @@ extern "C" {
 namespace Dashcam {
 
 using namespace std::chrono_literals;
-using std::chrono::microseconds;
 
 namespace {
 
-constexpr auto tolerableDelay = 1s;  ///< that a pass can be late without a loss
+constexpr const char* h264 = "H.264 encoder";  ///< in complaints
+constexpr auto tolerableDelay = 1s;            ///< that a pass can be late without a loss
 
 /// libav reads the text of a graph twice, and each time takes one level of backslashes away: three
 /// of them become one, which then protects the character.
@@ -148,12 +148,12 @@ void Capture::OpenSource()
 void Capture::OpenEncoder()
 {
     const AVCodec* const codec = avcodec_find_encoder(AV_CODEC_ID_H264);  // libx264, if it is there
-    Check(codec == nullptr ? AVERROR_ENCODER_NOT_FOUND : 0, "H.264 encoder");
-    encoder.reset(Check(avcodec_alloc_context3(codec), "H.264 encoder"));
+    Check(codec == nullptr ? AVERROR_ENCODER_NOT_FOUND : 0, h264);
+    encoder.reset(Check(avcodec_alloc_context3(codec), h264));
     encoder->width = width;
     encoder->height = settings.height;
     encoder->pix_fmt = AV_PIX_FMT_YUV420P;
-    encoder->time_base = {1, 1000000};  // the pictures have their times, in microseconds
+    encoder->time_base = microsecond;  // the pictures have their times
     encoder->framerate = {settings.framesPerSecond, 1};
     encoder->bit_rate = settings.kilobitsPerSecond * 1000LL;
     encoder->gop_size = settings.keyInterval;
@@ -165,11 +165,10 @@ void Capture::OpenEncoder()
     av_opt_set(encoder.get(), "preset", "ultrafast", AV_OPT_SEARCH_CHILDREN);
     av_opt_set(encoder.get(), "tune", "zerolatency", AV_OPT_SEARCH_CHILDREN);
     av_opt_set(encoder.get(), "sc_threshold", "0", AV_OPT_SEARCH_CHILDREN);
-    Check(avcodec_open2(encoder.get(), codec, nullptr), "H.264 encoder");
+    Check(avcodec_open2(encoder.get(), codec, nullptr), h264);
 
-    parameters.reset(Check(avcodec_parameters_alloc(), "H.264 encoder"),
-                     AvRelease<avcodec_parameters_free>());
-    Check(avcodec_parameters_from_context(parameters.get(), encoder.get()), "H.264 encoder");
+    parameters.reset(Check(avcodec_parameters_alloc(), h264), AvRelease<avcodec_parameters_free>());
+    Check(avcodec_parameters_from_context(parameters.get(), encoder.get()), h264);
 }
 
 /// Waits until the next picture is due, and reads it. Leaves out those for which it is too late.
@@ -212,7 +211,7 @@ void Capture::LeaveOut(Clock::duration tolerance)
 void Capture::CountFromCamera(const AVFrame& picture)
 {
     const AVRational base = av_buffersink_get_time_base(output);
-    const microseconds newStamp(av_rescale_q(picture.pts, base, {1, 1000000}));
+    const std::chrono::microseconds newStamp(av_rescale_q(picture.pts, base, microsecond));
     Clock::duration step = newStamp - stamp;
     if (fresh || std::chrono::abs(time + step - Clock::now()) > tolerableDelay) {
         LeaveOut(interval);
@@ -220,18 +219,18 @@ void Capture::CountFromCamera(const AVFrame& picture)
     }
     // Rounded; a rate that is not known gives a negative number.
     const AVRational length = av_inv_q(av_buffersink_get_frame_rate(output));
-    id += std::max<std::int64_t>(1, av_rescale_q(step / 1us, {1, 1000000}, length));
+    id += std::max<std::int64_t>(1, av_rescale_q(step / 1us, microsecond, length));
     time += step;
     stamp = newStamp;
 }
 
 std::shared_ptr<Frame> Capture::Encode(AVFrame& picture)
 {
-    picture.pts = std::chrono::duration_cast<microseconds>(time.time_since_epoch()).count();
+    picture.pts = time.time_since_epoch() / 1us;
     picture.pict_type = AV_PICTURE_TYPE_NONE;  // the encoder decides, not the file
-    AvPacketOwner packet(Check(av_packet_alloc(), "H.264 encoder"));
-    Check(avcodec_send_frame(encoder.get(), &picture), "H.264 encoder");
-    Check(avcodec_receive_packet(encoder.get(), packet.get()), "H.264 encoder");
+    AvPacketOwner packet(Check(av_packet_alloc(), h264));
+    Check(avcodec_send_frame(encoder.get(), &picture), h264);
+    Check(avcodec_receive_packet(encoder.get(), packet.get()), h264);
     return std::make_shared<Frame>(id, std::move(packet), time, parameters);
 }
 

@@ -121,7 +121,7 @@ std::string MakeMp4(const std::vector<std::shared_ptr<Frame>>& frames)
 
     AVStream* const stream = Check(avformat_new_stream(made, nullptr), "mp4");
     Check(avcodec_parameters_copy(stream->codecpar, &frames.front()->Parameters()), "mp4");
-    stream->time_base = {1, 1000000};
+    stream->time_base = microsecond;
     Check(avformat_write_header(made, nullptr), "mp4");
     std::int64_t microseconds = -1;
     for (const std::shared_ptr<Frame>& frame : frames) {

@@ -30,8 +30,8 @@ public:
         int written = 0;    ///< clips
         int prolonged = 0;  ///< events that have prolonged the clip of another
         int lost = 0;       ///< clips that could not be written, and events without a clip
-        char last[200] =
-            "no event yet";  ///< what happened last, for people; an array: needs no memory
+        /// What happened last, for people. An array: it can be set without memory.
+        char last[200] = "no event yet";
 
         /// @return events that are none of these yet: their clips are being taken or written.
         int Unfinished() const { return events - written - prolonged - lost; }

@@ -53,9 +53,8 @@ std::shared_ptr<Clip> Recorder::Begin(const Event& event)
     const std::lock_guard<std::mutex> lock(mutex);
     const Moment until = event.time + std::chrono::seconds(settings.secondsAfter);
     if (open != nullptr) {
-        const Moment begin =
-            open->events.front().time - std::chrono::seconds(settings.secondsBefore);
-        if (until <= begin + std::chrono::seconds(settings.longestClip)) {
+        const std::chrono::seconds longest(settings.longestClip - settings.secondsBefore);
+        if (until <= open->events.front().time + longest) {
             open->events.push_back(event);
             open->until = std::max(open->until, until);
             return nullptr;

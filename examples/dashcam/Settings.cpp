@@ -99,8 +99,8 @@ Settings ReadSettings(const std::string& path)
     }
 
     // An even size, as the encoder needs it; and a clip has room for what is before and after.
-    settings.width &= ~1;
-    settings.height &= ~1;
+    settings.width -= settings.width % 2;
+    settings.height -= settings.height % 2;
     settings.longestClip =
         std::max(settings.longestClip, settings.secondsBefore + settings.secondsAfter + 1);
     return settings;

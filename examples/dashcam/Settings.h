@@ -17,7 +17,7 @@ struct Settings
     int secondsAfter = 4;   ///< and ends so long after its last one
     int longestClip = 60;   ///< seconds; a later event begins a clip of its own
 
-    double threshold = 0.6;               ///< g beside gravity that make an event
+    double threshold = 0.6;               ///< g in addition to gravity that make an event
     int sensorRange = 4;                  ///< g of the accelerometer at full scale
     int samplesPerSecond = 50;            ///< of the accelerometer
     double latitude = 46.948;             ///< degrees north
@@ -28,6 +28,9 @@ struct Settings
 };
 
 /// Reads settings. What is missing, or not as it has to be, is logged and has its default.
+///
+/// Odd sizes are rounded down. longestClip is raised if it is shorter than the seconds before and
+/// after. Neither is logged.
 ///
 /// @param path  Of a JSON file; empty for none.
 /// @return the settings, always valid.

@@ -28,6 +28,8 @@ using Tolvex::Ilog::LogType;
 using Clock = std::chrono::steady_clock;
 using Moment = Clock::time_point;
 
+constexpr AVRational microsecond = {1, 1000000};  ///< as a time base of libav
+
 /// Releases with a function that takes the address of the pointer, as most of libav's do.
 template <auto release>
 struct AvRelease
@@ -107,7 +109,7 @@ struct Sample
     Moment time;
     std::array<double, 3> axes = {};
 
-    /// @return the force in g that acts beside gravity.
+    /// @return the force in g that acts in addition to gravity.
     double Force() const { return std::hypot(axes[0], axes[1], axes[2] - 1.0); }
 };
 
@@ -115,10 +117,10 @@ struct Sample
 struct Event
 {
     std::string cause;     ///< "acceleration" or "button"
-    Moment time;           ///< by the clock that is never set
-    std::time_t wallTime;  ///< by the clock that people read; may be wrong
+    Moment time;           ///< monotonic clock
+    std::time_t wallTime;  ///< wall clock; may be wrong
     double bootSeconds;    ///< since the system was started, sleep included
-    double force = 0.0;    ///< g beside gravity; 0: not known
+    double force = 0.0;    ///< g in addition to gravity; 0: not known
 };
 
 /// The frames around one event, or around several that follow each other closely.

@@ -219,7 +219,7 @@ TEST_F(CaptureTest, PicturesOfAnOutageThatDoesNotEndAreLost)
     EXPECT_EQ(recorder.Get(), Numbers{0});
 }
 
-TEST_F(CaptureTest, SourceThatOpensAndFailsIsToldOnce)
+TEST_F(CaptureTest, SourceThatOpensAndFailsIsLoggedOnce)
 {
     Play({{0ms, failure}, {0ms, failure}, {0ms, failure}});
 
@@ -227,7 +227,7 @@ TEST_F(CaptureTest, SourceThatOpensAndFailsIsToldOnce)
     EXPECT_EQ(CountInLog("camera: 64x64"), 0);
 }
 
-TEST_F(CaptureTest, SourceThatFailsAgainAfterAPictureIsToldAgain)
+TEST_F(CaptureTest, SourceThatFailsAgainAfterAPictureIsLoggedAgain)
 {
     Play({{0ms, 0}, {0ms, failure}, {0ms, 0}});
 
@@ -235,7 +235,7 @@ TEST_F(CaptureTest, SourceThatFailsAgainAfterAPictureIsToldAgain)
     EXPECT_EQ(CountInLog("camera: 64x64"), 2);
 }
 
-TEST_F(CaptureTest, MissingEncoderIsTold)
+TEST_F(CaptureTest, MissingEncoderIsLogged)
 {
     encoderName = "";
     const int before = encoderSearches;
@@ -258,7 +258,7 @@ TEST_F(CaptureTest, EncoderWithoutTheOptionsOfX264IsUsed)
     EXPECT_EQ(capture.Frames(), 2U);
 }
 
-TEST_F(CaptureTest, PictureWithoutMemoryIsToldAndTheNextOneComes)
+TEST_F(CaptureTest, PictureWithoutMemoryIsLoggedAndTheNextOneComes)
 {
     failAllocation = true;
 

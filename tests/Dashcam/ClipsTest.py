@@ -175,7 +175,7 @@ class ClipsTest(unittest.TestCase):
         for text in ("is missing", "unknown setting", "default is used", "defaults are used"):
             self.assertNotIn(text, drive.log())
 
-    def test_sensor_that_gives_nothing_costs_nothing_and_its_peaks_are_null(self):
+    def test_sensor_without_samples_leaves_peaks_null(self):
         folder = scratch(self)
         with Drive(folder, "--acceleration", "/dev/null") as drive:
             drive.await_pictures()

@@ -85,7 +85,7 @@ class FileTest(unittest.TestCase):
         (folder / "drive.mp4").rename(path)
         self.check(path)
 
-    def test_file_that_is_no_video_is_told_and_ends_with_an_error(self):
+    def test_file_that_is_no_video_is_logged_and_ends_with_an_error(self):
         folder = scratch(self)
         path = folder / "text.mp4"
         path.write_text("no video\n" * 1000)
@@ -93,7 +93,7 @@ class FileTest(unittest.TestCase):
             drive.await_log("no picture")
             drive.ignition_off_without_picture()
 
-    def test_file_without_a_picture_is_told_and_ends_with_an_error(self):
+    def test_file_without_a_picture_is_logged_and_ends_with_an_error(self):
         folder = scratch(self)
         path = folder / "empty.mp4"
         make(path, "-c:v", "mpeg4", "-movflags", "+faststart")

@@ -67,7 +67,7 @@ class IgnitionOffTest(unittest.TestCase):
         machine.check(left == list(hanging), f"left behind: {left}")
 
     @repeated_when_too_slow
-    def test_without_a_hang_nobody_is_left_behind(self):
+    def test_without_a_hang_no_participant_is_left_behind(self):
         folder = scratch(self)
         with Drive(folder) as drive:
             drive.await_pictures()
@@ -141,7 +141,7 @@ class IgnitionOffTest(unittest.TestCase):
         self.assertLess(self.length(drive), budgets)
 
     @repeated_when_too_slow
-    def test_display_that_nobody_reads_holds_nothing(self):
+    def test_blocked_display_does_not_delay_ignition_off(self):
         folder = scratch(self)
         reader, writer = os.pipe()
         with Drive(folder, output=writer) as drive:

@@ -185,7 +185,7 @@ TEST_F(OutOfResourcesTest, EventWhoseThreadCannotBeCreatedIsFinishedWithTheNextO
     EXPECT_EQ(clips.Counted().lost, 2);  // there was no picture
 }
 
-TEST_F(OutOfResourcesTest, EventsGoOnAfterManyWhoseThreadsCouldNotBeCreated)
+TEST_F(OutOfResourcesTest, EventsContinueAfterManyWhoseThreadsCouldNotBeCreated)
 {
     recorder.Close();
     clips.Start();
@@ -285,7 +285,7 @@ TEST_F(OutOfResourcesTest, ClipIsLostIfLibavHasNoMemory)
     EXPECT_NE(MakeJpeg(*frames[0]), "");
 }
 
-TEST_F(OutOfResourcesTest, AccelerometerWithoutMemoryForAWhileGoesOn)
+TEST_F(OutOfResourcesTest, AccelerometerWithoutMemoryForAWhileContinues)
 {
     const std::string path = directory.Path("fifo");
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -307,7 +307,7 @@ TEST_F(OutOfResourcesTest, AccelerometerWithoutMemoryForAWhileGoesOn)
     EXPECT_TRUE(Eventually([&] { return known() > 0; }));
 }
 
-TEST_F(OutOfResourcesTest, WatchWithoutMemoryForAWhileGoesOn)
+TEST_F(OutOfResourcesTest, WatchWithoutMemoryForAWhileContinues)
 {
     Stopped<Watch> watch(folder);
     watch.Start();

@@ -24,7 +24,7 @@ class StartTest(unittest.TestCase):
             run = subprocess.run([program] + options, capture_output=True, text=True, timeout=60)
             self.assertNotEqual(run.returncode, 0, options)
 
-    def test_record_of_the_drive_that_cannot_be_written_is_told(self):
+    def test_record_of_the_drive_that_cannot_be_written_is_logged(self):
         folder = scratch(self)
         (folder / "drive").mkdir()
         with Drive(folder) as drive:
@@ -34,7 +34,7 @@ class StartTest(unittest.TestCase):
 
     @unittest.skipUnless(os.geteuid() == 0 and shutil.which("prlimit"),
                          "needs the right to be another user")
-    def test_participants_and_watch_without_a_thread_are_told(self):
+    def test_participants_and_watch_without_a_thread_are_logged(self):
         folder = scratch(self)
         folder.chmod(0o777)
         clips = folder / "clips"
