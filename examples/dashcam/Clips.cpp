@@ -80,7 +80,7 @@ void Clips::FireSignal(void* /*data*/)
 /// @return false when the clip is lost.
 bool Clips::Write(Clip& clip)
 {
-    std::string name;  // empty: nothing is on the disk
+    std::string name;  // of the files on the disk; empty: none
     try {
         recorder.AwaitEnd(clip);
         if (clip.frames.empty()) {
@@ -101,7 +101,9 @@ bool Clips::Write(Clip& clip)
         WritePage();
         return true;
     } catch (const std::exception& problem) {
-        folder.Remove(name);
+        if (!name.empty()) {
+            folder.Remove(name);
+        }
         Report(LogType::Error, "clip lost: ", problem.what());
         return false;
     }

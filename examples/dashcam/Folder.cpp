@@ -65,10 +65,15 @@ Folder::Folder(const std::string& where, const Settings& wishes)
 {
 }
 
-/// Throws when the disk is away. What is under a mount point is not the disk.
+bool Folder::IsAway() const
+{
+    return isMountPoint && DeviceOf(path) == DeviceOf(path + "/..");
+}
+
+/// Throws when the disk is away.
 void Folder::RequireDisk() const
 {
-    if (isMountPoint && DeviceOf(path) == DeviceOf(path + "/..")) {
+    if (IsAway()) {
         throw Tolvex::IException((path + ": the disk is away").c_str());
     }
 }
@@ -94,9 +99,10 @@ std::string Folder::Reserve(std::time_t time)
     // which would be read as 2070: such an event is to count as an old one.
     constexpr std::time_t startOf2000 = 946684800;
     time += time < startOf2000 ? startOf2000 : 0;
-    const std::string file = Tolvex::Util::CreateEventFile(path, prefix, time, "json");
-    const std::size_t begin = file.rfind('/') + 1;
-    return file.substr(begin, file.rfind('.') - begin);
+    std::string name = Tolvex::Util::CreateEventFile(path, prefix, time, "json");
+    name.erase(name.rfind('.'));  // in place: without memory the file would stay behind
+    name.erase(0, name.rfind('/') + 1);
+    return name;
 }
 
 void Folder::Save(const std::string& name, const std::map<std::string, std::string>& files)

@@ -55,6 +55,9 @@ public:
     /// Removes the oldest events until folder and disk are within their limits.
     /// @param bytes  That are to be written.
     void MakeRoom(std::uintmax_t bytes);
+    /// @return whether the folder was a mount point at the start and is none now. What is under a
+    /// mount point is not the disk.
+    bool IsAway() const;
     /// @return the path of a file in the folder.
     std::string Path(const std::string& fileName) const { return path + '/' + fileName; }
 

@@ -21,7 +21,10 @@ protected:
 
 private:
     Folder& folder;
-    std::string named;  ///< the workers that the log has named already
+    void FollowDisk();
+
+    bool wasAway = false;  ///< the disk, at the last look
+    std::string named;     ///< the workers that the log has named already
 };
 
 }  // namespace Dashcam

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <string>
 #include <sys/stat.h>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -58,8 +59,49 @@ TEST_F(AccelerometerTest, FileWhoseLastLineLacksItsEndIsReadAgainAndAgain)
     accelerometer.Start();
 
     EXPECT_TRUE(
-        Eventually([&] { return accelerometer.Between(Moment(), Moment::max()).size() >= 5; }));
+        Eventually([&] { return accelerometer.Between(Moment(1ns), Moment::max()).size() >= 5; }));
     EXPECT_EQ(accelerometer.Skipped(), 0U);
+}
+
+TEST_F(AccelerometerTest, SampleOfAFileComesNotBeforeItsTime)
+{
+    Write("text", "0 0 32\n");
+    settings.samplesPerSecond = 15;
+    Stopped<Accelerometer> accelerometer(settings, directory.Path("text"));
+
+    accelerometer.Start();
+
+    for (int look = 0; look < 50; ++look) {
+        for (const Sample& sample : accelerometer.Between(Moment(1ns), Moment::max())) {
+            ASSERT_LE(sample.time, Clock::now());
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_FALSE(accelerometer.Between(Moment(1ns), Moment::max()).empty());
+}
+
+TEST_F(AccelerometerTest, ShockAboveTheThresholdAtTheRangeOfTheSettingsCounts)
+{
+    const std::string path = directory.Path("fifo");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    settings.sensorRange = 8;
+    settings.threshold = 2.5;
+    Recorder recorder(settings);
+    const Accelerometer none(settings, "");
+    Folder folder(directory.Path(""), settings);
+    Clips clips(settings, recorder, none, folder);
+    Stopped<Accelerometer> accelerometer(settings, path);
+    accelerometer.AddCallback(&clips);
+    std::fstream writer(path);
+    accelerometer.Start();
+
+    writer << "32 0 16\n" << std::flush;  // 2 g, and gravity
+    ASSERT_TRUE(
+        Eventually([&] { return accelerometer.Between(Moment(1ns), Moment::max()).size() == 1; }));
+    EXPECT_EQ(clips.Counted().events, 0);
+    writer << "48 0 16\n" << std::flush;  // 3 g, and gravity
+
+    EXPECT_TRUE(Eventually([&] { return clips.Counted().events == 1; }));
 }
 
 TEST_F(AccelerometerTest, ShockAfterAMegabyteWithoutALineEndCounts)

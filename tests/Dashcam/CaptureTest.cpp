@@ -225,6 +225,7 @@ TEST_F(CaptureTest, SourceThatOpensAndFailsIsLoggedOnce)
 
     EXPECT_EQ(CountInLog("no picture: camera: Input/output error"), 1);
     EXPECT_EQ(CountInLog("camera: 64x64"), 0);
+    EXPECT_EQ(capture.Lost(), 0U);  // nothing is due before the first picture
 }
 
 TEST_F(CaptureTest, SourceThatFailsAgainAfterAPictureIsLoggedAgain)

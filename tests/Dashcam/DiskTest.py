@@ -71,6 +71,8 @@ class DiskTest(unittest.TestCase):
             self.await_next_frame(drive)
             self.assertEqual(list(self.folder.glob("EVENT_*")), [], "nothing under the mount point")
             mount(self.folder, 20)
+            drive.await_log("the disk was away")
+            self.assertIn("clip lost", (self.folder / "away.log").read_text())
             self.await_clip(drive, known)
             drive.ignition_off()
         for clip in clips(self.folder):

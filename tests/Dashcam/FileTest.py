@@ -108,7 +108,7 @@ class FileTest(unittest.TestCase):
         path = scratch(self) / "drive.mp4"
         make(path, "-c:v", "mpeg4")
         good = path.read_bytes()
-        with Drive(folder, "--file", str(path)) as drive:
+        with Drive(folder, "--file", str(path), settings={"secondsBefore": 5}) as drive:
             drive.await_pictures()
             path.write_bytes(b"no video")
             drive.await_log("no picture")

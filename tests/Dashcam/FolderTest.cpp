@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 #include <sys/stat.h>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -105,6 +106,21 @@ TEST_F(FolderTest, LeftoversOfOthersStay)
     }
     for (const char* name : others) {
         EXPECT_TRUE(std::filesystem::exists(directory.Path(name))) << name;
+    }
+}
+
+TEST_F(FolderTest, TwoThreadsThatMakeRoomRemoveNoMoreThanNeeded)
+{
+    settings.folderMegabytes = 1;
+    for (int round = 0; round < 50; ++round) {
+        for (int number = 10; number < 31; ++number) {
+            Write("EVENT_FRONT_0101200000" + std::to_string(number) + ".mp4",
+                  std::string(50000, ' '));
+        }
+        std::thread other([this] { folder.MakeRoom(0); });
+        folder.MakeRoom(0);
+        other.join();
+        ASSERT_EQ(folder.Events().size(), 20U) << round;
     }
 }
 

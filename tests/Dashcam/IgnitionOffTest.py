@@ -105,7 +105,7 @@ class IgnitionOffTest(unittest.TestCase):
 
     def test_clip_that_hangs_is_told_at_the_end_and_in_the_summary(self):
         folder = scratch(self)
-        with Drive(folder) as drive:
+        with Drive(folder, settings={"secondsAfter": 8}) as drive:  # the second event prolongs
             drive.await_pictures()
             now = time.time()
             for second in range(-1, 60):

@@ -54,6 +54,7 @@ extern "C" int pthread_create(pthread_t* handle, const pthread_attr_t* attribute
 namespace Dashcam {
 namespace {
 
+using namespace std::chrono_literals;
 using Tolvex::Interfaces::Stopped;
 using Tolvex::Support::AllocationBudget;
 using Tolvex::Support::Eventually;
@@ -239,6 +240,35 @@ TEST_F(OutOfResourcesTest, EventsWithoutMemoryAreCountedAndEndNothing)
     EXPECT_GT(clips.Counted().lost, 0);
 }
 
+TEST_F(OutOfResourcesTest, EventThatIsRefusedWithoutMemoryIsLogged)
+{
+    ASSERT_TRUE(Tolvex::Ilog::Logger::GetInstance()->EnableBlackBox(100));
+    clips.Start();
+    {
+        const AllocationBudget none(0);
+        clips.Raise("button", 0.0);
+    }
+    ASSERT_EQ(clips.Counted().lost, 1);
+
+    // The thread that was to log it may have had no memory either: the end of the drive logs it.
+    clips.RunIgnitionOff();
+
+    EXPECT_TRUE(Eventually([] { return Log().find("1 events lost") != std::string::npos; }));
+}
+
+TEST_F(OutOfResourcesTest, WatchThatIsStoppedLooksNoMore)
+{
+    Stopped<Watch> watch(folder);
+    watch.Start();
+    settings.folderMegabytes = 0;
+    watch.RunIgnitionOff();
+    std::ofstream(directory.Path("EVENT_FRONT_010120000000.mp4")) << "clip";
+
+    ASSERT_TRUE(watch.WaitUntilFinished(60s));
+
+    EXPECT_EQ(Files(".mp4"), 1U);
+}
+
 TEST_F(OutOfResourcesTest, ClipWithoutMemoryForAPartOfItIsWholeOrLost)
 {
     recorder.Process(MakeFrame(0));
@@ -260,6 +290,7 @@ TEST_F(OutOfResourcesTest, ClipWithoutMemoryForAPartOfItIsWholeOrLost)
     EXPECT_EQ(Files(".mp4"), static_cast<std::size_t>(clips.Counted().written));
     EXPECT_EQ(Files(".sig"), Files(".mp4"));
     EXPECT_EQ(Files(".jpg"), Files(".mp4"));
+    EXPECT_EQ(Files(".json"), Files(".mp4"));
 }
 
 TEST_F(OutOfResourcesTest, ClipIsLostIfLibavHasNoMemory)
@@ -291,7 +322,7 @@ TEST_F(OutOfResourcesTest, AccelerometerWithoutMemoryForAWhileContinues)
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     Stopped<Accelerometer> accelerometer(settings, path);
     std::fstream writer(path);
-    const auto known = [&] { return accelerometer.Between(Moment(), Moment::max()).size(); };
+    const auto known = [&] { return accelerometer.Between(Moment(1ns), Moment::max()).size(); };
     accelerometer.Start();
     {
         const AllocationBudget none(0);

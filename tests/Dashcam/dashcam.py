@@ -63,6 +63,8 @@ class Drive:
         os.close(self.writer)
         self.output.close()
         shutil.rmtree(self.work)
+        if re.search("Sanitizer|runtime error:", self.final):
+            raise AssertionError(self.final)
 
     def said(self):
         """What the program has printed."""
