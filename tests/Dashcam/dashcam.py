@@ -63,7 +63,7 @@ class Drive:
         os.close(self.writer)
         self.output.close()
         shutil.rmtree(self.work)
-        if re.search("Sanitizer|runtime error:", self.final):
+        if re.search("(ERROR|WARNING): [A-Z][A-Za-z]+Sanitizer|runtime error:", self.final):
             raise AssertionError(self.final)
 
     def said(self):
