@@ -24,6 +24,7 @@ class PageTest(unittest.TestCase):
 
     def test_page_shows_both_videos_stills_charts_and_tables_without_an_error(self):
         newest_first = clips(self.folder)[::-1]
+        backgrounds, columns = {}, {}
         with Browser() as browser:
             for dark in (False, True):
                 for width in (1280, 390):
@@ -35,13 +36,22 @@ class PageTest(unittest.TestCase):
                         self.assertAlmostEqual(length, side(clip)["seconds"], delta=0.2)
                     self.assertEqual(browser.console(), [])
                     self.assertLessEqual(browser.run("return document.body.scrollWidth"), width)
+                    backgrounds[dark] = browser.run(
+                        "return getComputedStyle(document.body).backgroundColor")
+                    columns[width] = browser.run("return getComputedStyle(document.querySelector("
+                                                 "'.columns')).gridTemplateColumns.split(' ').length")
+            self.assertEqual(backgrounds, {False: "rgb(244, 245, 247)", True: "rgb(14, 16, 19)"})
+            self.assertEqual(columns, {1280: 2, 390: 1})
             order = browser.run("return [...document.querySelectorAll('video')].map("
                                 "v => v.getAttribute('src'))")
             self.assertEqual(order, [clip.name for clip in newest_first])
             stills = browser.run("return [...document.querySelectorAll('img')].map("
                                  "i => i.complete && i.naturalWidth)")
             self.assertEqual(stills, [160, 160])
-            self.assertEqual(browser.run("return document.querySelectorAll('article svg').length"), 2)
+            lines = browser.run("return [...document.querySelectorAll('article svg')].map(s => "
+                                "[...s.querySelectorAll('polyline')].map(l => l.points.length))")
+            samples = [len(side(clip)["acceleration"]) for clip in newest_first]
+            self.assertEqual(lines, [[count] * 3 for count in samples], "a line for each axis")
             causes = browser.run("return [...document.querySelectorAll('.cause')].map("
                                  "c => c.textContent)")
             self.assertEqual(causes, ["Driver's button", "Shock of 4.0 g"])

@@ -250,9 +250,10 @@ TEST_F(SettingsTest, FileThatCannotBeReadIsReportedWithTheReasonOfTheSystem)
     };
     for (const auto& [file, reason] : unreadable) {
         SCOPED_TRACE(file);
+        std::string expected = file;
+        expected.append(": ").append(reason).append(": all defaults are used");
         ExpectAllDefaults(ReadSettings(file));
-        EXPECT_THAT(log.TakeLines(),
-                    ElementsAre(EndsWith(file + ": " + reason + ": all defaults are used")));
+        EXPECT_THAT(log.TakeLines(), ElementsAre(EndsWith(expected)));
     }
 }
 

@@ -1,4 +1,4 @@
-// The side file of a clip, for times, places and frames that the test chooses.
+// The side file of a clip, for times, places and frames that the test chooses; and the clip itself.
 #include <cmath>
 #include <ctime>
 #include <memory>
@@ -53,6 +53,28 @@ Json::Value Describe(const Clip& clip, const std::vector<Sample>& samples = {},
 std::string Written(const Json::Value& value)
 {
     return Json::SerializeStandard(value);
+}
+
+TEST(ClipFileTest, ClipHoldsTheBytesOfTheEncoder)
+{
+    const std::shared_ptr<AVCodecParameters> format(avcodec_parameters_alloc(),
+                                                    AvRelease<avcodec_parameters_free>());
+    format->codec_type = AVMEDIA_TYPE_VIDEO;
+    format->codec_id = AV_CODEC_ID_MJPEG;
+    format->width = format->height = 64;
+    std::vector<std::shared_ptr<Frame>> frames;
+    for (const std::string bytes : {"bytes of the first frame", "other bytes of the second"}) {
+        AvPacketOwner packet(av_packet_alloc());
+        ASSERT_EQ(av_new_packet(packet.get(), static_cast<int>(bytes.size())), 0);
+        bytes.copy(reinterpret_cast<char*>(packet->data), bytes.size());
+        packet->flags = AV_PKT_FLAG_KEY;
+        frames.push_back(std::make_shared<Frame>(frames.size(), std::move(packet),
+                                                 Clock::now() + frames.size() * 100ms, format));
+    }
+
+    const std::string clip = MakeMp4(frames);
+
+    EXPECT_NE(clip.find("bytes of the first frameother bytes of the second"), std::string::npos);
 }
 
 TEST(SideFileTest, FramesWithoutALossHaveNoGap)

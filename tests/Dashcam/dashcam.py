@@ -155,12 +155,21 @@ def packets(clip):
             for packet in json.loads(run.stdout)["packets"]]
 
 
+def codec(clip):
+    """The name of the codec of the video."""
+    run = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "stream=codec_name", "-of",
+                          "csv=p=0", clip], capture_output=True, text=True, check=True,
+                         timeout=patience)
+    return run.stdout.strip()
+
+
 def check_whole(test, clip, key=small["key"], key_interval=small["keyInterval"]):
     """A clip as it has to be: decodes, begins with a key frame, belongs to its other files.
 
     Key frames come at their fixed interval, and nowhere else.
     """
     test.assertEqual(decode(clip), "", clip)
+    test.assertEqual(codec(clip), "h264")
     frames = packets(clip)
     test.assertEqual([number for number, (_, is_key) in enumerate(frames) if is_key],
                      list(range(0, len(frames), key_interval)), "numbers of the key frames")
