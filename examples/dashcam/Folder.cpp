@@ -116,7 +116,7 @@ void Folder::Save(const std::string& name, const std::map<std::string, std::stri
         Write(name + '.' + extension, files.at(extension));
     }
     const int directory = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    fsync(directory);  // the new names
+    fsync(directory);  // best effort: without it a power cut may lose this event, but no older one
     close(directory);
 }
 

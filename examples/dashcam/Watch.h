@@ -4,7 +4,8 @@
 
 namespace Dashcam {
 
-/// The worker that looks after the folder and after all other workers, once a second.
+/// The worker that looks after the folder and after all other workers, once a second. While the
+/// disk is away, the log is closed.
 /// @par Thread safety
 /// Controlling thread.
 class Watch : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
