@@ -81,7 +81,8 @@ public:
     /// created. The logger is disabled then.
     bool Enable() { return core.Enable(nullptr); }
 
-    /// @return whether lines are accepted.
+    /// @return whether lines are accepted. While another thread is in Enable() or Close(), true may
+    /// come too early or too late.
     bool IsEnabled() const { return core.IsEnabled(); }
 
     /// @return the policy. The writer uses it while the logger is enabled.

@@ -351,7 +351,8 @@ void LoggerCore::Close(Clock::time_point deadline)
     const auto close = [this] { state->calls.close(state->policy); };
     const auto end = stopped ? std::min(deadline, Clock::now() + longestWait) : Clock::now();
     if (!CallPolicy(*state, end, close)) {
-        // Required: a policy that hangs in Write() for that long is closed while the call runs.
+        // Required: a policy that hangs in Write() for longer than the wait is closed while that
+        // call still runs.
         close();
     }
 }

@@ -55,7 +55,8 @@ public:
 
     /// As LoggerBase::SetTheadName().
     void SetThreadName(const std::string& name);
-    /// @return whether lines are accepted.
+    /// @return whether lines are accepted. While another thread is in Enable() or Close(), true may
+    /// come too early or too late.
     bool IsEnabled() const { return Base::LoadShared(enabled); }
 
     /// @return the locale that lines are formatted in: the global one when the logger was made.

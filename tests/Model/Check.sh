@@ -71,6 +71,7 @@ holds calm -DCOMPOSERS=3
 holds close -DCOMPOSERS=2 -DCLOSE
 holds close-patient -DCOMPOSERS=2 -DCLOSE -DPATIENT
 holds reopen -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN
+holds retry -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN -DRETRY
 holds close-again -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN -DCLOSE_AGAIN
 holds notice -DCOMPOSERS=1 -DLINES=2 -DIGNITION
 holds ignition -DCOMPOSERS=0 -DIGNITION -DENABLE
@@ -104,6 +105,8 @@ finds fault-8 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_8
 finds fault-9 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_9
 # The flag enabled is set after lines have been admitted.
 finds fault-10 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_10
+# A writer that ends keeps a token that was meant for another one.
+finds fault-11 -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN -DRETRY -DFAULT_11
 
 if [ $checked -eq 0 ]; then
     echo "no variant is named $only" >&2

@@ -530,7 +530,7 @@ nextLine:
     ending = TOLD_TO_END;
 #endif
     if
-    :: mine != current -> goto gone
+    :: mine != current -> goto ended
     :: else
     fi;
     atomic {
@@ -565,6 +565,10 @@ nextLine:
     :: else
     fi;
 
+ended:
+#ifndef FAULT_11
+    Notify();
+#endif
 gone:
     Release();
     EndThread(mine);
@@ -635,6 +639,9 @@ proctype Closer(byte me) EXISTS
     Close();
 #ifdef REOPEN
     Enable();
+#endif
+#ifdef RETRY
+    Enable(); /* does nothing unless the first one has given up */
 #endif
 #ifdef CLOSE_AGAIN
     Close();

@@ -101,7 +101,7 @@ void LineLock::SpinUntilFree(std::uintptr_t allowedFlags)
     spinning.store(false, std::memory_order_release);
 }
 
-/// One at a time: a second thread that is woken could overtake the first.
+/// One signal for each mark: after the first one the place may be gone.
 void LineLock::WakeFirst()
 {
     std::unique_lock lock(mutex);

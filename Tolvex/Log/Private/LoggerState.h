@@ -44,7 +44,8 @@ struct LoggerState : std::enable_shared_from_this<LoggerState>
     std::stringstream buffer;             ///< the line; used by the thread that has the line
     bool formatChanged = true;            ///< the format of buffer may not be that of a new line
     LineLock lock;                        ///< who may use buffer, header and policy
-    Interfaces::ISemaphore lineReady{0};  ///< one token per complete line, and one per Close()
+    Interfaces::ISemaphore lineReady{0};  ///< a token per complete line, per Writer::Stop()
+                                          ///< and per writer that has ended
     std::string threadName;               ///< of the next writer
     pthread_t writerHandle = 0;           ///< of the writer that was started last
     bool enabled = false;                 ///< shared: lines are accepted
@@ -52,7 +53,7 @@ struct LoggerState : std::enable_shared_from_this<LoggerState>
     bool bufferStale = false;             ///< a fork left the buffer in an unknown state
     std::atomic<std::uint32_t> currentWriter = 0;  ///< number of the writer that was started last
     std::atomic<std::uint32_t> toldToEnd = 0;      ///< writers up to this number are to end
-    std::mutex writerMutex;    ///< guards changes of currentWriter, enabled and stopped
+    std::mutex writerMutex;    ///< guards changes of the writers' numbers, enabled and stopped
     LineHeader header;         ///< used by the thread that has the line
     const std::locale locale;  ///< the model's, or the global one at that time
     std::atomic<std::uint32_t> written = 0;  ///< lines that the writers have finished

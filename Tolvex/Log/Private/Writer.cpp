@@ -65,13 +65,15 @@ void* Writer::Thread::Run(void* thread)
     const auto toldToEnd = [&] { return state.toldToEnd >= self->number; };
     bool ending = false;
     do {
-        // A writer that is told to end takes no further token: it could be one of the next writer.
+        // A writer that is told to end does not wait for a token: no further one may come.
         if (!toldToEnd()) {
             state.lineReady.Wait();
         }
         // Read before looking for a line: no line becomes complete after the writer is told to end.
         ending = toldToEnd();
     } while (self->number == state.currentWriter && (self->WriteLine() || !ending));
+    // The token that this writer took may have been meant for the current one.
+    state.lineReady.Notify();
     return nullptr;
 }
 

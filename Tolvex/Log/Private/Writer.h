@@ -26,7 +26,7 @@ public:
     /// @return false when the thread cannot be created.
     bool Start();
 
-    /// Lets lines begin and sets enabled.
+    /// Sets enabled and lets lines begin.
     /// @return false when the writer has ended already; then nothing has changed.
     bool Admit();
 
