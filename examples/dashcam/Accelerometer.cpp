@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <poll.h>
 #include <sstream>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace Dashcam {
@@ -122,6 +123,14 @@ void Accelerometer::ReadBytes()
     } else if (count == 0 || errno != EAGAIN) {
         Complain(count == 0 ? "has no samples" : std::generic_category().message(errno));
         ThreadSleep(1000ms, 50ms);
+    }
+    struct stat opened = {};
+    struct stat named = {};
+    if (count <= 0 && fstat(descriptor, &opened) == 0 && stat(path.c_str(), &named) == 0 &&
+        (opened.st_ino != named.st_ino || opened.st_dev != named.st_dev)) {
+        close(descriptor);  // the path names another file by now: the next call opens it
+        descriptor = -1;
+        buffer.clear();
     }
 }
 
