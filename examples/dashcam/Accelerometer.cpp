@@ -124,14 +124,20 @@ void Accelerometer::ReadBytes()
         Complain(count == 0 ? "has no samples" : std::generic_category().message(errno));
         ThreadSleep(1000ms, 50ms);
     }
-    struct stat opened = {};
-    struct stat named = {};
-    if (count <= 0 && fstat(descriptor, &opened) == 0 && stat(path.c_str(), &named) == 0 &&
-        (opened.st_ino != named.st_ino || opened.st_dev != named.st_dev)) {
-        close(descriptor);  // the path names another file by now: the next call opens it
+    if (count <= 0 && IsReplaced()) {
+        close(descriptor);
         descriptor = -1;
         buffer.clear();
     }
+}
+
+/// @return whether the path names another file than the one that is open.
+bool Accelerometer::IsReplaced() const
+{
+    struct stat opened = {};
+    struct stat named = {};
+    return fstat(descriptor, &opened) == 0 && stat(path.c_str(), &named) == 0 &&
+           (opened.st_ino != named.st_ino || opened.st_dev != named.st_dev);
 }
 
 void Accelerometer::Complain(const std::string& problem)

@@ -39,6 +39,7 @@ protected:
 
 private:
     void ReadBytes();
+    bool IsReplaced() const;
     void Complain(const std::string& problem);
 
     const Settings& settings;
