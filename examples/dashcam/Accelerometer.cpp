@@ -3,10 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
-#include <filesystem>
 #include <poll.h>
 #include <sstream>
-#include <sys/stat.h>
 #include <system_error>
 
 namespace Dashcam {
@@ -95,6 +93,15 @@ try {
     ThreadSleep(50ms, 50ms);  // there is no memory; the next pass tries again
 }
 
+void Accelerometer::Open()
+{
+    stat(path.c_str(), &status);  // open() says why it fails
+    isFile = S_ISREG(status.st_mode);
+    // Also open for writing: a FIFO without writers would be at its end all the time.
+    descriptor = open(path.c_str(), (isFile ? O_RDONLY : O_RDWR) | O_NONBLOCK | O_CLOEXEC);
+    newest = Clock::now();
+}
+
 /// Appends to the buffer. Waits for 100 ms at most, and a second after an error.
 void Accelerometer::ReadBytes()
 {
@@ -102,11 +109,7 @@ void Accelerometer::ReadBytes()
         buffer = "\n";  // a line that is no sample
     }
     if (descriptor < 0) {
-        // Also open for writing: a FIFO without writers would be at its end all the time.
-        std::error_code ignored;  // open() says why
-        isFile = std::filesystem::is_regular_file(path, ignored);
-        descriptor = open(path.c_str(), (isFile ? O_RDONLY : O_RDWR) | O_NONBLOCK | O_CLOEXEC);
-        newest = Clock::now();
+        Open();
     }
     pollfd input = {descriptor, POLLIN, 0};
     ssize_t count = -1;
@@ -124,20 +127,13 @@ void Accelerometer::ReadBytes()
         Complain(count == 0 ? "has no samples" : std::generic_category().message(errno));
         ThreadSleep(1000ms, 50ms);
     }
-    if (count <= 0 && IsReplaced()) {
+    struct stat now = {};
+    if (count <= 0 && stat(path.c_str(), &now) == 0 &&
+        (now.st_ino != status.st_ino || now.st_dev != status.st_dev)) {
         close(descriptor);
         descriptor = -1;
         buffer.clear();
     }
-}
-
-/// @return whether the path names another file than the one that is open.
-bool Accelerometer::IsReplaced() const
-{
-    struct stat opened = {};
-    struct stat named = {};
-    return fstat(descriptor, &opened) == 0 && stat(path.c_str(), &named) == 0 &&
-           (opened.st_ino != named.st_ino || opened.st_dev != named.st_dev);
 }
 
 void Accelerometer::Complain(const std::string& problem)

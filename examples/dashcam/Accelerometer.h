@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "examples/dashcam/Types.h"
@@ -38,14 +39,15 @@ protected:
     void Run() override;
 
 private:
+    void Open();
     void ReadBytes();
-    bool IsReplaced() const;
     void Complain(const std::string& problem);
 
     const Settings& settings;
     const std::string path;
-    int descriptor = -1;  ///< -1: not open
-    bool isFile = false;  ///< not a FIFO
+    int descriptor = -1;      ///< -1: not open
+    struct stat status = {};  ///< of the path when it was opened; it may name another file by now
+    bool isFile = false;      ///< not a FIFO
     bool complained = false;
     std::string buffer;        ///< read, and not taken apart yet
     Moment newest;             ///< when the last line of a file was due
