@@ -4,15 +4,19 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Tolvex/Interfaces/Stopped.h"
 
+#include "tests/Support/LogFile.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/ScratchDirectory.h"
 
@@ -112,6 +116,40 @@ TEST_F(AccelerometerTest, SampleOfAFileComesNotBeforeItsTime)
         std::this_thread::sleep_for(10ms);
     }
     EXPECT_FALSE(accelerometer.Between(Moment(1ns), Moment::max()).empty());
+}
+
+TEST_F(AccelerometerTest, FirstProblemIsLoggedAndNoOther)
+{
+    const std::map<std::string, std::string> problems = {
+        {"missing", "No such file or directory"},
+        {"empty", "has no samples"},
+        {"text", "has lines that are no samples"},
+    };
+    Write("empty", "");
+    Write("text", "one\ntwo\n");
+    settings.samplesPerSecond = 100;
+    for (const auto& [name, problem] : problems) {
+        SCOPED_TRACE(name);
+        Tolvex::Support::LogFile log;
+        Stopped<Accelerometer> accelerometer(settings, directory.Path(name));
+        accelerometer.Start();
+        std::vector<std::string> warnings;
+        const auto collect = [&] {
+            for (const std::string& line : log.TakeLines()) {
+                if (line.find("Thread (") == std::string::npos) {
+                    warnings.push_back(line);
+                }
+            }
+            return !warnings.empty();
+        };
+        EXPECT_TRUE(Eventually(collect));
+
+        std::this_thread::sleep_for(1200ms);  // until the file is tried again
+        collect();
+
+        EXPECT_THAT(warnings, ::testing::ElementsAre(
+                                  ::testing::EndsWith(directory.Path(name) + ' ' + problem)));
+    }
 }
 
 TEST_F(AccelerometerTest, FifoThatIsMadeDuringTheDriveIsRead)
