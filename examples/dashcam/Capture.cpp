@@ -102,7 +102,9 @@ void Capture::Run()
         fresh = true;
         ThreadSleep(1s, 50ms);
     }
-    LeaveOut(fresh ? 0s : tolerableDelay);  // here, so that the last pass counts its own delay too
+    if (fresh || camera.empty()) {  // the next picture of a camera tells what was lost before it
+        LeaveOut(fresh ? 0s : tolerableDelay);  // at the end: the last pass counts its delay too
+    }
     lost = static_cast<std::uint64_t>(id + 1) - frames;
 }
 
