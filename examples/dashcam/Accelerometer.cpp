@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
-#include <filesystem>
 #include <poll.h>
 #include <sstream>
 #include <system_error>
@@ -94,6 +93,15 @@ try {
     ThreadSleep(50ms, 50ms);  // there is no memory; the next pass tries again
 }
 
+void Accelerometer::Open()
+{
+    stat(path.c_str(), &status);  // open() says why it fails
+    isFile = S_ISREG(status.st_mode);
+    // Also open for writing: a FIFO without writers would be at its end all the time.
+    descriptor = open(path.c_str(), (isFile ? O_RDONLY : O_RDWR) | O_NONBLOCK | O_CLOEXEC);
+    newest = Clock::now();
+}
+
 /// Appends to the buffer. Waits for 100 ms at most, and a second after an error.
 void Accelerometer::ReadBytes()
 {
@@ -101,11 +109,7 @@ void Accelerometer::ReadBytes()
         buffer = "\n";  // a line that is no sample
     }
     if (descriptor < 0) {
-        // Also open for writing: a FIFO without writers would be at its end all the time.
-        std::error_code ignored;  // open() says why
-        isFile = std::filesystem::is_regular_file(path, ignored);
-        descriptor = open(path.c_str(), (isFile ? O_RDONLY : O_RDWR) | O_NONBLOCK | O_CLOEXEC);
-        newest = Clock::now();
+        Open();
     }
     pollfd input = {descriptor, POLLIN, 0};
     ssize_t count = -1;
@@ -122,6 +126,13 @@ void Accelerometer::ReadBytes()
     } else if (count == 0 || errno != EAGAIN) {
         Complain(count == 0 ? "has no samples" : std::generic_category().message(errno));
         ThreadSleep(1000ms, 50ms);
+    }
+    struct stat now = {};
+    if (count <= 0 && stat(path.c_str(), &now) == 0 &&
+        (now.st_ino != status.st_ino || now.st_dev != status.st_dev)) {
+        close(descriptor);
+        descriptor = -1;
+        buffer.clear();
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "examples/dashcam/Types.h"
@@ -14,8 +15,8 @@ namespace Dashcam {
 /// Samples are lines of three raw numbers of the sensor, -128 to 127. They come from a FIFO as they
 /// are written, or from a file at the pace of the settings, again and again.
 /// @par Errors
-/// A file that cannot be read is tried again every second. Only the first problem of a drive is
-/// logged; bad lines are counted.
+/// A file that cannot be read is tried again every second. If the path names another file or FIFO
+/// later, it is read instead. Only the first problem of a drive is logged; bad lines are counted.
 /// @par Thread safety
 /// Controlling thread. Between() and Skipped() may be called on any thread.
 class Accelerometer : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
@@ -38,13 +39,15 @@ protected:
     void Run() override;
 
 private:
+    void Open();
     void ReadBytes();
     void Complain(const std::string& problem);
 
     const Settings& settings;
     const std::string path;
-    int descriptor = -1;  ///< -1: not open
-    bool isFile = false;  ///< not a FIFO
+    int descriptor = -1;      ///< -1: not open
+    struct stat status = {};  ///< of the path when it was opened; it may name another file by now
+    bool isFile = false;      ///< not a FIFO
     bool complained = false;
     std::string buffer;        ///< read, and not taken apart yet
     Moment newest;             ///< when the last line of a file was due

@@ -84,6 +84,7 @@ void Capture::Run()
         if (fresh) {
             OpenSource();
             OpenEncoder();
+            LeaveOut(tolerableDelay);
         }
         recorder.Process(Encode(*ReadPicture()));
         ++frames;
@@ -100,7 +101,9 @@ void Capture::Run()
         }
         fresh = true;
         ThreadSleep(1s, 50ms);
-        LeaveOut(0s);
+    }
+    if (fresh || camera.empty()) {  // the next picture of a camera tells what was lost before it
+        LeaveOut(fresh ? 0s : tolerableDelay);  // at the end: the last pass counts its delay too
     }
     lost = static_cast<std::uint64_t>(id + 1) - frames;
 }
@@ -143,6 +146,10 @@ void Capture::OpenSource()
     Check(avfilter_graph_config(graph.get(), nullptr), name);
     output = avfilter_graph_get_filter(graph.get(), "buffersink@out");
     width = av_buffersink_get_w(output);
+    const AVRational rate = av_buffersink_get_frame_rate(output);
+    if (rate.num > 0 && rate.den > 0) {  // known; a camera may not give the rate of the wishes
+        interval = Clock::duration(1s) * rate.den / rate.num;
+    }
 }
 
 void Capture::OpenEncoder()
@@ -171,11 +178,10 @@ void Capture::OpenEncoder()
     Check(avcodec_parameters_from_context(parameters.get(), encoder.get()), h264);
 }
 
-/// Waits until the next picture is due, and reads it. Leaves out those for which it is too late.
+/// Waits until the next picture is due, and reads it.
 AvPictureOwner Capture::ReadPicture()
 {
     if (camera.empty()) {
-        LeaveOut(tolerableDelay);
         ++id;
         time += interval;
         std::this_thread::sleep_until(time);
@@ -217,9 +223,7 @@ void Capture::CountFromCamera(const AVFrame& picture)
         LeaveOut(interval);
         step = Clock::now() - time;
     }
-    // Rounded; a rate that is not known gives a negative number.
-    const AVRational length = av_inv_q(av_buffersink_get_frame_rate(output));
-    id += std::max<std::int64_t>(1, av_rescale_q(step / 1us, microsecond, length));
+    id += std::max<std::int64_t>(1, (step + interval / 2) / interval);  // rounded
     time += step;
     stamp = newStamp;
 }

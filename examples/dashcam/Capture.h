@@ -56,8 +56,8 @@ private:
     Recorder& recorder;
     const std::string camera;
     const std::string file;
-    const std::string name;          ///< of the source, for people
-    const Clock::duration interval;  ///< between two pictures
+    const std::string name;    ///< of the source, for people
+    Clock::duration interval;  ///< between two pictures, as the source gives them
     std::unique_ptr<AVFilterGraph, AvRelease<avfilter_graph_free>> graph;
     AVFilterContext* output = nullptr;  ///< where pictures leave the graph, which owns it
     AvCodecOwner encoder;

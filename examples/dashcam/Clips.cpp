@@ -70,8 +70,9 @@ void Clips::FireSignal(void* /*data*/)
         ++(clip == nullptr ? count.prolonged : written ? count.written : count.lost);
         settled.notify_all();
     }
+    const int lost = std::exchange(refused, 0);
     lock.unlock();
-    if (const int lost = refused.exchange(0); lost != 0) {
+    if (lost != 0) {
         LogLine(LogType::Error, LogModule::Event)
             << lost << " events lost: the disk or the memory does not keep up";
     }

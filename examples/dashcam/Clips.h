@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <list>
 #include <mutex>
@@ -76,11 +75,11 @@ private:
     std::mutex diskMutex;  ///< one clip, with its page, is written at a time
 
     Tolvex::Interfaces::ISemaphore pending{0};  ///< one token for each event
-    std::atomic<int> refused = 0;               ///< events that were lost and are not logged yet
     mutable std::mutex mutex;         ///< guards all below; may be taken while diskMutex is held
     std::condition_variable settled;  ///< an event is finished
     std::list<Work> queue;            ///< events that no thread has taken yet
     Count count;
+    int refused = 0;  ///< events that were lost and are not logged yet
 };
 
 }  // namespace Dashcam

@@ -47,7 +47,7 @@ using AvPictureOwner = std::unique_ptr<AVFrame, AvRelease<av_frame_free>>;
 
 /// Looks at the result of a call of libav.
 /// @param code  The result; negative for an error.
-/// @param what  Was being done, or with what; for people.
+/// @param what  What was being done, or with what; for people.
 /// @throws Tolvex::IException with libav's reason when the code is negative.
 inline void Check(int code, const std::string& what)
 {

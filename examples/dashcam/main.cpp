@@ -236,16 +236,23 @@ bool DriveWith(const Options& options)
     std::signal(SIGPIPE, SIG_IGN);
 
     StartLog(options.folder);
-    // Never destroyed, see Drive. Static, so that leak checkers find it.
-    static Drive& drive = *new Drive(options);
     const auto switchOff = [main = pthread_self()](Timer*) { pthread_kill(main, SIGINT); };
     const Timer ignition(options.seconds * 1000, switchOff, nullptr, timerStackBytes);  // 0: never
+    if (options.seconds != 0 && !ignition.GetErrorText().empty()) {
+        throw Tolvex::IException("--seconds: the timer cannot be created");
+    }
+    // Never destroyed, see Drive. Static, so that leak checkers find it.
+    static Drive& drive = *new Drive(options);
     for (int number = 0; number != SIGTERM && number != SIGINT;) {
         number = sigtimedwait(&signals, nullptr, &betweenUpdates);
-        if (number == SIGUSR1) {
-            drive.PressButton();
+        try {
+            if (number == SIGUSR1) {
+                drive.PressButton();
+            }
+            drive.UpdateDisplay();
+        } catch (const std::exception&) {
+            // Without memory the display keeps its text. The drive goes on to its ignition off.
         }
-        drive.UpdateDisplay();
     }
     return drive.SwitchIgnitionOff();
 }

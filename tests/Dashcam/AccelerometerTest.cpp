@@ -2,15 +2,21 @@
 #include "examples/dashcam/Accelerometer.h"
 
 #include <chrono>
+#include <cstdio>
 #include <fstream>
+#include <map>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
+#include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Tolvex/Interfaces/Stopped.h"
 
+#include "tests/Support/LogFile.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/ScratchDirectory.h"
 
@@ -53,6 +59,11 @@ struct Sensor
     std::fstream writer;
 };
 
+std::size_t KnownSamples(const Accelerometer& accelerometer)
+{
+    return accelerometer.Between(Moment(1ns), Moment::max()).size();
+}
+
 class AccelerometerTest : public ::testing::Test
 {
 protected:
@@ -86,8 +97,7 @@ TEST_F(AccelerometerTest, FileWhoseLastLineLacksItsEndIsReadAgainAndAgain)
 
     accelerometer.Start();
 
-    EXPECT_TRUE(
-        Eventually([&] { return accelerometer.Between(Moment(1ns), Moment::max()).size() >= 5; }));
+    EXPECT_TRUE(Eventually([&] { return KnownSamples(accelerometer) >= 5; }));
     EXPECT_EQ(accelerometer.Skipped(), 0U);
 }
 
@@ -108,6 +118,84 @@ TEST_F(AccelerometerTest, SampleOfAFileComesNotBeforeItsTime)
     EXPECT_FALSE(accelerometer.Between(Moment(1ns), Moment::max()).empty());
 }
 
+TEST_F(AccelerometerTest, FirstProblemIsLoggedAndNoOther)
+{
+    const std::map<std::string, std::string> problems = {
+        {"missing", "No such file or directory"},
+        {"empty", "has no samples"},
+        {"text", "has lines that are no samples"},
+    };
+    Write("empty", "");
+    Write("text", "one\ntwo\n");
+    settings.samplesPerSecond = 100;
+    for (const auto& [name, problem] : problems) {
+        SCOPED_TRACE(name);
+        Tolvex::Support::LogFile log;
+        Stopped<Accelerometer> accelerometer(settings, directory.Path(name));
+        accelerometer.Start();
+        std::vector<std::string> warnings;
+        const auto collect = [&] {
+            for (const std::string& line : log.TakeLines()) {
+                if (line.find("Thread (") == std::string::npos) {
+                    warnings.push_back(line);
+                }
+            }
+            return !warnings.empty();
+        };
+        EXPECT_TRUE(Eventually(collect));
+
+        std::this_thread::sleep_for(1200ms);  // until the file is tried again
+        collect();
+
+        EXPECT_THAT(warnings, ::testing::ElementsAre(
+                                  ::testing::EndsWith(directory.Path(name) + ' ' + problem)));
+    }
+}
+
+TEST_F(AccelerometerTest, FifoThatIsMadeDuringTheDriveIsRead)
+{
+    const std::string path = directory.Path("fifo");
+    Stopped<Accelerometer> accelerometer(settings, path);
+    accelerometer.Start();
+    std::this_thread::sleep_for(200ms);  // one look at least finds nothing
+
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    std::fstream writer(path);
+    writer << "0 0 32\n" << std::flush;
+
+    EXPECT_TRUE(Eventually([&] { return KnownSamples(accelerometer) == 1; }));
+}
+
+TEST_F(AccelerometerTest, FifoThatReplacesAnotherOneIsReadFromItsFirstSample)
+{
+    Sensor sensor(directory, settings);
+    sensor.writer << "0 0 32\n0 0" << std::flush;
+    ASSERT_TRUE(Eventually([&] { return KnownSamples(sensor.accelerometer) == 1; }));
+    ASSERT_EQ(unlink(sensor.path.c_str()), 0);
+    sensor.writer << " 32\n0 0" << std::flush;  // without a name it is read all the same
+    ASSERT_TRUE(Eventually([&] { return KnownSamples(sensor.accelerometer) == 2; }));
+
+    ASSERT_EQ(mkfifo(sensor.path.c_str(), 0600), 0);
+    std::fstream writer(sensor.path);
+    writer << "0 0 32\n" << std::flush;
+
+    EXPECT_TRUE(Eventually([&] { return KnownSamples(sensor.accelerometer) == 3; }));
+    EXPECT_EQ(sensor.accelerometer.Skipped(), 0U);
+}
+
+TEST_F(AccelerometerTest, FileThatReplacesAnEmptyOneIsRead)
+{
+    Write("text", "");
+    Write("new", "0 0 32\n");
+    Stopped<Accelerometer> accelerometer(settings, directory.Path("text"));
+    accelerometer.Start();
+    std::this_thread::sleep_for(200ms);  // one look at least finds no sample
+
+    ASSERT_EQ(std::rename(directory.Path("new").c_str(), directory.Path("text").c_str()), 0);
+
+    EXPECT_TRUE(Eventually([&] { return KnownSamples(accelerometer) > 0; }));
+}
+
 TEST_F(AccelerometerTest, ShockAboveTheThresholdAtTheRangeOfTheSettingsCounts)
 {
     settings.sensorRange = 8;
@@ -116,8 +204,7 @@ TEST_F(AccelerometerTest, ShockAboveTheThresholdAtTheRangeOfTheSettingsCounts)
 
     // 2 g, and gravity. When the second sample is known, the first one has been judged.
     sensor.writer << "32 0 16\n32 0 16\n" << std::flush;
-    ASSERT_TRUE(Eventually(
-        [&] { return sensor.accelerometer.Between(Moment(1ns), Moment::max()).size() == 2; }));
+    ASSERT_TRUE(Eventually([&] { return KnownSamples(sensor.accelerometer) == 2; }));
     EXPECT_EQ(sensor.clips.Counted().events, 0);
     sensor.writer << "48 0 16\n" << std::flush;  // 3 g, and gravity
 

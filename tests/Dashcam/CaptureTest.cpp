@@ -35,6 +35,7 @@ struct Step
 std::vector<Step> script;
 std::size_t position = 0;
 int cameraRate = 0;
+bool rateIsKnown = true;
 const char* encoderName = "";  ///< "": none
 std::atomic<int> encoderSearches = 0;
 std::atomic<bool> failAllocation = false;
@@ -73,6 +74,11 @@ int av_buffersink_get_frame(AVFilterContext* sink, AVFrame* picture)
     const int code = real(sink, picture);
     picture->pts = step.stamp;
     return code;
+}
+
+AVRational av_buffersink_get_frame_rate(const AVFilterContext* /*sink*/)
+{
+    return rateIsKnown ? AVRational{cameraRate, 1} : AVRational{1, 0};
 }
 
 const AVCodec* avcodec_find_encoder(AVCodecID /*id*/)
@@ -133,6 +139,7 @@ protected:
     {
         position = 0;
         cameraRate = 10;
+        rateIsKnown = true;
         encoderName = "libx264";
         scriptEnded = std::promise<void>();
     }
@@ -205,6 +212,38 @@ TEST_F(CaptureTest, PicturesOfAnOutageAreLost)
     ASSERT_EQ(ids.size(), 4U);
     EXPECT_GE(ids[2], 1 + 15);  // a second before the source is opened again, and half a second
     EXPECT_GE(capture.Lost(), 14U);
+}
+
+TEST_F(CaptureTest, PicturesOfAnOutageAreCountedAtTheRateOfTheCamera)
+{
+    cameraRate = 4 * settings.framesPerSecond;
+
+    Play({{0ms, 0}, {0ms, failure}, {500ms, 0}});
+
+    const Numbers ids = recorder.Get();
+    ASSERT_EQ(ids.size(), 2U);
+    EXPECT_GE(ids[1], 60);  // those of a second and a half
+}
+
+TEST_F(CaptureTest, CameraWhoseRateIsNotKnownIsTakenToHaveTheRateOfTheSettings)
+{
+    rateIsKnown = false;
+
+    Play({{0ms, 0}, {100ms, 1}, {300ms, 4}});
+
+    EXPECT_EQ(recorder.Get(), (Numbers{0, 1, 4}));
+}
+
+TEST_F(CaptureTest, PicturesForWhichTheLastPassWasTooLateAreLost)
+{
+    script = {{0ms, 0}, {2500ms, 1}};
+    Tolvex::Interfaces::Stopped<Capture> file(settings, recorder, "", "");  // due at its own pace
+    file.Start();
+    ASSERT_TRUE(Eventually([&] { return file.Frames() == 1; }));
+
+    file.RunIgnitionOff();
+
+    EXPECT_GE(file.Lost(), 14U);  // all but those of the tolerable second
 }
 
 TEST_F(CaptureTest, PicturesOfAnOutageThatDoesNotEndAreLost)

@@ -85,6 +85,20 @@ TEST_F(FolderTest, PageLeavesOutWhatIsNoSideFile)
     EXPECT_LT(page.size(), 100000U);
 }
 
+TEST_F(FolderTest, PageThatCannotBeWrittenIsLogged)
+{
+    std::filesystem::create_directories(directory.Path("index.html/full"));
+    Tolvex::Support::LogFile log;
+    Recorder recorder(settings);
+    const Accelerometer sensor(settings, "");
+    Clips clips(settings, recorder, sensor, folder);
+
+    clips.RunIgnitionOff();
+
+    EXPECT_THAT(log.TakeLines(), ::testing::ElementsAre(::testing::HasSubstr("the page is old: " +
+                                                                             directory.Path(""))));
+}
+
 TEST_F(FolderTest, LeftoversOfOthersStay)
 {
     const char* const ours[] = {"EVENT_FRONT_010120000000.jpg", "EVENT_FRONT_010120000001.mp4.part",
