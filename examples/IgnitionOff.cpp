@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "Tolvex/Interfaces/IgnitionOffSequence.h"
+#include "Tolvex/Log/Logger.h"
 
 using namespace std::chrono_literals;
 using Tolvex::Interfaces::IgnitionOffMode;
@@ -52,6 +53,8 @@ int main()
         sequence.Add("Camera", &camera, 10s);
         sequence.Add("Upload", &upload, 200ms);
         sequence.Add("Storage", &storage, 10s);
+        // The last one: it takes the lines of the others.
+        sequence.Add("Log", Tolvex::Ilog::Logger::GetInstance(), 3s);
         sequence.RunIgnitionOff();
     }
     IgnitionOffSequence next(record.string());

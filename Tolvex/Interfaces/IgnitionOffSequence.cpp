@@ -15,6 +15,7 @@ namespace Tolvex::Interfaces {
 namespace {
 
 using Base::BoundedThread;
+using Base::SignalHandlers;
 using Ilog::LogLine;
 using Ilog::LogType;
 using std::chrono::milliseconds;
@@ -51,7 +52,8 @@ struct IgnitionOffSequence::Participant
 };
 
 IgnitionOffSequence::IgnitionOffSequence(const std::string& recordFile)
-    : logThread(BoundedThread::Create("IGNITION_LOG")), recordPath(recordFile)
+    : logThread(BoundedThread::Create("IGNITION_LOG", SignalHandlers::Blocked)),
+      recordPath(recordFile)
 {
     SetNamespace("Tolvex::Interfaces");
     SetClassName("IgnitionOffSequence");
@@ -68,7 +70,7 @@ IgnitionOffSequence::IgnitionOffSequence(const std::string& recordFile)
     } catch (const IException& problem) {
         SetError(problem, "IgnitionOffSequence", true, true);
     }
-    recordThread = BoundedThread::Create("IGNITION_RECORD");
+    recordThread = BoundedThread::Create("IGNITION_RECORD", SignalHandlers::Blocked);
     if (recordThread == nullptr) {
         SetError("No thread for the record", "IgnitionOffSequence", true, true);
     }
@@ -99,7 +101,7 @@ bool IgnitionOffSequence::Add(const std::string& name, IgnitionOffMode* particip
     if (budget < milliseconds(1) || budget > longestBudget) {
         return refuse("Budget not valid");
     }
-    std::unique_ptr<BoundedThread> thread = BoundedThread::Create(name);
+    std::unique_ptr<BoundedThread> thread = BoundedThread::Create(name, SignalHandlers::Allowed);
     if (thread == nullptr) {
         return refuse("No thread");
     }

@@ -27,20 +27,6 @@ constinit Base::ForkMutex listMutex;
 // may still start and end while the process exits.
 std::vector<const IThread*>* list = nullptr;
 
-/// The threads of the workers on the list do not exist in the child.
-void EmptyInChild()
-{
-    if (list != nullptr) {
-        list->clear();
-    }
-    listMutex.UnlockAfterFork();
-}
-
-std::unique_lock<std::mutex> LockList()
-{
-    return Base::LockForkMutex<listMutex, EmptyInChild>();
-}
-
 /// @return bytes from the top of a living thread's stack to its lowest page that is in memory.
 std::size_t StackUsed(pthread_t thread)
 {
@@ -70,6 +56,8 @@ std::size_t StackUsed(pthread_t thread)
 class WorkerInspector
 {
 public:
+    static std::mutex& MutexOf(const IThread& worker) { return worker.workerThreads->mutex; }
+
     static WorkerState StateOf(const IThread& worker)
     {
         const bool hasHandle = LoadShared(worker.threadHandle) != 0;
@@ -85,13 +73,13 @@ public:
         return LoadShared(worker.paused) ? WorkerState::Paused : WorkerState::Running;
     }
 
-    /// Leaves out a worker that is on the way to its first start.
+    /// Leaves out a worker that is on the way to its first start, and one of another process.
     static void Append(const IThread& worker, std::vector<WorkerHealth>& workers)
     {
         // While the mutex is held no thread of the worker is created, and none ends.
         WorkerThreads& threads = *worker.workerThreads;
         const std::lock_guard<std::mutex> lock(threads.mutex);
-        if (threads.clock == nullptr) {
+        if (threads.clock == nullptr || !threads.AreOfThisProcess()) {
             return;
         }
         const PassClock& clock = *threads.clock;
@@ -106,6 +94,41 @@ public:
                            .stackUsed = thread.has_value() ? StackUsed(*thread) : 0});
     }
 };
+
+namespace {
+
+template <typename Action>
+void ForEachWorker(const Action& action)
+{
+    if (list != nullptr) {
+        std::for_each(list->begin(), list->end(), [&](const IThread* worker) { action(*worker); });
+    }
+}
+
+// A child may start a worker of its parent. So no other thread may be in the list of the worker's
+// threads while the process forks.
+
+void LockBeforeFork()
+{
+    if (listMutex.LockBeforeFork()) {
+        ForEachWorker([](const IThread& worker) { WorkerInspector::MutexOf(worker).lock(); });
+    }
+}
+
+void UnlockAfterFork()
+{
+    if (listMutex.IsHeldForFork()) {
+        ForEachWorker([](const IThread& worker) { WorkerInspector::MutexOf(worker).unlock(); });
+        listMutex.UnlockAfterFork();
+    }
+}
+
+std::unique_lock<std::mutex> LockList()
+{
+    return Base::LockForkMutex<listMutex, LockBeforeFork, UnlockAfterFork>();
+}
+
+}  // namespace
 
 void ListWorker(const IThread& worker)
 {
@@ -130,11 +153,7 @@ std::vector<WorkerHealth> ListWorkers()
 {
     std::vector<WorkerHealth> workers;
     const std::unique_lock<std::mutex> lock = LockList();
-    if (list != nullptr) {
-        for (const IThread* worker : *list) {
-            WorkerInspector::Append(*worker, workers);
-        }
-    }
+    ForEachWorker([&](const IThread& worker) { WorkerInspector::Append(worker, workers); });
     return workers;
 }
 

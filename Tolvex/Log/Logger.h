@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Interfaces/IgnitionOffMode.h"
 #include "Tolvex/Log/LogPolicy.h"
 #include "Tolvex/Log/LogType.h"

@@ -78,7 +78,8 @@ public:
 
     /// Starts the writer and enables the logger. Waits for the end of a Close() on another thread.
     /// @return true, also when it was enabled already; false when the writer thread cannot be
-    /// created. The logger is disabled then.
+    /// created. The logger is disabled then. Also false when the policy calls it from its own
+    /// Close() or SetOutput().
     bool Enable() { return core.Enable(nullptr); }
 
     /// @return whether lines are accepted. While another thread is in Enable() or Close(), true may

@@ -45,9 +45,10 @@ TOLVEX_EXPORT DriveRecord ReadDriveRecord(const std::string& path);
 /// Replaces the record, in one step: after a loss of power there is the old one or the new one.
 ///
 /// Writes the file `path` + ".new" to the medium, renames it, and writes the directory to the
-/// medium. Blocks until all this is done. The calling thread is not cancelled during the call.
+/// medium. Blocks until all this is done, and up to 5 s while another thread or process writes the
+/// same record; then fails. The calling thread is not cancelled during the call.
 /// @param path    Of the record; its directory must exist.
-/// @param record  Died, Stopped or IgnitionOff, and names without line breaks.
+/// @param record  Died, Stopped or IgnitionOff, and names without line breaks: about 64 KiB in all.
 /// @throws Tolvex::IException when it cannot be written ("Failed to write the drive record: ", the
 /// step and the reason), or when the record is not as stated. The old record is left as it was,
 /// except when only the last step fails, the one for the directory.

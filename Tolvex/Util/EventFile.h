@@ -68,7 +68,9 @@ TOLVEX_EXPORT std::string CreateEventFile(const std::string& directory, const st
 /// eventPrefixLength characters.
 ///
 /// Unlike GetEventTimeFromFileName() it reads the seconds, and refuses every other name. If a
-/// change of the clocks repeats the local time, the result is one of its two instants.
+/// change of the clocks repeats the local time, the result is one of its two instants. The year of
+/// a name has two digits and is read as 2000 to 2099: an event that was named while the clock stood
+/// in 1970 reads as one of 2070, or is refused where time_t has 32 bits.
 /// @param name   File name without directories.
 /// @param parts  Receives the parts; untouched when false is returned.
 /// @return false for any other name, for a date that the calendar does not have, and for a time

@@ -2,6 +2,7 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <thread>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -86,6 +87,30 @@ TEST(IThreadForkTest, ChildStartsAWorkerWhoseAbortedThreadWasStillEndingInThePar
     mayEnd = true;
     EXPECT_TRUE(child.Succeeded()) << child.output;
     EXPECT_TRUE(probe.WaitUntilFinished(patience));
+}
+
+TEST(IThreadForkTest, ChildStartsAWorkerThatAnotherThreadWasChangingInTheParent)
+{
+    ProbeThread probe;
+    probe.onRun = [] { Nap(1ms); };
+    probe.Start();
+    std::atomic<bool> over = false;
+    std::thread changer([&] {
+        while (!over) {
+            probe.SetPriority(SCHED_OTHER, 0);
+        }
+    });
+
+    for (int round = 0; round < 50 && !HasFailure(); ++round) {
+        const ChildResult child = RunInChildThatMayHang([&] {
+            probe.Cancel();  // it counts as running, and its thread does not exist here
+            probe.Start();
+            EXPECT_TRUE(probe.IsRunning());
+        });
+        EXPECT_TRUE(child.Succeeded()) << child.output;
+    }
+    over = true;
+    changer.join();
 }
 
 }  // namespace

@@ -636,6 +636,21 @@ TEST(WorkerHealthTest, ForkedChildListsItsOwnWorkersOnly)
     observer.join();
 }
 
+TEST(WorkerHealthTest, WorkerThatRunsInTheParentIsNotListedInAChildThatStartsIt)
+{
+    ProbeThread probe;
+    probe.onRun = [] { Nap(1ms); };
+    probe.Start();
+
+    const auto child = RunInChild([&probe] {
+        alarm(20);
+        probe.Start();  // does nothing: it counts as running
+        EXPECT_TRUE(ListWorkers().empty());
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+}
+
 TEST(WorkerHealthTest, WorkerThatAForkedChildStartsAgainIsListedThere)
 {
     ProbeThread probe;

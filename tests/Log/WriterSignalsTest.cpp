@@ -1,4 +1,4 @@
-// Which signals reach the threads of the writers.
+// Which signals reach the threads that write lines and drive records.
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -16,6 +16,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Tolvex/Interfaces/IgnitionOffSequence.h"
 #include "Tolvex/Log/Logger.h"
 #include "Tolvex/Log/LoggerBase.h"
 
@@ -33,6 +34,7 @@ namespace {
 
 using Tolvex::Ilog::Logger;
 using Tolvex::Ilog::LogType;
+using Tolvex::Interfaces::IgnitionOffSequence;
 using Tolvex::Support::AwaitLines;
 using Tolvex::Support::CapturingLogger;
 using Tolvex::Support::ChildResult;
@@ -111,7 +113,7 @@ unsigned long long ToBeBlocked()
     return signals;
 }
 
-TEST(WriterSignalsTest, WritersOfFileAndConsoleBlockThem)
+TEST(WriterSignalsTest, ThreadsThatWriteLinesAndRecordsBlockThem)
 {
     if (Tolvex::Support::isEmulated && !Tolvex::Support::IsOnBoard()) {
         GTEST_SKIP() << "the kernel knows the signals of the emulator only";
@@ -120,18 +122,20 @@ TEST(WriterSignalsTest, WritersOfFileAndConsoleBlockThem)
     const ChildResult child = RunInChild([&directory] {
         EXPECT_TRUE(Logger::GetInstance()->EnableFile(directory.Path("log")));
         EXPECT_TRUE(Logger::GetInstance()->EnableConsole());
+        const IgnitionOffSequence sequence(directory.Path("drive"));
 
-        int writers = 0;
+        int threads = 0;
         for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-            if (!ReadFile(task.path() / "comm").starts_with("LOG_")) {
+            const std::string name = ReadFile(task.path() / "comm");
+            if (!name.starts_with("LOG_") && !name.starts_with("IGNITION_")) {
                 continue;
             }
-            ++writers;
+            ++threads;
             // While a thread starts, the C library blocks all signals for it.
             EXPECT_TRUE(Eventually([&task] { return BlockedBy(task.path()) == ToBeBlocked(); }))
                 << std::hex << BlockedBy(task.path()) << " instead of " << ToBeBlocked();
         }
-        EXPECT_EQ(writers, 2);
+        EXPECT_EQ(threads, 4);
         return 0;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output;

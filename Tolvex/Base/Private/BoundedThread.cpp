@@ -5,8 +5,6 @@
 #include <unistd.h>
 #include <utility>
 
-#include "Tolvex/Base/Private/PosixThread.h"
-
 namespace Tolvex::Base {
 
 struct BoundedThread::State
@@ -23,12 +21,13 @@ struct BoundedThread::State
     const pid_t process = getpid();
 };
 
-std::unique_ptr<BoundedThread> BoundedThread::Create(const std::string& name)
+std::unique_ptr<BoundedThread> BoundedThread::Create(const std::string& name,
+                                                     SignalHandlers handlers)
 {
     std::unique_ptr<BoundedThread> made(new BoundedThread);
     auto forThread = std::make_unique<std::shared_ptr<State>>(made->state);
     pthread_t handle = 0;
-    if (StartDetachedThread(handle, name.c_str(), Serve, forThread.get()) != 0) {
+    if (StartDetachedThread(handle, name.c_str(), Serve, forThread.get(), handlers) != 0) {
         return nullptr;
     }
     static_cast<void>(forThread.release());  // Serve() deletes it

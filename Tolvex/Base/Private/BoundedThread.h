@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "Tolvex/Base/Private/PosixThread.h"
+
 namespace Tolvex::Base {
 
 /// A thread that makes one call at a time, for a caller who waits for a limited time only.
@@ -29,9 +31,10 @@ public:
         Called      ///< the call is made as soon as the thread is free
     };
 
-    /// @param name  OS name of the thread.
+    /// @param name      OS name of the thread.
+    /// @param handlers  See StartDetachedThread().
     /// @return null if the thread cannot be created.
-    static std::unique_ptr<BoundedThread> Create(const std::string& name);
+    static std::unique_ptr<BoundedThread> Create(const std::string& name, SignalHandlers handlers);
 
     /// Does not wait. A pending call with Late::Called is still made.
     ~BoundedThread();

@@ -48,6 +48,12 @@ private:
 };
 
 template <ForkMutex& mutex>
+void LockBeforeFork()
+{
+    mutex.LockBeforeFork();
+}
+
+template <ForkMutex& mutex>
 void UnlockAfterFork()
 {
     mutex.UnlockAfterFork();
@@ -57,16 +63,16 @@ void UnlockAfterFork()
 ///
 /// If a fork interrupts the registration, the child registers again. Best effort: without memory
 /// for it, a child that is forked while another thread holds the mutex finds it taken.
-/// @tparam inChild  The handler of the child; has to unlock the mutex.
+/// @tparam before  The handler before the fork; has to lock the mutex.
+/// @tparam after   The handler after it, in the parent and in the child; has to unlock the mutex.
 /// @par Thread safety
 /// Thread-safe. Waits for other threads that hold the mutex.
-template <ForkMutex& mutex, void (*inChild)() = UnlockAfterFork<mutex>>
+template <ForkMutex& mutex, void (*before)() = LockBeforeFork<mutex>,
+          void (*after)() = UnlockAfterFork<mutex>>
 std::unique_lock<std::mutex> LockForkMutex()
 {
     static pthread_once_t prepared = PTHREAD_ONCE_INIT;
-    pthread_once(&prepared, [] {
-        pthread_atfork([] { mutex.LockBeforeFork(); }, UnlockAfterFork<mutex>, inChild);
-    });
+    pthread_once(&prepared, [] { pthread_atfork(before, after, after); });
     return std::unique_lock<std::mutex>(mutex);
 }
 

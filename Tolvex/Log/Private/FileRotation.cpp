@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <new>
 #include <optional>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -123,7 +124,7 @@ void FileRotation::SyncIfWanted(const Base::Descriptor& file) const
 
 /// Renames the locked file, and the older ones before it. @return false if that is not possible.
 bool FileRotation::Rotate(const Base::Descriptor& file, unsigned kept) const
-{
+try {
     if (kept == 0) {
         return unlink(path.c_str()) == 0;
     }
@@ -140,6 +141,8 @@ bool FileRotation::Rotate(const Base::Descriptor& file, unsigned kept) const
         }
     }
     return true;
+} catch (const std::bad_alloc&) {
+    return false;  // The names need memory, the line does not.
 }
 
 }  // namespace Tolvex::Ilog

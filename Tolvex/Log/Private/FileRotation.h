@@ -19,9 +19,9 @@ namespace Tolvex::Ilog {
 /// file that it has opened. So no process writes to a file that was renamed, and a file is renamed
 /// once.
 ///
-/// A lock ends with its process. A process that is killed while it renames leaves one number
-/// without a file, and the next one to rename moves the files up to that number only. So no old
-/// file is replaced early.
+/// A lock ends with its process, and with the children that were forked while it was held. A
+/// process that is killed while it renames leaves one number without a file, and the next one to
+/// rename moves the files up to that number only. So no old file is replaced early.
 /// @par Thread safety
 /// Caller serialises.
 class FileRotation

@@ -18,8 +18,8 @@ namespace Tolvex::Ilog {
 
 /// Makes "[2024-05-01 12:00:07][47C][ERROR]". Keeps the text of the time for one second.
 ///
-/// A changed wall clock shows in the next line. So does a new time zone with another offset from
-/// UTC. One with the same offset shows in the next second.
+/// A changed wall clock shows in the next line. So does a new time zone after RefreshTimeZone(), or
+/// with another standard offset from UTC. Any other one shows in the next second.
 /// @par Thread safety
 /// Caller serialises; different objects at the same time.
 class LineHeader
@@ -35,7 +35,7 @@ private:
     std::array<char, 96> text{};  ///< begins with the time in brackets; longer than any header
     std::size_t timeLength = 0;
     std::time_t second = -1;           ///< that the time shows; -1: no time yet
-    long zone = 0;                     ///< offset from UTC that the time shows, in seconds
+    long zone = 0;                     ///< west of UTC, in seconds, without summer time
     std::uint32_t zoneGeneration = 0;  ///< see Base::TimeZoneGeneration()
     Util::TemperatureMonitor* monitor = nullptr;
 };

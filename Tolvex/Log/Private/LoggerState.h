@@ -45,7 +45,7 @@ struct LoggerState : std::enable_shared_from_this<LoggerState>
     bool formatChanged = true;            ///< the format of buffer may not be that of a new line
     LineLock lock;                        ///< who may use buffer, header and policy
     Interfaces::ISemaphore lineReady{0};  ///< a token per complete line, per Writer::Stop()
-                                          ///< and per writer that has ended
+                                          ///< and per writer that has left its loop
     std::string threadName;               ///< of the next writer
     pthread_t writerHandle = 0;           ///< of the writer that was started last
     bool enabled = false;                 ///< shared: lines are accepted
