@@ -64,7 +64,7 @@ class ClipsTest(unittest.TestCase):
             pressed = drive.await_event("button", drive.press_button)
             eventually(lambda: len(clips(folder)) == 2, "a clip of the button")
             drive.ignition_off()
-        check_none_left_behind(drive)
+        check_none_left_behind(drive.said())
         shock, button = [self.check_clip(clip, moment, drive.log())
                          for clip, moment in zip(clips(folder), (shocked, pressed))]
         self.assertEqual(shock["events"][0]["cause"], "acceleration")
@@ -108,7 +108,7 @@ class ClipsTest(unittest.TestCase):
             _, end = drive.await_event("button", drive.press_button)
             eventually(lambda: clips(folder), "a clip")
             drive.ignition_off()
-        check_none_left_behind(drive)
+        check_none_left_behind(drive.said())
         if len(clips(folder)) == 2 and end[1] - begin[1] >= after:
             raise TooSlow("the second event may have come after the end of the clip")
         self.assertEqual(len(clips(folder)), 1)
@@ -126,7 +126,7 @@ class ClipsTest(unittest.TestCase):
             drive.press_button()
             drive.await_log("event: button")
             drive.ignition_off()
-        check_none_left_behind(drive)
+        check_none_left_behind(drive.said())
         check_whole(self, clips(folder)[0])
         self.assertIn("Ignition off took", drive.said())
 
@@ -142,7 +142,7 @@ class ClipsTest(unittest.TestCase):
             drive.shock()
             eventually(lambda: clips(folder), "a clip in spite of them")
             drive.ignition_off()
-        check_none_left_behind(drive)
+        check_none_left_behind(drive.said())
         self.assertEqual(check_whole(self, clips(folder)[0])["events"][0]["cause"], "acceleration")
         summary = json.loads((folder / "drive.json").read_text())
         self.assertGreaterEqual(summary["samplesSkipped"], 12)
@@ -212,7 +212,7 @@ class ClipsTest(unittest.TestCase):
                 drive.press_button()
                 time.sleep(0.3)
             drive.ignition_off()
-        check_none_left_behind(drive)
+        check_none_left_behind(drive.said())
         summary = json.loads((folder / "drive.json").read_text())
         if summary["events"] < presses:
             raise TooSlow("two presses were one event, because nothing took the first one in time")

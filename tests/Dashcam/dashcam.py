@@ -252,9 +252,12 @@ def check_reach(test, clip, data, before, after, handled=0.0):
     test.assertGreaterEqual(seconds_after(data, -1), after)
 
 
-def check_none_left_behind(drive):
-    """All parts ended within their budgets, so the files are complete. IgnitionOffTest holds that."""
-    if left := re.findall(r"^(\w+) hangs", drive.said(), re.MULTILINE):
+def check_none_left_behind(said):
+    """All parts ended within their budgets, so the files are complete. IgnitionOffTest holds that.
+
+    @param said  What the program has printed.
+    """
+    if left := re.findall(r"^(\w+) hangs", said, re.MULTILINE):
         raise TooSlow(f"left behind at ignition off: {left}")
 
 
