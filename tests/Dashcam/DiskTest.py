@@ -43,7 +43,7 @@ class DiskTest(unittest.TestCase):
     def await_clip(self, drive, known):
         """Presses the button and waits for the clip."""
         drive.press_button()
-        return eventually(lambda: set(clips(self.folder)) - known, f"a new clip:\n{drive.log()}")
+        return eventually(lambda: set(clips(self.folder)) - known, lambda: f"a new clip:\n{drive.log()}")
 
     def await_next_frame(self, drive):
         before = frames(drive)

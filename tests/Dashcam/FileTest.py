@@ -52,7 +52,7 @@ class FileTest(unittest.TestCase):
             drive.await_log(f"{width}x120")
             time.sleep(2.5)
             drive.press_button()
-            eventually(lambda: clips(folder), f"a clip:\n{drive.log()}")
+            eventually(lambda: clips(folder), lambda: f"a clip:\n{drive.log()}")
             drive.ignition_off()
         self.assertNotIn("no picture", drive.log())
         data = check_whole(self, clips(folder)[0])
@@ -121,7 +121,7 @@ class FileTest(unittest.TestCase):
             # At once: the seconds before reach back beyond the outage.
             drive.await_event("button", drive.press_button)
             length = time.monotonic() - end
-            eventually(lambda: clips(folder), f"a clip:\n{drive.log()}")
+            eventually(lambda: clips(folder), lambda: f"a clip:\n{drive.log()}")
             drive.ignition_off()
         check_none_left_behind(drive.said())
         if length >= before:

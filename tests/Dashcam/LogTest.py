@@ -46,7 +46,7 @@ class LogTest(unittest.TestCase):
     def drive(self, folder):
         """Drives, and returns the first line of the log."""
         with Drive(folder, settings={"surprise": 1}) as drive:  # its first line is always the same
-            drive.await_log("unknown setting")
+            drive.await_log("160x120")
             drive.ignition_off()
         self.assertIn("All triggers have been stopped", drive.log().splitlines()[-1])
         return drive.log().splitlines(keepends=True)[0]

@@ -27,11 +27,14 @@ small = {"width": 160, "height": 120, "framesPerSecond": 15, "keyInterval": 5,
 
 
 def eventually(condition, what):
-    """Waits until a condition holds, and returns its value."""
+    """Waits until a condition holds, and returns its value.
+
+    @param what  What is awaited: a text, or a function that makes it when it never came.
+    """
     deadline = time.monotonic() + patience
     while not (value := condition()):
         if time.monotonic() > deadline:
-            raise AssertionError(f"never: {what}")
+            raise AssertionError(f"never: {what if isinstance(what, str) else what()}")
         time.sleep(0.02)
     return value
 
@@ -90,7 +93,8 @@ class Drive:
         return path.read_text(errors="replace") if path.exists() else ""
 
     def await_log(self, text, times=1):
-        eventually(lambda: self.log().count(text) >= times, f"{times} x {text!r} in:\n{self.log()}")
+        eventually(lambda: self.log().count(text) >= times,
+                   lambda: f"{times} x {text!r} in:\n{self.log()[-4000:]}")
 
     def await_pictures(self):
         """Waits until the ring holds the seconds before an event."""
@@ -297,5 +301,5 @@ def main():
     """Runs all tests. The last lines tell what failed, because a log may be cut off before them."""
     result = unittest.main(verbosity=2, exit=False).result
     for test, traceback in result.failures + result.errors:
-        print(f"failed: {test}: {summary_of(traceback)}", file=sys.stderr)
+        print(f"failed: {test.id().split('.', 1)[1]}: {summary_of(traceback)}", file=sys.stderr)
     sys.exit(not result.wasSuccessful())
