@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
 """A small disk that fills, is emptied, goes away and comes back; and the limits of the folder."""
 import os
-import pathlib
 import subprocess
 import sys
 import time

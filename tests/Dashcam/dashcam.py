@@ -82,7 +82,8 @@ class Drive:
         self.output.close()
         shutil.rmtree(self.work)
         if re.search("(ERROR|WARNING): [A-Z][A-Za-z]+Sanitizer|runtime error:", self.final):
-            raise AssertionError(self.final)
+            findings = re.findall("^SUMMARY: .*", self.final, re.MULTILINE)
+            raise AssertionError("\n".join([*findings, self.final]))
 
     def said(self):
         """What the program has printed."""
