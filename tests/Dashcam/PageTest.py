@@ -102,7 +102,7 @@ class PageTest(unittest.TestCase):
         other = clips(self.folder)[1].with_suffix(".json")
         other.write_text('{"broken')
         with Drive(self.folder) as drive:
-            drive.await_pictures()
+            drive.await_pictures(drives=2)
             drive.press_button()
             eventually(lambda: len(list(self.folder.glob("EVENT_*.mp4"))) == 3, "a third clip")
             drive.ignition_off()

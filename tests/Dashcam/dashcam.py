@@ -97,9 +97,12 @@ class Drive:
         eventually(lambda: self.log().count(text) >= times,
                    lambda: f"{times} x {text!r} in:\n{self.log()[-4000:]}")
 
-    def await_pictures(self):
-        """Waits until the ring holds the seconds before an event."""
-        self.await_log("160x120")
+    def await_pictures(self, drives=1):
+        """Waits until the ring holds the seconds before an event.
+
+        @param drives  How many drives have written to this log, with this one.
+        """
+        self.await_log("160x120", drives)
         time.sleep(small["secondsBefore"] + 1.5)
 
     def samples(self, *rows):
