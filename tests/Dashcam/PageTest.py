@@ -1,26 +1,38 @@
 #!/usr/bin/env python3
 """The page of two events in a real browser."""
 import re
+import time
 import unittest
 
 from browser import Browser, available
-from dashcam import Drive, clips, decode, eventually, main, scratch, side
+from dashcam import (Drive, TooSlow, check_none_left_behind, clips, decode, eventually, main,
+                     repeated_when_too_slow, scratch, side, small)
 
 
 @unittest.skipUnless(available, "needs chromium and chromium-driver")
 class PageTest(unittest.TestCase):
+    @repeated_when_too_slow
     def setUp(self):
         self.folder = scratch(self)
         with Drive(self.folder) as drive:
             drive.await_pictures()
-            drive.shock()
-            drive.sample(-127, 0, 32)  # the shock grows after its event
+            begin = time.monotonic()
+            drive.shock((-127, 0, 32), ("no", "more", "samples"))  # the shock grows after its event
+            drive.await_log("no samples")
+            shock_length = time.monotonic() - begin
             eventually(lambda: len(clips(self.folder)) == 1, "a clip of the shock")
-            drive.press_button()
-            drive.sample(0, 0, 32)  # at rest: so that this clip has a chart too
+            begin = time.monotonic()
+            drive.samples((0, 0, 32))  # at rest: so that this clip has a chart too
+            drive.await_event("button", drive.press_button)
+            drive.samples((0, 0, 32))
+            button_length = time.monotonic() - begin
             eventually(lambda: len(clips(self.folder)) == 2, "a clip of the button")
             drive.ignition_off()
         self.page = self.folder / "index.html"
+        check_none_left_behind(drive.said())
+        for clip, length, count in zip(clips(self.folder), (shock_length, button_length), (2, 1)):
+            if len(side(clip)["acceleration"]) < count and length > small["secondsAfter"]:
+                raise TooSlow("the clip may have ended before its last samples were read")
 
     def test_page_shows_both_videos_stills_charts_and_tables_without_an_error(self):
         newest_first = clips(self.folder)[::-1]
@@ -90,7 +102,7 @@ class PageTest(unittest.TestCase):
         other = clips(self.folder)[1].with_suffix(".json")
         other.write_text('{"broken')
         with Drive(self.folder) as drive:
-            drive.await_pictures()
+            drive.await_pictures(drives=2)
             drive.press_button()
             eventually(lambda: len(list(self.folder.glob("EVENT_*.mp4"))) == 3, "a third clip")
             drive.ignition_off()

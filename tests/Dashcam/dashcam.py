@@ -2,6 +2,7 @@
 
 Every test is called with the path of tolvex-dashcam.
 """
+import contextlib
 import functools
 import json
 import os
@@ -17,6 +18,8 @@ import unittest
 
 program = sys.argv.pop(1)
 patience = 60  # seconds; bounds a hang and asserts no speed
+late_pictures = 2  # seconds; Recorder::AwaitEnd() waits so long for them
+spare_second = 1  # the ring of the recorder is longer by so much, for late events
 small = {"width": 160, "height": 120, "framesPerSecond": 15, "keyInterval": 5,
          "kilobitsPerSecond": 200, "secondsBefore": 1, "secondsAfter": 1, "longestClip": 10,
          "threshold": 0.6, "sensorRange": 4, "samplesPerSecond": 50, "latitude": 46.9,
@@ -24,13 +27,28 @@ small = {"width": 160, "height": 120, "framesPerSecond": 15, "keyInterval": 5,
 
 
 def eventually(condition, what):
-    """Waits until a condition holds, and returns its value."""
+    """Waits until a condition holds, and returns its value.
+
+    @param what  What is awaited: a text, or a function that makes it when it never came.
+    """
     deadline = time.monotonic() + patience
     while not (value := condition()):
         if time.monotonic() > deadline:
-            raise AssertionError(f"never: {what}")
+            raise AssertionError(f"never: {what if isinstance(what, str) else what()}")
         time.sleep(0.02)
     return value
+
+
+def boot_clock():
+    return time.clock_gettime(time.CLOCK_BOOTTIME)
+
+
+def clocks():
+    """The clock that people read, and that of the boot, at one moment."""
+    while True:
+        boot, wall = boot_clock(), time.time()
+        if boot_clock() - boot < 0.005:
+            return wall, boot
 
 
 class Drive:
@@ -64,7 +82,8 @@ class Drive:
         self.output.close()
         shutil.rmtree(self.work)
         if re.search("(ERROR|WARNING): [A-Z][A-Za-z]+Sanitizer|runtime error:", self.final):
-            raise AssertionError(self.final)
+            findings = re.findall("^SUMMARY: .*", self.final, re.MULTILINE)
+            raise AssertionError("\n".join([*findings, self.final]))
 
     def said(self):
         """What the program has printed."""
@@ -75,21 +94,39 @@ class Drive:
         return path.read_text(errors="replace") if path.exists() else ""
 
     def await_log(self, text, times=1):
-        eventually(lambda: self.log().count(text) >= times, f"{times} x {text!r} in:\n{self.log()}")
+        eventually(lambda: self.log().count(text) >= times,
+                   lambda: f"{times} x {text!r} in:\n{self.log()[-4000:]}")
 
-    def await_pictures(self):
-        """Waits until the ring holds the seconds before an event."""
-        self.await_log("160x120")
+    def await_pictures(self, drives=1):
+        """Waits until the ring holds the seconds before an event.
+
+        @param drives  How many drives have written to this log, with this one.
+        """
+        self.await_log("160x120", drives)
         time.sleep(small["secondsBefore"] + 1.5)
 
-    def sample(self, x, y, z):
-        os.write(self.writer, f"{x} {y} {z}\n".encode())
+    def samples(self, *rows):
+        """One write, so that the program reads all of them at once."""
+        os.write(self.writer, "".join(f"{x} {y} {z}\n" for x, y, z in rows).encode())
 
-    def shock(self):
-        self.sample(-64, 0, 32)
+    def shock(self, *rest):
+        """A shock, and samples that follow it at once."""
+        self.samples((-64, 0, 32), *rest)
 
     def press_button(self):
         self.process.send_signal(signal.SIGUSR1)
+
+    def await_event(self, cause, happen):
+        """Makes an event happen, and waits until the log tells of it.
+
+        Returns the clocks before and after that.
+        """
+        text = f"event: {cause}"
+        known = self.log().count(text)
+        before = clocks()
+        happen()
+        self.await_log(text, known + 1)
+        return before, clocks()
 
     def ignition_off(self):
         self.process.send_signal(signal.SIGTERM)
@@ -120,7 +157,11 @@ def place_where_it_is(hour):
 
 def clips(folder):
     """The finished clips, the oldest first."""
-    return sorted(pathlib.Path(folder).glob("*.mp4"), key=lambda path: path.stat().st_mtime_ns)
+    found = []
+    for path in pathlib.Path(folder).glob("*.mp4"):
+        with contextlib.suppress(FileNotFoundError):  # the drive removes clips to make room
+            found.append((path.stat().st_mtime_ns, path))
+    return [path for _, path in sorted(found)]
 
 
 def side(clip):
@@ -187,7 +228,7 @@ def seconds_after(data, number):
 
 
 class TooSlow(AssertionError):
-    """The machine was too slow for some pictures, and the side file says so."""
+    """The machine was too slow for the test, and a measurement or the program says so."""
 
 
 def check_no_gap(test, frames):
@@ -198,6 +239,36 @@ def check_no_gap(test, frames):
         raise TooSlow(frames["gaps"])
 
 
+def check_reach(test, clip, data, before, after, handled=0.0):
+    """A clip has every picture, the seconds before its first event and those after its last one.
+
+    @param handled  The seconds in which the program has begun the clip.
+    """
+    check_no_gap(test, data["frames"])
+    if data["events"][0]["second"] < before:
+        if data["frames"]["first"] == 0:
+            raise TooSlow("the first picture came too late for the seconds before the event")
+        if handled > spare_second:
+            raise TooSlow(f"the event was handled after {handled} s, and the ring went on")
+    if seconds_after(data, -1) < after:
+        wall, boot = clocks()
+        written = clip.with_suffix(".jpg").stat().st_mtime - wall + boot
+        since = written - data["bootSeconds"] - data["events"][-1]["second"] + data["events"][0]["second"]
+        if since > after + late_pictures:
+            raise TooSlow(f"no picture came for so long that the clip ended {since} s after its event")
+    test.assertGreaterEqual(data["events"][0]["second"], before)
+    test.assertGreaterEqual(seconds_after(data, -1), after)
+
+
+def check_none_left_behind(said):
+    """All parts ended within their budgets, so the files are complete. IgnitionOffTest holds that.
+
+    @param said  What the program has printed.
+    """
+    if left := re.findall(r"^(\w+) hangs", said, re.MULTILINE):
+        raise TooSlow(f"left behind at ignition off: {left}")
+
+
 def repeated_when_too_slow(method):
     """Tries again: pictures that a busy machine had no time for are no fault of the program."""
     @functools.wraps(method)
@@ -205,9 +276,10 @@ def repeated_when_too_slow(method):
         for last in (False, False, True):
             try:
                 return method(test, *arguments, **named)
-            except TooSlow:
+            except TooSlow as reason:
+                print(f"too slow: {reason}", file=sys.stderr, flush=True)
                 if last and "DASHCAM_SANITIZED" in os.environ:
-                    test.skipTest("the sanitizer is too slow for every picture")
+                    test.skipTest(f"the sanitizer is too slow: {reason}")
                 if last:
                     raise
     return repeated
@@ -220,5 +292,18 @@ def scratch(test):
     return pathlib.Path(directory.name)
 
 
+def summary_of(traceback):
+    """One line: what was raised, and by which lines of the tests."""
+    lines = traceback.splitlines()
+    places = [number for number, line in enumerate(lines) if line.startswith("  File ")]
+    raised = [line for line in lines[places[-1]:] if line and not line.startswith(" ")] if places else lines
+    where = re.findall(r'File ".*/Dashcam/(\w+\.py)", line (\d+)', traceback)
+    return f"{raised[0][:300]} ({', '.join(':'.join(place) for place in where)})"
+
+
 def main():
-    unittest.main(verbosity=2)
+    """Runs all tests. The last lines tell what failed, because a log may be cut off before them."""
+    result = unittest.main(verbosity=2, exit=False).result
+    for test, traceback in result.failures + result.errors:
+        print(f"failed: {test.id().split('.', 1)[1]}: {summary_of(traceback)}", file=sys.stderr)
+    sys.exit(not result.wasSuccessful())
