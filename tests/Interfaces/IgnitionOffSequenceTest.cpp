@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -27,6 +28,7 @@
 
 #include "Tolvex/Log/Logger.h"
 
+#include "tests/Support/CancellableStack.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/CountingNew.h"
 #include "tests/Support/Gate.h"
@@ -172,6 +174,32 @@ TEST(IgnitionOffSequenceTest, ParticipantsAreCalledWithoutMemory)
     }
     EXPECT_EQ(calls, 1);
     EXPECT_EQ(sequence.GetOverrun().size(), 1U);
+}
+
+TEST(IgnitionOffSequenceTest, RecordThatLacksMemoryKeepsSayingDied)
+{
+    const ScratchDirectory directory;
+    const std::string record = directory.Path("drive");
+    Part part([] {});
+    DriveEnd end = DriveEnd::Died;
+    for (std::size_t allocations = 0; end == DriveEnd::Died; ++allocations) {
+        ASSERT_LT(allocations, 1000U);
+        {
+            IgnitionOffSequence sequence(record);
+            ASSERT_TRUE(sequence.Add("a participant whose name needs memory", &part, 30s));
+            const Support::AllocationBudget budget(allocations);
+            sequence.RunIgnitionOff();
+        }
+        end = Util::ReadDriveRecord(record).end;
+    }
+    EXPECT_EQ(end, DriveEnd::IgnitionOff);
+
+    auto sequence = std::make_unique<IgnitionOffSequence>(record);
+    {
+        const Support::AllocationBudget none(0);
+        sequence.reset();
+    }
+    EXPECT_EQ(Util::ReadDriveRecord(record).end, DriveEnd::Died);
 }
 
 // ------------------------------------------------------------------------------------- the order
@@ -437,6 +465,31 @@ TEST(IgnitionOffSequenceTest, ExceptionOfAParticipantIsLoggedAndTheNextIsCalled)
                 testing::Contains(testing::HasSubstr("Ignition off: bad failed: no disk")));
 }
 
+TEST(IgnitionOffSequenceTest, CancellationWaitsUntilTheSequenceHasEnded)
+{
+    const ScratchDirectory directory;
+    std::atomic<int> calls = 0;
+    Part part([&calls] {
+        std::this_thread::sleep_for(20ms);
+        ++calls;
+    });
+    IgnitionOffSequence sequence(directory.Path("drive"));
+    ASSERT_TRUE(sequence.Add("first", &part, 30s));
+    ASSERT_TRUE(sequence.Add("second", &part, 30s));
+    bool returned = false;
+
+    std::thread([&sequence, &returned] {
+        const Support::CancellableStack stack;
+        pthread_cancel(pthread_self());
+        sequence.RunIgnitionOff();
+        returned = true;
+    }).join();
+
+    EXPECT_TRUE(returned);
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(Util::ReadDriveRecord(directory.Path("drive")).end, DriveEnd::IgnitionOff);
+}
+
 // ------------------------------------------------------------------------------------- no thread
 
 TEST(IgnitionOffSequenceTest, ParticipantWithoutAThreadIsNotAdded)
@@ -455,6 +508,24 @@ TEST(IgnitionOffSequenceTest, ParticipantWithoutAThreadIsNotAdded)
     failCreations = false;
 
     EXPECT_EQ(calls, 1);
+}
+
+TEST(IgnitionOffSequenceTest, WithoutAThreadForTheLogItSaysSoAndLogsNoLateParticipant)
+{
+    LogFile log;
+    Hanging hanging;
+    failCreations = true;
+    IgnitionOffSequence sequence;
+    failCreations = false;
+    EXPECT_EQ(sequence.GetErrorText(),
+              "[Namespace: Tolvex::Interfaces][Class: IgnitionOffSequence]"
+              "[Method: IgnitionOffSequence]No thread for the log");
+    ASSERT_TRUE(sequence.Add("Upload", &hanging.part, 1000ms));
+
+    sequence.RunIgnitionOff();
+
+    EXPECT_EQ(sequence.GetOverrun(), std::vector<std::string>{"Upload"});
+    EXPECT_THAT(log.TakeLines(), testing::IsEmpty());
 }
 
 TEST(IgnitionOffSequenceTest, WithoutThreadsForLogAndRecordItSaysSoAndRuns)
@@ -557,6 +628,23 @@ TEST(IgnitionOffSequenceTest, DiskThatHangsDoesNotKeepTheSequence)
     EXPECT_TRUE(Eventually([&directory] {
         return Util::ReadDriveRecord(directory.Path("drive")).end == DriveEnd::IgnitionOff;
     }));
+}
+
+TEST(IgnitionOffSequenceTest, DiskThatHangsDoesNotKeepTheDestructor)
+{
+    const ScratchDirectory directory;
+    const std::string record = directory.Path("drive");
+    auto sequence = std::make_unique<IgnitionOffSequence>(record);
+    hangFlushes = true;
+    const auto begin = steady_clock::now();
+
+    sequence.reset();
+
+    EXPECT_LT(steady_clock::now() - begin, 10s);  // no hang; the limit itself is 2 s
+    EXPECT_EQ(Util::ReadDriveRecord(record).end, DriveEnd::Died);
+    hangFlushes = false;
+    EXPECT_TRUE(
+        Eventually([&record] { return Util::ReadDriveRecord(record).end == DriveEnd::Stopped; }));
 }
 
 TEST(IgnitionOffSequenceTest, ForkedChildThatDestroysItLeavesTheRecordAlone)

@@ -516,7 +516,20 @@ TEST(WorkerHealthTest, StackShowsWhatWasEverUsed)
 
 // ------------------------------------------------------------------------- priority and processors
 
-TEST(WorkerHealthTest, PriorityAndProcessorsHoldFromTheNextStart)
+/// The first of these processors.
+cpu_set_t OneOf(const cpu_set_t& cpus)
+{
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    for (std::size_t cpu = 0; CPU_COUNT(&one) == 0; ++cpu) {
+        if (CPU_ISSET(cpu, &cpus)) {
+            CPU_SET(cpu, &one);
+        }
+    }
+    return one;
+}
+
+TEST(WorkerHealthTest, PriorityAndProcessorsHoldForTheNextAndLaterStarts)
 {
     ProbeThread probe;
     std::atomic<int> policy = -1;
@@ -534,23 +547,18 @@ TEST(WorkerHealthTest, PriorityAndProcessorsHoldFromTheNextStart)
     EXPECT_EQ(policy, SCHED_OTHER);
     EXPECT_EQ(processors, CPU_COUNT(&allowed));
 
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    for (std::size_t cpu = 0; CPU_COUNT(&one) == 0; ++cpu) {
-        if (CPU_ISSET(cpu, &allowed)) {
-            CPU_SET(cpu, &one);
-        }
-    }
     LogFile log;
     probe.SetPriority(SCHED_BATCH, 0);
-    probe.SetCpuAffinity(one);
-    probe.Stop();
-    processors = -1;
-    probe.Start();
-    ASSERT_TRUE(Eventually([&] { return processors != -1; }));
+    probe.SetCpuAffinity(OneOf(allowed));
+    for (int start = 0; start < 3; ++start) {
+        probe.Stop();
+        processors = -1;
+        probe.Start();
+        ASSERT_TRUE(Eventually([&] { return processors != -1; }));
 
-    EXPECT_EQ(policy, SCHED_BATCH);
-    EXPECT_EQ(processors, 1);
+        EXPECT_EQ(policy, SCHED_BATCH) << start;
+        EXPECT_EQ(processors, 1) << start;
+    }
     for (const std::string& line : log.TakeLines()) {
         EXPECT_THAT(line, testing::Not(testing::HasSubstr("without")));
     }
@@ -577,6 +585,33 @@ TEST(WorkerHealthTest, RefusedWishesAreLoggedAndTheWorkerRunsWithout)
     EXPECT_THAT(lines, testing::Contains(testing::HasSubstr(
                            "Thread (wishful) runs without its CPU affinity: Invalid argument")));
     EXPECT_EQ(HealthOf(probe).state, WorkerState::Running);
+}
+
+TEST(WorkerHealthTest, AfterARefusalTheSchedulingIsThatOfTheStartingThread)
+{
+    std::thread([] {
+        const sched_param none{};
+        ASSERT_EQ(pthread_setschedparam(pthread_self(), SCHED_BATCH, &none), 0);
+        cpu_set_t allowed;
+        ASSERT_EQ(sched_getaffinity(0, sizeof allowed, &allowed), 0);
+        const cpu_set_t one = OneOf(allowed);
+        ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+
+        ProbeThread probe;
+        std::atomic<bool> inPass = false;
+        probe.onRun = [&] {
+            EXPECT_EQ(sched_getscheduler(0), SCHED_BATCH);
+            cpu_set_t own;
+            EXPECT_EQ(sched_getaffinity(0, sizeof own, &own), 0);
+            EXPECT_TRUE(CPU_EQUAL(&own, &one));
+            inPass = true;
+            Nap(1ms);
+        };
+        probe.SetPriority(SCHED_FIFO, 1000);
+        probe.SetCpuAffinity(cpu_set_t{});
+        probe.Start();
+        EXPECT_TRUE(Eventually([&] { return inPass.load(); }));
+    }).join();
 }
 
 TEST(WorkerHealthTest, PriorityThatTheProcessMayNotHaveIsLogged)

@@ -24,9 +24,26 @@
 
 #include "tests/Support/BlackBox.h"
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/OwnProcess.h"
+#include "tests/Support/RealFunction.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/SmallFileSystem.h"
 #include "tests/Support/ThreadsInForks.h"
+
+namespace {
+
+std::atomic<bool> failDirectorySyncs = false;  // fsync() fails
+std::atomic<int> directorySyncs = 0;           // while there was no file "saved.new"
+
+}  // namespace
+
+extern "C" int fsync(int descriptor)
+{
+    static auto* const real = Tolvex::Support::RealFunction<int(int)>("fsync");
+    const auto directory = Tolvex::Support::PathOf(descriptor);
+    directorySyncs += std::filesystem::exists(directory / "saved.new") ? 0 : 1;
+    return failDirectorySyncs ? Tolvex::Support::FailWith(EIO) : real(descriptor);
+}
 
 namespace {
 
@@ -150,6 +167,24 @@ TEST(BlackBoxSaveTest, FullAndReadOnlyFileSystemsKeepTheEarlierFile)
         EXPECT_EQ(Save(path), EROFS);
         EXPECT_EQ(ReadFile(path), early);
     });
+}
+
+TEST(BlackBoxSaveTest, DirectoryIsSyncedAfterTheRenameAndItsFailureLeavesTheNewFile)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("saved");
+    const OpenBlackBox box(2);
+    ASSERT_EQ(Save(path), 0);
+    LogLine(LogType::Info) << "text";
+    directorySyncs = 0;
+
+    failDirectorySyncs = true;
+    EXPECT_EQ(Save(path), EIO);
+    failDirectorySyncs = false;
+
+    EXPECT_EQ(directorySyncs, 1);
+    EXPECT_THAT(SplitLines(ReadFile(path)), ElementsAre(EndsWith("text")));
+    EXPECT_THAT(FilesIn(directory.Path("")), SizeIs(1));
 }
 
 TEST(BlackBoxSaveTest, ProcessThatIsKilledAtAnyMomentLeavesAWholeFile)

@@ -1,5 +1,6 @@
 // The black box of the log where threads, forked children and open lines meet.
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdlib>
 #include <map>
@@ -21,6 +22,7 @@
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Gate.h"
 #include "tests/Support/Pace.h"
+#include "tests/Support/Patience.h"
 #include "tests/Support/ProcessLog.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/SleepingThread.h"
@@ -37,6 +39,7 @@ using Tolvex::Ilog::LogType;
 using Tolvex::Support::CancellableStack;
 using Tolvex::Support::Gate;
 using Tolvex::Support::LastLines;
+using Tolvex::Support::longestLogWait;
 using Tolvex::Support::OpenBlackBox;
 using Tolvex::Support::ReadFile;
 using Tolvex::Support::RunInChild;
@@ -227,6 +230,75 @@ TEST(BlackBoxThreadsTest, WatchdogSavesWhileAnotherThreadHangsInALine)
 
     EXPECT_THAT(SplitLines(ReadFile(directory.Path("saved"))), SizeIs(1));
     EXPECT_THAT(LastLines(), ElementsAre("before", "hanging", "waiting"));
+}
+
+/// Leaves a line open on a thread of its own.
+class OpenLine
+{
+public:
+    OpenLine() { EXPECT_TRUE(begun.Pass()); }
+    ~OpenLine() { End(); }
+
+    OpenLine(const OpenLine&) = delete;
+    OpenLine& operator=(const OpenLine&) = delete;
+
+    /// Ends the line.
+    void End()
+    {
+        if (thread.joinable()) {
+            leave.Open();
+            thread.join();
+        }
+    }
+
+private:
+    Gate begun;
+    Gate leave;
+    std::thread thread = std::thread([this] {
+        logger.WriteHeader(LogType::Info);
+        logger << "open";
+        begun.Open();
+        EXPECT_TRUE(leave.Pass());
+        logger << " and ended" << std::endl;
+    });
+};
+
+TEST(BlackBoxThreadsTest, LineThatStaysOpenKeepsTheBoxAsItIs)
+{
+    const OpenBlackBox box(2);
+    for (const char* const text : {"one", "two", "three"}) {
+        WriteLine(text);
+    }
+    OpenLine line;
+    for (const std::size_t lines : {std::size_t{1}, std::size_t{3}}) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_FALSE(logger.EnableBlackBox(lines));
+        EXPECT_GE(std::chrono::steady_clock::now() - start, longestLogWait);
+        EXPECT_TRUE(logger.IsBlackBoxEnabled());
+        EXPECT_THAT(LastLines(), ElementsAre("two", "three"));
+    }
+
+    line.End();
+    EXPECT_THAT(LastLines(), ElementsAre("three", "open and ended"));
+    WriteLine("next");
+    EXPECT_THAT(LastLines(), ElementsAre("open and ended", "next"));
+}
+
+TEST(BlackBoxThreadsTest, ClosingDropsTheLineThatAnotherThreadHasOpen)
+{
+    const OpenBlackBox box(5);
+    WriteLine("before");
+    OpenLine line;
+
+    logger.CloseBlackBox();
+
+    EXPECT_FALSE(logger.IsBlackBoxEnabled());
+    EXPECT_THAT(LastLines(), IsEmpty());
+    EXPECT_TRUE(logger.EnableBlackBox(5));
+    WriteLine("next");
+    line.End();
+    WriteLine("last");
+    EXPECT_THAT(LastLines(), ElementsAre("next", "last"));
 }
 
 TEST(BlackBoxThreadsTest, ClosingLetsWaitingThreadsContinueWithoutALine)

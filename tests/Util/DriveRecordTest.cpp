@@ -1,14 +1,17 @@
 #include "Tolvex/Util/DriveRecord.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <new>
+#include <pthread.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -17,10 +20,31 @@
 
 #include "Tolvex/Exception/IException.h"
 
+#include "tests/Support/CancellableStack.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/CountingNew.h"
+#include "tests/Support/OwnProcess.h"
+#include "tests/Support/RealFunction.h"
 #include "tests/Support/ScratchDirectory.h"
 #include "tests/Support/SmallFileSystem.h"
+
+namespace {
+
+bool failDirectorySyncs = false;             // fsync() fails
+std::vector<std::string> syncedDirectories;  // "path: the files that it held then"
+
+}  // namespace
+
+extern "C" int fsync(int descriptor)
+{
+    static auto* const real = Tolvex::Support::RealFunction<int(int)>("fsync");
+    const std::filesystem::path directory = Tolvex::Support::PathOf(descriptor);
+    std::string& line = syncedDirectories.emplace_back(directory.string() + ":");
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        line += " " + entry.path().filename().string();
+    }
+    return failDirectorySyncs ? Tolvex::Support::FailWith(EIO) : real(descriptor);
+}
 
 namespace Tolvex::Util {
 namespace {
@@ -113,6 +137,17 @@ TEST(DriveRecordTest, WhatIsNoRecordIsUnreadable)
     EXPECT_EQ(EndIn("/dev/zero"), DriveEnd::Unreadable);
 }
 
+TEST(DriveRecordTest, RecordThatCannotBeOpenedIsUnreadable)
+{
+    const ScratchDirectory directory;
+    const std::string loop = directory.Path("loop");
+    std::filesystem::create_symlink(loop, loop);
+    EXPECT_EQ(EndIn(loop), DriveEnd::Unreadable);
+    std::ofstream(directory.Path("file")) << "text";
+    EXPECT_EQ(EndIn(directory.Path("file/drive")), DriveEnd::Unreadable);
+    EXPECT_EQ(EndIn(directory.Path(std::string(300, 'x'))), DriveEnd::Unreadable);
+}
+
 TEST(DriveRecordTest, RecordIsNotUnreadableForLackOfMemory)
 {
     const ScratchDirectory directory;
@@ -152,6 +187,48 @@ TEST(DriveRecordTest, RemovedDirectoryIsAnError)
     const ScratchDirectory directory;
     EXPECT_EQ(Write(directory.Path("gone/drive"), {DriveEnd::Died, {}}),
               "Failed to write the drive record: open: No such file or directory");
+}
+
+TEST(DriveRecordTest, DirectoryIsSyncedOnceAfterTheRename)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("drive");
+    syncedDirectories.clear();
+
+    EXPECT_EQ(Write(path, {DriveEnd::Died, {}}), "");
+
+    const std::string resolved = std::filesystem::canonical(directory.Path(""));
+    EXPECT_THAT(syncedDirectories, testing::ElementsAre(resolved + ": drive"));
+}
+
+TEST(DriveRecordTest, FailureOfTheDirectoryOnlyIsToldAndLeavesTheNewRecord)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("drive");
+    ASSERT_EQ(Write(path, {DriveEnd::Died, {}}), "");
+
+    failDirectorySyncs = true;
+    EXPECT_EQ(Write(path, {DriveEnd::Stopped, {}}),
+              "Failed to write the drive record: directory: Input/output error");
+    failDirectorySyncs = false;
+
+    EXPECT_EQ(EndIn(path), DriveEnd::Stopped);
+    EXPECT_FALSE(std::filesystem::exists(path + ".new"));
+}
+
+TEST(DriveRecordTest, CancellationWaitsUntilTheRecordIsWritten)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("drive");
+    std::string problem = "cancelled";
+    std::thread([&] {
+        const Support::CancellableStack stack;
+        pthread_cancel(pthread_self());
+        problem = Write(path, {DriveEnd::Stopped, {}});
+    }).join();
+
+    EXPECT_EQ(problem, "");
+    EXPECT_EQ(EndIn(path), DriveEnd::Stopped);
 }
 
 TEST(DriveRecordTest, FullAndReadOnlyFileSystemsKeepTheOldRecord)

@@ -5,7 +5,10 @@
 #include <fstream>
 #include <map>
 #include <new>
+#include <pthread.h>
 #include <string>
+#include <sys/stat.h>
+#include <sys/types.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -18,6 +21,7 @@
 #include "Tolvex/Util/UtilEventName.h"
 #include "Tolvex/Util/UtilTime.h"
 
+#include "tests/Support/CancellableStack.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/CountingNew.h"
 #include "tests/Support/ScratchDirectory.h"
@@ -75,6 +79,37 @@ TEST(EventFileTest, FileIsEmptyAndWhatStandsThereIsLeftAsItIs)
     EXPECT_EQ(ReadFile(first), "a film");
     EXPECT_TRUE(std::filesystem::is_regular_file(second));
     EXPECT_EQ(std::filesystem::file_size(second), 0U);
+}
+
+TEST(EventFileTest, UmaskLimitsTheAccessRightsOfTheFile)
+{
+    const ScratchDirectory directory;
+    const auto result = Support::RunInChild([&] {
+        for (const mode_t mask : {0U, 022U, 0137U, 0777U}) {
+            umask(mask);
+            struct stat status = {};
+            EXPECT_EQ(stat(Create(directory.Path("")).c_str(), &status), 0);
+            EXPECT_EQ(status.st_mode & 07777U, 0666U & ~mask);
+        }
+        return 0;
+    });
+
+    EXPECT_TRUE(result.Succeeded()) << result.output;
+}
+
+TEST(EventFileTest, CancellationWaitsUntilTheFileIsCreated)
+{
+    const ScratchDirectory directory;
+    const std::string root = directory.Path("");
+    std::string path = "cancelled";
+    std::thread([&] {
+        const Support::CancellableStack stack;
+        pthread_cancel(pthread_self());
+        path = Create(root);
+    }).join();
+
+    EXPECT_EQ(path, root + BuildEventFileName(prefix, eventTime, "mp4"));
+    EXPECT_TRUE(std::filesystem::exists(path));
 }
 
 TEST(EventFileTest, LinksAndDirectoriesOfTheNameCountAsTaken)

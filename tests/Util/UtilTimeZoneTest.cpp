@@ -115,6 +115,28 @@ TEST(UtilTimeZoneTest, ZoneThatDoesNotExistIsUtc)
     });
 }
 
+TEST(UtilTimeZoneTest, OnlyANewNameInTheEnvironmentIsAChangeAndNoNewContentOfTheFile)
+{
+    if (!std::filesystem::exists(zones + "Asia/Kolkata")) {
+        GTEST_SKIP() << "needs the files of tzdata";
+    }
+    const ScratchDirectory directory;
+    const std::string file = directory.Path("zone");
+    const std::string other = directory.Path("other");
+    std::filesystem::copy_file(zones + "Asia/Kolkata", file);
+    InTimeZone((":" + file).c_str(), [&] {
+        RefreshTimeZone();
+        EXPECT_EQ(DateISO(moment), "2021-03-04 10:36:07");
+        std::filesystem::copy_file(zones + "Europe/Berlin", other);
+        std::filesystem::rename(other, file);
+        RefreshTimeZone();
+        EXPECT_EQ(DateISO(moment), "2021-03-04 10:36:07");
+        SetZone((":" + directory.Path("./zone")).c_str());
+        RefreshTimeZone();
+        EXPECT_EQ(DateISO(moment), "2021-03-04 06:06:07");
+    });
+}
+
 /// Seconds since the epoch that the line's stamp tells when it is read as UTC.
 time_t StampOf(const std::string& line)
 {
