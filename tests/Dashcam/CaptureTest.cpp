@@ -33,7 +33,7 @@ struct Step
 
 // Set by a test while no capture runs.
 std::vector<Step> script;
-std::size_t position = 0;
+std::atomic<std::size_t> position = 0;
 int cameraRate = 0;
 bool rateIsKnown = true;
 const char* encoderName = "";  ///< "": none
@@ -239,7 +239,7 @@ TEST_F(CaptureTest, PicturesForWhichTheLastPassWasTooLateAreLost)
     script = {{0ms, 0}, {2500ms, 1}};
     Tolvex::Interfaces::Stopped<Capture> file(settings, recorder, "", "");  // due at its own pace
     file.Start();
-    ASSERT_TRUE(Eventually([&] { return file.Frames() == 1; }));
+    ASSERT_TRUE(Eventually([] { return position == script.size(); }));  // in the last pass
 
     file.RunIgnitionOff();
 
