@@ -105,8 +105,8 @@ void ForEachWorker(const Action& action)
     }
 }
 
-// A child may start a worker of its parent. So no other thread may be in the list of the worker's
-// threads while the process forks.
+// A child may start a worker that was started in its parent. So no other thread may hold the mutex
+// of the worker's threads while the process forks.
 
 void LockBeforeFork()
 {
@@ -115,17 +115,23 @@ void LockBeforeFork()
     }
 }
 
+template <bool inChild>
 void UnlockAfterFork()
 {
-    if (listMutex.IsHeldForFork()) {
-        ForEachWorker([](const IThread& worker) { WorkerInspector::MutexOf(worker).unlock(); });
-        listMutex.UnlockAfterFork();
+    if (!listMutex.IsHeldForFork()) {
+        return;
     }
+    ForEachWorker([](const IThread& worker) { WorkerInspector::MutexOf(worker).unlock(); });
+    if (inChild && list != nullptr) {
+        list->clear();  // A worker on the stack of a thread that does not exist will be overwritten.
+    }
+    listMutex.UnlockAfterFork();
 }
 
 std::unique_lock<std::mutex> LockList()
 {
-    return Base::LockForkMutex<listMutex, LockBeforeFork, UnlockAfterFork>();
+    return Base::LockForkMutex<listMutex, LockBeforeFork, UnlockAfterFork<false>,
+                               UnlockAfterFork<true>>();
 }
 
 }  // namespace

@@ -128,11 +128,11 @@ void Accelerometer::ReadBytes()
         ThreadSleep(1000ms, 50ms);
     }
     struct stat now = {};
-    if (count <= 0 && stat(path.c_str(), &now) == 0 &&
+    if (count <= 0 && descriptor >= 0 && stat(path.c_str(), &now) == 0 &&
         (now.st_ino != status.st_ino || now.st_dev != status.st_dev)) {
         close(descriptor);
         descriptor = -1;
-        buffer.clear();
+        buffer.erase(buffer.rfind('\n') + 1);  // The last line may lack its end.
     }
 }
 

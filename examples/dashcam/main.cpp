@@ -251,7 +251,7 @@ bool DriveWith(const Options& options)
             }
             drive.UpdateDisplay();
         } catch (const std::exception&) {
-            // Without memory the display keeps its text. The drive goes on to its ignition off.
+            // Without memory an event or a look at the display is lost, but not the ignition off.
         }
     }
     return drive.SwitchIgnitionOff();

@@ -200,7 +200,7 @@ class ClipsTest(unittest.TestCase):
         check_no_gap(self, data["frames"])
         for second, moment in zip(shown[:-1], moments):  # no gap tells how late the last one is
             self.assertLessEqual(second, moment + 1.0 + 2 / rate)  # later ones are left out
-        self.assertGreater(shown[-1], shown[0], "the time goes on")
+        self.assertGreater(shown[-1], shown[0], "the time advances")
 
     @repeated_when_too_slow
     def test_many_events_make_several_clips_of_limited_length(self):

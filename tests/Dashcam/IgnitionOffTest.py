@@ -28,7 +28,7 @@ class Machine(threading.Thread):
 
     A step is a sleep of 50 ms, 20 ms of work, and a byte on the medium. An idle machine takes less
     than 0.1 s for it. The processor of another program may be away without delaying a step, so the
-    time that was stolen from each processor counts as well.
+    time that was stolen from each processor during a step counts as well.
     """
     tolerable = 0.3  # seconds for a step; a slower machine can keep a participant from its budget
 
@@ -36,28 +36,30 @@ class Machine(threading.Thread):
         super().__init__()
         self.ended = threading.Event()
         self.longest = 0.0  # seconds
+        self.stolen = 0.0  # seconds, the most in one step
 
     def run(self):
         with tempfile.TemporaryFile() as file:
-            begin = time.monotonic()
+            begin, stolen_before = time.monotonic(), stolen()
             while not self.ended.wait(0.05):
                 work = time.thread_time()
                 while time.thread_time() < work + 0.02:
                     pass
                 os.write(file.fileno(), b"0")
                 os.fdatasync(file.fileno())
-                now = time.monotonic()
-                self.longest, begin = max(self.longest, now - begin), now
+                now, stolen_now = time.monotonic(), stolen()
+                self.longest = max(self.longest, now - begin)
+                self.stolen = max(self.stolen, *(
+                    after - before for before, after in zip(stolen_before, stolen_now)))
+                begin, stolen_before = now, stolen_now
 
     def __enter__(self):
-        self.stolen_before = stolen()
         self.start()
         return self
 
     def __exit__(self, *_):
         self.ended.set()
         self.join()
-        self.stolen = max(after - before for before, after in zip(self.stolen_before, stolen()))
 
     def check(self, good, what):
         """Fails unless something is good; with TooSlow if a slow machine may be the cause."""

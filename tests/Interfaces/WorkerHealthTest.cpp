@@ -1,6 +1,7 @@
 #include "Tolvex/Interfaces/WorkerHealth.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -669,6 +670,32 @@ TEST(WorkerHealthTest, ForkedChildListsItsOwnWorkersOnly)
     }
     over = true;
     observer.join();
+}
+
+TEST(WorkerHealthTest, ChildForgetsAWorkerOnTheStackOfAThreadThatItDoesNotHave)
+{
+    Gate over;
+    std::thread owner([&over] {
+        ProbeThread probe;
+        probe.onRun = [] { Nap(1ms); };
+        probe.Start();
+        EXPECT_TRUE(over.Pass());
+    });
+    ASSERT_TRUE(Eventually([] { return ListWorkers().size() == 1; }));
+
+    const auto child = RunInChild([] {
+        alarm(20);
+        std::thread([] {  // on the stack of the owner, which the C library uses again
+            std::array<volatile unsigned char, 200000> bytes;
+            std::fill(bytes.begin(), bytes.end(), static_cast<unsigned char>(0xAB));
+        }).join();
+        EXPECT_TRUE(ListWorkers().empty());
+        EXPECT_TRUE(RunInChild([] { return 0; }).Succeeded());
+        return 0;
+    });
+    over.Open();
+    owner.join();
+    EXPECT_TRUE(child.Succeeded()) << child.output;
 }
 
 TEST(WorkerHealthTest, WorkerThatRunsInTheParentIsNotListedInAChildThatStartsIt)

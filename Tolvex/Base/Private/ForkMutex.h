@@ -63,16 +63,17 @@ void UnlockAfterFork()
 ///
 /// If a fork interrupts the registration, the child registers again. Best effort: without memory
 /// for it, a child that is forked while another thread holds the mutex finds it taken.
-/// @tparam before  The handler before the fork; has to lock the mutex.
-/// @tparam after   The handler after it, in the parent and in the child; has to unlock the mutex.
+/// @tparam before    The handler before the fork; has to lock the mutex.
+/// @tparam inParent  The handler of the parent after it; has to unlock the mutex.
+/// @tparam inChild   As inParent, for the child.
 /// @par Thread safety
 /// Thread-safe. Waits for other threads that hold the mutex.
 template <ForkMutex& mutex, void (*before)() = LockBeforeFork<mutex>,
-          void (*after)() = UnlockAfterFork<mutex>>
+          void (*inParent)() = UnlockAfterFork<mutex>, void (*inChild)() = inParent>
 std::unique_lock<std::mutex> LockForkMutex()
 {
     static pthread_once_t prepared = PTHREAD_ONCE_INIT;
-    pthread_once(&prepared, [] { pthread_atfork(before, after, after); });
+    pthread_once(&prepared, [] { pthread_atfork(before, inParent, inChild); });
     return std::unique_lock<std::mutex>(mutex);
 }
 

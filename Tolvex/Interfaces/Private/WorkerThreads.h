@@ -87,8 +87,8 @@ public:
     /// @return false once a newer thread was created. Takes no lock.
     bool IsNewest(RunNumber run) const { return run == noRun || run == Base::LoadShared(newest); }
 
-    /// @return false in a child that was forked after the last start: it has none of the threads,
-    /// and a thread that it does not have may hold its copy of the mutex. Takes no lock.
+    /// @return false in a child that was forked after the last start: it has none of the threads.
+    /// Takes no lock.
     bool AreOfThisProcess() const;
 
     enum class Others
