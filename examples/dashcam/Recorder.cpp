@@ -3,13 +3,19 @@
 #include <algorithm>
 
 namespace Dashcam {
+namespace {
 
-// One more second is for late events.
-Recorder::Recorder(const Settings& wishes)
-    : IPipelineElement((wishes.secondsBefore + 1) * wishes.framesPerSecond + wishes.keyInterval),
-      settings(wishes)
+/// A whole number of key intervals, so that key frames have the same slots on every lap. There is
+/// one more second for late events.
+int RingSize(const Settings& settings)
 {
+    const int wanted = (settings.secondsBefore + 1) * settings.framesPerSecond;
+    return (wanted / settings.keyInterval + 2) * settings.keyInterval;
 }
+
+}  // namespace
+
+Recorder::Recorder(const Settings& wishes) : IPipelineElement(RingSize(wishes)), settings(wishes) {}
 
 bool Recorder::Process(const std::shared_ptr<Tolvex::Pipeline::IPipelineCbElement>& element)
 {
@@ -17,6 +23,11 @@ bool Recorder::Process(const std::shared_ptr<Tolvex::Pipeline::IPipelineCbElemen
     const std::shared_ptr<Frame> frame = std::static_pointer_cast<Frame>(element);
     if (closed) {
         return false;
+    }
+    // Key frames must have slots that are multiples of the key interval. After the source was
+    // reopened, empty slots fill the gap.
+    while (frame->IsKey() && (GetRingPos() + 1) % settings.keyInterval != 0) {
+        AddNext(nullptr);
     }
     AddNext(frame);
     ++framesTaken;
@@ -83,15 +94,20 @@ int Recorder::Fill() const
 void Recorder::CollectFromRing(Clip& clip) const
 {
     const Moment begin = clip.events.front().time - std::chrono::seconds(settings.secondsBefore);
-    // Not SeekBackKeyframe(): after the source was reopened, key frames are in other slots.
-    for (int step = 1; step <= GetRingSize(); ++step) {
-        const auto slot = static_cast<unsigned int>(GetRingPos() + step);
-        const auto frame = std::static_pointer_cast<Frame>(GetElementAt(slot));
-        const bool isKey = frame != nullptr && frame->IsKey();  // a slot may be empty
-        if (isKey && frame->Time() <= begin) {
-            clip.frames.clear();
-        }
-        if (isKey || !clip.frames.empty()) {
+    const auto at = [this](int slot) {
+        return std::static_pointer_cast<Frame>(GetElementAt(static_cast<unsigned int>(slot)));
+    };
+    int slot = 0;
+    int back = 0;
+    std::shared_ptr<Frame> key;
+    do {
+        slot = SeekBackKeyframe(back, settings.keyInterval);
+        key = at(slot);
+        back += settings.keyInterval;
+    } while (back + settings.keyInterval <= GetRingSize() && key != nullptr && key->Time() > begin);
+    const int newest = GetRingPos() >= slot ? GetRingPos() : GetRingPos() + GetRingSize();
+    for (; slot <= newest; ++slot) {
+        if (const std::shared_ptr<Frame> frame = at(slot); frame != nullptr) {
             clip.frames.push_back(frame);
         }
     }
