@@ -688,7 +688,8 @@ TEST(WorkerHealthTest, ChildForgetsAWorkerOnTheStackOfAThreadThatItDoesNotHave)
         std::thread([] {  // on the stack of the owner, which the C library uses again
             std::array<volatile unsigned char, 200000> bytes;
             std::fill(bytes.begin(), bytes.end(), static_cast<unsigned char>(0xAB));
-        }).join();
+        })
+            .join();
         EXPECT_TRUE(ListWorkers().empty());
         EXPECT_TRUE(RunInChild([] { return 0; }).Succeeded());
         return 0;
