@@ -123,7 +123,8 @@ void UnlockAfterFork()
     }
     ForEachWorker([](const IThread& worker) { WorkerInspector::MutexOf(worker).unlock(); });
     if (inChild && list != nullptr) {
-        list->clear();  // A worker on the stack of a thread that does not exist will be overwritten.
+        // A worker may be on the stack of a thread that does not exist here: it is overwritten.
+        list->clear();
     }
     listMutex.UnlockAfterFork();
 }

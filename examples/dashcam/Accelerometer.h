@@ -16,7 +16,8 @@ namespace Dashcam {
 /// are written, or from a file at the pace of the settings, again and again.
 /// @par Errors
 /// A file that cannot be read is tried again every second. If the path names another file or FIFO
-/// when the old one has been read to its end, the other one is read. Only the first problem of a drive is logged; bad lines are counted.
+/// when the old one has been read to its end, the other one is read. Only the first problem of a
+/// drive is logged; bad lines are counted.
 /// @par Thread safety
 /// Controlling thread. Between() and Skipped() may be called on any thread.
 class Accelerometer : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
