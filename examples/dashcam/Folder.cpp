@@ -151,7 +151,7 @@ std::string Folder::Read(const std::string& fileName) const
 {
     constexpr std::uintmax_t mostBytes = 16000000;  // those of the longest clip and fastest sensor
     const std::uintmax_t bytes = SizeOf(Path(fileName).c_str());
-    std::string content(bytes <= mostBytes ? bytes : 0, '\0');
+    std::string content(bytes <= mostBytes ? static_cast<std::size_t>(bytes) : 0, '\0');
     if (!content.empty()) {  // it is no FIFO, where reading would wait for a writer
         std::ifstream(Path(fileName)).read(content.data(), static_cast<std::streamsize>(bytes));
     }
