@@ -86,8 +86,8 @@ public:
     /// Stops logging to standard output; see LoggerBase::Close(), also for how long it waits.
     void CloseConsole();
 
-    /// Stops keeping lines, and releases those that were kept. Waits up to 2.1 s for a line that is
-    /// being composed.
+    /// Stops keeping lines, and releases those that were kept. Drops a line that is open. Waits up
+    /// to 2.1 s for a thread that is changing the line, for instance in a manipulator.
     void CloseBlackBox();
 
     /// Chooses when the lines of the file log reach the medium; see FileLogPolicy::SetDurability().
