@@ -588,6 +588,30 @@ TEST(WorkerHealthTest, RefusedWishesAreLoggedAndTheWorkerRunsWithout)
     EXPECT_EQ(HealthOf(probe).state, WorkerState::Running);
 }
 
+TEST(WorkerHealthTest, WishesMayComeFromOtherThreadsWhileTheWorkerStartsAndStops)
+{
+    ProbeThread probe;
+    probe.onRun = [] { Nap(1ms); };
+    cpu_set_t allowed;
+    ASSERT_EQ(sched_getaffinity(0, sizeof allowed, &allowed), 0);
+    std::atomic<bool> over = false;
+    std::thread other([&] {
+        while (!over) {
+            probe.SetPriority(SCHED_BATCH, 0);
+            probe.SetCpuAffinity(OneOf(allowed));
+        }
+    });
+    for (int start = 0; start < 5; ++start) {
+        probe.Start();
+        probe.SetPriority(SCHED_OTHER, 0);
+        probe.SetCpuAffinity(allowed);
+        EXPECT_EQ(HealthOf(probe).state, WorkerState::Running);
+        probe.Stop();
+    }
+    over = true;
+    other.join();
+}
+
 TEST(WorkerHealthTest, AfterARefusalTheSchedulingIsThatOfTheStartingThread)
 {
     std::thread([] {

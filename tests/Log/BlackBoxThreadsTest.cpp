@@ -301,6 +301,36 @@ TEST(BlackBoxThreadsTest, ClosingDropsTheLineThatAnotherThreadHasOpen)
     EXPECT_THAT(LastLines(), ElementsAre("next", "last"));
 }
 
+Gate inManipulator;
+Gate leaveManipulator;
+
+std::ostream& Hang(std::ostream& stream)
+{
+    inManipulator.Open();
+    EXPECT_TRUE(leaveManipulator.Pass());
+    return stream;
+}
+
+TEST(BlackBoxThreadsTest, ClosingWaitsForAManipulatorThatHangsAndThenDropsItsLine)
+{
+    const OpenBlackBox box(5);
+    std::thread composer([] {
+        logger.WriteHeader(LogType::Info);
+        logger << Hang << std::endl;
+    });
+    EXPECT_TRUE(inManipulator.Pass());
+    const auto start = std::chrono::steady_clock::now();
+
+    logger.CloseBlackBox();
+
+    EXPECT_GE(std::chrono::steady_clock::now() - start, longestLogWait);
+    EXPECT_FALSE(logger.IsBlackBoxEnabled());
+    leaveManipulator.Open();
+    composer.join();
+    EXPECT_TRUE(logger.EnableBlackBox(5));
+    EXPECT_THAT(LastLines(), IsEmpty());
+}
+
 TEST(BlackBoxThreadsTest, ClosingLetsWaitingThreadsContinueWithoutALine)
 {
     const OpenBlackBox box(5);
