@@ -33,10 +33,11 @@ bool ReadSample(const std::string& line, int range, Sample& sample)
 
 }  // namespace
 
-Accelerometer::Accelerometer(const Settings& wishes, const std::string& file)
-    : settings(wishes),
+Accelerometer::Accelerometer(const Settings& configured, const std::string& file)
+    : settings(configured),
       path(file),
-      samples((wishes.longestClip + wishes.secondsBefore + 10) * wishes.samplesPerSecond)
+      samples((configured.longestClip + configured.secondsBefore + 10) *
+              configured.samplesPerSecond)
 {
     SetThreadName("Accelerometer");
 }

@@ -23,12 +23,12 @@ namespace Dashcam {
 class Accelerometer : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
 {
 public:
-    /// @param wishes  Must outlive the worker.
+    /// @param configured  Must outlive the worker.
     /// @param file    Its path, or that of a FIFO.
-    Accelerometer(const Settings& wishes, const std::string& file);
+    Accelerometer(const Settings& configured, const std::string& file);
     ~Accelerometer() override { close(descriptor); }
 
-    /// Reads no more samples.
+    /// Stops the worker.
     void RunIgnitionOff() override { Stop(); }
 
     /// @return the samples of a time, the oldest first, as far as they are still known.

@@ -64,14 +64,14 @@ std::string Upright(const std::string& file)
 
 }  // namespace
 
-Capture::Capture(const Settings& wishes, Recorder& sink, const std::string& device,
+Capture::Capture(const Settings& configured, Recorder& sink, const std::string& device,
                  const std::string& path)
-    : settings(wishes),
+    : settings(configured),
       recorder(sink),
       camera(device),
       file(path),
       name((device + path).empty() ? "test picture" : device + path),
-      interval(Clock::duration(1s) / wishes.framesPerSecond)
+      interval(Clock::duration(1s) / configured.framesPerSecond)
 {
     SetThreadName("Capture");
     av_log_set_level(AV_LOG_QUIET);  // libav would write to the terminal; we log its reasons
@@ -89,23 +89,43 @@ void Capture::Run()
         recorder.Process(Encode(*ReadPicture()));
         ++frames;
         if (fresh) {
-            LogLine(LogType::Info, LogModule::Event)
-                << name << ": " << width << 'x' << settings.height;
-            complaint.clear();
             fresh = false;
+            complaint.clear();
+            LogSource();
         }
     } catch (const std::exception& problem) {
-        if (complaint != problem.what()) {
-            complaint = problem.what();
-            LogLine(LogType::Error, LogModule::Event) << "no picture: " << complaint;
-        }
         fresh = true;
+        LogProblem(problem.what());
         ThreadSleep(1s, 50ms);
     }
     if (fresh || camera.empty()) {  // the next picture of a camera tells what was lost before it
         LeaveOut(fresh ? 0s : tolerableDelay);  // at the end: the last pass counts its delay too
     }
     lost = static_cast<std::uint64_t>(id + 1) - frames;
+}
+
+/// Logs what the source gives.
+void Capture::LogSource() const
+{
+    LogLine(LogType::Info, LogModule::Event) << name << ": " << width << 'x' << settings.height;
+    const auto rate = Clock::duration(1s) / interval;
+    if (rate > settings.framesPerSecond + settings.framesPerSecond / 10) {
+        LogLine(LogType::Warning, LogModule::CONFIG)
+            << name << " gives " << rate << " frames a second instead of "
+            << settings.framesPerSecond
+            << ": the ring is too small for the seconds before an event";
+    }
+}
+
+/// Logs why there is no picture, unless the last complaint was the same.
+void Capture::LogProblem(const char* problem)
+try {
+    if (complaint != problem) {
+        LogLine(LogType::Error, LogModule::Event) << "no picture: " << problem;
+        complaint = problem;
+    }
+} catch (const std::exception&) {
+    // Without memory the complaint is lost, but not the pictures that may follow.
 }
 
 /// The graph of filters that makes the pictures.
@@ -147,7 +167,7 @@ void Capture::OpenSource()
     output = avfilter_graph_get_filter(graph.get(), "buffersink@out");
     width = av_buffersink_get_w(output);
     const AVRational rate = av_buffersink_get_frame_rate(output);
-    if (rate.num > 0 && rate.den > 0) {  // known; a camera may not give the rate of the wishes
+    if (rate.num > 0 && rate.den > 0) {  // known; a camera may ignore the settings
         interval = Clock::duration(1s) * rate.den / rate.num;
     }
 }

@@ -14,25 +14,25 @@ namespace Dashcam {
 /// hands them to the recorder: one in each pass.
 ///
 /// The pictures come from a camera, a video file in a loop, or a test picture that moves and shows
-/// the time. libav's filters read and draw them. A camera gives the pace itself. Files and the test
-/// picture have the frame rate of the settings; when a pass is more than a second late, pictures
-/// are left out, and counted as lost.
+/// the time. libav's filters read and draw them. A camera gives the pace itself; the log names one
+/// that is faster than the settings. Files and the test picture have the frame rate of the
+/// settings; when a pass is more than a second late, pictures are left out, and counted as lost.
 /// @par Errors
-/// A source that fails is opened again every second. The log has libav's reason; if it stays the
-/// same, only once until pictures come again.
+/// A source that fails is opened again every second. libav's reason is logged; the same
+/// reason is logged again only after a picture has come.
 /// @par Thread safety
 /// Controlling thread. The counters may be read on any thread.
 class Capture : public Tolvex::Interfaces::IThread, public Tolvex::Interfaces::IgnitionOffMode
 {
 public:
-    /// @param wishes  Must outlive the worker.
+    /// @param configured  Must outlive the worker.
     /// @param sink    Receives the frames; must outlive the worker.
     /// @param device  Of the camera, such as "/dev/video0"; empty for none.
     /// @param path    Of a video file; empty for none. Without both: the test picture.
-    Capture(const Settings& wishes, Recorder& sink, const std::string& device,
+    Capture(const Settings& configured, Recorder& sink, const std::string& device,
             const std::string& path);
 
-    /// Takes no more pictures.
+    /// Stops the worker.
     void RunIgnitionOff() override { Stop(); }
 
     /// @return frames that the recorder has received.
@@ -44,6 +44,8 @@ protected:
     void Run() override;
 
 private:
+    void LogSource() const;
+    void LogProblem(const char* problem);
     std::string DescribeSource() const;
     void OpenSource();
     void OpenEncoder();

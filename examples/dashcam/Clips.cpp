@@ -9,8 +9,9 @@ namespace Dashcam {
 
 constexpr int mostUnfinished = 8;  ///< events; a disk that hangs must not fill the memory
 
-Clips::Clips(const Settings& wishes, Recorder& source, const Accelerometer& sensor, Folder& target)
-    : settings(wishes), recorder(source), accelerometer(sensor), folder(target)
+Clips::Clips(const Settings& configured, Recorder& source, const Accelerometer& sensor,
+             Folder& target)
+    : settings(configured), recorder(source), accelerometer(sensor), folder(target)
 {
     signalName = "Clips";
 }

@@ -36,8 +36,9 @@ public:
         int Unfinished() const { return events - written - prolonged - lost; }
     };
 
-    /// @param wishes, source, sensor, target  Not owned; must exist as long as the process.
-    Clips(const Settings& wishes, Recorder& source, const Accelerometer& sensor, Folder& target);
+    /// @param configured, source, sensor, target  Not owned; must exist as long as the process.
+    Clips(const Settings& configured, Recorder& source, const Accelerometer& sensor,
+          Folder& target);
 
     /// Begins a clip for an event of this moment, or prolongs the open one. Does not wait for the
     /// disk.
@@ -74,7 +75,7 @@ private:
     Folder& folder;
     std::mutex diskMutex;  ///< one clip, with its page, is written at a time
 
-    Tolvex::Interfaces::ISemaphore pending{0};  ///< one token for each event
+    Tolvex::Interfaces::ISemaphore pending{0};  ///< what the listener waits for, see Raise()
     mutable std::mutex mutex;         ///< guards all below; may be taken while diskMutex is held
     std::condition_variable settled;  ///< an event is finished
     std::list<Work> queue;            ///< events that no thread has taken yet

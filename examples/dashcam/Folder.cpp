@@ -60,8 +60,8 @@ dev_t DeviceOf(const std::string& path)
 
 }  // namespace
 
-Folder::Folder(const std::string& where, const Settings& wishes)
-    : path(where), settings(wishes), isMountPoint(DeviceOf(path) != DeviceOf(path + "/.."))
+Folder::Folder(const std::string& where, const Settings& configured)
+    : path(where), settings(configured), isMountPoint(DeviceOf(path) != DeviceOf(path + "/.."))
 {
 }
 

@@ -24,12 +24,12 @@ namespace Dashcam {
 class Folder
 {
 public:
-    /// Time, number in its second, and name without extension of an event. Older ones are less.
+    /// Time, number in its second, and name without extension of an event. Sorts from the oldest event.
     using StoredEvent = std::tuple<std::time_t, std::uint32_t, std::string>;
 
     /// @param where   Its path. While it does not exist, nothing can be written.
-    /// @param wishes  Must outlive the object.
-    Folder(const std::string& where, const Settings& wishes);
+    /// @param configured  Must outlive the object.
+    Folder(const std::string& where, const Settings& configured);
 
     /// Removes what an earlier drive has left unfinished.
     void ClearLeftovers();

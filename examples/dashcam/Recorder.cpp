@@ -15,7 +15,10 @@ int RingSize(const Settings& settings)
 
 }  // namespace
 
-Recorder::Recorder(const Settings& wishes) : IPipelineElement(RingSize(wishes)), settings(wishes) {}
+Recorder::Recorder(const Settings& configured)
+    : IPipelineElement(RingSize(configured)), settings(configured)
+{
+}
 
 bool Recorder::Process(const std::shared_ptr<Tolvex::Pipeline::IPipelineCbElement>& element)
 {

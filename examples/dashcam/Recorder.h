@@ -9,12 +9,12 @@ namespace Dashcam {
 
 /// Keeps the last seconds in its ring, and collects the frames of the clip that is open.
 /// @par Thread safety
-/// Thread-safe, but for what it inherits without overriding it.
+/// Thread-safe, except for inherited functions that it does not override.
 class Recorder : public Tolvex::Pipeline::IPipelineElement
 {
 public:
-    /// @param wishes  Must outlive the recorder.
-    explicit Recorder(const Settings& wishes);
+    /// @param configured  Must outlive the recorder.
+    explicit Recorder(const Settings& configured);
 
     /// Does nothing: the ring is ready. @return true.
     bool Open() override { return true; }

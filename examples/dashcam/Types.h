@@ -102,8 +102,8 @@ private:
     const std::shared_ptr<const AVCodecParameters> parameters;
 };
 
-/// The acceleration of one moment: forward, to the left and up, in g. A car that stands has 0,
-/// 0, 1.
+/// The acceleration of one moment: forward, to the left and up, in g. A car at rest
+/// gives 0, 0, 1.
 struct Sample
 {
     Moment time;

@@ -14,7 +14,7 @@ public:
     /// @param clips  Must outlive the worker.
     explicit Watch(Folder& clips) : folder(clips) { SetThreadName("Watch"); }
 
-    /// Looks no more.
+    /// Stops the worker.
     void RunIgnitionOff() override { Stop(); }
 
 protected:

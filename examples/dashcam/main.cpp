@@ -50,7 +50,7 @@ public:
     /// Shows how the drive is going, to be called a few times a second: a line that updates itself
     /// on a terminal, now and then a plain line anywhere else.
     void UpdateDisplay();
-    /// Ends all, in order and in time, and tells the user what there is.
+    /// Runs the ignition-off sequence, then prints what the drive has left.
     /// @return false when no picture was ever taken.
     bool SwitchIgnitionOff();
 

@@ -234,6 +234,24 @@ TEST_F(CaptureTest, CameraWhoseRateIsNotKnownIsTakenToHaveTheRateOfTheSettings)
     EXPECT_EQ(recorder.Get(), (Numbers{0, 1, 4}));
 }
 
+TEST_F(CaptureTest, CameraThatIsFasterThanTheSettingsIsNamed)
+{
+    cameraRate = 2 * settings.framesPerSecond;
+
+    Play({{0ms, 0}, {50ms, 1}, {0ms, failure}});
+
+    EXPECT_EQ(CountInLog("camera gives 20 frames a second instead of 10"), 1);
+}
+
+TEST_F(CaptureTest, CameraThatIsLittleFasterThanTheSettingsIsNotNamed)
+{
+    cameraRate = 11;
+
+    Play({{0ms, 0}});
+
+    EXPECT_EQ(CountInLog("frames a second"), 0);
+}
+
 TEST_F(CaptureTest, PicturesForWhichTheLastPassWasTooLateAreLost)
 {
     script = {{0ms, 0}, {2500ms, 1}};

@@ -89,6 +89,14 @@ class LogTest(unittest.TestCase):
         until_written = rest[:rest.index(newest.name)]
         self.assertNotIn("event: ", until_written)
 
+    def test_key_of_the_example_is_named_and_a_key_of_your_own_is_not(self):
+        for key in ("change this key", "a key of your own"):
+            with self.subTest(key=key), Drive(scratch(self), settings={"key": key}) as drive:
+                drive.await_log("160x120")
+                drive.ignition_off()
+                self.assertEqual(drive.log().count("clips are signed with the example's key"),
+                                 key == "change this key")
+
 
 if __name__ == "__main__":
     main()

@@ -27,6 +27,7 @@ extern "C" {
 #include "tests/Support/ScratchDirectory.h"
 
 #include "examples/dashcam/Accelerometer.h"
+#include "examples/dashcam/Capture.h"
 #include "examples/dashcam/ClipFiles.h"
 #include "examples/dashcam/Clips.h"
 #include "examples/dashcam/Folder.h"
@@ -336,6 +337,35 @@ TEST_F(OutOfResourcesTest, AccelerometerWithoutMemoryForAWhileContinues)
     writer << "0 0 32\n" << std::flush;
 
     EXPECT_TRUE(Eventually([&] { return known() > 0; }));
+}
+
+TEST_F(OutOfResourcesTest, CaptureWithoutMemoryForAnyStepOfAComplaintContinues)
+{
+    ASSERT_TRUE(Tolvex::Ilog::Logger::GetInstance()->EnableBlackBox(100));
+    std::size_t steps = 0;  // that allocate, from the second time on
+    for (const std::string file : {"/nowhere/1.mp4", "/nowhere/2.mp4"}) {
+        Stopped<Capture> capture(settings, recorder, "", file);
+        const std::size_t before = Tolvex::Support::allocationCount;
+        capture.Start();
+        const std::size_t own = Tolvex::Support::ownAllocationCount;
+        ASSERT_TRUE(Eventually([&] { return Log().find(file) != std::string::npos; }));
+        // Without those of the looks at the log.
+        steps = Tolvex::Support::allocationCount - before;
+        steps -= Tolvex::Support::ownAllocationCount - own;
+    }
+    ASSERT_GT(steps, 0U);
+
+    for (std::size_t good = 0; good < steps; ++good) {
+        Stopped<Capture> capture(settings, recorder, "", "/nowhere/3.mp4");
+        const std::size_t before = Tolvex::Support::allocationCount;
+        const AllocationBudget budget(good);
+        try {
+            capture.Start();
+        } catch (const std::bad_alloc&) {
+            continue;
+        }
+        EXPECT_TRUE(Eventually([&] { return Tolvex::Support::allocationCount > before + good; }));
+    }
 }
 
 TEST_F(OutOfResourcesTest, WatchWithoutMemoryForAWhileContinues)
