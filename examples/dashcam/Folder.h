@@ -24,7 +24,8 @@ namespace Dashcam {
 class Folder
 {
 public:
-    /// Time, number in its second, and name without extension of an event. Sorts from the oldest event.
+    /// Time, number in its second, and name without extension of an event. Sorts from the oldest
+    /// event.
     using StoredEvent = std::tuple<std::time_t, std::uint32_t, std::string>;
 
     /// @param where   Its path. While it does not exist, nothing can be written.
