@@ -12,9 +12,10 @@
 /// @namespace Tolvex::Ilog
 /// The log of the process.
 /// @namespace Tolvex::Interfaces
-/// Base classes that applications derive from, and the semaphore.
+/// Worker threads, the event dispatcher, ignition off, the semaphore, and the base class that keeps
+/// error texts.
 /// @namespace Tolvex::Json
-/// JSON documents in memory, their text, and the way back.
+/// JSON documents in memory, written as text and read back.
 /// @namespace Tolvex::Pipeline
 /// Stages that hold the most recent frames.
 /// @namespace Tolvex::Util

@@ -4,7 +4,7 @@
 option(TOLVEX_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(TOLVEX_BUILD_EXAMPLES "Build the examples" ${PROJECT_IS_TOP_LEVEL})
 option(TOLVEX_BUILD_DASHCAM "Build the dashcam, if its packages are there" ${TOLVEX_BUILD_EXAMPLES})
-option(TOLVEX_BUILD_BENCHMARKS "Build the benchmarks (installs nothing; see scripts/bench)" OFF)
+option(TOLVEX_BUILD_BENCHMARKS "Build the benchmarks (needs the packages of scripts/setup bench)" OFF)
 option(TOLVEX_BUILD_FUZZERS "Build the libFuzzer targets (clang only)" OFF)
 option(TOLVEX_INSTALL "Offer install and package rules" ${PROJECT_IS_TOP_LEVEL})
 option(TOLVEX_WARNINGS_AS_ERRORS "Stop at the first compiler warning" OFF)

@@ -1,4 +1,4 @@
-// Logs to files of limited size that a power cut spares, and prints which of them there are.
+// Logs to files of limited size whose lines survive a power cut, and prints which files exist.
 #include <chrono>
 #include <filesystem>
 #include <iostream>
@@ -29,7 +29,7 @@ int main()
     for (int frame = 0; frame < 500; ++frame) {
         LogLine(LogType::Info, LogModule::Event) << "frame " << frame;
     }
-    logger.RunIgnitionOff();  // The last lines are on the medium when it returns.
+    logger.RunIgnitionOff();  // If it returns within 2.1 s, the last lines are on the medium.
 
     for (const char* const name : {"camera.log", "camera.log.1", "camera.log.2", "camera.log.3"}) {
         std::cout << name << (std::filesystem::exists(directory / name) ? "" : " is not there")

@@ -34,8 +34,8 @@ struct WorkerRefusals;
 /// the parent; the destructor does not wait there. It may start a worker whose thread had been
 /// stopped, cancelled or aborted.
 /// @par Errors
-/// Only a lack of memory is reported, by Start(). If the thread cannot be created, IsRunning() and
-/// ListWorkers() show it. The start, the end and the abort of the thread are logged (module
+/// Start() reports a lack of memory, and nothing else. If the thread cannot be created, IsRunning()
+/// and ListWorkers() show it. The start, the end and the abort of the thread are logged (module
 /// Ithread); a line that cannot be written is lost.
 /// @par Thread safety
 /// Controlling thread. IsRunning(), WaitUntilFinished(), AddCallback() and RemoveCallback() may be

@@ -23,7 +23,7 @@ LogLine::Text::int_type LogLine::Text::overflow(int_type character)
     return character;
 }
 
-// The stream is bad until a buffer is set, so that nothing is formatted for disabled outputs.
+// Without a buffer the stream has badbit set: nothing is formatted while all outputs are disabled.
 LogLine::LogLine(LogType type, std::optional<LogModule> module)
     : lineType(type), lineModule(module), stream(nullptr)
 {

@@ -9,7 +9,8 @@
 /// @endcode
 /// Interfaces::IgnitionOffSequence keeps such a record by itself.
 /// @par Thread safety
-/// Reentrant. Two threads or processes must not write one record at the same time.
+/// Thread-safe. If two threads or processes write one record, the second waits up to 5 s; the last
+/// one wins.
 #pragma once
 
 #include <cstdint>

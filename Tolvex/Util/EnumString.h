@@ -147,6 +147,7 @@ std::map<std::string, Enum>& EnumStringBase<Derived, Enum>::GetMapLocked()
 template <typename Derived, typename Enum>
 std::recursive_mutex& EnumStringBase<Derived, Enum>::Mutex()
 {
+    // Not ForkMutex: this header is installed, and ForkMutex is private.
     // The fork handlers are registered once, before the first lock. If a fork interrupts the
     // registration, the child registers again; with the initialisation of a static variable it
     // would hang. A second registration does no harm.

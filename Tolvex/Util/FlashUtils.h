@@ -18,8 +18,9 @@
 /// long for a std::string throws std::length_error.
 /// @par Thread safety
 /// Thread-safe. Each function blocks until its command has ended. A thread that is cancelled in
-/// ExecCmd_Pipe() ends after the command has ended; in the other functions a cancellation kills the
-/// shell. Only the tools themselves can keep two writers of one environment apart.
+/// ExecCmd_Pipe(), or in the second run of ReadFlashVar(), ends after the command has ended.
+/// Everywhere else a cancellation kills the shell. Only the tools themselves can keep two writers
+/// of one environment apart.
 #pragma once
 
 #include <string>

@@ -8,7 +8,7 @@
 
 #include "Tolvex/Util/UtilString.h"
 
-#include "tests/Util/ReplaceReference.h"
+#include "tests/Support/ReplaceReference.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
@@ -22,7 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string to = rest.substr(fromLength, toLength);
     const std::string source = rest.substr(fromLength + toLength);
 
-    if (Tolvex::Util::Replace(source, from, to) != Tolvex::Util::ReplaceInPlace(source, from, to)) {
+    if (Tolvex::Util::Replace(source, from, to) !=
+        Tolvex::Support::ReplaceInPlace(source, from, to)) {
         std::abort();
     }
     return 0;

@@ -560,7 +560,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "{\"\":1,\"\"\\\":2}")),
     [](const auto& row) { return std::string(row.param.name); });
 
-TEST(SerializeTest, LargestDoubleIsWrittenWithAllItsDigits)
+TEST(WritingTest, LargestDoubleIsWrittenWithAllItsDigits)
 {
     const Node largest = FromDouble(std::numeric_limits<double>::max());
 
@@ -569,22 +569,6 @@ TEST(SerializeTest, LargestDoubleIsWrittenWithAllItsDigits)
     EXPECT_EQ(text, Reference::SerializeValue(largest));
     EXPECT_EQ(text.size(), 316U);
     EXPECT_EQ(text.substr(0, 17), "17976931348623157");
-}
-
-TEST(SerializeTest, ClearedValueIsWrittenAsNullThoughItHoldsOldContent)
-{
-    Value value = Deserialize("[1,2]");
-
-    value.Clear();
-
-    EXPECT_EQ(SerializeValue(value), "null");
-    EXPECT_EQ(Serialize(value), "");
-}
-
-TEST(SerializeTest, ArrayFunctionWritesTheArrayForm)
-{
-    EXPECT_EQ(SerializeArray(Deserialize(R"([1,"a",[true],{}])").ToArray()),
-              R"([1,"a",[true],{}])");
 }
 
 }  // namespace

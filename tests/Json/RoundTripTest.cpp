@@ -169,14 +169,6 @@ TEST(RoundTripTest, TreesOfAnyBytesAreWrittenAndReadAsByTheReference)
     }
 }
 
-TEST(RoundTripTest, FloatsComeBackAsDoubles)
-{
-    Array array;
-    array.push_back(Value::FromFloat(0.1F));
-
-    EXPECT_EQ(Describe(Judge::ReadByLibrary(SerializeArray(array))), "[0.1]");
-}
-
 TEST(RoundTripTest, NumbersWithoutATextSpoilTheirContainer)
 {
     Array array;
@@ -188,14 +180,6 @@ TEST(RoundTripTest, NumbersWithoutATextSpoilTheirContainer)
     EXPECT_EQ(ThereAndBack(Value(object)).GetType(), NullVal);
 }
 
-TEST(RoundTripTest, CommaInAStringElementSpoilsTheDocument)
-{
-    Array array;
-    array.push_back(Value(std::string("a,b")));
-
-    EXPECT_EQ(ThereAndBack(Value(array)).GetType(), NullVal);
-}
-
 TEST(RoundTripTest, QuoteEndsAStringElementAndTheRestOfItIsDropped)
 {
     Array array;
@@ -203,22 +187,6 @@ TEST(RoundTripTest, QuoteEndsAStringElementAndTheRestOfItIsDropped)
     array.push_back(Value(2));
 
     EXPECT_EQ(Describe(Judge::ReadByLibrary(SerializeArray(array))), R"(["He said",2])");
-}
-
-TEST(RoundTripTest, QuoteInAMemberSpoilsTheDocument)
-{
-    Object object;
-    object["a"] = Value(std::string("He said \"hi\""));
-
-    EXPECT_EQ(ThereAndBack(Value(object)).GetType(), NullVal);
-}
-
-TEST(RoundTripTest, BackslashesAreTakenForEscapes)
-{
-    Object object;
-    object["a"] = Value(std::string("C:\\new"));
-
-    EXPECT_EQ(Describe(Judge::ReadByLibrary(Serialize(Value(object)))), R"({"a":"C:\012ew"})");
 }
 
 TEST(RoundTripTest, EmptyKeySpoilsTheDocument)

@@ -81,6 +81,12 @@ TEST(SerializeTest, StringsAndKeysAreWrittenWithoutEscapes)
     EXPECT_EQ(Serialize(object), "{\"" + bytes + "\":\"" + bytes + "\"}");
 }
 
+TEST(SerializeTest, ArrayFunctionWritesTheArrayForm)
+{
+    EXPECT_EQ(SerializeArray(Deserialize(R"([1,"a",[true],{}])").ToArray()),
+              R"([1,"a",[true],{}])");
+}
+
 TEST(SerializeTest, ClearedValueIsNullThoughItHoldsItsContent)
 {
     Value value = Deserialize("[1]");

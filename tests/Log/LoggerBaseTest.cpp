@@ -137,15 +137,6 @@ INSTANTIATE_TEST_SUITE_P(All, LogTypeTest,
                                            TypeRow{"Negative", static_cast<LogType>(-1), ""}),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
-TEST(LoggerBaseTest, LogTypeHas32BitsAndTheStatedValues)
-{
-    static_assert(sizeof(LogType) == 4);
-    EXPECT_EQ(static_cast<int>(LogType::Info), 0);
-    EXPECT_EQ(static_cast<int>(LogType::Warning), 1);
-    EXPECT_EQ(static_cast<int>(LogType::Error), 2);
-    EXPECT_EQ(static_cast<int>(LogType::Notice), 3);
-}
-
 TEST(LoggerBaseTest, WholeLineIsHeaderModuleValuesAndNewline)
 {
     char text[] = "writable";

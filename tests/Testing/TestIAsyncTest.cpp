@@ -168,7 +168,7 @@ TEST_F(TestIAsyncTest, DoCallbackOfNullPrintsItsLineOnly)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "I'm on Async Thread.....\n");
 }
 
-TEST(MainTest, SaysByeByeAndExitsThoughTheDriverNeverLetsItComeThere)
+TEST(DriverMainTest, SaysByeByeAndExitsThoughTheDriverNeverLetsItComeThere)
 {
     const auto child = Tolvex::Support::RunInChild([] {
         Returning::Main();

@@ -236,7 +236,7 @@ TEST_F(NetInterfacesTest, StatusIsSetWithoutAnyLoggerEnabled)
     });
 }
 
-TEST(NetInterfaceStatusTest, NothingIsThrownWithoutMemoryForALogger)
+TEST(NetInterfaceMemoryTest, NothingIsThrownWithoutMemoryForALogger)
 {
     const ChildResult child = RunInChild([] {
         bool isWithoutLogger = false;

@@ -7,12 +7,12 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/Util/ReplaceReference.h"
+#include "tests/Support/ReplaceReference.h"
 
 namespace {
 
+using Tolvex::Support::ReplaceInPlace;
 using Tolvex::Util::Replace;
-using Tolvex::Util::ReplaceInPlace;
 using Tolvex::Util::ToHex;
 using Tolvex::Util::ToLower;
 using Tolvex::Util::ToUpper;

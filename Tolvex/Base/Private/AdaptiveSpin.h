@@ -32,9 +32,10 @@ inline bool HasOneProcessor()
 /// Putting a thread to sleep and waking it takes tens of microseconds where the processor idles in
 /// between. An event that comes within that time is better waited for by spinning. The spin never
 /// yields the processor: on a busy system a thread that yields runs again only milliseconds later,
-/// while a thread that sleeps runs soon after it has been woken. After a spin that fails the next
-/// waits do not spin, twice as many each time (exponential backoff). With one processor no wait
-/// spins: the awaited thread could not run meanwhile.
+/// while a thread that sleeps runs soon after it has been woken. After a spin that fails,
+/// the next wait does not spin. The number of such waits doubles with each further failure, up to
+/// 64, until a spin succeeds. With one processor no wait spins: the awaited thread could not run
+/// meanwhile.
 /// @par Thread safety
 /// Caller serialises.
 class AdaptiveSpin

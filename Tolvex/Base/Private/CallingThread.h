@@ -1,5 +1,5 @@
 /// @file
-/// What tells one thread from all others.
+/// An identifier of the calling thread.
 #pragma once
 
 #include <cstdint>

@@ -10,7 +10,7 @@
 
 namespace Tolvex::Base {
 
-/// Guards what a forked child finds again. Fork handlers call the functions below: those that
+/// Guards data that a forked child still uses. Fork handlers call the functions below: those that
 /// LockForkMutex() registers, or those of the owner.
 ///
 /// If a fork interrupts the registration of the handlers, the child registers them once more. Then

@@ -11,9 +11,10 @@ namespace Tolvex::Interfaces {
 /// Counts and times the passes of one run. Every Start() of a worker makes a new object, so a
 /// thread of an earlier run cannot change the numbers of the new one.
 ///
-/// A pass costs one store, and one reading of the coarse clock, which costs a quarter of a reading
-/// of the exact one. That one is read only when the coarse clock has moved. A worker whose passes
-/// are so short that the coarse clock is a good part of them reads it after several passes.
+/// A pass costs two stores and one reading of the coarse clock, which costs a quarter of a reading
+/// of the exact one. The exact clock is read only when the coarse one has moved. A worker whose
+/// passes are so short that the coarse clock is a good part of them reads it after several passes;
+/// the others cost one store.
 /// @par Thread safety
 /// Only the thread of the run calls BeginPass(), EndPass() and Rest(). Any thread may call the
 /// other functions at the same time.
@@ -64,8 +65,8 @@ private:
     // Written by the thread of the run, read by any.
     std::atomic<std::uint64_t> passes{0};
     std::atomic<std::chrono::nanoseconds> stamp{never};  ///< when a pass began, by the exact clock
-    /// If 0, passes may have ended since the stamp: in less than a tick altogether. If not 0, only
-    /// passes that the mask has skipped may have.
+    /// 0: passes may have ended since the stamp, together in less than a tick. Not 0: at most
+    /// passes that skipMask skipped have ended since the stamp.
     std::atomic<std::chrono::nanoseconds> lastPass{std::chrono::nanoseconds(0)};
     std::atomic<std::chrono::nanoseconds> longestPass{std::chrono::nanoseconds(0)};
 };

@@ -57,7 +57,7 @@ public:
 
     /// Applies the requested settings to a new thread, which exists as long as the mutex is held.
     WorkerRefusals ApplySettings(pthread_t thread) const;
-    /// Makes all threads in the list old ones. @return the number of the run to be started.
+    /// Begins a new run: all threads in the list now belong to earlier runs. @return its number.
     RunNumber NextRun();
     /// Adds a thread, which counts its passes in `clock`.
     void Add(pthread_t handle, RunNumber run);

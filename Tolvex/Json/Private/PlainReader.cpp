@@ -14,8 +14,8 @@ namespace Tolvex::Json {
 
 namespace {
 
-/// Finds the quote that ends a string in the eyes of the rules that pair brackets. These rules look
-/// only at the one byte before a quote.
+/// Finds the quote that ends a string by the rules that pair brackets. These rules look only at the
+/// one byte before a quote.
 /// @param begin  The byte after the opening quote.
 const char* FindEndOfString(const char* begin, const char* end)
 {
@@ -157,7 +157,7 @@ bool PlainReader::ReadElements(std::vector<Value>& elements)
         }
 
         if (*at == 'n') {
-            // An array drops null, see RulesReader.
+            // An array drops null, see Deserialize.cpp.
             if (!ReadLiteral("null")) {
                 return false;
             }
@@ -184,7 +184,7 @@ bool PlainReader::ReadMembers(Value& object)
         }
         SkipSpace();
         if (opened) {
-            opened = false;  // Braces with nothing but blanks are malformed, see RulesReader.
+            opened = false;  // Braces with nothing but blanks are malformed, see Deserialize.cpp.
         } else if (*at == '}') {
             return Close();
         } else if (*at == ',') {
@@ -228,7 +228,7 @@ Value* PlainReader::ReadKey(Value& object)
     ++at;
     SkipSpace();
 
-    // Escapes in a key stay as they are, see RulesReader.
+    // Escapes in a key stay as they are, see Deserialize.cpp.
     const auto [member, isNew] =
         Access::Members(Access::ObjectOf(object))
             .emplace(std::piecewise_construct, std::forward_as_tuple(begin, quote), std::tuple<>());

@@ -11,8 +11,8 @@ namespace Tolvex::Json {
 /// A tree that was read from text lies in memory nearly in the order of the text. But a walk visits
 /// the members of an object in the order of their keys, which the processor cannot predict. The
 /// address is only a hint: a wrong one costs little and cannot fail. It is not exact, because no
-/// member knows where the next ones are. Each call fetches so much that the bytes fetched for
-/// neighbours overlap. So few members are missed.
+/// member knows where the next ones are. Each call fetches enough bytes to overlap with those
+/// of its neighbours, so that few members are missed.
 /// @param direction  1: a walk to higher addresses; -1: to lower ones.
 /// @return the argument: g++ drops calls of a function that only prefetches.
 template <typename Place>

@@ -15,9 +15,8 @@ namespace Tolvex::Ilog {
 /// Opens the file for a line, and renames it first if the line would make it too long.
 ///
 /// A thread that writes a line holds a shared flock() of the file. A thread that renames the file
-/// holds an exclusive one. After each of them the thread looks whether the path still leads to the
-/// file that it has opened. So no process writes to a file that was renamed, and a file is renamed
-/// once.
+/// holds an exclusive one. After locking, the thread checks that the path still leads to the file
+/// that it opened. So no process writes to a file that was renamed, and a file is renamed once.
 ///
 /// A lock ends with its process, and with the children that were forked while it was held. A
 /// process that is killed while it renames leaves one number without a file, and the next one to

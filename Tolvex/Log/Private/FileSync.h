@@ -17,10 +17,10 @@ namespace Tolvex::Ilog {
 /// Syncs a file as LogDurability says.
 ///
 /// For LogDurability::Interval the first line that waits starts a thread. The thread sleeps, opens
-/// the file, syncs it, and ends if no line has come meanwhile. So at most one thread of a process
-/// syncs a file, and none while there are no lines. The writer does not sync the file itself,
-/// because a sync of a card can take seconds (docs/device.md), and every composing thread would
-/// wait for it. No lock is held: a fork at any moment leaves nothing locked in the child.
+/// the file, syncs it, and ends if no line has come meanwhile. So an object has at most one thread,
+/// and none while no line waits. The writer does not sync the file itself, because a sync of a card
+/// can take seconds (docs/log-inside.md), and every composing thread would wait for it. No lock is
+/// held: a fork at any moment leaves nothing locked in the child.
 /// @par Thread safety
 /// Caller serialises. Held by std::shared_ptr: the thread may outlive the policy.
 class FileSync : public std::enable_shared_from_this<FileSync>

@@ -19,7 +19,7 @@ namespace Tolvex::Ilog {
 /// Makes "[2024-05-01 12:00:07][47C][ERROR]". Keeps the text of the time for one second.
 ///
 /// A changed wall clock shows in the next line. So does a new time zone after RefreshTimeZone(), or
-/// with another standard offset from UTC. Any other one shows in the next second.
+/// with another standard offset from UTC. Any other change of the zone shows in the next second.
 /// @par Thread safety
 /// Caller serialises; different objects at the same time.
 class LineHeader

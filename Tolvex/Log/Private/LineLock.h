@@ -58,7 +58,7 @@ public:
     ///
     /// Threads that sleep get the line in the order in which they came. A thread that does not
     /// sleep may overtake them until the first of them has been woken and runs.
-    /// @param entry     Who asks.
+    /// @param entry     Who asks for the line.
     /// @param deadline  When to give up; one in the past tries once.
     /// @return false when lines are refused or the deadline has passed.
     /// @throws std::system_error resource_deadlock_would_occur when the calling thread has the

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string>
 
-namespace Tolvex::Util {
+namespace Tolvex::Support {
 
 /// Replaces in place, one match after the other. An empty `from` changes nothing.
 inline std::string ReplaceInPlace(std::string text, const std::string& from, const std::string& to)
@@ -20,4 +20,4 @@ inline std::string ReplaceInPlace(std::string text, const std::string& from, con
     return text;
 }
 
-}  // namespace Tolvex::Util
+}  // namespace Tolvex::Support
