@@ -507,7 +507,7 @@ inline EndOfThread()
 
 #define TOLD_TO_END (toldToEnd >= mine)
 
-/* Writer::Thread::Run() and WriteLine() */
+/* Writer::Thread::Run() */
 proctype Writer(byte me; byte mine) EXISTS
 {
     bool moved = false;
