@@ -6,6 +6,7 @@
 #include <exception>
 #include <new>
 #include <optional>
+#include <pthread.h>
 #include <system_error>
 #include <utility>
 
@@ -51,19 +52,6 @@ private:
     std::atomic<Base::ThreadId>& controlling;
 };
 
-/// Ends the text with a newline, also when insertions have failed. @return false without memory.
-bool Terminate(std::stringstream& buffer)
-{
-    // A failed insertion, such as of a null pointer, must not keep the line from ending.
-    buffer.clear();
-    if (!buffer.put('\n').good()) {
-        // No memory for one more character: the newline takes the place of the last one.
-        buffer.clear();
-        buffer.seekp(-1, std::ios_base::end).put('\n');
-    }
-    return buffer.good();
-}
-
 /// The calling thread's right to use the buffer and the policy. If an exception or a cancellation
 /// ends the scope early, the line is dropped.
 class LineStep
@@ -90,17 +78,25 @@ public:
     /// Ends the step. If the logger was closed meanwhile, the line is dropped.
     void LeaveOpen() { taken = !state.lock.Advance(LineLock::Inserting, LineLock::Open); }
 
-    /// Ends the step: hands the line over to the writer if it is complete, or leaves it open. A
-    /// policy that needs no writer takes the line at once; the end of the scope frees the line.
+    /// Ends the line, with a newline if there is none at the end, and hands it over to the writer.
+    /// A policy that needs no writer takes the line at once. Then, and when there is no memory for
+    /// a line, the end of the scope frees the line.
     void End()
     {
-        // A newline in the middle of the text ends nothing.
-        if (!state.buffer.view().ends_with('\n')) {
-            LeaveOpen();
-            return;
+        std::stringstream& buffer = state.buffer;
+        if (!buffer.view().ends_with('\n')) {
+            // A failed insertion, such as of a null pointer, must not keep the line from ending.
+            buffer.clear();
+            if (!buffer.put('\n').good()) {
+                // No memory for one more character: the newline takes the place of the last one.
+                buffer.clear();
+                if (!buffer.seekp(-1, std::ios_base::end).put('\n').good()) {
+                    return;
+                }
+            }
         }
         if (state.calls.keep != nullptr) {
-            state.calls.keep(state.policy, state.buffer.view());
+            state.calls.keep(state.policy, buffer.view());
             return;
         }
         taken = !state.lock.Advance(LineLock::Inserting, LineLock::Complete);
@@ -271,7 +267,7 @@ bool LoggerCore::ChangeOutput(const std::string& name)
 void LoggerCore::WriteHeader(LogType type)
 {
     const int errorOfCaller = errno;
-    WatchCallingThread();
+    pthread_setspecific(threadEndKey, &Base::threadMark);
     LineStep step(*state, state->lock.Take(LineLock::Entry::Line));
     if (step) {
         Begin(*state, type);
@@ -295,20 +291,27 @@ void LoggerCore::Append(const LogArgument& argument)
     }
 
     if (*manipulator == static_cast<LogManipulator>(std::endl)) {
-        if (!Terminate(state->buffer)) {
-            return;  // drops the line
-        }
-    } else if (*manipulator != nullptr) {
+        state->buffer.clear();
+        state->buffer.put('\n');  // also after another newline
+        step.End();
+        return;
+    }
+    if (*manipulator != nullptr) {
         state->formatChanged = true;
         (*manipulator)(state->buffer);
     }
-    step.End();
+    // A newline in the middle of the text ends nothing.
+    if (state->buffer.view().ends_with('\n')) {
+        step.End();
+    } else {
+        step.LeaveOpen();
+    }
 }
 
 void LoggerCore::EndOpenLine()
 {
     LineStep step(*state);
-    if (step && (state->buffer.view().ends_with('\n') || Terminate(state->buffer))) {
+    if (step) {
         step.End();
     }
 }
@@ -335,9 +338,7 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
     }
     Begin(*state, LogType::Notice);
     state->buffer << text;
-    if (Terminate(state->buffer)) {
-        step.End();
-    }
+    step.End();
 }
 
 void LoggerCore::Close(Clock::time_point deadline)

@@ -43,7 +43,7 @@ bool refusing = true;
 bool waiting = false;
 bool reserved = false;
 
-byte mutex = 0; /* the thread that holds LineLock::mutex */
+byte mutex = 0; /* the thread that holds LineQueue::mutex */
 chan queue = [COMPOSERS + 3] of { byte }; /* LineQueue: the threads that wait in Take() */
 bool woken[threads];                      /* LineQueue::Place::woken */
 byte semaphore[threads];                  /* LineQueue::Place::semaphore */
@@ -507,7 +507,7 @@ inline EndOfThread()
 
 #define TOLD_TO_END (toldToEnd >= mine)
 
-/* Writer::Thread::Run() and WriteLine() */
+/* Writer::Thread::Run() */
 proctype Writer(byte me; byte mine) EXISTS
 {
     bool moved = false;

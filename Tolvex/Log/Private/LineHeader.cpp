@@ -19,7 +19,13 @@ void LineHeader::InsertInto(std::ostream& stream, LogType type)
     // The C library's global may be written by tzset() on another thread.
     if (now != second || Base::LoadShared(timezone) != zone ||
         Base::TimeZoneGeneration() != zoneGeneration) {
-        Refresh(now);
+        const std::unique_lock<std::mutex> lock = Base::LockAgainstForks();
+        monitor = Util::TemperatureMonitor::GetInstance();
+        zoneGeneration = Base::TimeZoneGeneration();
+        const std::string time = Util::Date(now, "[%Y-%m-%d %H:%M:%S]");
+        timeLength = time.copy(text.data(), text.size() / 2);
+        second = now;
+        zone = Base::LoadShared(timezone);
     }
 
     char* end = text.data() + timeLength;
@@ -34,17 +40,6 @@ void LineHeader::InsertInto(std::ostream& stream, LogType type)
                                                             : "";
     end = std::copy(tag.begin(), tag.end(), end);
     stream.write(text.data(), end - text.data());
-}
-
-void LineHeader::Refresh(std::time_t now)
-{
-    const std::unique_lock<std::mutex> lock = Base::LockAgainstForks();
-    monitor = Util::TemperatureMonitor::GetInstance();
-    zoneGeneration = Base::TimeZoneGeneration();
-    const std::string time = Util::Date(now, "[%Y-%m-%d %H:%M:%S]");
-    timeLength = time.copy(text.data(), text.size() / 2);
-    second = now;
-    zone = Base::LoadShared(timezone);
 }
 
 }  // namespace Tolvex::Ilog

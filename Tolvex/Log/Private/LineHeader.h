@@ -30,8 +30,6 @@ public:
     void InsertInto(std::ostream& stream, LogType type);
 
 private:
-    void Refresh(std::time_t now);
-
     std::array<char, 96> text{};  ///< begins with the time in brackets; longer than any header
     std::size_t timeLength = 0;
     std::time_t second = -1;           ///< that the time shows; -1: no time yet

@@ -1,7 +1,6 @@
 #include "Tolvex/Log/Private/LineLock.h"
 
 #include <system_error>
-#include <utility>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
 
@@ -39,14 +38,16 @@ bool LineLock::Await(std::uintptr_t allowedFlags, LineQueue::Deadline deadline)
 {
     // As with a std::mutex, waiting for the lock is no cancellation point.
     const Base::NoCancellation scope;
-    SpinUntilFree(allowedFlags);
+    queue.Spin([this, allowedFlags] {
+        const std::uintptr_t seen = word.load(std::memory_order_relaxed);
+        return (seen & ~allowedFlags) == Free || (seen & refusing & ~allowedFlags) != 0;
+    });
     if (Advance(Free, Inserting, allowedFlags)) {
         return true;
     }
 
     LineQueue::Place place;
-    std::unique_lock lock(mutex);
-    queue.Append(place);
+    std::unique_lock lock = queue.Append(place);
     // Set before this thread tries: a thread that frees the line after that sees the flag.
     word |= waiting;
     bool taken = false;
@@ -55,22 +56,9 @@ bool LineLock::Await(std::uintptr_t allowedFlags, LineQueue::Deadline deadline)
         // Read first: lines that are refused now may be admitted before this thread tries.
         const bool refused = (word & refusing & ~allowedFlags) != 0;
         taken = queue.First() == &place && Advance(Free, Inserting, allowedFlags | claimed);
-        if (taken || refused) {
+        if (taken || refused || !queue.Sleep(place, lock, deadline)) {
             break;
         }
-
-        lock.unlock();
-        const bool signalled = place.Sleep(deadline);
-        lock.lock();
-        if (!signalled) {
-            if (!place.woken) {
-                break;
-            }
-            // Another thread has marked the place and signals it now.
-            place.Sleep(LineQueue::noDeadline);
-        }
-        place.woken = false;
-
         if (queue.First() == &place) {
             // The first line that becomes free from now on is this thread's.
             claimed = reserved;
@@ -82,35 +70,9 @@ bool LineLock::Await(std::uintptr_t allowedFlags, LineQueue::Deadline deadline)
     word &= ~(claimed | (queue.First() == nullptr ? waiting : 0));
     lock.unlock();
     if (!taken && CurrentPhase() == Free) {
-        WakeFirst();  // This thread may have been woken for a line that it does not take.
+        queue.WakeFirst();  // This thread may have been woken for a line that it does not take.
     }
     return taken;
-}
-
-/// Spins, unless another thread does so already. More spinning threads would take processors from
-/// the thread that has the line.
-void LineLock::SpinUntilFree(std::uintptr_t allowedFlags)
-{
-    if (spinning.exchange(true, std::memory_order_acquire)) {
-        return;
-    }
-    spin.Until([this, allowedFlags] {
-        const std::uintptr_t seen = word.load(std::memory_order_relaxed);
-        return (seen & ~allowedFlags) == Free || (seen & refusing & ~allowedFlags) != 0;
-    });
-    spinning.store(false, std::memory_order_release);
-}
-
-/// One signal for each mark: after the first one the place may be gone.
-void LineLock::WakeFirst()
-{
-    std::unique_lock lock(mutex);
-    LineQueue::Place* const place = queue.First();
-    if (place == nullptr || std::exchange(place->woken, true)) {
-        return;
-    }
-    lock.unlock();
-    place->Signal();
 }
 
 void LineLock::Release()
@@ -122,14 +84,13 @@ void LineLock::Release()
         }
     } while (!word.compare_exchange_weak(seen, seen & flags));
     if ((seen & waiting) != 0) {
-        WakeFirst();
+        queue.WakeFirst();
     }
 }
 
 void LineLock::Refuse()
 {
     word |= refusing;
-    const std::lock_guard lock(mutex);
     queue.WakeAll();
 }
 
@@ -141,7 +102,7 @@ void LineLock::Drop()
             PhaseOf(seen) == Open ? seen & flags : (seen & ~phaseMask) | Dropped;
         if (word.compare_exchange_weak(seen, dropped)) {
             if (PhaseOf(seen) == Open && (seen & waiting) != 0) {
-                WakeFirst();
+                queue.WakeFirst();
             }
             return;
         }
@@ -152,10 +113,8 @@ void LineLock::UnlockAfterFork(bool inChild)
 {
     if (inChild) {
         word = refusing;
-        spinning = false;
-        queue.Clear();
     }
-    mutex.unlock();
+    queue.UnlockAfterFork(inChild);
 }
 
 }  // namespace Tolvex::Ilog

@@ -4,9 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 
-#include "Tolvex/Base/Private/AdaptiveSpin.h"
 #include "Tolvex/Base/Private/CallingThread.h"
 #include "Tolvex/Log/Private/LineQueue.h"
 
@@ -94,7 +92,7 @@ public:
 
     /// Keep all other threads out of the queue while the process forks. In the child the lock is
     /// then free, refuses lines, and has no waiting threads.
-    void LockForFork() { mutex.lock(); }
+    void LockForFork() { queue.LockForFork(); }
     void UnlockAfterFork(bool inChild);
 
 private:
@@ -108,15 +106,9 @@ private:
     static Phase PhaseOf(std::uintptr_t value) { return static_cast<Phase>(value & phaseMask); }
     static Base::ThreadId OwnerOf(std::uintptr_t value) { return value & ~Base::threadIdSpareBits; }
     bool Await(std::uintptr_t allowedFlags, LineQueue::Deadline deadline);
-    void SpinUntilFree(std::uintptr_t allowedFlags);
-    void WakeFirst();
 
     std::atomic<std::uintptr_t> word = refusing;  ///< owner, Phase and flags
-    std::atomic<bool> spinning = false;           ///< a thread spins for the line
-    Base::AdaptiveSpin spin;                      ///< used by the thread that has set spinning
-
-    std::mutex mutex;  ///< guards the queue; held for one change of it
-    LineQueue queue;   ///< the threads that sleep in Take()
+    LineQueue queue;                              ///< the threads that wait in Take()
 };
 
 }  // namespace Tolvex::Ilog

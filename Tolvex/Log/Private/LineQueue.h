@@ -2,19 +2,23 @@
 /// Waiting for the line of a logger.
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <mutex>
 #include <semaphore.h>
+
+#include "Tolvex/Base/Private/AdaptiveSpin.h"
 
 namespace Tolvex::Ilog {
 
-/// The threads that sleep until a line is free, in the order in which they came.
+/// The threads that wait until a line is free: first one of them spins, then they sleep in the
+/// order in which they came.
 ///
-/// A thread keeps its place until it has the line or gives up. It is woken in two steps: its place
-/// is marked with the mutex of the queue, and signalled without that mutex. Otherwise the woken
-/// thread could run at once and block on the mutex, which costs two context switches a line where
-/// there is one processor.
+/// A thread keeps its place until it has the line or gives up.
+/// @par Errors
+/// std::system_error when the mutex cannot be locked.
 /// @par Thread safety
-/// Caller serialises, except for Place::Sleep() and Place::Signal().
+/// Thread-safe, except for the functions that need the lock.
 class LineQueue
 {
 public:
@@ -30,37 +34,61 @@ public:
         Place(const Place&) = delete;
         Place& operator=(const Place&) = delete;
 
-        /// Blocks until Signal() or the deadline. Call with cancellation disabled.
-        /// @return false when the deadline came first.
-        bool Sleep(Deadline deadline);
-
-        /// Ends Sleep(). Mark the place as woken first. Do not touch it after a call without the
-        /// mutex: its thread may have destroyed it.
-        void Signal() { sem_post(&semaphore); }
-
-        bool woken = false;  ///< signalled, or about to be, and its thread has not run since
-
     private:
         friend class LineQueue;
 
+        bool Wait(Deadline deadline);
+
         sem_t semaphore;
+        bool woken = false;  ///< signalled, or about to be, and its thread has not run since
         Place* previous = nullptr;
         Place* next = nullptr;
     };
 
-    /// @return the place of the thread that is the next; null when no thread waits.
-    Place* First() const { return first; }
+    LineQueue() = default;
+    LineQueue(const LineQueue&) = delete;
+    LineQueue& operator=(const LineQueue&) = delete;
+
+    /// Spins until the line is free, unless another thread does so already. More spinning threads
+    /// would take processors from the thread that has the line.
+    /// @param condition  See Base::AdaptiveSpin.
+    template <typename Condition>
+    void Spin(const Condition& condition)
+    {
+        if (!spinning.exchange(true, std::memory_order_acquire)) {
+            spin.Until(condition);
+            spinning.store(false, std::memory_order_release);
+        }
+    }
 
     /// Adds a place at the end.
-    void Append(Place& place);
-    /// Takes a place out.
+    /// @return the lock of the queue.
+    std::unique_lock<std::mutex> Append(Place& place);
+    /// Takes a place out. Call with the lock.
     void Remove(const Place& place);
-    /// Wakes all threads.
+    /// Call with the lock.
+    /// @return the place of the thread that is the next; null when no thread waits.
+    const Place* First() const { return first; }
+
+    /// Blocks until the place is woken, without the lock meanwhile. Call with cancellation
+    /// disabled.
+    /// @return false when the deadline came first.
+    bool Sleep(Place& place, std::unique_lock<std::mutex>& lock, Deadline deadline);
+
+    /// Wakes the first thread. Call without the lock.
+    void WakeFirst();
+    /// Wakes all threads. Call without the lock.
     void WakeAll();
-    /// Forgets all places: in a forked child their threads do not exist.
-    void Clear() { first = last = nullptr; }
+
+    /// Keep all other threads out while the process forks. In the child no thread waits.
+    void LockForFork() { mutex.lock(); }
+    void UnlockAfterFork(bool inChild);
 
 private:
+    std::atomic<bool> spinning = false;  ///< a thread spins for the line
+    Base::AdaptiveSpin spin;             ///< used by the thread that has set spinning
+
+    std::mutex mutex;  ///< guards the places; held for one change of them
     Place* first = nullptr;
     Place* last = nullptr;
 };

@@ -1,10 +1,10 @@
 #include "Tolvex/Log/Private/LoggerRegistry.h"
 
 #include <chrono>
+#include <climits>
 #include <cstdlib>
 #include <mutex>
 #include <new>
-#include <pthread.h>
 
 #include "Tolvex/Base/Private/ForkMutex.h"
 #include "Tolvex/Base/Private/Sleep.h"
@@ -23,9 +23,6 @@ constexpr std::chrono::milliseconds pollInterval(1);
 
 constinit Base::ForkMutex registryMutex;  // guards the list; taken before the locks of its members
 LoggerState* firstLogger = nullptr;       // the loggers of the process
-
-bool keyCreated = false;  // set before the first logger can be enabled, constant afterwards
-pthread_key_t threadEndKey;
 
 template <typename Action>
 void ForEachLogger(const Action& action)
@@ -111,7 +108,7 @@ void DrainAtExit()
 /// Best effort: a registration that fails for lack of memory does not keep the logger from working.
 void PrepareProcess()
 {
-    keyCreated = pthread_key_create(&threadEndKey, DropLinesOfThread) == 0;
+    pthread_key_create(&threadEndKey, DropLinesOfThread);
     // These two calls register fork handlers for locks that are taken while a line is composed.
     // They come before the first line, because a fork that has begun before the registration does
     // not wait for the lock. They come before the registration below, because prepare handlers run
@@ -125,6 +122,9 @@ void PrepareProcess()
 }
 
 }  // namespace
+
+// Not a valid key: while it has this value, setting a value fails and does nothing.
+pthread_key_t threadEndKey = PTHREAD_KEYS_MAX;
 
 void RegisterLogger(LoggerState& state)
 {
@@ -145,13 +145,6 @@ void UnregisterLogger(LoggerState& state)
             *link = state.next;
             return;
         }
-    }
-}
-
-void WatchCallingThread()
-{
-    if (keyCreated) {
-        pthread_setspecific(threadEndKey, &Base::threadMark);
     }
 }
 

@@ -2,6 +2,8 @@
 /// What happens to the loggers at the end of a thread, at a fork and at the exit of the process.
 #pragma once
 
+#include <pthread.h>
+
 namespace Tolvex::Ilog {
 
 struct LoggerState;
@@ -14,8 +16,8 @@ void RegisterLogger(LoggerState& state);
 /// Removes a logger, if it is there.
 void UnregisterLogger(LoggerState& state);
 
-/// Call before the calling thread begins a line: a line that is open when the thread ends is then
-/// dropped.
-void WatchCallingThread();
+/// Set a value before the calling thread begins a line: a line that is open when the thread ends is
+/// then dropped. Constant after the first RegisterLogger().
+extern pthread_key_t threadEndKey;
 
 }  // namespace Tolvex::Ilog

@@ -36,11 +36,9 @@ struct Writer::Thread
     Thread& operator=(const Thread&) = delete;
 
     static void* Run(void* thread);
-    bool WriteLine();
 
     const std::shared_ptr<LoggerState> state;
     std::uint32_t number = 0;
-    std::string text;  ///< the line in hand; keeps its memory
 };
 
 /// The writer has ended: it was told to, it was cancelled, or its thread could not be created.
@@ -58,45 +56,44 @@ Writer::Thread::~Thread()
     Base::StoreShared(state->stopped, true);
 }
 
+/// Writes the lines that become complete, until it is told to end.
 void* Writer::Thread::Run(void* thread)
 {
     const std::unique_ptr<Thread> self(static_cast<Thread*>(thread));
     LoggerState& state = *self->state;
     const auto toldToEnd = [&] { return state.toldToEnd >= self->number; };
-    bool ending = false;
-    do {
+    const auto release = [](LineLock* taken) { taken->Release(); };
+    std::string text;  // the line in hand; keeps its memory
+    for (;;) {
         // A writer that is told to end does not wait for a token: no further one may come.
         if (!toldToEnd()) {
             state.lineReady.Wait();
         }
         // Read before looking for a line: no line becomes complete after the writer is told to end.
-        ending = toldToEnd();
-    } while (self->number == state.currentWriter && (self->WriteLine() || !ending));
+        const bool ending = toldToEnd();
+        if (self->number != state.currentWriter ||
+            !state.lock.Advance(LineLock::Complete, LineLock::Taken)) {
+            if (ending) {
+                break;
+            }
+            continue;
+        }
+
+        // By scope: the writer may also be cancelled in the policy.
+        const std::unique_ptr<LineLock, decltype(release)> scope(&state.lock);
+        try {
+            text.assign(state.buffer.view());
+            // From here on the logger may be destroyed: only the state and the text are used.
+            state.lock.Advance(LineLock::Taken, LineLock::Writing);
+            state.calls.write(state.policy, text);
+        } catch (const std::exception&) {
+            // The line is lost; the next one is not.
+        }
+        ++state.written;
+    }
     // The token that this writer took may have been meant for the current one.
     state.lineReady.Notify();
     return nullptr;
-}
-
-/// Writes the line that is complete. @return false when no line is complete.
-bool Writer::Thread::WriteLine()
-{
-    LineLock& lock = state->lock;
-    if (!lock.Advance(LineLock::Complete, LineLock::Taken)) {
-        return false;
-    }
-    // By scope: the writer may also be cancelled in the policy.
-    const auto release = [](LineLock* taken) { taken->Release(); };
-    const std::unique_ptr<LineLock, decltype(release)> scope(&lock);
-    try {
-        text.assign(state->buffer.view());
-        // From here on the logger may be destroyed: only the state and the text are used.
-        lock.Advance(LineLock::Taken, LineLock::Writing);
-        state->calls.write(state->policy, text);
-    } catch (const std::exception&) {
-        // The line is lost; the next one is not.
-    }
-    ++state->written;
-    return true;
 }
 
 bool Writer::Start()
