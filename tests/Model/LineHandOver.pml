@@ -315,8 +315,13 @@ inline Admit()
     Unlock(writerMutex)
 }
 
-inline Disable()
+inline TellToEnd()
 {
+    Refuse();
+#ifdef FAULT_2
+    toldToEnd = current;
+#endif
+    Drop();
     atomic { moved = enabledFlag; enabledFlag = false }
     atomic {
         if
@@ -325,16 +330,6 @@ inline Disable()
         fi;
         moved = false
     }
-}
-
-inline TellToEnd()
-{
-    Refuse();
-#ifdef FAULT_2
-    toldToEnd = current;
-#endif
-    Drop();
-    Disable();
 #ifndef FAULT_2
     toldToEnd = current
 #endif
@@ -699,7 +694,6 @@ proctype Forker(byte me) EXISTS
 {
     LOCALS;
 
-    Lock(mutex); /* LockForFork() */
     d_step {
         inChild = true;
         forkingProcess = _pid;
@@ -723,6 +717,7 @@ proctype Forker(byte me) EXISTS
         counted = 0;
         stoppedFlag = true;
         control = 0;
+        mutex = 0;
         lineReady = 0;
         bufferUser = 0;
         endedLine = false;
@@ -733,7 +728,6 @@ proctype Forker(byte me) EXISTS
         writerMutex = 0;
 #endif
     }
-    Unlock(mutex); /* UnlockAfterFork() */
     Enable();
     atomic { started++; run Composer(1) }
     EndOfThread()

@@ -109,12 +109,4 @@ void LineLock::Drop()
     }
 }
 
-void LineLock::UnlockAfterFork(bool inChild)
-{
-    if (inChild) {
-        word = refusing;
-    }
-    queue.UnlockAfterFork(inChild);
-}
-
 }  // namespace Tolvex::Ilog

@@ -48,6 +48,7 @@ public:
         Policy,  ///< a thread that changes the policy; always
     };
 
+    /// Free, and refuses lines.
     LineLock() = default;
     LineLock(const LineLock&) = delete;
     LineLock& operator=(const LineLock&) = delete;
@@ -89,11 +90,6 @@ public:
 
     /// @return whether the calling thread has the line.
     bool IsMine() const { return OwnerOf(word) == Base::CallingThread(); }
-
-    /// Keep all other threads out of the queue while the process forks. In the child the lock is
-    /// then free, refuses lines, and has no waiting threads.
-    void LockForFork() { queue.LockForFork(); }
-    void UnlockAfterFork(bool inChild);
 
 private:
     static constexpr std::uintptr_t phaseMask = 7;

@@ -77,13 +77,4 @@ void LineQueue::WakeAll()
     }
 }
 
-void LineQueue::UnlockAfterFork(bool inChild)
-{
-    if (inChild) {
-        spinning = false;
-        first = last = nullptr;
-    }
-    mutex.unlock();
-}
-
 }  // namespace Tolvex::Ilog

@@ -80,10 +80,6 @@ public:
     /// Wakes all threads. Call without the lock.
     void WakeAll();
 
-    /// Keep all other threads out while the process forks. In the child no thread waits.
-    void LockForFork() { mutex.lock(); }
-    void UnlockAfterFork(bool inChild);
-
 private:
     std::atomic<bool> spinning = false;  ///< a thread spins for the line
     Base::AdaptiveSpin spin;             ///< used by the thread that has set spinning

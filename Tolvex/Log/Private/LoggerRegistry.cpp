@@ -9,9 +9,9 @@
 #include "Tolvex/Base/Private/ForkMutex.h"
 #include "Tolvex/Base/Private/Sleep.h"
 #include "Tolvex/Base/Private/TimeZone.h"
+#include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Log/Private/BlackBox.h"
 #include "Tolvex/Log/Private/LoggerState.h"
-#include "Tolvex/Log/Private/Writer.h"
 #include "Tolvex/Types/LogModule.h"
 #include "Tolvex/Util/EnumString.h"
 
@@ -41,27 +41,30 @@ void DropLinesOfThread(void* /*value*/)
 
 void LockBeforeFork()
 {
-    if (!registryMutex.LockBeforeFork()) {
-        return;
+    if (registryMutex.LockBeforeFork()) {
+        BlackBox::ringMutex.lock();
     }
-    ForEachLogger([](LoggerState& state) {
-        Writer(state).LockForFork();
-        state.lock.LockForFork();
-    });
-    BlackBox::ringMutex.lock();
 }
 
+/// Other threads may have been anywhere in the logger, and none of them exists here.
 void RenewInChild(LoggerState& state)
 {
     // In these phases a thread changes the buffer, perhaps one that does not exist here.
     const LineLock::Phase phase = state.lock.CurrentPhase();
     state.bufferStale =
         state.bufferStale || phase == LineLock::Inserting || phase == LineLock::Dropped;
-    // Not destroyed first: a thread of the parent may have held the mutex, or waited for the
-    // semaphore.
+    // Not destroyed first: threads of the parent may have held the locks, or waited for them.
+    new (&state.lock) LineLock;
     new (&state.control) std::mutex;
+    new (&state.writerMutex) std::mutex;
     new (&state.lineReady) Interfaces::ISemaphore(0);
     state.controlling = 0;
+    state.toldToEnd = ++state.currentWriter;
+    Base::StoreShared(state.stopped, true);
+    Base::StoreShared(state.enabled, false);
+    if (state.enabledCount != nullptr) {
+        Base::StoreShared(*state.enabledCount, 0);
+    }
 }
 
 void UnlockAfterFork(bool inChild)
@@ -70,13 +73,9 @@ void UnlockAfterFork(bool inChild)
         return;
     }
     BlackBox::ringMutex.unlock();
-    ForEachLogger([inChild](LoggerState& state) {
-        if (inChild) {
-            RenewInChild(state);
-        }
-        state.lock.UnlockAfterFork(inChild);
-        Writer(state).UnlockAfterFork(inChild);
-    });
+    if (inChild) {
+        ForEachLogger(RenewInChild);
+    }
     registryMutex.UnlockAfterFork();
 }
 

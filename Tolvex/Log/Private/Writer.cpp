@@ -143,18 +143,12 @@ void Writer::TellToEnd()
     // dropped before.
     logger.lock.Refuse();
     logger.lock.Drop();
-    Disable();
-    logger.toldToEnd = logger.currentWriter.load();
-}
-
-/// Clears enabled, and takes the logger out of the count. Call with writerMutex held.
-void Writer::Disable()
-{
     const bool wasEnabled = Base::LoadShared(logger.enabled);
     Base::StoreShared(logger.enabled, false);
     if (wasEnabled && logger.enabledCount != nullptr) {
         Base::AddShared(*logger.enabledCount, -1);
     }
+    logger.toldToEnd = logger.currentWriter.load();
 }
 
 bool Writer::AwaitStopped(std::chrono::steady_clock::time_point deadline) const
@@ -179,21 +173,6 @@ void Writer::AwaitEndOrHang() const
         }
         Base::SleepFor(pollInterval);
     }
-}
-
-void Writer::LockForFork()
-{
-    logger.writerMutex.lock();
-}
-
-void Writer::UnlockAfterFork(bool inChild)
-{
-    if (inChild) {
-        logger.toldToEnd = ++logger.currentWriter;
-        Disable();
-        Base::StoreShared(logger.stopped, true);
-    }
-    logger.writerMutex.unlock();
 }
 
 }  // namespace Tolvex::Ilog

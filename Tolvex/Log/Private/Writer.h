@@ -43,16 +43,10 @@ public:
     /// policy with the line. Call Stop() before, and AwaitStopped() if a slow policy is to end.
     void AwaitEndOrHang() const;
 
-    /// Keep all other threads out while the process forks; before those of LineLock. In a forked
-    /// child there is no writer.
-    void LockForFork();
-    void UnlockAfterFork(bool inChild);
-
 private:
     struct Thread;
 
     void TellToEnd();
-    void Disable();
 
     LoggerState& logger;
 };
