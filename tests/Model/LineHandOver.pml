@@ -294,8 +294,10 @@ inline Admit()
     if
 #ifdef FAULT_6
     :: true ->
-#else
+#elif defined(FAULT_12)
     :: !stoppedFlag ->
+#else
+    :: toldToEnd != current ->
 #endif
 #ifndef FAULT_9
        counted++;
@@ -470,6 +472,15 @@ inline Enable()
        fi
     fi;
     Unlock(control)
+}
+
+/* The deadline may pass at any moment. */
+inline TryControl()
+{
+    if
+    :: atomic { control == 0 -> control = me; controls = true }
+    :: true
+    fi
 }
 
 inline Close()
@@ -665,10 +676,14 @@ proctype Enabler(byte me) EXISTS
 proctype Ignition(byte me) EXISTS
 {
     LOCALS;
+    bool controls = false;
 
     if
-    :: !enabledFlag
-    :: else -> /* WriteNotice() */
+    :: enabledFlag -> TryControl() /* WriteNotice() */
+    :: else
+    fi;
+    if
+    :: controls ->
        Take(false, true);
        if
        :: !taken
@@ -679,17 +694,23 @@ proctype Ignition(byte me) EXISTS
           if
           :: HandOver()
 #ifdef THROW
-          :: moved = true; LeaveStep(); goto close
+          :: LeaveStep(); moved = true
 #endif
           fi;
           if
           :: moved
           :: else -> LeaveStep()
           fi
-       fi
+       fi;
+       atomic { taken = false; moved = false; controls = false; Unlock(control) }
+    :: else
     fi;
-close:
-    Close();
+    TryControl(); /* Close() */
+    Stop();
+    if
+    :: controls -> AwaitStopped(); CallPolicy(); Unlock(control)
+    :: else
+    fi;
     EndOfThread()
 }
 
@@ -699,7 +720,10 @@ proctype Forker(byte me) EXISTS
 {
     LOCALS;
 
-    Lock(mutex); /* LockForFork() */
+#ifndef FAULT_7
+    Lock(writerMutex); /* LockForFork(), of Writer and of LineLock */
+#endif
+    Lock(mutex);
     d_step {
         inChild = true;
         forkingProcess = _pid;
@@ -729,11 +753,11 @@ proctype Forker(byte me) EXISTS
         noticeTaken = false;
         notice = false;
         running = 0;
-#ifndef FAULT_7
-        writerMutex = 0;
-#endif
     }
     Unlock(mutex); /* UnlockAfterFork() */
+#ifndef FAULT_7
+    Unlock(writerMutex);
+#endif
     Enable();
     atomic { started++; run Composer(1) }
     EndOfThread()
@@ -754,14 +778,14 @@ active proctype Judge()
         :: each <= COMPOSERS -> started++; run Composer(each); each++
         :: else -> break
         od;
+#ifdef IGNITION
+        started++; run Ignition(ignition);
+#endif
 #ifdef CLOSE
         started++; run Closer(closer);
 #endif
 #ifdef ENABLE
         started++; run Enabler(enabler);
-#endif
-#ifdef IGNITION
-        started++; run Ignition(ignition);
 #endif
 #ifdef FORK
         started++; run Forker(forker);

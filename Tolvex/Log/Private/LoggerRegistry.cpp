@@ -62,9 +62,8 @@ void RenewInChild(LoggerState& state)
         state.bufferStale || phase == LineLock::Inserting || phase == LineLock::Dropped;
     // Not destroyed first: a thread of the parent may have held the mutex, or waited for the
     // semaphore.
-    new (&state.control) std::mutex;
+    new (&state.control) LineLock;
     new (&state.lineReady) Interfaces::ISemaphore(0);
-    state.controlling = 0;
 }
 
 void UnlockAfterFork(bool inChild)
