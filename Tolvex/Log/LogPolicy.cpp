@@ -58,7 +58,7 @@ FileLogPolicy::~FileLogPolicy() = default;
 void FileLogPolicy::SetOutput(const std::string& name)
 {
     if (name != fileName) {
-        auto file = std::make_shared<FileOutput>(name, state->settings);
+        auto file = std::make_shared<FileOutput>(name, state->settings, state->file.get());
         fileName = name;
         state->file = std::move(file);
     }

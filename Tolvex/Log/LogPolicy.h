@@ -52,7 +52,7 @@ public:
 /// Between lines the file is closed: others may move, delete or truncate the file at any time, and
 /// the next line creates the file again or appends to it. A line is one append, so lines of several
 /// processes do not mix. If the disk is full, the line is lost. After a partial write the next line
-/// for the same file starts on a new line, unless lines went to another file in between.
+/// for the same file starts on a new line. The policy remembers the last such file only.
 /// @code
 /// FileLogPolicy policy;
 /// policy.SetOutput("/var/log/camera.log");

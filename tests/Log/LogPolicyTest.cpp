@@ -386,6 +386,47 @@ TEST_F(FileLogPolicyTest, TornLineIsStillKnownWhenTheSameFileIsSetAgain)
     EXPECT_EQ(ReadFile(path), "torn\nnext\nand next\n");
 }
 
+TEST_F(FileLogPolicyTest, TornLineIsStillKnownAfterLinesInAnotherFile)
+{
+    const std::string other = directory.Path("other");
+    std::ofstream(other) << "of another process";
+    const ChildResult child = RunInChild([&] {
+        policy.SetOutput(path);
+        LimitFiles(4);
+        policy.Write("torn line\n");
+        LiftLimitOfFiles();
+        policy.SetOutput(other);
+        policy.Write(" and this\n");
+        policy.SetOutput(path);
+        policy.Write("next\n");
+        policy.Write("and next\n");
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(ReadFile(other), "of another process and this\n");
+    EXPECT_EQ(ReadFile(path), "torn\nnext\nand next\n");
+}
+
+TEST_F(FileLogPolicyTest, TornLineIsStillKnownWhenItsFileComesBack)
+{
+    const std::string away = directory.Path("away");
+    const ChildResult child = RunInChild([&] {
+        policy.SetOutput(path);
+        LimitFiles(4);
+        policy.Write("torn line\n");
+        LiftLimitOfFiles();
+        std::filesystem::rename(path, away);
+        policy.Write("meanwhile\n");
+        std::filesystem::rename(away, path);
+        policy.Write("next\n");
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(ReadFile(path), "torn\nnext\n");
+}
+
 TEST(FileLogPolicyMountTest, FileOfAnotherDeviceWithTheNumberOfATornOneGetsNoNewline)
 {
     Tolvex::Support::InSmallFileSystem("size=64k", [](const std::string& mounted) {
