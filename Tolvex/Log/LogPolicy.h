@@ -138,10 +138,12 @@ private:
 /// Prints each line on standard output, in the colour of its type.
 ///
 /// Warnings are yellow, errors red, notices green; any other type has no colour. The line and its
-/// escape sequences leave in one piece. Standard output is not flushed. A failed state of std::cout
-/// is cleared before each line, also one that the application has set: the failure may have passed.
+/// escape sequences leave in one piece. Standard output is not flushed, unless std::unitbuf is set
+/// in std::cout. A line is also written while std::cout is in a failed state. The policy neither
+/// sets nor clears that state.
 /// @par Thread safety
-/// Caller serialises. Other threads may use standard output meanwhile.
+/// Caller serialises. Other threads may write to standard output meanwhile, unless the application
+/// has called std::ios_base::sync_with_stdio(false).
 class TOLVEX_EXPORT ConsoleLogPolicy : public ILogPolicy
 {
 public:
