@@ -143,6 +143,8 @@ public:
     /// Begins a line in each enabled logger. Blocks until the lines before have been written.
     /// Leaves errno as it is.
     /// @param type  Severity of the line.
+    /// @throws std::system_error when a line lock cannot be taken; resource_deadlock_would_occur in
+    /// a manipulator. The open line is then left as it is in all outputs.
     void WriteHeader(LogType type)
     {
         if (AnyEnabled()) {
@@ -177,7 +179,7 @@ public:
 
     /// Applies a manipulator to each enabled logger; std::endl ends the line. Does not wait for the
     /// writers.
-    /// @param manipulator  Applied to the text of the line.
+    /// @param manipulator  Applied to the text of the line; must not log.
     /// @return this logger.
     Logger& operator<<(LogManipulator manipulator)
     {

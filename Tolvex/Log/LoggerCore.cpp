@@ -314,6 +314,11 @@ void LoggerCore::DropLine()
     const LineStep step(*state);
 }
 
+bool LoggerCore::IsInUseByCaller() const
+{
+    return state->lock.IsInUseByMe();
+}
+
 void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point deadline)
 {
     // Another thread's Close() would drop the last notice while it is being composed.

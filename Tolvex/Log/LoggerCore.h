@@ -79,6 +79,8 @@ public:
     void EndOpenLine();
     /// As LoggerBase::DropLine().
     void DropLine();
+    /// @return whether the caller is called by a manipulator or the policy, which must not log.
+    bool IsInUseByCaller() const;
 
     /// Writes a whole notice, unless the logger is disabled or the line lock is not free in time.
     /// Call EndOpenLine() of all loggers first.

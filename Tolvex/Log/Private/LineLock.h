@@ -92,6 +92,13 @@ public:
     /// @return whether the calling thread has the line.
     bool IsMine() const { return OwnerOf(word) == Base::CallingThread(); }
 
+    /// @return whether the calling thread is changing the line at this moment, or its policy.
+    bool IsInUseByMe() const
+    {
+        const std::uintptr_t seen = word;
+        return OwnerOf(seen) == Base::CallingThread() && PhaseOf(seen) != Open;
+    }
+
     /// Keep all other threads out of the queue while the process forks. In the child the lock is
     /// then free, refuses lines, and has no waiting threads.
     void LockForFork() { mutex.lock(); }
