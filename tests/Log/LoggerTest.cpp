@@ -50,6 +50,7 @@ using Tolvex::Support::RunInChild;
 using Tolvex::Support::RunInTime;
 using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::SleepingThread;
+using Tolvex::Support::Sleeps;
 using Tolvex::Support::ThermalZone;
 using Tolvex::Support::ThreadNames;
 using Tolvex::Support::ThreadsBusyAtFork;
@@ -705,6 +706,42 @@ TEST(LoggerTest, WriterThatHangsDelaysTheExitByTwoSecondsOnly)
 TEST(LoggerTest, WriterThatHangsDelaysAQuickExitByTwoSecondsOnly)
 {
     ExpectDelayedBy([](int code) { std::quick_exit(code); });
+}
+
+std::atomic<bool> exiting = false;
+std::chrono::steady_clock::time_point exitBegan;
+CapturingLogger* loggerAtExit = nullptr;
+
+TEST(LoggerTest, ExitDoesNotWaitForALineThatIsEndedLater)
+{
+    const ChildResult child = RunInTime([]() -> int {
+        std::atexit([] {  // registered first: runs after the log has waited
+            const auto took = std::chrono::steady_clock::now() - exitBegan;
+            const bool waited = loggerAtExit->GetPolicy().LineCount() != 0;
+            _exit(!waited ? 1 : took < longestLogWait ? 0 : late);
+        });
+        loggerAtExit = new CapturingLogger;
+        loggerAtExit->GetPolicy().onWrite = [process = getpid()](const std::string& line) {
+            if (line.ends_with("first\n")) {
+                // The number of a process is that of its first thread, which then waits in exit().
+                Eventually([process] { return exiting && Sleeps(process); });
+                return;
+            }
+            for (;;) {  // The second line hangs.
+                std::this_thread::sleep_for(std::chrono::seconds(1));
+            }
+        };
+        EXPECT_TRUE(loggerAtExit->Enable());
+        WriteLine(*loggerAtExit, "first");
+        SleepingThread([] { WriteLine(*loggerAtExit, "second"); }).detach();
+
+        std::atexit([] {  // registered last: runs first
+            exitBegan = std::chrono::steady_clock::now();
+            exiting = true;
+        });
+        std::exit(1);
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.ExitCode();
 }
 
 TEST(LoggerTest, ThreadsMayLogWhileTheProcessExits)
