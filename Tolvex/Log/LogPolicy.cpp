@@ -58,7 +58,7 @@ FileLogPolicy::~FileLogPolicy() = default;
 void FileLogPolicy::SetOutput(const std::string& name)
 {
     if (name != fileName) {
-        auto file = std::make_shared<FileOutput>(name, state->settings);
+        auto file = std::make_shared<FileOutput>(name, state->settings, state->file.get());
         fileName = name;
         state->file = std::move(file);
     }
@@ -115,10 +115,6 @@ void ConsoleLogPolicy::WriteHeader(LogType type)
 
 void ConsoleLogPolicy::Write(const std::string& line)
 {
-    if (!std::cout.good()) {
-        std::cout.clear();  // The failure may have passed.
-    }
-
     const std::optional<ColorCode> color = ColorOf(lineType);
     // Written in one piece, so that the output of other threads does not get the colour. A local
     // string, because a write that hangs may outlast the members of the policy.
@@ -126,7 +122,11 @@ void ConsoleLogPolicy::Write(const std::string& line)
     const std::string colored =
         color ? Escape(*color) + line + Escape(ColorCode::Default) : std::string();
     const std::string& text = color ? colored : line;
-    std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
+    // Not through std::cout: its state belongs to the application, which may be using it now. After
+    // a failure a new stream tries again: the failure may have passed.
+    std::ostream output(std::cout.rdbuf());
+    output.setf(std::cout.flags() & std::ios_base::unitbuf);
+    output.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
 std::ostream& operator<<(std::ostream& stream, const ColoredLog& color)

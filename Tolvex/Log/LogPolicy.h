@@ -52,7 +52,7 @@ public:
 /// Between lines the file is closed: others may move, delete or truncate the file at any time, and
 /// the next line creates the file again or appends to it. A line is one append, so lines of several
 /// processes do not mix. If the disk is full, the line is lost. After a partial write the next line
-/// for the same file starts on a new line, unless lines went to another file in between.
+/// for the same file starts on a new line. The policy remembers the last such file only.
 /// @code
 /// FileLogPolicy policy;
 /// policy.SetOutput("/var/log/camera.log");
@@ -138,10 +138,12 @@ private:
 /// Prints each line on standard output, in the colour of its type.
 ///
 /// Warnings are yellow, errors red, notices green; any other type has no colour. The line and its
-/// escape sequences leave in one piece. Standard output is not flushed. A failed state of std::cout
-/// is cleared before each line, also one that the application has set: the failure may have passed.
+/// escape sequences leave in one piece. Standard output is not flushed, unless std::unitbuf is set
+/// in std::cout. A line is also written while std::cout is in a failed state. The policy neither
+/// sets nor clears that state.
 /// @par Thread safety
-/// Caller serialises. Other threads may use standard output meanwhile.
+/// Caller serialises. Other threads may write to standard output meanwhile, unless the application
+/// has called std::ios_base::sync_with_stdio(false).
 class TOLVEX_EXPORT ConsoleLogPolicy : public ILogPolicy
 {
 public:

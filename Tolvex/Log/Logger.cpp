@@ -5,6 +5,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <system_error>
 
 #include "Tolvex/Base/Private/NoCancellation.h"
 #include "Tolvex/Base/SharedValue.h"
@@ -132,6 +133,13 @@ void Logger::DropLine()
 
 void Logger::BeginLines(LogType type)
 {
+    // First, before a line of another output is ended.
+    bool nested = false;
+    ForEachEnabled([&nested](const LoggerCore& core) { nested |= core.IsInUseByCaller(); });
+    if (nested) {
+        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+    }
+
     // End all open lines before waiting for a lock. Otherwise the thread would hold the console's
     // line while it waits for the file's, against the order of the locks.
     ForEachEnabled([](LoggerCore& core) { core.EndOpenLine(); });

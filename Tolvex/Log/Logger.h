@@ -58,7 +58,7 @@ public:
     /// a line that is being written.
     /// @param fileName  Path, relative to the working directory of each line.
     /// @return false when the name is empty, the writer thread cannot be created, or the wait was
-    /// not enough; then nothing has changed.
+    /// not enough; then nothing has changed. Also false when RunIgnitionOff() ends during the call.
     bool EnableFile(const std::string& fileName);
 
     /// Logs to standard output from now on.
@@ -143,6 +143,8 @@ public:
     /// Begins a line in each enabled logger. Blocks until the lines before have been written.
     /// Leaves errno as it is.
     /// @param type  Severity of the line.
+    /// @throws std::system_error when a line lock cannot be taken; resource_deadlock_would_occur in
+    /// a manipulator. The open line is then left as it is in all outputs.
     void WriteHeader(LogType type)
     {
         if (AnyEnabled()) {
@@ -177,7 +179,7 @@ public:
 
     /// Applies a manipulator to each enabled logger; std::endl ends the line. Does not wait for the
     /// writers.
-    /// @param manipulator  Applied to the text of the line.
+    /// @param manipulator  Applied to the text of the line; must not log.
     /// @return this logger.
     Logger& operator<<(LogManipulator manipulator)
     {
@@ -190,9 +192,9 @@ public:
     /// Logs "All triggers have been stopped" as a notice, and stops logging to the file.
     ///
     /// The notice is the last line of the file. The console and the black box stay enabled. Waits
-    /// up to 2.1 s in all: for the lines before, and for the writer. When that is not enough for
-    /// the lines before or for the notice itself, the notice is missing. Also waits for another
-    /// thread's EnableFile() or CloseFile().
+    /// up to 2.1 s in all: for another thread's EnableFile() or CloseFile(), for the lines before,
+    /// and for the writer. When that is not enough, the notice may be missing, and another thread's
+    /// EnableFile() may fail or take effect after this call.
     ///
     /// Unless the durability is LogDurability::None, the writer syncs the file before it ends: when
     /// the call returns before the 2.1 s are over, all lines in this file are on the medium. A file

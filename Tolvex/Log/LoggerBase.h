@@ -55,6 +55,9 @@ public:
     /// Closes the logger. Blocks as Close() does, and until the writer has ended. A writer that
     /// hangs in the policy's Write() is left behind: a policy of an application's own must then not
     /// touch its members any more.
+    /// @warning A writer that has taken a line counts as hanging after 2.1 s, even if the system
+    /// has not let it run since. It would then call Write() of a destroyed policy. If threads of a
+    /// higher priority can keep the writer from running for that long, do not destroy the logger.
     virtual ~LoggerBase() = default;
 
     LoggerBase(const LoggerBase&) = delete;

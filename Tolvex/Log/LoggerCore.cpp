@@ -18,38 +18,34 @@
 
 namespace Tolvex::Ilog {
 
-using Base::CallingThread;
 using Clock = std::chrono::steady_clock;
 
 namespace {
 
-/// Lets one thread at a time run Enable() or Close(). A nested call from the policy gets no lock.
-/// Disables cancellation while it exists.
+/// Lets one thread at a time run Enable() or Close(). A nested call from the policy is refused, and
+/// so is a call that has waited until its deadline. Disables cancellation while it exists.
 class Control
 {
 public:
-    explicit Control(LoggerState& state) : controlling(state.controlling)
+    explicit Control(LoggerState& state, Clock::time_point deadline = LineQueue::noDeadline)
+        : lock(state.control), taken(!lock.IsMine() && lock.Take(LineLock::Entry::Policy, deadline))
     {
-        if (controlling != CallingThread()) {
-            lock = std::unique_lock(state.control);
-            controlling = CallingThread();
-        }
     }
     ~Control()
     {
-        if (lock) {
-            controlling = 0;
+        if (taken) {
+            lock.Release();
         }
     }
     Control(const Control&) = delete;
     Control& operator=(const Control&) = delete;
 
-    explicit operator bool() const { return lock.owns_lock(); }
+    explicit operator bool() const { return taken; }
 
 private:
     const Base::NoCancellation scope;
-    std::unique_lock<std::mutex> lock;
-    std::atomic<Base::ThreadId>& controlling;
+    LineLock& lock;
+    const bool taken;
 };
 
 /// The calling thread's right to use the buffer and the policy. If an exception or a cancellation
@@ -321,12 +317,17 @@ void LoggerCore::DropLine()
     const LineStep step(*state);
 }
 
+bool LoggerCore::IsInUseByCaller() const
+{
+    return state->lock.IsInUseByMe();
+}
+
 void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point deadline)
 {
     // Another thread's Close() would drop the last notice while it is being composed.
     std::optional<Control> control;
-    if (last && !control.emplace(*state)) {
-        return;  // The policy calls this from its own Close() or SetOutput().
+    if (last && !control.emplace(*state, deadline)) {
+        return;
     }
     LineStep step(*state, state->lock.Take(LineLock::Entry::Line, deadline));
     if (!step) {
@@ -343,11 +344,11 @@ void LoggerCore::WriteNotice(std::string_view text, bool last, Clock::time_point
 
 void LoggerCore::Close(Clock::time_point deadline)
 {
-    const Control control(*state);
-    if (!control) {
-        return;  // The policy calls this from its own Close() or SetOutput().
-    }
+    const Control control(*state, deadline);
     Writer(*state).Stop();
+    if (!control) {
+        return;  // The thread that has the control uses the policy.
+    }
     const bool stopped = Writer(*state).AwaitStopped(deadline);
     const auto close = [this] { state->calls.close(state->policy); };
     const auto end = stopped ? std::min(deadline, Clock::now() + longestWait) : Clock::now();

@@ -79,6 +79,8 @@ public:
     void EndOpenLine();
     /// As LoggerBase::DropLine().
     void DropLine();
+    /// @return whether the caller is called by a manipulator or the policy, which must not log.
+    bool IsInUseByCaller() const;
 
     /// Writes a whole notice, unless the logger is disabled or the line lock is not free in time.
     /// Call EndOpenLine() of all loggers first.
@@ -89,7 +91,8 @@ public:
     void WriteNotice(std::string_view text, bool last,
                      std::chrono::steady_clock::time_point deadline);
     /// As LoggerBase::Close().
-    /// @param deadline  When to stop waiting for the writer, if that is before the 2.1 s.
+    /// @param deadline  When to stop waiting. If another thread is in Enable() or Close() until
+    ///                  then, lines are refused, but the policy is left to that thread.
     void Close(std::chrono::steady_clock::time_point deadline =
                    std::chrono::steady_clock::time_point::max());
 

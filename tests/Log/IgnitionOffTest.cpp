@@ -350,6 +350,44 @@ TEST(IgnitionOffTest, WriterThatHangsLetsNoThreadWaitForTheLineForEver)
     EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
 }
 
+TEST(IgnitionOffTest, ThreadsThatEnableTheFileBehindAWriterThatHangsDelayTheCallByOneBoundOnly)
+{
+    const ScratchDirectory directory;
+    const std::string pipe = directory.Path("pipe");
+    const std::string path = directory.Path("log");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const ChildResult child = RunInTime([&] {
+        alarm(hangSeconds);
+        EXPECT_TRUE(Log().EnableFile(pipe));  // without a reader: opening it hangs
+        WriteLine("hangs");
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < 3; ++thread) {  // Each of them fails after the whole wait.
+            threads.push_back(SleepingThread([&path] { EXPECT_FALSE(Log().EnableFile(path)); }));
+        }
+
+        const auto start = Clock::now();
+        Log().RunIgnitionOff();
+        const auto took = Clock::now() - start;
+        EXPECT_GE(took, longestLogWait);
+        EXPECT_FALSE(Log().IsFileEnabled());
+
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_FALSE(Log().IsFileEnabled());
+        const int reader = open(pipe.c_str(), O_RDONLY);  // lets the writer continue
+        EXPECT_GE(reader, 0);
+        EXPECT_TRUE(Log().EnableFile(path));
+        WriteLine("line");
+        Log().CloseFile();
+        close(reader);
+        return took < 2 * longestLogWait - std::chrono::milliseconds(200) ? 0 : late;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("line"));
+}
+
 TEST(IgnitionOffTest, NoticeThatFindsNoFreeLineLeavesTheOpenLineAsItIs)
 {
     const ChildResult child = RunInChild([] {

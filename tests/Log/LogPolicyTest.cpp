@@ -386,6 +386,47 @@ TEST_F(FileLogPolicyTest, TornLineIsStillKnownWhenTheSameFileIsSetAgain)
     EXPECT_EQ(ReadFile(path), "torn\nnext\nand next\n");
 }
 
+TEST_F(FileLogPolicyTest, TornLineIsStillKnownAfterLinesInAnotherFile)
+{
+    const std::string other = directory.Path("other");
+    std::ofstream(other) << "of another process";
+    const ChildResult child = RunInChild([&] {
+        policy.SetOutput(path);
+        LimitFiles(4);
+        policy.Write("torn line\n");
+        LiftLimitOfFiles();
+        policy.SetOutput(other);
+        policy.Write(" and this\n");
+        policy.SetOutput(path);
+        policy.Write("next\n");
+        policy.Write("and next\n");
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(ReadFile(other), "of another process and this\n");
+    EXPECT_EQ(ReadFile(path), "torn\nnext\nand next\n");
+}
+
+TEST_F(FileLogPolicyTest, TornLineIsStillKnownWhenItsFileComesBack)
+{
+    const std::string away = directory.Path("away");
+    const ChildResult child = RunInChild([&] {
+        policy.SetOutput(path);
+        LimitFiles(4);
+        policy.Write("torn line\n");
+        LiftLimitOfFiles();
+        std::filesystem::rename(path, away);
+        policy.Write("meanwhile\n");
+        std::filesystem::rename(away, path);
+        policy.Write("next\n");
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_EQ(ReadFile(path), "torn\nnext\n");
+}
+
 TEST(FileLogPolicyMountTest, FileOfAnotherDeviceWithTheNumberOfATornOneGetsNoNewline)
 {
     Tolvex::Support::InSmallFileSystem("size=64k", [](const std::string& mounted) {
@@ -632,7 +673,7 @@ TEST(ConsoleLogPolicyTest, FailureOfStandardOutputThatHasPassedCostsNothingLater
     EXPECT_EQ(child.output, "line\n");
 }
 
-TEST(ConsoleLogPolicyTest, FailedStateThatTheApplicationHasSetIsClearedBeforeEachLine)
+TEST(ConsoleLogPolicyTest, LineIsWrittenInAFailedStateThatTheApplicationHasSetAndLeavesIt)
 {
     const ChildResult child = RunInChild([] {
         ConsoleLogPolicy policy;
@@ -641,7 +682,8 @@ TEST(ConsoleLogPolicyTest, FailedStateThatTheApplicationHasSetIsClearedBeforeEac
             std::cout.setstate(state);
             policy.WriteHeader(LogType::Warning);
             policy.Write("line\n");
-            EXPECT_TRUE(std::cout.good());
+            EXPECT_EQ(std::cout.rdstate(), state);
+            std::cout.clear();
         }
         return 0;
     });
@@ -657,17 +699,45 @@ TEST(ConsoleLogPolicyTest, DeviceThatTakesNothingCostsTheLinesMeanwhile)
         EXPECT_GE(full, 0);
         dup2(full, STDOUT_FILENO);
         ConsoleLogPolicy policy;
+        policy.Write(std::string(100000, 'x') + "lost\n");  // more than the buffer holds
+        EXPECT_TRUE(std::cout.good());
         policy.Write("lost\n");
         std::cout.flush();
         EXPECT_FALSE(std::cout.good());
 
         dup2(working, STDOUT_FILENO);
         policy.Write("kept\n");
-        EXPECT_TRUE(std::cout.good());
+        EXPECT_FALSE(std::cout.good());
         return 0;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output;
     EXPECT_TRUE(child.output.ends_with("kept\n")) << child.output;
+}
+
+TEST(ConsoleLogPolicyTest, UnitBufferedStandardOutputIsFlushedAfterEachLine)
+{
+    const ChildResult child = RunInChild([] {
+        std::cout << std::unitbuf;
+        ConsoleLogPolicy policy;
+        policy.Write("line\n");
+        _exit(0);  // flushes nothing
+        return 0;
+    });
+    EXPECT_EQ(child.output, "line\n");
+}
+
+TEST(ConsoleLogPolicyTest, StandardOutputWithoutABufferCostsTheLine)
+{
+    const ChildResult child = RunInChild([] {
+        std::streambuf* const buffer = std::cout.rdbuf(nullptr);
+        ConsoleLogPolicy policy;
+        policy.Write("lost\n");
+        std::cout.rdbuf(buffer);
+        policy.Write("kept\n");
+        return 0;
+    });
+    EXPECT_TRUE(child.Succeeded());
+    EXPECT_EQ(child.output, "kept\n");
 }
 
 TEST(ColoredLogTest, IsTheEscapeSequenceOfItsNumber)

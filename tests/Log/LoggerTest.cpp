@@ -9,6 +9,7 @@
 #include <fstream>
 #include <random>
 #include <sys/stat.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -49,6 +50,7 @@ using Tolvex::Support::RunInChild;
 using Tolvex::Support::RunInTime;
 using Tolvex::Support::ScratchDirectory;
 using Tolvex::Support::SleepingThread;
+using Tolvex::Support::Sleeps;
 using Tolvex::Support::ThermalZone;
 using Tolvex::Support::ThreadNames;
 using Tolvex::Support::ThreadsBusyAtFork;
@@ -339,6 +341,70 @@ std::ostream& EnableTheFileAndLog(std::ostream& stream)
         WriteLine("whole");
     }).join();
     return stream;
+}
+
+int refusals = 0;  ///< how many times LoggingWithCare() got the error
+
+/// A manipulator must not log. This one tries, in both ways.
+std::ostream& LoggingWithCare(std::ostream& stream)
+{
+    LogLine(LogType::Info) << "lost";
+    try {
+        WriteLine("lost");
+    } catch (const std::system_error& error) {
+        refusals += error.code() == std::errc::resource_deadlock_would_occur ? 1 : 0;
+    }
+    return stream;
+}
+
+std::ostream& Logging(std::ostream& stream)
+{
+    WriteLine("lost");
+    return stream;
+}
+
+TEST(LoggerTest, ManipulatorThatLogsGetsAnErrorAndTheLineStaysWholeInEachOutput)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        EXPECT_TRUE(Log().EnableFile(path));
+        EXPECT_TRUE(Log().EnableConsole());
+        EXPECT_TRUE(Log().EnableBlackBox(10));
+        Log().WriteHeader(LogType::Info);
+        Log() << "one " << LoggingWithCare << "line" << std::endl;
+        EXPECT_EQ(refusals, 3);
+        WriteLine("next");
+        EXPECT_THAT(Log().GetLastLines(), ::testing::SizeIs(2));
+        Log().CloseFile();
+        Log().CloseConsole();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output;
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("one line", "next"));
+    EXPECT_THAT(LinesWithoutDate(child.output), ElementsAre("one line", "next"));
+}
+
+TEST(LoggerTest, ErrorOfAManipulatorThatLogsDropsTheLineInEachOutput)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("log");
+    const ChildResult child = RunInChild([&path] {
+        alarm(20);  // ends the child if a lock stays taken
+        EXPECT_TRUE(Log().EnableFile(path));
+        EXPECT_TRUE(Log().EnableConsole());
+        Log().WriteHeader(LogType::Info);
+        EXPECT_THROW(Log() << "half a line" << Logging << std::endl, std::system_error);
+        std::thread([] { WriteLine("next"); }).join();
+        Log().CloseFile();
+        Log().CloseConsole();
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
+    EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("next"));
+    EXPECT_THAT(LinesWithoutDate(child.output), ElementsAre("next"));
 }
 
 TEST(LoggerTest, LineOfTheFileIsGivenBackWhenTheLockOfTheConsoleCannotBeTaken)
@@ -640,6 +706,42 @@ TEST(LoggerTest, WriterThatHangsDelaysTheExitByTwoSecondsOnly)
 TEST(LoggerTest, WriterThatHangsDelaysAQuickExitByTwoSecondsOnly)
 {
     ExpectDelayedBy([](int code) { std::quick_exit(code); });
+}
+
+std::atomic<bool> exiting = false;
+std::chrono::steady_clock::time_point exitBegan;
+CapturingLogger* loggerAtExit = nullptr;
+
+TEST(LoggerTest, ExitDoesNotWaitForALineThatIsEndedLater)
+{
+    const ChildResult child = RunInTime([]() -> int {
+        std::atexit([] {  // registered first: runs after the log has waited
+            const auto took = std::chrono::steady_clock::now() - exitBegan;
+            const bool waited = loggerAtExit->GetPolicy().LineCount() != 0;
+            _exit(!waited ? 1 : took < longestLogWait ? 0 : late);
+        });
+        loggerAtExit = new CapturingLogger;
+        loggerAtExit->GetPolicy().onWrite = [process = getpid()](const std::string& line) {
+            if (line.ends_with("first\n")) {
+                // The number of a process is that of its first thread, which then waits in exit().
+                Eventually([process] { return exiting && Sleeps(process); });
+                return;
+            }
+            for (;;) {  // The second line hangs.
+                std::this_thread::sleep_for(std::chrono::seconds(1));
+            }
+        };
+        EXPECT_TRUE(loggerAtExit->Enable());
+        WriteLine(*loggerAtExit, "first");
+        SleepingThread([] { WriteLine(*loggerAtExit, "second"); }).detach();
+
+        std::atexit([] {  // registered last: runs first
+            exitBegan = std::chrono::steady_clock::now();
+            exiting = true;
+        });
+        std::exit(1);
+    });
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.ExitCode();
 }
 
 TEST(LoggerTest, ThreadsMayLogWhileTheProcessExits)

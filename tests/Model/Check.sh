@@ -76,6 +76,7 @@ holds close-again -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN -DCLOSE_AGAIN
 holds notice -DCOMPOSERS=1 -DLINES=2 -DIGNITION
 holds ignition -DCOMPOSERS=0 -DIGNITION -DENABLE
 holds exception -DCOMPOSERS=0 -DIGNITION -DENABLE -DTHROW
+holds ignition-reopen -DCOMPOSERS=0 -DCLOSE -DREOPEN -DIGNITION
 holds cancel -DCOMPOSERS=2 -DCANCEL
 holds cancel-reopen -DCOMPOSERS=1 -DCLOSE -DREOPEN -DCANCEL
 holds destroy -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DDETACH
@@ -107,6 +108,8 @@ finds fault-9 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_9
 finds fault-10 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DFAULT_10
 # A writer that ends keeps a token that was meant for another one.
 finds fault-11 -DCOMPOSERS=1 -DLINES=2 -DCLOSE -DREOPEN -DRETRY -DFAULT_11
+# Lines are admitted although the new writer was told to end.
+finds fault-12 -DCOMPOSERS=1 -DCLOSE -DREOPEN -DIGNITION -DFAULT_12
 
 if [ $checked -eq 0 ]; then
     echo "no variant is named $only" >&2

@@ -294,8 +294,10 @@ inline Admit()
     if
 #ifdef FAULT_6
     :: true ->
-#else
+#elif defined(FAULT_12)
     :: !stoppedFlag ->
+#else
+    :: toldToEnd != current ->
 #endif
 #ifndef FAULT_9
        counted++;
@@ -465,6 +467,15 @@ inline Enable()
        fi
     fi;
     Unlock(control)
+}
+
+/* The deadline may pass at any moment. */
+inline TryControl()
+{
+    if
+    :: atomic { control == 0 -> control = me; controls = true }
+    :: true
+    fi
 }
 
 inline Close()
@@ -660,10 +671,14 @@ proctype Enabler(byte me) EXISTS
 proctype Ignition(byte me) EXISTS
 {
     LOCALS;
+    bool controls = false;
 
     if
-    :: !enabledFlag
-    :: else -> /* WriteNotice() */
+    :: enabledFlag -> TryControl() /* WriteNotice() */
+    :: else
+    fi;
+    if
+    :: controls ->
        Take(false, true);
        if
        :: !taken
@@ -674,17 +689,23 @@ proctype Ignition(byte me) EXISTS
           if
           :: HandOver()
 #ifdef THROW
-          :: moved = true; LeaveStep(); goto close
+          :: LeaveStep(); moved = true
 #endif
           fi;
           if
           :: moved
           :: else -> LeaveStep()
           fi
-       fi
+       fi;
+       atomic { taken = false; moved = false; controls = false; Unlock(control) }
+    :: else
     fi;
-close:
-    Close();
+    TryControl(); /* Close() */
+    Stop();
+    if
+    :: controls -> AwaitStopped(); CallPolicy(); Unlock(control)
+    :: else
+    fi;
     EndOfThread()
 }
 
@@ -748,14 +769,14 @@ active proctype Judge()
         :: each <= COMPOSERS -> started++; run Composer(each); each++
         :: else -> break
         od;
+#ifdef IGNITION
+        started++; run Ignition(ignition);
+#endif
 #ifdef CLOSE
         started++; run Closer(closer);
 #endif
 #ifdef ENABLE
         started++; run Enabler(enabler);
-#endif
-#ifdef IGNITION
-        started++; run Ignition(ignition);
 #endif
 #ifdef FORK
         started++; run Forker(forker);

@@ -9,22 +9,25 @@
 namespace Tolvex::Ilog {
 
 FileOutput::FileOutput(const std::string& filePath,
-                       const std::shared_ptr<const FileSettings>& fileSettings)
+                       const std::shared_ptr<const FileSettings>& fileSettings,
+                       const FileOutput* before)
     : path(filePath),
       settings(fileSettings),
       rotation(filePath, fileSettings),
-      sync(std::make_shared<FileSync>(filePath, fileSettings))
+      sync(std::make_shared<FileSync>(filePath, fileSettings)),
+      torn(before == nullptr ? std::nullopt : before->torn)
 {
 }
 
 void FileOutput::RepairEnd()
 {
-    tornPossible = true;
-    torn.reset();
+    anyEnd = true;
 }
 
 void FileOutput::Append(const std::string& line)
 {
+    // The torn file may have been moved away; then it keeps its mark.
+    const bool tornPossible = anyEnd || (torn && torn->IsSameFile(Base::FileStatus::Of(path)));
     // Required: opens and closes the file for every line, so others may move, delete or truncate it
     // at any time.
     const Base::Descriptor file = rotation.Open(line.size() + (tornPossible ? 1 : 0));
@@ -34,7 +37,7 @@ void FileOutput::Append(const std::string& line)
     const bool syncing = settings->durability != LogDurability::None;
     const std::optional<Base::FileStatus> before =
         tornPossible || syncing ? Base::FileStatus::Of(file) : std::nullopt;
-    const bool newLineFirst = tornPossible && before && (!torn || torn->IsSameFile(*before)) &&
+    const bool newLineFirst = tornPossible && before && (anyEnd || torn->IsSameFile(*before)) &&
                               EndsInTheMiddleOfALine(*before);
 
     const std::string repaired = newLineFirst ? '\n' + line : std::string();
@@ -42,11 +45,11 @@ void FileOutput::Append(const std::string& line)
     const std::size_t written = Base::WriteAll(file, text);
     rotation.Unlock(file);
 
-    if (written == text.size()) {
-        tornPossible = false;
-    } else if (written != 0) {
-        tornPossible = true;
+    anyEnd = anyEnd && written == 0;
+    if (written != 0 && written != text.size()) {
         torn = Base::FileStatus::Of(file);
+    } else if (written != 0 && torn && torn->IsSameFile(before)) {
+        torn.reset();
     }
     if (syncing) {
         sync->AfterLine(file, before);

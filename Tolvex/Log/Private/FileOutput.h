@@ -21,8 +21,10 @@ class FileOutput
 public:
     /// @param filePath      Of the file.
     /// @param fileSettings  Read for every line.
-    FileOutput(const std::string& filePath,
-               const std::shared_ptr<const FileSettings>& fileSettings);
+    /// @param before        The output before; takes over which file ends in a torn line. May be
+    ///                      null.
+    FileOutput(const std::string& filePath, const std::shared_ptr<const FileSettings>& fileSettings,
+               const FileOutput* before);
 
     /// As FileLogPolicy::Write().
     void Append(const std::string& line);
@@ -37,8 +39,8 @@ private:
     const std::shared_ptr<const FileSettings> settings;
     FileRotation rotation;
     const std::shared_ptr<FileSync> sync;  ///< shared with its thread
-    bool tornPossible = false;             ///< a file may end in a part of a line
-    std::optional<Base::FileStatus> torn;  ///< that file; nothing: any file
+    bool anyEnd = false;                   ///< RepairEnd(): the end of any file is looked at
+    std::optional<Base::FileStatus> torn;  ///< the last file in which a line was torn
 };
 
 }  // namespace Tolvex::Ilog

@@ -91,6 +91,13 @@ public:
     /// @return whether the calling thread has the line.
     bool IsMine() const { return OwnerOf(word) == Base::CallingThread(); }
 
+    /// @return whether the calling thread is changing the line at this moment, or its policy.
+    bool IsInUseByMe() const
+    {
+        const std::uintptr_t seen = word;
+        return OwnerOf(seen) == Base::CallingThread() && PhaseOf(seen) != Open;
+    }
+
 private:
     static constexpr std::uintptr_t phaseMask = 7;
     static constexpr std::uintptr_t refusing = 8;   ///< lines do not begin

@@ -55,10 +55,14 @@ void RenewInChild(LoggerState& state)
         state.bufferStale || phase == LineLock::Inserting || phase == LineLock::Dropped;
     // Not destroyed first: threads of the parent may have held the locks, or waited for them.
     new (&state.lock) LineLock;
-    new (&state.control) std::mutex;
-    new (&state.writerMutex) std::mutex;
+    new (&state.control) LineLock;
+    // Replaced only if it is taken: the thread sanitizer reports a race with the last unlock().
+    if (state.writerMutex.try_lock()) {
+        state.writerMutex.unlock();
+    } else {
+        new (&state.writerMutex) std::mutex;
+    }
     new (&state.lineReady) Interfaces::ISemaphore(0);
-    state.controlling = 0;
     state.toldToEnd = ++state.currentWriter;
     Base::StoreShared(state.stopped, true);
     Base::StoreShared(state.enabled, false);

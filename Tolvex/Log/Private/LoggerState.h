@@ -12,7 +12,6 @@
 #include <sstream>
 #include <string>
 
-#include "Tolvex/Base/Private/CallingThread.h"
 #include "Tolvex/Interfaces/ISemaphore.h"
 #include "Tolvex/Log/PolicyCalls.h"
 #include "Tolvex/Log/Private/LineHeader.h"
@@ -58,9 +57,8 @@ struct LoggerState : std::enable_shared_from_this<LoggerState>
     const std::locale locale;  ///< the model's, or the global one at that time
     std::atomic<std::uint32_t> written = 0;  ///< lines that the writers have finished
 
-    std::mutex control;                           ///< held during one Enable() or Close()
-    std::atomic<Base::ThreadId> controlling = 0;  ///< the thread that holds control
-    LoggerState* next = nullptr;                  ///< in the registry; under its lock
+    LineLock control;             ///< held during one Enable() or Close(); no line: a lock only
+    LoggerState* next = nullptr;  ///< in the registry; under its lock
 };
 
 }  // namespace Tolvex::Ilog

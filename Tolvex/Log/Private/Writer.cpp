@@ -115,7 +115,7 @@ bool Writer::Start()
 bool Writer::Admit()
 {
     const std::lock_guard guard(logger.writerMutex);
-    if (logger.calls.keep == nullptr && Base::LoadShared(logger.stopped)) {
+    if (logger.calls.keep == nullptr && logger.toldToEnd == logger.currentWriter) {
         return false;
     }
     if (logger.enabledCount != nullptr) {

@@ -14,7 +14,7 @@ struct LoggerState;
 /// A writer that hangs in its policy is left behind: the logger may start another one, or be
 /// destroyed, and the old writer ends when its policy returns.
 /// @par Thread safety
-/// Thread-safe, except that Start(), Stop() and the waits need LoggerState::control.
+/// Thread-safe, except that Start(), Admit() and the waits need LoggerState::control.
 class Writer
 {
 public:
@@ -27,7 +27,7 @@ public:
     bool Start();
 
     /// Sets enabled and lets lines begin.
-    /// @return false when the writer has ended already; then nothing has changed.
+    /// @return false when the writer has ended or was told to end; then nothing has changed.
     bool Admit();
 
     /// Refuses lines, drops the one that is being composed, clears enabled, and tells the current
