@@ -127,6 +127,9 @@ void ConsoleLogPolicy::Write(const std::string& line)
     std::ostream output(std::cout.rdbuf());
     output.setf(std::cout.flags() & std::ios_base::unitbuf);
     output.write(text.data(), static_cast<std::streamsize>(text.size()));
+    if (!std::cout.good()) {
+        output.flush();  // The flush of std::cout at exit() does nothing in that state.
+    }
 }
 
 std::ostream& operator<<(std::ostream& stream, const ColoredLog& color)

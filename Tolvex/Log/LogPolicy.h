@@ -139,11 +139,11 @@ private:
 ///
 /// Warnings are yellow, errors red, notices green; any other type has no colour. The line and its
 /// escape sequences leave in one piece. Standard output is not flushed, unless std::unitbuf is set
-/// in std::cout. A line is also written while std::cout is in a failed state. The policy neither
-/// sets nor clears that state.
+/// in std::cout or std::cout is in a failed state. The policy neither sets nor clears that state.
 /// @par Thread safety
 /// Caller serialises. Other threads may write to standard output meanwhile, unless the application
-/// has called std::ios_base::sync_with_stdio(false).
+/// has called std::ios_base::sync_with_stdio(false). They must not change the flags or the buffer
+/// of std::cout.
 class TOLVEX_EXPORT ConsoleLogPolicy : public ILogPolicy
 {
 public:

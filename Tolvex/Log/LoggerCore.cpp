@@ -182,9 +182,10 @@ bool CallPolicy(LoggerState& state, Clock::time_point deadline, const Call& call
 /// In a forked child the buffer may have been in use by a thread that does not exist there.
 void RenewStaleBuffer(LoggerState& state)
 {
-    if (std::exchange(state.bufferStale, false)) {
+    if (state.bufferStale) {
         new (&state.buffer) std::stringstream;  // The old one cannot even be destroyed.
         state.formatChanged = true;
+        state.bufferStale = false;  // Last: a child that is forked meanwhile does it again.
     }
 }
 
@@ -237,7 +238,7 @@ bool LoggerCore::Enable(const std::string* output)
                });
     };
     if (IsEnabled()) {
-        return openOutput();
+        return openOutput() && IsEnabled();  // RunIgnitionOff() may have disabled it meanwhile.
     }
 
     RenewStaleBuffer(*state);

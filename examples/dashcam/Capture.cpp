@@ -168,7 +168,7 @@ void Capture::OpenSource()
     width = av_buffersink_get_w(output);
     const AVRational rate = av_buffersink_get_frame_rate(output);
     if (rate.num > 0 && rate.den > 0) {  // known; a camera may ignore the settings
-        interval = Clock::duration(1s) * rate.den / rate.num;
+        interval = std::max<Clock::duration>(1us, Clock::duration(1s) * rate.den / rate.num);
     }
 }
 

@@ -388,6 +388,33 @@ TEST(IgnitionOffTest, ThreadsThatEnableTheFileBehindAWriterThatHangsDelayTheCall
     EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("line"));
 }
 
+TEST(IgnitionOffTest, EnableFileThatOutlastsTheCallSaysWhetherTheFileIsEnabled)
+{
+    const ScratchDirectory directory;
+    const std::string pipe = directory.Path("pipe");
+    const std::string path = directory.Path("log");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const ChildResult child = RunInTime([&] {
+        alarm(hangSeconds);
+        EXPECT_TRUE(Log().EnableFile(pipe));  // without a reader: opening it hangs
+        WriteLine("hangs");
+        std::thread first = SleepingThread([&path] { EXPECT_FALSE(Log().EnableFile(path)); });
+        bool enabled = false;
+        // Has its turn when the first one gives up, just before the call below does.
+        std::thread second = SleepingThread([&] { enabled = Log().EnableFile(path); });
+        Log().RunIgnitionOff();
+
+        const int reader = open(pipe.c_str(), O_RDONLY);  // lets the writer continue
+        first.join();
+        second.join();
+        EXPECT_EQ(enabled, Log().IsFileEnabled());
+        close(reader);
+        return 0;
+    });
+
+    EXPECT_TRUE(child.Succeeded()) << child.output << child.Signal();
+}
+
 TEST(IgnitionOffTest, NoticeThatFindsNoFreeLineLeavesTheOpenLineAsItIs)
 {
     const ChildResult child = RunInChild([] {

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <random>
 #include <sys/stat.h>
 #include <system_error>
@@ -708,6 +709,20 @@ TEST(LoggerTest, WriterThatHangsDelaysAQuickExitByTwoSecondsOnly)
     ExpectDelayedBy([](int code) { std::quick_exit(code); });
 }
 
+TEST(LoggerTest, LineOnTheConsoleIsFlushedAtExitAlsoWhileStdCoutHasFailed)
+{
+    const ChildResult child = RunInChild([]() -> int {
+        std::ios_base::sync_with_stdio(false);
+        std::cout.setstate(std::ios_base::badbit);
+        Log().EnableConsole();
+        WriteLine("last");
+        std::exit(0);
+    });
+
+    EXPECT_TRUE(child.Succeeded());
+    EXPECT_NE(child.output.find("last"), std::string::npos) << child.output;
+}
+
 std::atomic<bool> exiting = false;
 std::chrono::steady_clock::time_point exitBegan;
 CapturingLogger* loggerAtExit = nullptr;
@@ -718,7 +733,7 @@ TEST(LoggerTest, ExitDoesNotWaitForALineThatIsEndedLater)
         std::atexit([] {  // registered first: runs after the log has waited
             const auto took = std::chrono::steady_clock::now() - exitBegan;
             const bool waited = loggerAtExit->GetPolicy().LineCount() != 0;
-            _exit(!waited ? 1 : took < longestLogWait ? 0 : late);
+            _exit(took >= longestLogWait ? late : waited ? 0 : 1);
         });
         loggerAtExit = new CapturingLogger;
         loggerAtExit->GetPolicy().onWrite = [process = getpid()](const std::string& line) {

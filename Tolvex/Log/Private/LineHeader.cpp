@@ -21,10 +21,11 @@ void LineHeader::InsertInto(std::ostream& stream, LogType type)
         Base::TimeZoneGeneration() != zoneGeneration) {
         const std::unique_lock<std::mutex> lock = Base::LockAgainstForks();
         monitor = Util::TemperatureMonitor::GetInstance();
-        zoneGeneration = Base::TimeZoneGeneration();
+        const auto generation = Base::TimeZoneGeneration();
         const std::string time = Util::Date(now, "[%Y-%m-%d %H:%M:%S]");
         timeLength = time.copy(text.data(), text.size() / 2);
         second = now;
+        zoneGeneration = generation;
         zone = Base::LoadShared(timezone);
     }
 
