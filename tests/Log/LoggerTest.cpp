@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -152,6 +153,9 @@ TEST(LoggerTest, EachLineReachesTheFileAndTheConsole)
         EXPECT_TRUE(Log().IsConsoleEnabled());
 
         char text[] = " writable ";
+        const std::time_t second = std::time(nullptr);
+        Eventually([second] { return std::time(nullptr) != second; });
+        // Both headers now have the same second, unless this thread stands still for as long.
         Log().WriteHeader(LogType::Error);
         Log() << LogModule::WNET << "eth0" << text << std::string("is down ") << 3 << " " << 0.25
               << std::endl;
