@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -56,6 +55,7 @@ using Tolvex::Support::Sleeps;
 using Tolvex::Support::ThermalZone;
 using Tolvex::Support::ThreadNames;
 using Tolvex::Support::ThreadsBusyAtFork;
+using Tolvex::Support::WithoutDate;
 using Tolvex::Support::WriteLine;
 
 // Every test works in a child process, so that it finds the one logger of a process fresh.
@@ -153,9 +153,6 @@ TEST(LoggerTest, EachLineReachesTheFileAndTheConsole)
         EXPECT_TRUE(Log().IsConsoleEnabled());
 
         char text[] = " writable ";
-        const std::time_t second = std::time(nullptr);
-        Eventually([second] { return std::time(nullptr) != second; });
-        // Both headers now have the same second, unless this thread stands still for as long.
         Log().WriteHeader(LogType::Error);
         Log() << LogModule::WNET << "eth0" << text << std::string("is down ") << 3 << " " << 0.25
               << std::endl;
@@ -167,8 +164,9 @@ TEST(LoggerTest, EachLineReachesTheFileAndTheConsole)
     EXPECT_TRUE(child.Succeeded()) << child.output;
     const std::string line = "[ERROR][#WNET]eth0 writable is down 3 0.25";
     EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre(line));
-    // The bytes of both are the same but for the colour.
-    EXPECT_EQ(child.output, "\x1B[31m" + ReadFile(path) + "\x1B[39m");
+    // The console has the same bytes in colour. Its header is of its own: a second may have passed.
+    ASSERT_TRUE(child.output.starts_with("\x1B[31m"));
+    EXPECT_EQ(WithoutDate(child.output.substr(5)), line + "\n\x1B[39m");
 }
 
 TEST(LoggerTest, FileAloneAndConsoleAloneGetTheirLines)
@@ -604,8 +602,11 @@ TEST(LoggerTest, IgnitionOffWritesAGreenNoticeWithoutModuleAndClosesTheFileOnly)
 
     EXPECT_TRUE(child.Succeeded());
     EXPECT_THAT(LinesWithoutDate(ReadFile(path)), ElementsAre("All triggers have been stopped"));
-    EXPECT_EQ(child.output.rfind("\x1B[32m" + ReadFile(path) + "\x1B[39m", 0), 0U) << child.output;
-    EXPECT_TRUE(child.output.ends_with("]after\n"));
+    ASSERT_TRUE(child.output.starts_with("\x1B[32m"));
+    const std::string rest = WithoutDate(child.output.substr(5));
+    const std::string notice = "All triggers have been stopped\n\x1B[39m";
+    ASSERT_TRUE(rest.starts_with(notice)) << child.output;
+    EXPECT_EQ(WithoutDate(rest.substr(notice.size())), "after\n");
 }
 
 TEST(LoggerTest, IgnitionOffWithoutALoggerReturnsAtOnce)

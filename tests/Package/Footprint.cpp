@@ -80,8 +80,7 @@ std::size_t AllocationsOfLines()
     return ownAllocationCount - before;
 }
 
-/// Once a second a line formats a new time stamp. Therefore this reports the minimum and the
-/// maximum.
+/// Once a second a line formats a new time stamp: the minimum and the maximum are reported.
 int MeasureLines(const std::string& logFile)
 {
     if (!Logger::GetInstance()->EnableFile(logFile)) {

@@ -3,13 +3,11 @@
 #include <algorithm>
 #include <charconv>
 #include <mutex>
-#include <string>
 #include <string_view>
 
 #include "Tolvex/Base/Private/TimeZone.h"
 #include "Tolvex/Base/SharedValue.h"
 #include "Tolvex/Util/TemperatureMonitor.h"
-#include "Tolvex/Util/UtilTime.h"
 
 namespace Tolvex::Ilog {
 
@@ -22,8 +20,13 @@ void LineHeader::InsertInto(std::ostream& stream, LogType type)
         const std::unique_lock<std::mutex> lock = Base::LockAgainstForks();
         monitor = Util::TemperatureMonitor::GetInstance();
         const auto generation = Base::TimeZoneGeneration();
-        const std::string time = Util::Date(now, "[%Y-%m-%d %H:%M:%S]");
-        timeLength = time.copy(text.data(), text.size() / 2);
+        tm local{};
+        // Not by Util::Date(): no line needs memory for its header. The time is missing when its
+        // year does not fit into an int.
+        timeLength =
+            localtime_r(&now, &local) == nullptr
+                ? 0
+                : std::strftime(text.data(), text.size(), "[%Y-%m-%d %H:%M:%S]", &local);
         second = now;
         zoneGeneration = generation;
         zone = Base::LoadShared(timezone);

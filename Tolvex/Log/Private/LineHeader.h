@@ -26,7 +26,7 @@ class LineHeader
 {
 public:
     /// Inserts the header of a line that begins now. The first one makes the temperature monitor.
-    /// @throws std::system_error when a lock cannot be taken; std::bad_alloc.
+    /// @throws std::system_error when a lock cannot be taken; std::bad_alloc, the first time only.
     void InsertInto(std::ostream& stream, LogType type);
 
 private:
