@@ -1,5 +1,6 @@
 // Reads settings that a person edits, says where they are malformed, and reports them to a server
 // as standard JSON.
+#include <exception>
 #include <iostream>
 #include <string>
 
@@ -14,7 +15,12 @@ namespace Json = Tolvex::Json;
 void Load(const std::string& text)
 {
     Json::ParseError error;
-    const Json::Value settings = Json::Deserialize(text, error);
+    Json::Value settings;
+    try {
+        settings = Json::Deserialize(text, error);
+    } catch (const std::exception&) {
+        // Some faults are thrown, too. The error has the reason of each.
+    }
     if (error.reason.empty()) {
         std::cout << "loaded: " << Json::SerializeStandard(settings) << '\n';
     } else {

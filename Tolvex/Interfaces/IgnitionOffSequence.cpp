@@ -4,6 +4,7 @@
 #include <exception>
 #include <functional>
 #include <new>
+#include <unistd.h>
 #include <utility>
 
 #include "Tolvex/Base/Private/BoundedThread.h"
@@ -68,6 +69,7 @@ IgnitionOffSequence::IgnitionOffSequence(const std::string& recordFile)
     try {
         Util::WriteDriveRecord(recordPath, {Util::DriveEnd::Died, {}});
     } catch (const IException& problem) {
+        unlink(recordPath.c_str());  // It is of the last drive, and would be taken for this one's.
         SetError(problem, "IgnitionOffSequence", true, true);
     }
     recordThread = BoundedThread::Create("IGNITION_RECORD", SignalHandlers::Blocked);

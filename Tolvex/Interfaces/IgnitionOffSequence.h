@@ -20,8 +20,9 @@ namespace Tolvex::Interfaces {
 ///
 /// A participant that takes longer than its budget is left behind: its call continues on its own
 /// thread, the sequence calls the next participant, and the log names the late one. A call that has
-/// not even begun within the budget is not made. While the line about one late participant hangs in
-/// the log, the next late ones are not logged. RunIgnitionOff() takes at most the sum of the
+/// not even begun within the budget is not made. While the line about one late participant waits in
+/// the log, because the log hangs or is slow, the next late ones are not logged; GetOverrun() and
+/// the record name all of them. RunIgnitionOff() takes at most the sum of the
 /// budgets plus 50 ms, also when every participant, the log and the disk hang.
 ///
 /// With a record file the next start learns how this drive ended. The constructor reads the record
@@ -34,8 +35,11 @@ namespace Tolvex::Interfaces {
 /// Add() returns false and leaves the reason in the error text (IError). After the constructor
 /// GetErrorText() names the part of its work that failed, the last one if several did. "No thread
 /// for the log": late participants are not logged. "No thread for the record": the record keeps
-/// saying "died". The record also keeps saying "died" when memory is exhausted, and when the disk
-/// is too slow or refuses the write; a refusal is logged.
+/// saying "died". The record also keeps saying "died" when memory is exhausted, when the late
+/// participants have names of more than 64 KiB in all, and when the disk is too slow or refuses the
+/// write; a refusal is logged. If the disk refuses the write of the constructor, the record of the
+/// last drive is removed, so that nobody takes it for the record of this one. The constructor,
+/// Add() and GetOverrun() throw std::bad_alloc without memory; Add() has then added nothing.
 /// @par Thread safety
 /// Caller serialises. Participants are called on threads of their own, one after the other; a late
 /// one still runs beside the next. A forked child must not use the object, but may destroy it.

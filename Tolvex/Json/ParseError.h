@@ -25,7 +25,8 @@ namespace Tolvex::Json {
 /// Reentrant.
 struct ParseError
 {
-    /// In bytes from the beginning of the text; the length of the text if the fault is at its end.
+    /// In bytes from the beginning of the text. If the fault is at the end: the length of the text
+    /// without the blanks there.
     std::size_t offset = 0;
     std::size_t line = 0;    ///< from 1, ended by newlines; 0 if the text is good
     std::size_t column = 0;  ///< from 1, in characters of UTF-8, a tab is one; 0 if it is good

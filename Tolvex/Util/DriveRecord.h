@@ -10,7 +10,8 @@
 /// Interfaces::IgnitionOffSequence keeps such a record by itself.
 /// @par Thread safety
 /// Thread-safe. If two threads or processes write one record, the second waits up to 5 s; the last
-/// one wins.
+/// one wins. A child that is forked during a write counts as a process that writes, as long as it
+/// lives.
 #pragma once
 
 #include <cstdint>
@@ -48,7 +49,7 @@ TOLVEX_EXPORT DriveRecord ReadDriveRecord(const std::string& path);
 /// Writes the file `path` + ".new" to the medium, renames it, and writes the directory to the
 /// medium. Blocks until all this is done, and up to 5 s while another thread or process writes the
 /// same record; then fails. The calling thread is not cancelled during the call.
-/// @param path    Of the record; its directory must exist.
+/// @param path    Of the record, without a NUL; its directory must exist.
 /// @param record  Died, Stopped or IgnitionOff, and names without line breaks: about 64 KiB in all.
 /// @throws Tolvex::IException when it cannot be written ("Failed to write the drive record: ", the
 /// step and the reason), or when the record is not as stated. The old record is left as it was,

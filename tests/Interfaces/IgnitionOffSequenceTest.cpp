@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <pthread.h>
 #include <stdexcept>
 #include <string>
@@ -609,6 +610,40 @@ TEST(IgnitionOffSequenceTest, RecordThatCannotBeWrittenIsToldAndTheSequenceRuns)
     EXPECT_EQ(calls, 1);
     EXPECT_THAT(log.TakeLines(),
                 testing::Contains(testing::HasSubstr("Failed to write the drive record: open")));
+}
+
+TEST(IgnitionOffSequenceTest, RecordOfTheLastDriveIsNotTakenForThisOne)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("drive");
+    Util::WriteDriveRecord(path, {DriveEnd::IgnitionOff, {"Upload"}});
+    std::filesystem::create_directory(path + ".new");  // in the way of the next record
+    {
+        const IgnitionOffSequence sequence(path);
+        EXPECT_THAT(sequence.GetErrorText(), testing::HasSubstr("Failed to write"));
+        EXPECT_EQ(sequence.GetLastDrive().end, DriveEnd::IgnitionOff);
+        EXPECT_EQ(Util::ReadDriveRecord(path).end, DriveEnd::None);
+    }
+    EXPECT_EQ(Util::ReadDriveRecord(path).end, DriveEnd::None);
+}
+
+TEST(IgnitionOffSequenceTest, WithoutMemoryNoParticipantIsAdded)
+{
+    IgnitionOffSequence sequence;
+    int calls = 0;
+    Part part([&calls] { ++calls; });
+    bool added = false;
+    for (std::size_t budget = 0; !added; ++budget) {
+        ASSERT_LT(budget, 1000U);
+        const Support::AllocationBudget limit(budget);
+        try {
+            added = sequence.Add("a name that is longer than the space in a string", &part, 30s);
+        } catch (const std::bad_alloc&) {
+            // The next budget is larger.
+        }
+    }
+    sequence.RunIgnitionOff();
+    EXPECT_EQ(calls, 1);
 }
 
 TEST(IgnitionOffSequenceTest, DiskThatHangsDoesNotKeepTheSequence)

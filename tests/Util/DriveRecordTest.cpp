@@ -92,6 +92,16 @@ TEST(DriveRecordTest, RecordIsReadAsItWasWritten)
     EXPECT_FALSE(std::filesystem::exists(path + ".new"));
 }
 
+TEST(DriveRecordTest, PathWithANulIsRefusedAndTheRecordStays)
+{
+    const ScratchDirectory directory;
+    const std::string path = directory.Path("drive");
+    ASSERT_EQ(Write(path, {DriveEnd::Stopped, {}}), "");
+    EXPECT_THAT(Write(path + '\0' + "x", {DriveEnd::Died, {}}),
+                testing::EndsWith("Invalid argument"));
+    EXPECT_EQ(EndIn(path), DriveEnd::Stopped);
+}
+
 TEST(DriveRecordTest, NoFileIsNoDrive)
 {
     const ScratchDirectory directory;

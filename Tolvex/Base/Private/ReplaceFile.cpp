@@ -22,13 +22,16 @@ constexpr std::chrono::milliseconds longestWaitForLock(5000);  // of a process t
 /// @return no descriptor if that fails; errno tells why.
 Descriptor OpenAlone(const std::string& name)
 {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + longestWaitForLock;
     for (;;) {
         // O_NONBLOCK: a FIFO that no process reads is refused. O_NOFOLLOW: so is a link.
         Descriptor file(open(name.c_str(),
                              O_WRONLY | O_CREAT | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK | O_NOFOLLOW,
                              0666));
         // Best effort with any other error: not every file system has locks.
-        if (file.IsOpen() && !LockFile(file, LOCK_EX, longestWaitForLock) && errno == EWOULDBLOCK) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        if (file.IsOpen() && !LockFile(file, LOCK_EX, left) && errno == EWOULDBLOCK) {
             return Descriptor(-1);
         }
         const std::optional<FileStatus> status = FileStatus::Of(file);
@@ -42,6 +45,10 @@ Descriptor OpenAlone(const std::string& name)
 
 const char* ReplaceFile(const std::string& path, std::string_view text)
 {
+    if (path.find('\0') != std::string::npos) {
+        errno = EINVAL;  // The system would take the path itself for the temporary file.
+        return "open: ";
+    }
     const std::string temporary = path + ".new";
     const std::string directory = DirectoryOf(path);
     const NoCancellation scope;

@@ -11,8 +11,9 @@ namespace Tolvex::Base {
 ///
 /// Writes the file `path` + ".new" to the medium, renames it, and writes the directory to the
 /// medium. Blocks as long as that takes, and up to 5 s while another thread or process writes the
-/// same file; then fails with EWOULDBLOCK. Not cancelled meanwhile.
-/// @param path  Its directory must exist. The permissions are those of a new file,
+/// same file; then fails with EWOULDBLOCK. A child that was forked meanwhile counts as such a
+/// process as long as it lives. Not cancelled meanwhile.
+/// @param path  Its directory must exist; without a NUL. The permissions are those of a new file,
 ///              or of the ".new" that a process has left behind when it was killed.
 /// @param text  Any bytes.
 /// @return null for success; otherwise "open: ", "write: " or "directory: ", with the reason in

@@ -42,7 +42,7 @@ private:
 /// Locks a file with flock(). Waits for a limited time while other processes hold the lock.
 ///
 /// @param operation    LOCK_SH or LOCK_EX.
-/// @param longestWait  0 to try once.
+/// @param longestWait  0 or less to try once.
 /// @return false when the file is not locked; errno tells why (EWOULDBLOCK: the wait was not
 /// enough).
 bool LockFile(const Descriptor& file, int operation, std::chrono::milliseconds longestWait);

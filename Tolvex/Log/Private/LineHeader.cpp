@@ -23,10 +23,9 @@ void LineHeader::InsertInto(std::ostream& stream, LogType type)
         tm local{};
         // Not by Util::Date(): no line needs memory for its header. The time is missing when its
         // year does not fit into an int.
-        timeLength =
-            localtime_r(&now, &local) == nullptr
-                ? 0
-                : std::strftime(text.data(), text.size(), "[%Y-%m-%d %H:%M:%S]", &local);
+        timeLength = localtime_r(&now, &local) == nullptr
+                         ? 0
+                         : std::strftime(text.data(), text.size(), "[%Y-%m-%d %H:%M:%S]", &local);
         second = now;
         zoneGeneration = generation;
         zone = Base::LoadShared(timezone);
