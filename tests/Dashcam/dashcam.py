@@ -90,8 +90,10 @@ class Drive:
         return self.final or (self.work / "output").read_text(errors="replace")
 
     def log(self):
-        path = self.folder / "dashcam.log"
-        return path.read_text(errors="replace") if path.exists() else ""
+        try:
+            return (self.folder / "dashcam.log").read_text(errors="replace")
+        except FileNotFoundError:  # not yet, or just renamed because it is full
+            return ""
 
     def await_log(self, text, times=1):
         eventually(lambda: self.log().count(text) >= times,

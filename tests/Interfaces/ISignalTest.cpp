@@ -591,6 +591,7 @@ TEST(ISignalTest, HandlerThreadsAreCreatedOneAtATime)
     };
     signal.fire = [&](void*) { ++handled; };
     Base::StoreShared(signal.running, true);
+    const std::size_t before = LiveObjects();
     mostCreations = 0;
     slowCreation = true;
 
@@ -601,6 +602,8 @@ TEST(ISignalTest, HandlerThreadsAreCreatedOneAtATime)
     slowCreation = false;
     EXPECT_TRUE(Eventually([&] { return handled == eventCount - 1; }));
     EXPECT_EQ(mostCreations, 1);
+    // The last handler deletes its record after that. The next test counts objects.
+    EXPECT_TRUE(Eventually([&] { return LiveObjects() <= before; }));
 }
 
 TEST(ISignalTest, SignalFirePosixHandlesTheEventDeletesTheRecordAndReturnsNull)

@@ -333,7 +333,7 @@ TEST(IgnitionOffSequenceTest, ParticipantThatIsStillBusyIsLeftOutOfTheNextRun)
     int calls = 0;
     Part part([&calls] { ++calls; });
     IgnitionOffSequence sequence;
-    ASSERT_TRUE(sequence.Add("Upload", &hanging.part, 1000ms));
+    ASSERT_TRUE(sequence.Add("Upload", &hanging.part, 3000ms));  // enough to begin
     ASSERT_TRUE(sequence.Add("part", &part, 30s));
     sequence.RunIgnitionOff();
     ASSERT_TRUE(Eventually([&hanging] { return hanging.calls == 1; }));
@@ -687,7 +687,7 @@ TEST(IgnitionOffSequenceTest, ForkedChildThatDestroysItLeavesTheRecordAlone)
     const ScratchDirectory directory;
     Hanging hanging;
     auto sequence = std::make_unique<IgnitionOffSequence>(directory.Path("drive"));
-    ASSERT_TRUE(sequence->Add("Upload", &hanging.part, 1000ms));  // enough to begin
+    ASSERT_TRUE(sequence->Add("Upload", &hanging.part, 3000ms));  // enough to begin
     const auto child = RunInChild([&sequence] {
         alarm(20);
         sequence.reset();
