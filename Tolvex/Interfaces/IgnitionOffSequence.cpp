@@ -112,6 +112,9 @@ bool IgnitionOffSequence::Add(const std::string& name, IgnitionOffMode* particip
         LogLine(LogType::Error) << "Ignition off: " << name << " has not ended within "
                                 << budget.count() << " ms and is left behind";
     };
+    if (logThread != nullptr) {
+        logThread->Reserve(participants.size() + 1);
+    }
     participants.push_back({name, budget, std::move(thread),
                             MakeCall(call, "Ignition off: " + name + " failed: "),
                             MakeCall(logOverrun)});

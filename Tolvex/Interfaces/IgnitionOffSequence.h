@@ -20,10 +20,9 @@ namespace Tolvex::Interfaces {
 ///
 /// A participant that takes longer than its budget is left behind: its call continues on its own
 /// thread, the sequence calls the next participant, and the log names the late one. A call that has
-/// not even begun within the budget is not made. While the line about one late participant waits in
-/// the log, because the log hangs or is slow, the next late ones are not logged; GetOverrun() and
-/// the record name all of them. RunIgnitionOff() takes at most the sum of the
-/// budgets plus 50 ms, also when every participant, the log and the disk hang.
+/// not even begun within the budget is not made. If the log hangs or is slow, its lines about late
+/// participants may be written after RunIgnitionOff() has returned. RunIgnitionOff() takes at most
+/// the sum of the budgets plus 50 ms, also when every participant, the log and the disk hang.
 ///
 /// With a record file the next start learns how this drive ended. The constructor reads the record
 /// of the last drive and writes "died". The destructor replaces that by "stopped", RunIgnitionOff()
@@ -70,9 +69,9 @@ public:
     /// Calls the participants in the order in which they were added, then writes the record.
     ///
     /// The call is no cancellation point. A second call skips participants that are still busy, and
-    /// names them as late; its record is not written while the first one hangs. The whole takes at
-    /// most 50 ms longer than the sum of the budgets: a participant gets less than its budget when
-    /// the calling thread was held up for longer before.
+    /// names them as late; its record replaces that of the first one. The whole takes at most 50 ms
+    /// longer than the sum of the budgets: a participant gets less than its budget when the calling
+    /// thread was held up for longer before.
     void RunIgnitionOff() override;
 
     /// @return the participants that the last RunIgnitionOff() left behind.

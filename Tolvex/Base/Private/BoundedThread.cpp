@@ -1,9 +1,10 @@
 #include "Tolvex/Base/Private/BoundedThread.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <unistd.h>
-#include <utility>
+#include <vector>
 
 namespace Tolvex::Base {
 
@@ -11,11 +12,15 @@ struct BoundedThread::State
 {
     /// In a forked child the thread does not exist, and may hold the child's copy of the mutex.
     bool HasThread() const { return process == getpid(); }
-    bool IsIdle() const { return asked == nullptr && running == nullptr; }
+    bool IsIdle() const { return pending.empty() && running == nullptr; }
+    bool Has(const Call& call) const
+    {
+        return running == call || std::ranges::count(pending, call) != 0;
+    }
 
     std::mutex mutex;                 ///< guards the members below
     std::condition_variable changed;  ///< one of them has changed
-    Call asked;                       ///< to be made next; null: none
+    std::vector<Call> pending;        ///< to be made, the first one next
     Call running;                     ///< null: none
     bool ending = false;
     const pid_t process = getpid();
@@ -34,7 +39,10 @@ std::unique_ptr<BoundedThread> BoundedThread::Create(const std::string& name,
     return made;
 }
 
-BoundedThread::BoundedThread() : state(std::make_shared<State>()) {}
+BoundedThread::BoundedThread() : state(std::make_shared<State>())
+{
+    Reserve(1);
+}
 
 BoundedThread::~BoundedThread()
 {
@@ -54,11 +62,12 @@ void* BoundedThread::Serve(void* argument)
 
     std::unique_lock<std::mutex> lock(own.mutex);
     for (;;) {
-        own.changed.wait(lock, [&own] { return own.ending || own.asked != nullptr; });
-        if (own.asked == nullptr) {
+        own.changed.wait(lock, [&own] { return own.ending || !own.pending.empty(); });
+        if (own.pending.empty()) {
             return nullptr;
         }
-        own.running = std::exchange(own.asked, nullptr);
+        own.running = own.pending.front();
+        own.pending.erase(own.pending.begin());
         lock.unlock();
         (*own.running)();
         lock.lock();
@@ -67,20 +76,29 @@ void* BoundedThread::Serve(void* argument)
     }
 }
 
-bool BoundedThread::Run(Call call, Deadline deadline, Late late)
+void BoundedThread::Reserve(std::size_t calls)
+{
+    const std::lock_guard<std::mutex> lock(state->mutex);
+    state->pending.reserve(calls);
+}
+
+bool BoundedThread::Run(const Call& call, Deadline deadline, Late late)
 {
     if (!state->HasThread()) {
         return false;
     }
     std::unique_lock<std::mutex> lock(state->mutex);
-    if (!state->IsIdle()) {
+    if (late == Late::NotCalled && !state->IsIdle()) {
         return false;
     }
-    state->asked = std::move(call);
-    state->changed.notify_all();
-    const bool done = state->changed.wait_until(lock, deadline, [this] { return state->IsIdle(); });
+    if (!state->Has(call)) {
+        state->pending.push_back(call);
+        state->changed.notify_all();
+    }
+    const bool done =
+        state->changed.wait_until(lock, deadline, [this, &call] { return !state->Has(call); });
     if (!done && late == Late::NotCalled) {
-        state->asked = nullptr;  // The thread may not have run since it was asked.
+        std::erase(state->pending, call);  // The thread may not have run since it was asked.
     }
     return done;
 }

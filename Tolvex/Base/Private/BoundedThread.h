@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -28,7 +29,7 @@ public:
     enum class Late
     {
         NotCalled,  ///< the call is never made
-        Called      ///< the call is made as soon as the thread is free
+        Called      ///< the call is made after the earlier ones, unless it is one of them
     };
 
     /// @param name      OS name of the thread.
@@ -36,18 +37,22 @@ public:
     /// @return null if the thread cannot be created.
     static std::unique_ptr<BoundedThread> Create(const std::string& name, SignalHandlers handlers);
 
-    /// Does not wait. A pending call with Late::Called is still made.
+    /// Does not wait. Pending calls with Late::Called are still made.
     ~BoundedThread();
 
     BoundedThread(const BoundedThread&) = delete;
     BoundedThread& operator=(const BoundedThread&) = delete;
 
+    /// Makes room for so many pending calls. Create() makes room for one.
+    void Reserve(std::size_t calls);
+
     /// Makes the call on the thread and waits until it ends or the deadline passes.
-    /// Allocates nothing.
+    ///
+    /// Allocates nothing while there is room. Throws std::bad_alloc otherwise, without a call.
     /// @param late  What happens to a call that has not begun at the deadline.
     /// @return false if the call had not ended at the deadline. Also false, at once and without a
-    /// call, while an earlier call is pending or runs, and in a forked child.
-    bool Run(Call call, Deadline deadline, Late late);
+    /// call, in a forked child and, with Late::NotCalled, while an earlier call is pending or runs.
+    bool Run(const Call& call, Deadline deadline, Late late);
 
 private:
     struct State;
