@@ -1,7 +1,5 @@
-// Reads the deadlines of the sequence from its calls of the C library, so that a slow machine changes
-// no result.
-
-#include "Tolvex/Interfaces/IgnitionOffSequence.h"
+// Reads the deadlines of the sequence from its calls of the C library, so that a slow machine
+// changes no result.
 
 #include <algorithm>
 #include <atomic>
@@ -15,10 +13,13 @@
 
 #include <gtest/gtest.h>
 
+#include "Tolvex/Interfaces/IgnitionOffSequence.h"
 #include "Tolvex/Log/Logger.h"
 
 #include "tests/Support/Gate.h"
 #include "tests/Support/LogFile.h"
+#include "tests/Support/OwnProcess.h"
+#include "tests/Support/Patience.h"
 #include "tests/Support/RealFunction.h"
 #include "tests/Support/ScratchDirectory.h"
 
@@ -93,8 +94,8 @@ TEST(IgnitionOffDeadlinesTest, NoWaitEndsLaterThan50MsAfterTheSumOfTheBudgets)
     Support::LogFile log;
     Hanging hanging;
     auto sequence = std::make_unique<IgnitionOffSequence>(directory.Path("drive"));
-    for (const char* name : {"a", "b", "c"}) {
-        ASSERT_TRUE(sequence->Add(name, &hanging, 100ms));
+    for (int count = 0; count < 3; ++count) {
+        ASSERT_TRUE(sequence->Add("late part", &hanging, 100ms));
     }
     Ilog::Logger& logger = *Ilog::Logger::GetInstance();
     logger.WriteHeader(Ilog::LogType::Info);  // The log hangs, and so does the disk.
@@ -109,11 +110,13 @@ TEST(IgnitionOffDeadlinesTest, NoWaitEndsLaterThan50MsAfterTheSumOfTheBudgets)
     hanging.leave.Open();
 
     // The first wait is for the first participant. It begins when the whole does, or later.
-    ASSERT_GE(deadlines.size(), 2U);
-    EXPECT_GE(deadlines.front(), begin + 100ms);
+    EXPECT_GE(deadlines.size(), 2U);
+    EXPECT_GE(deadlines.at(0), begin + 100ms);
     EXPECT_LE(*std::max_element(deadlines.begin(), deadlines.end()),
               deadlines.front() + 200ms + 50ms);
+    // Their calls use the gate.
     sequence.reset();
+    ASSERT_TRUE(Support::Eventually([] { return !Support::HasThread("late part"); }));
 }
 
 TEST(IgnitionOffDeadlinesTest, DestructorWaitsTwoSecondsForTheRecord)
