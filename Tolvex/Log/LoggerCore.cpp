@@ -92,7 +92,10 @@ public:
             }
         }
         if (state.calls.keep != nullptr) {
-            state.calls.keep(state.policy, buffer.view());
+            // Not a line that a Close() or a fork has dropped while a manipulator ran.
+            if (state.lock.Advance(LineLock::Inserting, LineLock::Inserting)) {
+                state.calls.keep(state.policy, buffer.view());
+            }
             return;
         }
         taken = !state.lock.Advance(LineLock::Inserting, LineLock::Complete);

@@ -8,7 +8,10 @@
 #include <pthread.h>
 #include <stdexcept>
 #include <string>
+#include <sys/types.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -329,6 +332,50 @@ TEST(BlackBoxThreadsTest, ClosingWaitsForAManipulatorThatHangsAndThenDropsItsLin
     composer.join();
     EXPECT_TRUE(logger.EnableBlackBox(5));
     EXPECT_THAT(LastLines(), IsEmpty());
+}
+
+bool isChild = false;
+
+std::ostream& ForkAndEndLine(std::ostream& stream)
+{
+    const pid_t child = fork();
+    isChild = child == 0;
+    if (!isChild) {
+        int status = 0;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+    }
+    return stream << "\n";
+}
+
+TEST(BlackBoxThreadsTest, LineWhoseManipulatorForksIsKeptInTheParentOnly)
+{
+    const OpenBlackBox box(5);
+    WriteLine("before");
+    logger.WriteHeader(LogType::Info);
+    logger << "in two processes" << ForkAndEndLine;
+    if (isChild) {
+        alarm(20);
+        _exit(LastLines() == std::vector<std::string>{"before"} ? 0 : 1);
+    }
+    EXPECT_THAT(LastLines(), ElementsAre("before", "in two processes"));
+}
+
+std::ostream& ReopenAndEndLine(std::ostream& stream)
+{
+    logger.CloseBlackBox();
+    EXPECT_TRUE(logger.EnableBlackBox(5));
+    return stream << "\n";
+}
+
+TEST(BlackBoxThreadsTest, LineWhoseManipulatorClosesTheBoxIsDropped)
+{
+    const OpenBlackBox box(5);
+    logger.WriteHeader(LogType::Info);
+    logger << "dropped" << ReopenAndEndLine;
+    WriteLine("next");
+
+    EXPECT_THAT(LastLines(), ElementsAre("next"));
 }
 
 TEST(BlackBoxThreadsTest, ClosingLetsWaitingThreadsContinueWithoutALine)
