@@ -91,7 +91,8 @@ void Capture::Run()
         if (fresh) {
             fresh = false;
             complaint.clear();
-            LogSource();
+            LogLine(LogType::Info, LogModule::Event)
+                << name << ": " << width << 'x' << settings.height;
         }
     } catch (const std::exception& problem) {
         fresh = true;
@@ -102,19 +103,6 @@ void Capture::Run()
         LeaveOut(fresh ? 0s : tolerableDelay);  // at the end: the last pass counts its delay too
     }
     lost = static_cast<std::uint64_t>(id + 1) - frames;
-}
-
-/// Logs what the source gives.
-void Capture::LogSource() const
-{
-    LogLine(LogType::Info, LogModule::Event) << name << ": " << width << 'x' << settings.height;
-    const auto rate = Clock::duration(1s) / interval;
-    if (rate > settings.framesPerSecond + settings.framesPerSecond / 10) {
-        LogLine(LogType::Warning, LogModule::CONFIG)
-            << name << " gives " << rate << " frames a second instead of "
-            << settings.framesPerSecond
-            << ": the ring is too small for the seconds before an event";
-    }
 }
 
 /// Logs why there is no picture, unless the last complaint was the same.
@@ -207,16 +195,20 @@ AvPictureOwner Capture::ReadPicture()
         std::this_thread::sleep_until(time);
     }
     AvPictureOwner picture(Check(av_frame_alloc(), name));
+    if (!camera.empty()) {
+        do {
+            av_frame_unref(picture.get());
+            Check(av_buffersink_get_frame(output, picture.get()), name);
+        } while (!CountFromCamera(*picture));
+        return picture;
+    }
     int code = av_buffersink_get_frame(output, picture.get());
-    if (code == AVERROR_EOF && camera.empty() && !fresh) {
+    if (code == AVERROR_EOF && !fresh) {
         // The file begins again. One without any picture is an error: libav would loop for ever.
         OpenSource();
         code = av_buffersink_get_frame(output, picture.get());
     }
     Check(code, name);
-    if (!camera.empty()) {
-        CountFromCamera(*picture);
-    }
     return picture;
 }
 
@@ -234,18 +226,27 @@ void Capture::LeaveOut(Clock::duration tolerance)
 
 /// The camera's time stamps tell how many pictures were lost. Our clock tells it when the source
 /// has just been opened, and when the two differ by more than a second.
-void Capture::CountFromCamera(const AVFrame& picture)
+/// @return false for a picture to leave out: the ring has no room for more than the settings say.
+bool Capture::CountFromCamera(const AVFrame& picture)
 {
     const AVRational base = av_buffersink_get_time_base(output);
     const std::chrono::microseconds newStamp(av_rescale_q(picture.pts, base, microsecond));
+    const auto wanted = 1000000us / settings.framesPerSecond;
     Clock::duration step = newStamp - stamp;
     if (fresh || std::chrono::abs(time + step - Clock::now()) > tolerableDelay) {
         LeaveOut(interval);
         step = Clock::now() - time;
+        due = newStamp - wanted;  // pictures may be early by as much
     }
     id += std::max<std::int64_t>(1, (step + interval / 2) / interval);  // rounded
     time += step;
     stamp = newStamp;
+    if (stamp < due) {
+        --id;  // it is not lost
+        return false;
+    }
+    due = std::max(due + wanted, stamp);
+    return true;
 }
 
 std::shared_ptr<Frame> Capture::Encode(AVFrame& picture)

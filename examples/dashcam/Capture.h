@@ -14,9 +14,9 @@ namespace Dashcam {
 /// hands them to the recorder: one in each pass.
 ///
 /// The pictures come from a camera, a video file in a loop, or a test picture that moves and shows
-/// the time. libav's filters read and draw them. A camera gives the pace itself; the log names one
-/// that is faster than the settings. Files and the test picture have the frame rate of the
-/// settings; when a pass is more than a second late, pictures are left out, and counted as lost.
+/// the time. libav's filters read and draw them. A camera gives the pace itself; what it gives
+/// beyond the frame rate of the settings is left out. Files and the test picture have that frame
+/// rate; when a pass is more than a second late, pictures are left out, and counted as lost.
 /// @par Errors
 /// A source that fails is opened again every second. libav's reason is logged; the same
 /// reason is logged again only after a picture has come.
@@ -44,14 +44,13 @@ protected:
     void Run() override;
 
 private:
-    void LogSource() const;
     void LogProblem(const char* problem);
     std::string DescribeSource() const;
     void OpenSource();
     void OpenEncoder();
     AvPictureOwner ReadPicture();
     void LeaveOut(Clock::duration tolerance);
-    void CountFromCamera(const AVFrame& picture);
+    bool CountFromCamera(const AVFrame& picture);
     std::shared_ptr<Frame> Encode(AVFrame& picture);
 
     const Settings& settings;
@@ -71,6 +70,7 @@ private:
     std::int64_t id = -1;  ///< of the last picture; counts lost ones too
     Moment time;           ///< of the last picture
     std::chrono::microseconds stamp{0};  ///< of the last picture, by the camera's clock
+    std::chrono::microseconds due{0};    ///< the stamp from which on the next picture is taken
     std::string complaint;               ///< the last one since a picture came; empty: none
     std::atomic<std::uint64_t> frames = 0;
     std::atomic<std::uint64_t> lost = 0;

@@ -234,22 +234,42 @@ TEST_F(CaptureTest, CameraWhoseRateIsNotKnownIsTakenToHaveTheRateOfTheSettings)
     EXPECT_EQ(recorder.Get(), (Numbers{0, 1, 4}));
 }
 
-TEST_F(CaptureTest, CameraThatIsFasterThanTheSettingsIsNamed)
+TEST_F(CaptureTest, PicturesBeyondTheRateOfTheSettingsAreLeftOutAndNotLost)
 {
-    cameraRate = 2 * settings.framesPerSecond;
+    cameraRate = 4 * settings.framesPerSecond;
+    std::vector<Step> steps;
+    for (std::int64_t stamp = 0; stamp <= 40; ++stamp) {
+        steps.push_back({0ms, stamp});
+    }
 
-    Play({{0ms, 0}, {50ms, 1}, {0ms, failure}});
+    Play(steps);
 
-    EXPECT_EQ(CountInLog("camera gives 20 frames a second instead of 10"), 1);
+    // The second picture may be early once.
+    EXPECT_EQ(recorder.Get(), (Numbers{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}));
 }
 
-TEST_F(CaptureTest, CameraThatIsLittleFasterThanTheSettingsIsNotNamed)
+TEST_F(CaptureTest, LossOfAFastCameraIsCountedAmongPicturesThatAreLeftOut)
 {
-    cameraRate = 11;
+    cameraRate = 4 * settings.framesPerSecond;
 
-    Play({{0ms, 0}});
+    Play({{0ms, 0}, {0ms, 1}, {0ms, 2}, {0ms, 3}, {0ms, 4}, {0ms, 7}, {0ms, 8}});
 
-    EXPECT_EQ(CountInLog("frames a second"), 0);
+    EXPECT_EQ(recorder.Get(), (Numbers{0, 1, 2, 5}));
+}
+
+TEST_F(CaptureTest, CameraThatIsALittleFasterThanTheSettingsLosesNoPicture)
+{
+    cameraRate = settings.framesPerSecond + 1;
+    std::vector<Step> steps;
+    for (std::int64_t stamp = 0; stamp <= 44; ++stamp) {
+        steps.push_back({90ms, stamp});
+    }
+
+    Play(steps);
+
+    const Numbers ids = recorder.Get();
+    EXPECT_EQ(ids.size(), 42U);  // of four seconds at ten frames a second, and one that was early
+    EXPECT_EQ(ids.back(), 41);
 }
 
 TEST_F(CaptureTest, PicturesForWhichTheLastPassWasTooLateAreLost)
