@@ -23,6 +23,7 @@
 #include "tests/Support/Pace.h"
 #include "tests/Support/Patience.h"
 #include "tests/Support/ProbeThread.h"
+#include "tests/Support/SleepingThread.h"
 
 namespace {
 
@@ -253,12 +254,11 @@ TEST_F(IThreadDelegateTest, AddAndRemoveWaitForTheLock)
     std::thread adder;
     {
         const std::lock_guard<std::mutex> lock(probe.delegatesMutex);
-        adder = std::thread([&] {
+        adder = Tolvex::Support::SleepingThread([&] {
             probe.AddCallback(&a);
             added = true;
             probe.RemoveCallback(&a);
         });
-        std::this_thread::sleep_for(20ms);
         EXPECT_FALSE(added);
     }
     adder.join();

@@ -60,12 +60,11 @@ TEST(LineLockTest, SecondLineWaitsUntilTheFirstHasBeenWritten)
     ASSERT_TRUE(writing.Pass());
 
     std::atomic<bool> begun = false;
-    std::thread second([&] {
+    std::thread second = SleepingThread([&] {
         logger.WriteHeader(LogType::Info);
         begun = true;
         logger << "second" << std::endl;
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_FALSE(begun);
 
     written.Open();

@@ -104,6 +104,9 @@ TEST_F(FileLogPolicyTest, EmptyNameWritesNothing)
 {
     policy.SetOutput("");
     policy.Write("line\n");
+    policy.SetOutput(path);
+    policy.Write("next\n");
+    EXPECT_EQ(ReadFile(path), "next\n");
 }
 
 TEST_F(FileLogPolicyTest, LinesAreAppendedToWhatIsThereByteForByte)

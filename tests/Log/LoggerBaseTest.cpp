@@ -59,6 +59,7 @@ using Tolvex::Support::LinesOf;
 using Tolvex::Support::loggerOfManipulator;
 using Tolvex::Support::longestLogWait;
 using Tolvex::Support::Scaled;
+using Tolvex::Support::SleepingThread;
 using Tolvex::Support::TakingTheBuffer;
 using Tolvex::Support::ThreadNames;
 using Tolvex::Support::WithoutDate;
@@ -641,8 +642,7 @@ TEST(LoggerBaseTest, OutputDoesNotChangeInTheMiddleOfAnotherThreadsLine)
     ASSERT_TRUE(logger.Enable());
     logger.WriteHeader(LogType::Info);
 
-    std::thread other([&logger] { logger.SetOutput("new"); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    std::thread other = SleepingThread([&logger] { logger.SetOutput("new"); });
     EXPECT_THAT(logger.GetPolicy().Outputs(), IsEmpty());
 
     logger << std::endl;

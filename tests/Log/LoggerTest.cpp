@@ -68,9 +68,12 @@ bool AwaitEnd(const std::string& path, const std::string& text)
 
 TEST(LoggerTest, IsAnIgnitionOffMode)
 {
-    const ChildResult child = RunInChild([] {
+    const ScratchDirectory directory;
+    const ChildResult child = RunInChild([&directory] {
+        EXPECT_TRUE(Log().EnableFile(directory.Path("log")));
         IgnitionOffMode* const mode = Logger::GetInstance();
         mode->RunIgnitionOff();
+        EXPECT_FALSE(Log().IsFileEnabled());
         return 0;
     });
     EXPECT_TRUE(child.Succeeded()) << child.output;
