@@ -2,7 +2,6 @@
 // changes no result.
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <ctime>
 #include <memory>
@@ -17,6 +16,7 @@
 #include "Tolvex/Log/Logger.h"
 
 #include "tests/Support/Gate.h"
+#include "tests/Support/HangingFlushes.h"
 #include "tests/Support/LogFile.h"
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/Patience.h"
@@ -32,7 +32,6 @@ using std::chrono::steady_clock;
 thread_local bool collects = false;                            // on the thread of the test only
 thread_local nanoseconds holdUp{0};                            // after each wait
 thread_local std::vector<steady_clock::time_point> deadlines;  // in the order of the waits
-std::atomic<bool> hangFlushes = false;                         // fdatasync() does not return
 
 }  // namespace
 
@@ -51,19 +50,11 @@ extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t
     return result;
 }
 
-extern "C" int fdatasync(int descriptor)
-{
-    static auto* const real = Tolvex::Support::RealFunction<int(int)>("fdatasync");
-    while (hangFlushes) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return real(descriptor);
-}
-
 namespace Tolvex::Interfaces {
 namespace {
 
 using namespace std::chrono_literals;
+using Support::hangFlushes;
 
 /// A participant that hangs until the gate opens.
 class Hanging : public IgnitionOffMode

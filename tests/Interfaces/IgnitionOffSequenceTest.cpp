@@ -33,6 +33,7 @@
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/CountingNew.h"
 #include "tests/Support/Gate.h"
+#include "tests/Support/HangingFlushes.h"
 #include "tests/Support/LogFile.h"
 #include "tests/Support/OwnProcess.h"
 #include "tests/Support/Patience.h"
@@ -43,7 +44,6 @@
 namespace {
 
 std::atomic<bool> failCreations = false;  // pthread_create() fails for lack of memory
-std::atomic<bool> hangFlushes = false;    // fdatasync() does not return
 
 }  // namespace
 
@@ -55,15 +55,6 @@ extern "C" int pthread_create(pthread_t* handle, const pthread_attr_t* attribute
     return failCreations ? EAGAIN : real(handle, attributes, entry, argument);
 }
 
-extern "C" int fdatasync(int descriptor)
-{
-    static auto* const real = Tolvex::Support::RealFunction<int(int)>("fdatasync");
-    while (hangFlushes) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return real(descriptor);
-}
-
 namespace Tolvex::Interfaces {
 namespace {
 
@@ -71,6 +62,7 @@ using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 using Support::Eventually;
 using Support::Gate;
+using Support::hangFlushes;
 using Support::LogFile;
 using Support::RunInChild;
 using Support::ScratchDirectory;
